@@ -170,8 +170,9 @@ TEST_F(Expansion, BothWaysAgreeOnRandomNames) {
         const std::string expanded = expand(name);
         ASSERT_EQ(expanded, expand(name, LinkHandling::followByWalk)) << name;
         std::array<char, PATH_MAX> real;
-        const bool literal =
-            expanded.empty() || expanded.find("//") != std::string::npos || expanded.starts_with("/..");
+        // A "/.." behind a "//" and at the root is the expansion's own.
+        const bool literal = name.find("//") != std::string::npos || expanded.find("//") != std::string::npos ||
+                             expanded.empty() || expanded.starts_with("/..");
         if (!literal && !name.empty() && realpath(name.c_str(), real.data()) != nullptr) {
             ++resolved;
             const std::string folderMark = fs::is_directory(real.data()) && strcmp(real.data(), "/") != 0 ? "/" : "";
