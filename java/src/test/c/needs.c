@@ -1,0 +1,5 @@
+/* A library that needs another. */
+int absentFunction(void);
+int needingFunction(void);
+
+int needingFunction(void) { return absentFunction(); }
