@@ -5,6 +5,8 @@ set(junit_jars /usr/share/java/junit-jupiter-api.jar /usr/share/java/junit-jupit
 set(test_jar "${CMAKE_CURRENT_BINARY_DIR}/tmqkci-tests.jar")
 tmqkci_jar("${test_jar}" test CLASSPATH "${product_jar}" ${junit_jars})
 
+find_program(JAVA64 java HINTS /usr/lib/jvm/java-17-openjdk-amd64/bin REQUIRED)
+
 # Libraries that cannot be loaded: one needs a library that is nowhere to be found, one a C library of the future.
 add_library(java_test_absent SHARED src/test/c/absent.c)
 add_library(java_test_needs_absent SHARED src/test/c/needs.c)
@@ -15,7 +17,8 @@ target_link_options(java_test_future_libc PRIVATE -Wl,-soname,libc.so.6
   "-Wl,--version-script,${CMAKE_CURRENT_SOURCE_DIR}/src/test/c/future.map")
 add_library(java_test_needs_future SHARED src/test/c/needs.c)
 target_link_libraries(java_test_needs_future PRIVATE java_test_future_libc)
-set_target_properties(java_test_needs_absent java_test_needs_future PROPERTIES SKIP_BUILD_RPATH ON)
+set_target_properties(java_test_absent java_test_needs_absent java_test_future_libc java_test_needs_future PROPERTIES
+  C_VISIBILITY_PRESET default SKIP_BUILD_RPATH ON)
 
 # What the tests see as an installation.
 set(test_installation "${CMAKE_CURRENT_BINARY_DIR}/kestrune")

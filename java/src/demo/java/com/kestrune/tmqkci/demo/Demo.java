@@ -1,0 +1,3 @@
+package com.kestrune.tmqkci.demo;
+/** x. */
+final class Demo { private Demo() {} public static void main(String[] a) {} }
