@@ -43,7 +43,7 @@ function(tmqkci_java_test class)
 endfunction()
 
 foreach(class InitializationTest FailedInitializationTest SessionTest ExecutionTest TransferTest ExportSetTest
-    TextTest)
+    ValueTest)
   tmqkci_java_test(${class} -Xcheck:jni)
 endforeach()
 # The release of a double-byte string that was lent ends a checked virtual machine.
