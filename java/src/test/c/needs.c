@@ -2,4 +2,6 @@
 int absentFunction(void);
 int needingFunction(void);
 
-int needingFunction(void) { return absentFunction(); }
+int needingFunction(void) {
+    return absentFunction();
+}
