@@ -2,40 +2,67 @@ package com.kestrune.tmqkci;
 
 import java.io.File;
 import java.io.IOException;
-import java.util.ArrayList;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Set;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
-/** Collects the failed attempts at loading the bridge, finds the cause of each, and tells them with a remedy. */
+/** Finds the causes of failed attempts at loading the bridge, and tells them with a remedy. */
 final class LoadFailure {
+    /**
+     * A place where the bridge was looked for: a file that could not be loaded, or the reason why there was none.
+     * The error is null if nothing was tried.
+     */
+    record Attempt(String place, File file, String reason, UnsatisfiedLinkError error) {
+    }
+
     // The dynamic linker begins with the name of the library that it could not open. What follows is in the user's
     // language. A path there names a library that was found, and was unfit.
     private static final Pattern MISSING_DEPENDENCY = Pattern.compile("([^/\\s:]+\\.so[^/\\s:]*): .*", Pattern.DOTALL);
     private static final Pattern C_LIBRARY_VERSION = Pattern.compile("\\bGLIBC_[0-9.]+");
 
     private final ElfHeader process = ElfHeader.ofThisProcess();
-    private final List<String> attempts = new ArrayList<>();
     private final Set<String> remedies = new LinkedHashSet<>();
-    private final List<UnsatisfiedLinkError> errors = new ArrayList<>();
 
-    /** A place that was not tried, and why. */
-    void skipped(String place, String reason) {
-        attempts.add(place + ": " + reason);
+    private LoadFailure() {
     }
 
-    /** A place that holds no library. */
-    void missing(String place, String reason, UnsatisfiedLinkError error) {
-        skipped(place, reason);
-        errors.add(error);
+    /** The error that tells all about the attempts; their own errors are its suppressed ones. */
+    static UnsatisfiedLinkError of(List<Attempt> attempts) {
+        UnsatisfiedLinkError error = new UnsatisfiedLinkError(new LoadFailure().text(attempts));
+        for (Attempt attempt : attempts) {
+            if (attempt.error != null) {
+                error.addSuppressed(attempt.error);
+            }
+        }
+        return error;
     }
 
-    /** A file that could not be loaded. */
-    void failed(String place, File file, UnsatisfiedLinkError error) {
-        attempts.add(place + ": " + file + ": " + causeOf(file, error));
-        errors.add(error);
+    private String text(List<Attempt> attempts) {
+        StringBuilder text = new StringBuilder("The bridge ").append(TmqKciLibrary.FILE_NAME);
+        text.append(" could not be loaded. Tried in this order:");
+        for (Attempt attempt : attempts) {
+            text.append("\n  - ").append(attempt.place).append(": ");
+            if (attempt.file != null) {
+                text.append(attempt.file).append(": ").append(causeOf(attempt.file, attempt.error));
+            } else {
+                text.append(attempt.reason);
+            }
+        }
+        text.append("\nWhat to do:");
+        if (process != null && process.machine() != ElfHeader.MACHINE_386) {
+            text.append("\n  - The bridge is a 32-bit (i386) library and this Java, ")
+                    .append(System.getProperty("java.home")).append(", is ").append(process)
+                    .append(": run the program with a 32-bit (i386) Java.");
+        }
+        for (String remedy : remedies) {
+            text.append("\n  - ").append(remedy);
+        }
+        text.append("\n  - Name the file with -D").append(TmqKciLibrary.PROPERTY).append("=/path/to/")
+                .append(TmqKciLibrary.FILE_NAME)
+                .append(", or set the environment variable KESTRUNE to the installation's folder.");
+        return text.toString();
     }
 
     private String causeOf(File file, UnsatisfiedLinkError error) {
@@ -74,29 +101,5 @@ final class LoadFailure {
             return "it needs a newer C library, with " + version.group() + " (" + text + ")";
         }
         return text;
-    }
-
-    /** The error that tells all this; the errors of the attempts are its suppressed ones. */
-    UnsatisfiedLinkError toError() {
-        StringBuilder text = new StringBuilder("The bridge ").append(TmqKciLibrary.FILE_NAME);
-        text.append(" could not be loaded. Tried in this order:");
-        for (String attempt : attempts) {
-            text.append("\n  - ").append(attempt);
-        }
-        text.append("\nWhat to do:");
-        if (process != null && process.machine() != ElfHeader.MACHINE_386) {
-            text.append("\n  - The bridge is a 32-bit (i386) library and this Java, ")
-                    .append(System.getProperty("java.home")).append(", is ").append(process)
-                    .append(": run the program with a 32-bit (i386) Java.");
-        }
-        for (String remedy : remedies) {
-            text.append("\n  - ").append(remedy);
-        }
-        text.append("\n  - Name the file with -D").append(TmqKciLibrary.PROPERTY).append("=/path/to/")
-                .append(TmqKciLibrary.FILE_NAME)
-                .append(", or set the environment variable KESTRUNE to the installation's folder.");
-        UnsatisfiedLinkError error = new UnsatisfiedLinkError(text.toString());
-        errors.forEach(error::addSuppressed);
-        return error;
     }
 }

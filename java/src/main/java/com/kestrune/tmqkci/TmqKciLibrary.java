@@ -1,6 +1,10 @@
 package com.kestrune.tmqkci;
 
+import com.kestrune.tmqkci.LoadFailure.Attempt;
+
 import java.io.File;
+import java.util.ArrayList;
+import java.util.List;
 
 /**
  * Loads the native part of {@link TmqKciInterface}, and tells whether and why it cannot be loaded. It is looked for in
@@ -59,9 +63,9 @@ public final class TmqKciLibrary {
         if (location != null) {
             return null;
         }
-        LoadFailure failure = new LoadFailure();
-        location = load(failure);
-        return location == null ? failure.toError() : null;
+        List<Attempt> failed = new ArrayList<>();
+        location = load(failed);
+        return location == null ? LoadFailure.of(failed) : null;
     }
 
     /**
@@ -73,39 +77,31 @@ public final class TmqKciLibrary {
         return location;
     }
 
-    private static String load(LoadFailure failure) {
-        String place = "system property " + PROPERTY;
-        String named = System.getProperty(PROPERTY, "");
-        if (named.isBlank()) {
-            failure.skipped(place, "it is not set");
-        } else if (loadFile(place, new File(named), failure)) {
-            return new File(named).getAbsolutePath();
+    private static String load(List<Attempt> failed) {
+        String loaded = loadFile("system property " + PROPERTY, System.getProperty(PROPERTY), "", failed);
+        if (loaded == null) {
+            loaded = loadFile("environment variable " + INSTALLATION, System.getenv(INSTALLATION), "/lib/" + FILE_NAME,
+                    failed);
         }
-
-        place = "environment variable " + INSTALLATION;
-        String installation = System.getenv(INSTALLATION);
-        if (installation == null || installation.isBlank()) {
-            failure.skipped(place, "it is not set");
-        } else {
-            File file = new File(installation, "lib/" + FILE_NAME);
-            if (loadFile(place, file, failure)) {
-                return file.getAbsolutePath();
-            }
-        }
-        return loadFromLibraryPath(failure);
+        return loaded != null ? loaded : loadFromLibraryPath(failed);
     }
 
-    private static boolean loadFile(String place, File file, LoadFailure failure) {
+    private static String loadFile(String place, String value, String below, List<Attempt> failed) {
+        if (value == null || value.isBlank()) {
+            failed.add(new Attempt(place, null, "it is not set", null));
+            return null;
+        }
+        File file = new File(value + below).getAbsoluteFile();
         try {
-            System.load(file.getAbsolutePath());
-            return true;
+            System.load(file.getPath());
+            return file.getPath();
         } catch (UnsatisfiedLinkError error) {
-            failure.failed(place, file.getAbsoluteFile(), error);
-            return false;
+            failed.add(new Attempt(place, file, null, error));
+            return null;
         }
     }
 
-    private static String loadFromLibraryPath(LoadFailure failure) {
+    private static String loadFromLibraryPath(List<Attempt> failed) {
         String path = System.getProperty(LIBRARY_PATH, "");
         File file = null;
         for (String folder : path.split(File.pathSeparator)) {
@@ -119,11 +115,7 @@ public final class TmqKciLibrary {
             System.loadLibrary(NAME);
             return file != null ? file.getPath() : FILE_NAME;
         } catch (UnsatisfiedLinkError error) {
-            if (file != null) {
-                failure.failed(LIBRARY_PATH, file, error);
-            } else {
-                failure.missing(LIBRARY_PATH, "no " + FILE_NAME + " in " + path, error);
-            }
+            failed.add(new Attempt(LIBRARY_PATH, file, "no " + FILE_NAME + " in " + path, error));
             return null;
         }
     }
