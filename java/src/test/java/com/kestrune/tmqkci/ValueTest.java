@@ -154,7 +154,7 @@ class ValueTest {
     @Test
     void sourceMayHoldAnyText() {
         assertEquals(3, session.run("'a\0b' size").valueLong);
-        assertEquals(0x20AC, session.run("('\u20AC' at: 1) code").valueLong & 0xFFFF);
+        assertEquals(0x20AC, session.run("('\u20AC' at: 1) value").valueLong & 0xFFFF);
         assertEquals(TmqKciReport.VALUE_DB_STRING, session.run("'\uD83D\uDE00'").valueType);
         assertEquals(TmqKciReport.VALUE_STRING, session.run("'\u00FF'").valueType);
     }

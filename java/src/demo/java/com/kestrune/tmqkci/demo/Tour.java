@@ -99,7 +99,8 @@ final class Tour {
 
     private void doubleByteText() {
         section("Double-byte text", "_setup _perform");
-        TmqKciReport text = database.describe(TmqKciReport.ofDoubleByteString("\u0416\u0438\u0432\u0435\u0442 \u20AC"));
+        TmqKciReport text = database.describe(
+                TmqKciReport.ofDoubleByteString("\u041F\u0440\u0438\u0432\u0435\u0442 \u20AC"));
         line("text beyond 8 bits: " + text.indexedSize + " bytes hold", "'" + database.text(text) + "'");
         line("characters in it, as the server counts", database.send(text, "size").valueLong);
         TmqKciReport joined = database.send(text, ",", TmqKciReport.ofString("!"));
