@@ -52,12 +52,12 @@ struct Request {
     KciLong integer = 0;
     double real = 0;
     KciDateTimeSType dateTime{};
-    std::string_view text;
-    std::string_view secondText;
-    std::span<const OopType> objects;
-    std::span<const ByteType> bytes;
-    std::span<ByteType> room;
-    std::span<OopType> objectRoom;
+    std::string_view text{};
+    std::string_view secondText{};
+    std::span<const OopType> objects{};
+    std::span<const ByteType> bytes{};
+    std::span<ByteType> room{};
+    std::span<OopType> objectRoom{};
 };
 
 struct Reply {

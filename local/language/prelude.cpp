@@ -151,6 +151,7 @@ constexpr PreludeMethod methods[] = {
      "like: list | all | all := ByteArray new: list size. list doWithIndex: [:each :i | all at: i put: each]. ^all"},
     // Text
     {Text, false, "displayString ^self asString"},
+    {Text, false, "printLimited: depth ^self printString"},
     {Text, false, "> other ^other < self"},
     {Text, false, "<= other ^(other < self) not"},
     {Text, false, ">= other ^(self < other) not"},

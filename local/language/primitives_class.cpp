@@ -56,7 +56,7 @@ Oop makeSubclass(Interpreter& interpreter, Oop self, Arguments arguments, bool i
     const View& view = interpreter.view;
     Runtime& runtime = interpreter.runtime;
     using namespace kernel;
-    bool fixed = isSystemMade(self) || self == Float || self == Integer || self == Number;
+    bool fixed = isSystemMade(self) || self == Float || self == Integer || self == kernel::Number;
     Shape shape = shapeOf(view, self);
     if (fixed || (indexable && shape.body != Body::Pointer)) {
         throw Failure(ErrorNumber::BadArgument, "class " + className(view, self) + " cannot have such a subclass",

@@ -158,7 +158,7 @@ Oop newDateTime(const View& view, Oop cls, const KciDateTimeSType& value) {
 
 // What was stored into the object by other means may be no date-time.
 KciDateTimeSType dateTimeOf(const View& view, Oop oop) {
-    using namespace kernel::date_time_slot;
+    namespace slot = kernel::date_time_slot;
     auto partOf = [&](uint32_t index, int32_t low, int32_t high) {
         Oop value = view.slot(oop, index);
         if (!isSmallInteger(value) || smallIntegerValue(value) < low || smallIntegerValue(value) > high) {
@@ -166,8 +166,8 @@ KciDateTimeSType dateTimeOf(const View& view, Oop oop) {
         }
         return smallIntegerValue(value);
     };
-    return {partOf(year, 1, 9999), partOf(dayOfYear, 1, 366), partOf(milliseconds, 0, millisecondsPerDay - 1),
-            view.slot(oop, timeZone)};
+    return {partOf(slot::year, 1, 9999), partOf(slot::dayOfYear, 1, 366),
+            partOf(slot::milliseconds, 0, millisecondsPerDay - 1), view.slot(oop, slot::timeZone)};
 }
 
 std::span<const Primitive> dateTimePrimitives() {

@@ -1,5 +1,6 @@
 // Object, Block, Boolean, Character, Association.
 #include "language/collections.h"
+#include "language/number.h"
 #include "language/primitives.h"
 #include "language/text.h"
 

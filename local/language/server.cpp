@@ -12,6 +12,8 @@
 
 namespace local {
 
+using namespace std::string_view_literals;
+
 namespace {
 
 constexpr size_t maxSessions = 100;
@@ -189,8 +191,8 @@ void Engine::State::start(ServerSession& session, const Request& request) {
             std::u16string name = decodeText(request.text);
             Oop selector = runtime.symbol(std::string(name.begin(), name.end()));
             auto colons = static_cast<size_t>(std::count(name.begin(), name.end(), u':'));
-            bool isWord = !name.empty() && (name[0] == u'_' || (name[0] | 0x20) - u'a' < 26u);
-            size_t expected = isWord ? colons : 1;
+            bool isOperator = !name.empty() && colons == 0 && u"+-*/\\<>=~,@%&?|"sv.find(name[0]) != std::u16string::npos;
+            size_t expected = isOperator ? 1 : colons;
             if (request.objects.size() != expected) {
                 throw Failure(ErrorNumber::BadMessageParts,
                               "the message " + brief(interpreter.view, selector) + " takes " +
