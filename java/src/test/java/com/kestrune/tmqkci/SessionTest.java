@@ -32,7 +32,8 @@ class SessionTest {
 
     @Test
     void loginChecksThePassword() {
-        for (String[] wrong : new String[][] {{"guest", "s3cret"}, {"nobody", "s3cret"}, {"", ""}, {"guest\0", "s3cret"}}) {
+        String[][] pairs = {{"guest", "s3cret"}, {"nobody", "s3cret"}, {"", ""}, {"guest\0", "s3cret"}};
+        for (String[] wrong : pairs) {
             TmqKciException error = TestSession.fail(report -> login("local", wrong[0], wrong[1], report));
             assertEquals(TestSession.SYSTEM_ERRORS, error.category);
             assertNotEquals(TmqKciException.BRIDGE_ERROR, error.number);
