@@ -51,6 +51,8 @@ tmqkci_java_test(DoubleByteTest)
 tmqkci_java_test(LibraryTest "-Dtests.java64=${JAVA64}" "-Dtests.needsAbsent=$<TARGET_FILE:java_test_needs_absent>"
   "-Dtests.needsFuture=$<TARGET_FILE:java_test_needs_future>")
 
-add_test(NAME Java.documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
+add_test(NAME Java.Documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
   "${PROJECT_SOURCE_DIR}/docs/using-the-bridge.md" WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-set_tests_properties(Java.documentation PROPERTIES ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)
+add_test(NAME Java.Demo COMMAND src/test/run-demo "${product_jar}:${demo_jar}"
+  WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+set_tests_properties(Java.Documentation Java.Demo PROPERTIES ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)
