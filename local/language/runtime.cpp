@@ -78,6 +78,12 @@ Oop Runtime::kernelGlobal(Oop name) const {
     return found == kernelGlobals.end() ? KCI_OOP_NONE : found->second;
 }
 
+void Runtime::addRoots(const std::function<void(Oop)>& mark) const {
+    for (const auto& [name, oop] : kernelGlobals) {
+        mark(name);
+    }
+}
+
 void Runtime::sweepSymbols(const std::function<bool(Oop)>& isLive) {
     std::erase_if(symbols, [&](const auto& item) { return !isLive(item.second); });
 }

@@ -339,6 +339,7 @@ void Engine::State::forgetProcess(ServerSession& session, Oop process) {
 // --- collection ----------------------------------------------------------------------------------------------------
 
 void Engine::State::addRoots(const std::function<void(Oop)>& mark) {
+    runtime.addRoots(mark);
     for (const auto& [id, session] : sessions) {
         session->interpreter.addRoots(mark);
         if (session->running) {
