@@ -204,11 +204,12 @@ TEST(HostDateTimeFormat, FromTheEnvironmentWhenItEndsInSeconds) {
     };
     constexpr char usual[] = "%m/%d/%y %H:%M:%S";
     const std::string longest = std::string(98, 'x') + "%S";
+    const std::string tooLong = "x" + longest;
     for (const Case& c : std::array<Case, 5>{{{"%d/%m/%Y %H:%M:%S", "%d/%m/%Y %H:%M:%S"},
                                               {"%H:%M", usual},
                                               {"", usual},
                                               {longest.c_str(), longest.c_str()},
-                                              {(new std::string("x" + longest))->c_str(), usual}}}) {
+                                              {tooLong.c_str(), usual}}}) {
         const ChildResult child = runInChild([&] {
             setenv("KS_CFTIME", c.value, 1);
             EXPECT_STREQ(HostDateTimeFormat(), c.format);
