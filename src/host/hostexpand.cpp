@@ -178,8 +178,9 @@ HostFnameStrType autoMountPrefix;
 pthread_once_t autoMountPrefixOnce = PTHREAD_ONCE_INIT;
 
 void readAutoMountPrefix() {
+    constexpr char usualPrefix[] = "/tmp_mnt";
     if (!HostGetEnv("KS_AutoMountPrefix", autoMountPrefix, sizeof autoMountPrefix - 1))
-        strcpy(autoMountPrefix, "/tmp_mnt");
+        memcpy(autoMountPrefix, usualPrefix, sizeof usualPrefix);
 }
 
 // errno stays as it was, whatever the look-ups met.

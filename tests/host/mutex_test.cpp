@@ -51,24 +51,6 @@ TEST(HostMutex, FailureTexts) {
 }
 #endif
 
-TEST(HostMutex, ExcludesTwoThreads) {
-    HostMutexSType mutex;
-    HostMutexInit(&mutex);
-    long count = 0;
-    const auto add = [&] {
-        for (int i = 0; i < 50000; ++i) {
-            HostMutexAcquire(&mutex);
-            ++count;
-            HostMutexRelease(&mutex);
-        }
-    };
-    std::thread other(add);
-    add();
-    other.join();
-    EXPECT_EQ(count, 100000);
-    HostMutexDestroy(&mutex);
-}
-
 // Fork handlers: the order of calls, and that each happens once however often a slot is registered.
 std::string calls;
 
