@@ -50,7 +50,7 @@ class Store {
 public:
     static constexpr uint32_t maxElements = 4u << 20;
     static constexpr uint32_t maxBytes = 16u << 20;
-    static constexpr size_t memoryLimit = 512u << 20;
+    static constexpr size_t memoryLimit = 256u << 20;
     static constexpr uint32_t firstFreeIndex = 2048; // identifiers below 4 * this are given out by createAt only
 
     void openSession(SessionId session);
