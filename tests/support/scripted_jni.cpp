@@ -435,7 +435,7 @@ struct Functions {
     static jobject make(const char* function, jsize size, Object* (*create)(jsize)) {
         jni().enter(function);
         if (size < 0)
-            jni().complaints.push_back(std::string(function) + " of a negative size");
+            jni().pending = "NegativeArraySizeException";
         return size < 0 || jni().refuse(function) ? nullptr : jni().reference(create(size), LOCAL);
     }
     static jbyteArray JNICALL NewByteArray(JNIEnv*, jsize size) {
