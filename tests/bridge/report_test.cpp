@@ -142,10 +142,10 @@ TEST_F(Describe, ServerObjects) {
          "indexedSize=1 isCollection=0 namedSize=1 objType=0 oop=300 valueLongs=[ 301 2147483649 ] valueType=6"},
         {"an unordered collection, larger than is preloaded",
          [=] {
-             oops(KCI_IMPL_NSC, 501, 2, {301, 302, 303, 304, 305});
+             oops(KCI_IMPL_NSC, 501, 2, {301, 304, 305, 308, 309});
          },
          501, " KciErr",
-         "indexedSize=3 isCollection=1 namedSize=2 objType=2 oop=300 valueLongs=[ 301 302 303 304 ] valueType=6"},
+         "indexedSize=3 isCollection=1 namedSize=2 objType=2 oop=300 valueLongs=[ 301 304 305 308 ] valueType=6"},
         {"date-time",
          [=] {
              oops(KCI_IMPL_POINTER, 1857, 4, {2024 << 2 | 3, 300, OopType(-7) << 2 | 3, 10});

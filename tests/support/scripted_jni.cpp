@@ -296,7 +296,9 @@ struct Functions {
             jni().complaints.push_back(what + ": wrong object or field");
             return nullptr;
         }
-        return &holder->fields[found->name];
+        static Object::Value unset;
+        const bool reads = std::strcmp(access, "Get") == 0;
+        return reads && !holder->wrote(found->name) ? &(unset = {}) : &holder->fields[found->name];
     }
 
     template <typename Number, char Kind>
@@ -352,7 +354,10 @@ struct Functions {
         if (isCopy)
             *isCopy = JNI_TRUE;
         const auto* first = static_cast<const char*>(data);
-        return jni().loans.emplace_back(Jni::Loan{object, kind, {first, first + size}}).data.data();
+        Jni::Loan& loan = jni().loans.emplace_back(Jni::Loan{object, kind, {}});
+        loan.data.reserve(size + 1); // an empty loan has an address, too
+        loan.data.assign(first, first + size);
+        return loan.data.data();
     }
     static Jni::Loan takeBack(const char* function, jobject owner, const void* data) {
         auto& loans = jni().loans;
