@@ -321,7 +321,7 @@ TEST_F(Bridge, ValuesForTheServer) {
                             .native = native,
                             .status = -2,
                             .client = SESSION,
-                            .trace = begin + debug("    Allocation Error return"),
+                            .trace = begin + allocationError(),
                             .script = [&, kind, isNull] {
                                 sent = isNull ? value(kind) : text(kind, u"abc");
                                 jni().fail(kind == 7 ? "GetStringUTFChars" : "GetStringChars");
