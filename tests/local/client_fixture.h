@@ -32,6 +32,8 @@ protected:
         kci.KciDirtyObjsInit();
     }
 
+    void TearDown() override { kci.KciShutdown(); }
+
     // Polls a call to its end; error tells afterwards how it ended (number 0: well).
     OopType finish() {
         void* result = nullptr;

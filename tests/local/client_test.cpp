@@ -36,11 +36,11 @@ struct LoginCase {
 
 TEST_F(LocalClient, LoginIsChecked) {
     const LoginCase cases[] = {
-        {nullptr, "guest", "guest", true},      {nullptr, "guest", "", false},
-        {nullptr, "guest", "guest;", false},    {nullptr, "", "", false},
-        {nullptr, nullptr, nullptr, false},     {"ann:a:b;bob:", "ann", "a:b", true},
-        {"ann:a:b;bob:", "bob", "", true},      {"ann:a:b;bob:", "guest", "guest", false},
-        {"ann:a:b;bob:", "ann:a", "b", false},  {"", "guest", "guest", true},
+        {nullptr, "guest", "guest", true},     {nullptr, "guest", "", false},
+        {nullptr, "guest", "guest;", false},   {nullptr, "", "", false},
+        {nullptr, nullptr, nullptr, false},    {"ann:a:b;bob:", "ann", "a:b", true},
+        {"ann:a:b;bob:", "bob", "", true},     {"ann:a:b;bob:", "guest", "guest", false},
+        {"ann:a:b;bob:", "ann:a", "b", false}, {"", "guest", "guest", true},
     };
     for (const LoginCase& c : cases) {
         c.users != nullptr ? setenv("KCILOCAL_USERS", c.users, 1) : unsetenv("KCILOCAL_USERS");
@@ -311,8 +311,7 @@ TEST_F(LocalClient, ValuesGoBothWays) {
     OopType date = kci.KciNewDateTime(KCI_CLASS_DATE_TIME, &day);
     OopType parts[3] = {};
     EXPECT_EQ(kci.KciFetchNamedOops(date, 1, parts, 3), 3);
-    EXPECT_EQ(std::vector<OopType>(parts, parts + 3),
-              (std::vector{small(2024), small(366), small(86399999)}));
+    EXPECT_EQ(std::vector<OopType>(parts, parts + 3), (std::vector{small(2024), small(366), small(86399999)}));
     day.year = 2023;
     EXPECT_EQ(kci.KciNewDateTime(KCI_CLASS_DATE_TIME, &day), KCI_OOP_ILLEGAL);
     EXPECT_TRUE(kci.KciErr(&error) && error.number == 2161);

@@ -44,7 +44,8 @@ TEST_F(Language, Syntax) {
         {"{}", "Array()"},
         {"a := b := 4. a + b", "8"},
         {"[:x || y | y := x. y] value: 2", "2"},
-        {"9223372036854775808", "error 2005: syntax error at position 1 (line 1, column 1): not a number, or one beyond 64 bits"},
+        {"9223372036854775808",
+         "error 2005: syntax error at position 1 (line 1, column 1): not a number, or one beyond 64 bits"},
         {"3\n + )", "error 2005: syntax error at position 6 (line 2, column 4): an expression should stand here"},
         {"#(1", "error 2005: syntax error at position 4 (line 1, column 4): a literal should stand here"},
         {"\"x", "error 2005: syntax error at position 1 (line 1, column 1): the comment has no end"},
@@ -52,7 +53,8 @@ TEST_F(Language, Syntax) {
         {"self := 3", "error 2005: syntax error at position 6 (line 1, column 6): self cannot be assigned to"},
         {"3 ] 4", "error 2005: syntax error at position 3 (line 1, column 3): this belongs to no expression"},
         {"3 4", "error 2005: syntax error at position 3 (line 1, column 3): expected a period or the end"},
-        {"#'\xE6\x97\xA5'", "error 2005: syntax error at position 1 (line 1, column 1): a symbol holds single-byte characters only"},
+        {"#'\xE6\x97\xA5'",
+         "error 2005: syntax error at position 1 (line 1, column 1): a symbol holds single-byte characters only"},
     });
     for (const char* part : {"(", "[", "{", "#(", "- ", "a := ", "3 + (", "x foo: ["}) {
         EXPECT_TRUE(print(repeat(part, 100000)).starts_with("error 2005")) << part;
@@ -67,9 +69,11 @@ TEST_F(Language, BlocksAndScopes) {
         {"| all | all := (1 to: 3) collect: [:i | [i]]. all collect: [:b | b value]", "Array(1 2 3)"},
         {"| n add | n := 0. add := [:k | n := n + k]. add value: 3. add value: 4. n", "7"},
         {"| all | all := List new. 1 to: 2 do: [:i | | t | t := i. all add: [t := t + 10]]. "
-         "all first value. all first value. {all first value. all last value}", "Array(31 12)"},
+         "all first value. all first value. {all first value. all last value}",
+         "Array(31 12)"},
         {"| i all | all := List new. i := 0. [i < 2] whileTrue: [| t | t := i. all add: [t]. i := i + 1]. "
-         "all collect: [:b | b value]", "Array(0 1)"},
+         "all collect: [:b | b value]",
+         "Array(0 1)"},
         {"kept := [:x | ^x]. 1", "1"},
         {"kept value: 5", "error 2094: a block cannot return from a method that has ended"},
         {"[:f | f value: f] value: [:f | 3]", "3"},
@@ -90,7 +94,8 @@ TEST_F(Language, Classes) {
         {"Object subclass: #Base variables: #(#a). Base method: 'a ^a'. Base method: 'a: x a := x'. "
          "Base method: 'name ^''base'''. Base subclass: #Derived variables: #(#b). "
          "Derived method: 'name ^''derived '' , super name'. Derived method: 'b: x b := x. a := x + 1'. "
-         "(Derived new b: 4) a", "5"},
+         "(Derived new b: 4) a",
+         "5"},
         {"Derived new name", "'derived base'"},
         {"Base classMethod: 'make ^self new a: 1'. Derived make class", "Derived"},
         {"Derived classMethod: 'make ^super make a: 2; yourself'. Derived make a", "2"},
@@ -103,9 +108,11 @@ TEST_F(Language, Classes) {
         {"s", "Stack(1)"},
         {"Dictionary subclass: #Map variables: #(#note). (Map new at: 1 put: 2; yourself) copy", "Map(1->2)"},
         {"Object subclass: #List variables: #()", "error 2094: #List is the name of a kernel object"},
-        {"String subclass: #Note variables: #(#x)", "error 2094: a byte object has no variables, others have at most 1000"},
+        {"String subclass: #Note variables: #(#x)",
+         "error 2094: a byte object has no variables, others have at most 1000"},
         {"Block subclass: #B variables: #()", "error 2094: class Block cannot have such a subclass"},
-        {"Object method: '3 foo'", "error 2005: syntax error at position 1 (line 1, column 1): expected a method's name"},
+        {"Object method: '3 foo'",
+         "error 2005: syntax error at position 1 (line 1, column 1): expected a method's name"},
         {"Object subclass: #C variables: #('1x')", "error 2094: '1x' is not a name"},
         {"(String subclass: #Label variables: #()) new isString", "true"},
     });
@@ -145,7 +152,8 @@ TEST_F(Language, TextsAndCollections) {
         {"| f | f := ['lit']. f value add: 'eral'. f value", "'lit'"},
         {"| s | s := Set new. 1 to: 1000 do: [:i | s add: i; add: i printString; add: i asFloat]. s size", "2000"},
         {"| d | d := Dictionary new. 1 to: 1000 do: [:i | d at: i printString put: i]. "
-         "(1 to: 1000) allSatisfy: [:i | (d at: i printString) = i]", "true"},
+         "(1 to: 1000) allSatisfy: [:i | (d at: i printString) = i]",
+         "true"},
         {"(Bag new add: 1; add: 1; add: 2; yourself) occurrencesOf: 1", "2"},
         {"Set new remove: 3", "error 2015: 3 is not in a Set"},
         {"List new removeFirst", "error 2004: the index 1 is outside a List"},
@@ -157,14 +165,16 @@ TEST_F(Language, TextsAndCollections) {
         {"a := Array new: 1. a at: 1 put: a. a", "Array(Array(Array(Array(Array(Array(...))))))"},
         {"(DateTime year: 2024 month: 2 day: 29) asString", "error 2010: a DateTime does not understand #asString"},
         {"(DateTime year: 2023 month: 2 day: 29)", "error 2161: there is no such day"},
-        {"(DateTime year: 9999 month: 12 day: 31) addDays: 1", "error 2161: year 10000, day 1, milliseconds 0 is not a date-time"},
+        {"(DateTime year: 9999 month: 12 day: 31) addDays: 1",
+         "error 2161: year 10000, day 1, milliseconds 0 is not a date-time"},
         {"(DateTime year: 2000 month: 1 day: 1) = (DateTime year: 2000 dayOfYear: 1 milliseconds: 0)", "true"},
     });
 }
 
 TEST_F(Language, LimitsEndInErrors) {
     check({
-        {"| s | s := 'x'. [true] whileTrue: [s := s , s]", "error 2208: an object, or the local store, would become too large"},
+        {"| s | s := 'x'. [true] whileTrue: [s := s , s]",
+         "error 2208: an object, or the local store, would become too large"},
         {"| l | l := List new. [true] whileTrue: [l add: (Array new: 1000000)]",
          "error 2208: an object, or the local store, would become too large"},
         {"Array new: 100000000", "error 2094: 100000000 is not in the range 0 to 4194304"},
@@ -179,9 +189,11 @@ TEST_F(Language, CodeOutlivesCollections) {
              "c := Counter new. b := [:x | [:y | x + y]]. add := b value: 10");
     check({
         {"| sum | sum := 0. 1 to: 50000 do: [:i | sum := sum + (add value: c next). "
-         "i \\\\ 1000 = 0 ifTrue: [System collectGarbage]]. sum", "1250525000"},
+         "i \\\\ 1000 = 0 ifTrue: [System collectGarbage]]. sum",
+         "1250525000"},
         {"1 to: 300 do: [:i | Object subclass: #Temp variables: #(). Temp method: 'm ^' , i printString. "
-         "Temp new m = i ifFalse: [^i]. i \\\\ 20 = 0 ifTrue: [System collectGarbage]]. 'same'", "'same'"},
+         "Temp new m = i ifFalse: [^i]. i \\\\ 20 = 0 ifTrue: [System collectGarbage]]. 'same'",
+         "'same'"},
         {"| n | n := 1. System commit. [n := n + 1] value. System abort. n", "2"},
     });
 }
