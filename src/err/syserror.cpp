@@ -16,7 +16,7 @@ constexpr size_t maxLength = SYSERROR_MAX_ERROR - 1;
 // Appends what fits to a text of the given length; returns the new length.
 size_t append(char* text, size_t length, std::string_view addition) {
     const size_t fitting = std::min(addition.size(), maxLength - length);
-    memcpy(text + length, addition.data(), fitting);
+    std::copy_n(addition.data(), fitting, text + length);
     text[length + fitting] = '\0';
     return length + fitting;
 }

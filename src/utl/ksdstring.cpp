@@ -1,5 +1,6 @@
 #include "ksdstring.h"
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstddef>
@@ -49,7 +50,7 @@ char* copyToLarger(const KsDString& ds, unsigned long space) {
     const auto size = static_cast<unsigned>(space < UINT_MAX ? space : UINT_MAX);
     char* larger = static_cast<char*>(UtlMalloc(size, "ksdstring"));
     if (larger)
-        memcpy(larger, ds.string, ds.length);
+        std::copy_n(ds.string, ds.length, larger);
     return larger;
 }
 
@@ -73,7 +74,7 @@ void replaceSpace(KsDString& ds, char* larger, unsigned long space) {
         if (!larger)
             return nullptr;
         // The addition may be a part of the old text, so it is copied before the old space goes.
-        memcpy(larger + ds.length, string, added);
+        std::copy_n(string, added, larger + ds.length);
         replaceSpace(ds, larger, space);
     }
     ds.length = static_cast<long>(newLength);
