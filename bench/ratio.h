@@ -1,0 +1,82 @@
+// Benchmarks in pairs: "row/ours" beside "row/<peer>", printed as ratios.
+//
+//   BENCHMARK(ours)->Name("strings/ours");
+//   BENCHMARK(standard)->Name("strings/std::string");
+//   RATIO_MAIN({"strings", "std::string", 1.0})
+//
+// Repetitions of all benchmarks are interleaved at random and the quickest of each is compared, so that a noisy machine
+// disturbs both sides alike. Google Benchmark's own flags work as usual.
+#ifndef TMQKCI_BENCH_RATIO_H
+#define TMQKCI_BENCH_RATIO_H
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+struct RatioRow {
+    std::string row;
+    std::string peer;
+    double limit; // ours / peer that is aimed at
+};
+
+class RatioReporter : public benchmark::ConsoleReporter {
+public:
+    explicit RatioReporter(std::vector<RatioRow> pairs) : rows(std::move(pairs)) {}
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
+                const double time = run.GetAdjustedCPUTime();
+                auto [place, isNew] = quickest.try_emplace(run.run_name.function_name, time);
+                place->second = isNew ? time : std::min(place->second, time);
+            } else if (run.error_occurred) {
+                std::printf("%s: %s\n", run.run_name.function_name.c_str(), run.error_message.c_str());
+            }
+        }
+    }
+
+    void Finalize() override {
+        std::printf("\n%-44s %-24s %12s %12s %7s %7s\n", "row", "beside", "ours ns", "peer ns", "ratio", "limit");
+        for (const RatioRow& row : rows) {
+            const auto ours = quickest.find(row.row + "/ours");
+            const auto peer = quickest.find(row.row + "/" + row.peer);
+            if (ours == quickest.end() || peer == quickest.end()) {
+                continue;
+            }
+            const double ratio = ours->second / peer->second;
+            std::printf("%-44s %-24s %12.1f %12.1f %7.3f %7.2f%s\n", row.row.c_str(), row.peer.c_str(), ours->second,
+                        peer->second, ratio, row.limit, ratio <= row.limit ? "" : "  above");
+        }
+    }
+
+private:
+    const std::vector<RatioRow> rows;
+    std::map<std::string, double> quickest;
+};
+
+inline int runRatios(int argc, char** argv, std::vector<RatioRow> rows) {
+    std::vector<char*> args(argv, argv + argc);
+    std::string defaults[] = {"--benchmark_repetitions=9", "--benchmark_enable_random_interleaving=true",
+                              "--benchmark_min_time=0.05"};
+    // Behind the program's name, so that flags of the caller's come later and win.
+    for (std::string& flag : defaults) {
+        args.insert(args.begin() + 1, flag.data());
+    }
+    int count = static_cast<int>(args.size());
+    benchmark::Initialize(&count, args.data());
+    if (benchmark::ReportUnrecognizedArguments(count, args.data())) {
+        return 1;
+    }
+    RatioReporter reporter(std::move(rows));
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    return 0;
+}
+
+#define RATIO_MAIN(...)                                                                                                \
+    int main(int argc, char** argv) { return runRatios(argc, argv, {__VA_ARGS__}); }
+
+#endif

@@ -1,0 +1,73 @@
+// The bridge's chief header: the process-wide state that all native methods share, and the helpers between them.
+//
+// The state is unguarded. Java enters the native methods from one thread at a time; nothing here is signal-safe.
+#ifndef TMQKCI_BRIDGE_TMQKCIINTERFACE_H
+#define TMQKCI_BRIDGE_TMQKCIINTERFACE_H
+
+#include "kcirtl.h"
+
+#include <jni.h>
+
+#define TMQKCI_NATIVE(name) extern "C" TMQKCI_API jint JNICALL Java_com_kestrune_tmqkci_TmqKciInterface__1##name
+
+// 1 once _initialize has completed; never reset.
+extern int TmqKciInitialized;
+// The Java environment of the native call in progress.
+extern JNIEnv* ENV;
+
+// Transfer buffers and their capacities. byteBuf and jlongBuf also hold what is preloaded of one object, even where
+// that is more than the capacity.
+extern jint BufSizeBytes;
+extern jint BufSizeOops;
+extern ByteType* byteBuf;
+extern OopType* oopBuf;
+extern jlong* jlongBuf;
+// Scratch pointers into oopBuf (or byteBuf, read as identifiers) and jlongBuf.
+extern OopType* oopPtr;
+extern jlong* jlongPtr;
+
+// How much of an object's body comes along with its description.
+extern int PreloadSizeBytes;
+extern int PreloadSizeOops;
+
+// The one record through which every error passes.
+extern KciErrSType KciError;
+
+// A global reference.
+extern jclass jTmqKciCacheStatsClass;
+
+// Errors. The Java error report may be null; nothing is written then.
+
+// Copies KciError into the Java error report. 0, or -2 when the Java environment cannot allocate.
+jint setupError(jobject jErrRpt);
+// Reports an error of the bridge's own; a message longer than the record's field is cut. As setupError.
+jint genericError(jobject errRpt, const char* message);
+// Reports the client library's pending error. 1 when there was one, else 0; 0 too while no library is loaded.
+jint kciError(jobject errRpt);
+
+// Objects.
+
+// Describes a server object into a report: its identifier only, or with fullSetup all of it. 0, -1 or -2.
+jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, jobject jErrReport, BoolType fullSetup);
+// Finds or makes the server object that a report stands for. 0, -1 or -2; on a failure the exit is already traced and
+// the strings are released. A value of a kind that cannot be sent leaves *oop as it was and answers 0.
+jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport);
+
+// Strings, borrowed from the Java environment until ReleaseStrings at the end of the native call.
+
+// Modified UTF-8 with a terminator. NULL when jstr is null, the table is full or Java cannot lend it.
+const char* GetString(jstring jstr);
+// UTF-16 units in the machine's byte order, without a terminator. NULL as for GetString.
+const ByteType* GetDbString(jstring jstr);
+void ReleaseStrings();
+
+// An identifier as the client's signed long, the way traces show it.
+inline long shown(OopType oop) {
+    return static_cast<KciLong>(oop);
+}
+// A Java reference as traces show it.
+inline long long referenceValue(jobject reference) {
+    return static_cast<long long>(reinterpret_cast<intptr_t>(reference));
+}
+
+#endif

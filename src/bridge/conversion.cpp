@@ -1,0 +1,128 @@
+// From a report to a server object.
+
+#include "codes.h"
+#include "fields.h"
+#include "nativecall.h"
+
+namespace {
+
+// One conversion: what it makes is written where the caller wants it and into the report, then checked.
+class Conversion {
+public:
+    Conversion(KciSessionIdType session, jobject object, OopType* destination, jobject errorReport)
+        : sessionId(session), report(object), oop(destination), jErrReport(errorReport) {}
+
+    void write(OopType value) const {
+        *oop = value;
+        ENV->SetLongField(report, oopFid, value);
+    }
+
+    [[nodiscard]] jint checked() const {
+        if (!kciError(jErrReport)) [[likely]] {
+            return 0;
+        }
+        TRACE_DEBUG("    Session: %d\n", sessionId);
+        return leave(-1);
+    }
+
+    [[nodiscard]] jint writeChecked(OopType value) const {
+        write(value);
+        return checked();
+    }
+
+    [[nodiscard]] jint stringOf(OopType cls, const void* bytes, ArraySizeType length) const {
+        if (bytes == nullptr) {
+            TRACE_DEBUG("    Allocation Error return\n");
+            return leave(-2);
+        }
+        const jint status = writeChecked(rtlPrivKciRtlFuncs->KciNewOop(cls));
+        if (status != 0) {
+            return status;
+        }
+        rtlPrivKciRtlFuncs->KciStoreBytesInstanceOf(KCI_OOP_NIL, *oop, 1, static_cast<const ByteType*>(bytes), length);
+        return checked();
+    }
+
+    [[nodiscard]] jint refused(const char* message) const {
+        genericError(jErrReport, message);
+        TRACE_DEBUG("    Generic Error return: %s\n", message);
+        return leave(-1);
+    }
+
+private:
+    // Callers pass the status on as it is, so the exit is traced here.
+    static jint leave(jint status) {
+        TRACE_DEBUG("    Returning: %d\n", status);
+        ReleaseStrings();
+        return status;
+    }
+
+    const KciSessionIdType sessionId;
+    const jobject report;
+    OopType* const oop;
+    const jobject jErrReport;
+};
+
+jint convertString(const Conversion& conversion, jobject report) {
+    const auto text = static_cast<jstring>(ENV->GetObjectField(report, stringFid));
+    const jsize length = text != nullptr ? ENV->GetStringUTFLength(text) : 0;
+    return conversion.stringOf(KCI_CLASS_STRING, GetString(text), static_cast<ArraySizeType>(length));
+}
+
+jint convertDbString(const Conversion& conversion, jobject report) {
+    const auto text = static_cast<jstring>(ENV->GetObjectField(report, stringFid));
+    const jsize length = text != nullptr ? ENV->GetStringLength(text) : 0;
+    return conversion.stringOf(KCI_CLASS_DB_STRING, GetDbString(text), static_cast<ArraySizeType>(length) * 2);
+}
+
+jint convertDateTime(const Conversion& conversion, jobject report) {
+    const jlong milliseconds = ENV->GetLongField(report, longFid);
+    const jint year = ENV->GetIntField(report, int1Fid);
+    const jint day = ENV->GetIntField(report, int2Fid);
+    TRACE_DEBUG("    CALENDAR: yr %d day %d ms %lld\n", year, day, static_cast<long long>(milliseconds));
+    const KciDateTimeSType record = {year, day, static_cast<KciLong>(milliseconds), KCI_OOP_NIL};
+    return conversion.writeChecked(rtlPrivKciRtlFuncs->KciNewDateTime(KCI_CLASS_DATE_TIME, &record));
+}
+
+jint convertValue(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport) {
+    const Conversion conversion(sessionId, jobj, oop, jErrReport);
+    switch (ENV->GetByteField(jobj, valueTypeFid)) {
+    case valueNone:
+        return 0;
+    case valueNil:
+        conversion.write(KCI_OOP_NIL);
+        return 0;
+    case valueBoolean:
+        return conversion.writeChecked(ENV->GetLongField(jobj, longFid) != 0 ? KCI_OOP_TRUE : KCI_OOP_FALSE);
+    case valueCharacter:
+        return conversion.writeChecked(characterOop(ENV->GetLongField(jobj, longFid)));
+    case valueInteger:
+        return conversion.writeChecked(
+            rtlPrivKciRtlFuncs->KciLongToOop(static_cast<KciLong>(ENV->GetLongField(jobj, longFid))));
+    case valueFloat:
+        return conversion.writeChecked(rtlPrivKciRtlFuncs->KciFltToOop(ENV->GetDoubleField(jobj, doubleFid)));
+    case valueString:
+        return convertString(conversion, jobj);
+    case valueDbString:
+        return convertDbString(conversion, jobj);
+    case valueDateTime:
+        return convertDateTime(conversion, jobj);
+    default:
+        // Kept: a soft failure; the caller goes on with the identifier that it had.
+        TRACE_DEBUG("    getOop(): Logic error in case statement\n");
+        return 0;
+    }
+}
+
+} // namespace
+
+jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport) {
+    if (jobj == nullptr) [[unlikely]] {
+        return Conversion(sessionId, jobj, oop, jErrReport).refused("getOop(): NULL object");
+    }
+    if (ENV->GetByteField(jobj, objTypeFid) != objTypeJavaValue) [[likely]] {
+        *oop = static_cast<OopType>(ENV->GetLongField(jobj, oopFid));
+        return 0;
+    }
+    return convertValue(sessionId, jobj, oop, jErrReport);
+}

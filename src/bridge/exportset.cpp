@@ -1,0 +1,111 @@
+// Giving objects up, and learning which ones changed.
+
+#include "nativecall.h"
+
+#include <algorithm>
+
+namespace {
+
+// NULL, or why a request over an array is refused.
+const char* arrayProblem(jint count, jarray array, const char* aboveLimit, const char* negative, const char* tooShort) {
+    if (count > BufSizeOops) [[unlikely]] {
+        return aboveLimit;
+    }
+    if (count < 0) [[unlikely]] {
+        return negative;
+    }
+    if (array == nullptr || ENV->GetArrayLength(array) < count) [[unlikely]] {
+        return tooShort;
+    }
+    return nullptr;
+}
+
+void traceOops(const OopType* oops, ArraySizeType count) {
+    for (ArraySizeType i = 0; i < count; ++i) {
+        TRACE_DEBUG("     %ld\n", shown(oops[i]));
+    }
+}
+
+} // namespace
+
+TMQKCI_NATIVE(removeFromExportSet)
+(JNIEnv* env, jclass, jint sessionId, jobjectArray jobjs, jint numObjs, jthrowable jErrReport) {
+    TRACE_DEBUG("RemoveFromExportSet: %d\n", sessionId);
+    return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
+        if (const char* reason = arrayProblem(numObjs, jobjs, "removeFromExportSet(): buffer size exceeded",
+                                              "removeFromExportSet(): numObjs < 0",
+                                              "removeFromExportSet(): jobjs is NULL or shorter than numObjs")) {
+            return call.refused(reason);
+        }
+        for (jint i = 0; i < numObjs; ++i) {
+            jobject jarg = ENV->GetObjectArrayElement(jobjs, i);
+            TRACE_DEBUG("     jobj[%d] = %lld\n", i, referenceValue(jarg));
+            oopBuf[i] = KCI_OOP_NONE;
+            if (const jint status = getOop(sessionId, jarg, &oopBuf[i], jErrReport)) {
+                return call.passedOn(status);
+            }
+            ENV->DeleteLocalRef(jarg);
+            TRACE_DEBUG("     oop[%d] = %ld\n", i, shown(oopBuf[i]));
+        }
+        rtlPrivKciRtlFuncs->KciReleaseOops(oopBuf, static_cast<ArraySizeType>(numObjs));
+        if (call.clientError()) {
+            return call.failed();
+        }
+        TRACE_DEBUG("removeFromExportSet completed.\n");
+        return call.done(0);
+    });
+}
+
+TMQKCI_NATIVE(releaseOops)(JNIEnv* env, jclass, jint sessionId, jlongArray joops, jint numOops, jthrowable jErrReport) {
+    TRACE_DEBUG("ReleaseOops: %d\n", sessionId);
+    return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
+        if (const char* reason =
+                arrayProblem(numOops, joops, "releaseOops(): buffer size exceeded", "releaseOops(): numOops < 0",
+                             "releaseOops(): joops is NULL or shorter than numOops")) {
+            return call.refused(reason);
+        }
+        ENV->GetLongArrayRegion(joops, 0, numOops, jlongBuf);
+        oopPtr = oopBuf;
+        for (jint i = 0; i < numOops; ++i) {
+            oopPtr[i] = static_cast<OopType>(jlongBuf[i]);
+        }
+        const auto count = static_cast<ArraySizeType>(numOops);
+        if (Debug) [[unlikely]] {
+            TRACE_DEBUG("     Releasing %d oops:\n", numOops);
+            traceOops(oopPtr, count);
+        }
+        rtlPrivKciRtlFuncs->KciReleaseOops(oopPtr, count);
+        if (call.clientError()) {
+            return call.failed();
+        }
+        TRACE_DEBUG("ReleaseOops completed.\n");
+        return call.done(0);
+    });
+}
+
+TMQKCI_NATIVE(changedOops)(JNIEnv* env, jclass, jint sessionId, jlongArray joops, jint numOops, jthrowable jErrReport) {
+    TRACE_DEBUG("ChangedOops: %d\n", sessionId);
+    return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
+        if (const char* reason =
+                arrayProblem(numOops, joops, "changedOops(): buffer size exceeded", "changedOops(): numOops < 0",
+                             "changedOops(): joops is NULL or shorter than numOops")) {
+            return call.refused(reason);
+        }
+        auto cnt = static_cast<ArraySizeType>(numOops);
+        rtlPrivKciRtlFuncs->KciDirtySaveObjs(oopBuf, &cnt);
+        if (call.clientError()) {
+            return call.failed();
+        }
+        // A client that claims more than it was offered is not believed.
+        cnt = std::min(cnt, static_cast<ArraySizeType>(numOops));
+        if (Debug) [[unlikely]] {
+            TRACE_DEBUG("     Returning %d changed oops:\n", static_cast<jint>(cnt));
+            traceOops(oopBuf, cnt);
+        }
+        jlongPtr = jlongBuf;
+        std::copy_n(oopBuf, cnt, jlongPtr);
+        ENV->SetLongArrayRegion(joops, 0, static_cast<jsize>(cnt), jlongPtr);
+        TRACE_DEBUG("ChangedOops completed.\n");
+        return call.done(static_cast<jint>(cnt));
+    });
+}

@@ -1,0 +1,28 @@
+// The Java fields that the bridge reads and writes, resolved once.
+#ifndef TMQKCI_BRIDGE_FIELDS_H
+#define TMQKCI_BRIDGE_FIELDS_H
+
+#include <jni.h>
+
+#include <span>
+
+// TmqKciReport
+extern jfieldID oopFid, classOopFid, classHistoryOopFid, objTypeFid, namedSizeFid, indexedSizeFid, isCollectionFid,
+    isStringFid, isDBStringFid, valueTypeFid, int1Fid, int2Fid, longFid, doubleFid, bytesFid, longsFid, stringFid;
+// TmqKciException
+extern jfieldID numberFid, messageFid, categoryFid, contextFid, fatalFid, argCountFid, argsFid;
+// TmqKciCacheStats
+extern jfieldID typeFid, nameFid, pidFid, sidFid, stats32Fid, stats64Fid;
+
+struct JavaField {
+    jfieldID* fid;
+    const char* name;
+    const char* signature;
+};
+
+// In the order in which _initialize resolves them.
+extern const std::span<const JavaField> reportFields;
+extern const std::span<const JavaField> exceptionFields;
+extern const std::span<const JavaField> cacheStatsFields;
+
+#endif

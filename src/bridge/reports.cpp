@@ -1,0 +1,185 @@
+#include "codes.h"
+#include "fields.h"
+#include "nativecall.h"
+
+#include <algorithm>
+
+OopType* oopPtr;
+jlong* jlongPtr;
+
+namespace {
+
+constexpr KciLong classHistoryIndex = 12;
+
+// Where the failures of setupReport are traced; the native method around it traces its result.
+jint clientFailure(KciSessionIdType sessionId) {
+    TRACE_DEBUG("    Session: %d\n", sessionId);
+    ReleaseStrings();
+    return -1;
+}
+
+jint logicFailure(jobject jErrReport, const char* message) {
+    genericError(jErrReport, message);
+    TRACE_DEBUG("    Generic Error return: %s\n", message);
+    ReleaseStrings();
+    return -1;
+}
+
+jint notAllocated() {
+    TRACE_DEBUG("    Allocation Error return\n");
+    ReleaseStrings();
+    return -2;
+}
+
+void setValueLong(jobject result, ValueCode code, jlong value) {
+    ENV->SetByteField(result, valueTypeFid, code);
+    ENV->SetLongField(result, longFid, value);
+}
+
+// A special object carries its value in its identifier and is never saved nor fetched.
+jint reportSpecial(KciSessionIdType sessionId, OopType oop, jobject result, jobject jErrReport) {
+    ENV->SetByteField(result, objTypeFid, KCI_IMPL_SPECIAL);
+    if (oop == KCI_OOP_NIL) {
+        ENV->SetByteField(result, valueTypeFid, valueNil);
+    } else if (isBoolean(oop)) {
+        setValueLong(result, valueBoolean, rtlPrivKciRtlFuncs->KciOopToBool(oop) != FALSE ? 1 : 0);
+    } else if (isCharacter(oop)) {
+        // Kept: codes above 127 come out negative.
+        setValueLong(result, valueCharacter, static_cast<signed char>(rtlPrivKciRtlFuncs->KciOopToChr(oop)));
+    } else if (isSmallInteger(oop)) {
+        if (kciError(jErrReport)) {
+            return clientFailure(sessionId);
+        }
+        setValueLong(result, valueInteger, smallIntegerValue(oop));
+    } else {
+        return logicFailure(jErrReport, "Logic error:  Bad object type");
+    }
+    return 0;
+}
+
+jint reportBytes(OopType oop, const KciObjInfoSType& info, jobject result, ValueCode& code) {
+    const jint count = std::min(info.objSize - info.namedSize, PreloadSizeBytes);
+    jbyteArray bytes = ENV->NewByteArray(count);
+    if (bytes == nullptr) {
+        return notAllocated();
+    }
+    ENV->SetByteArrayRegion(bytes, 0, count, reinterpret_cast<const jbyte*>(byteBuf));
+    ENV->SetObjectField(result, bytesFid, bytes);
+
+    code = valueBytes;
+    if (info.objClass == KCI_CLASS_FLOAT) {
+        code = valueFloat;
+        ENV->SetDoubleField(result, doubleFid, rtlPrivKciRtlFuncs->KciOopToFlt(oop));
+    } else if (rtlPrivKciRtlFuncs->KciIsKindOf(oop, KCI_CLASS_STRING_KIND)) {
+        code = valueString;
+        ENV->SetBooleanField(result, isStringFid, JNI_TRUE);
+        if (rtlPrivKciRtlFuncs->KciIsKindOf(oop, KCI_CLASS_DB_STRING)) {
+            code = valueDbString;
+            ENV->SetBooleanField(result, isDBStringFid, JNI_TRUE);
+        }
+    }
+    return 0;
+}
+
+KciLong integerPart(OopType oop) {
+    return isSmallInteger(oop) ? smallIntegerValue(oop) : rtlPrivKciRtlFuncs->KciOopToLong(oop);
+}
+
+jint reportOops(const KciObjInfoSType& info, jobject result, ValueCode& code) {
+    const jint count = std::min(info.objSize, PreloadSizeOops);
+    oopPtr = reinterpret_cast<OopType*>(byteBuf);
+    jlongPtr = jlongBuf;
+    for (jint i = 0; i < count; ++i) {
+        jlongPtr[i] = oopPtr[i];
+    }
+    jlongArray longs = ENV->NewLongArray(count);
+    if (longs == nullptr) {
+        return notAllocated();
+    }
+    ENV->SetLongArrayRegion(longs, 0, count, jlongPtr);
+    ENV->SetObjectField(result, longsFid, longs);
+
+    code = valueOops;
+    if (info.objClass == KCI_CLASS_DATE_TIME) {
+        code = valueDateTime;
+        ENV->SetIntField(result, int1Fid, integerPart(oopPtr[0]));
+        ENV->SetIntField(result, int2Fid, integerPart(oopPtr[1]));
+        ENV->SetLongField(result, longFid, integerPart(oopPtr[2]));
+    }
+    return 0;
+}
+
+jint reportBody(OopType oop, const KciObjInfoSType& info, jobject result, jobject jErrReport) {
+    ValueCode code = valueNone;
+    jint status = 0;
+    switch (info.objImpl) {
+    case KCI_IMPL_BYTE:
+        status = reportBytes(oop, info, result, code);
+        break;
+    case KCI_IMPL_POINTER:
+    case KCI_IMPL_NSC:
+        status = reportOops(info, result, code);
+        break;
+    case KCI_IMPL_SPECIAL:
+        return logicFailure(jErrReport, "Logic error:  Special oop processing");
+    default:
+        return 0;
+    }
+    if (status == 0) {
+        ENV->SetByteField(result, valueTypeFid, code);
+    }
+    return status;
+}
+
+} // namespace
+
+jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, jobject jErrReport,
+                 BoolType fullSetup) {
+    ENV->GetByteField(result, valueTypeFid);
+    if (resultOop == KCI_OOP_NONE) {
+        const jint status = getOop(sessionId, result, &resultOop, jErrReport);
+        if (status != 0) {
+            return status;
+        }
+    }
+    ENV->SetLongField(result, oopFid, resultOop);
+    if (resultOop == KCI_OOP_NONE || resultOop == KCI_OOP_ILLEGAL) {
+        return 0;
+    }
+    if (isSpecial(resultOop)) {
+        return reportSpecial(sessionId, resultOop, result, jErrReport);
+    }
+    rtlPrivKciRtlFuncs->KciSaveObjs(&resultOop, 1);
+    if (kciError(jErrReport)) {
+        return clientFailure(sessionId);
+    }
+    if (!fullSetup) {
+        return 0;
+    }
+
+    KciObjInfoSType info = {};
+    ArraySizeType fetched = 0;
+    // A negative preload size offers no room.
+    const auto room = static_cast<ArraySizeType>(std::max(PreloadSizeBytes, 0));
+    if (!rtlPrivKciRtlFuncs->KciFetchObjInfo(resultOop, 1, room, &info, byteBuf, &fetched)) {
+        return kciError(jErrReport) ? clientFailure(sessionId)
+                                    : logicFailure(jErrReport, "Failure in KciFetchObjInfo() call");
+    }
+    TRACE_INFO("Set oop %ld class to %ld\n", shown(resultOop), shown(info.objClass));
+    ENV->SetLongField(result, classOopFid, info.objClass);
+    const OopType classHistory = rtlPrivKciRtlFuncs->KciFetchNamedOop(info.objClass, classHistoryIndex);
+    // A class without a history is no failure: its error is fetched and forgotten.
+    rtlPrivKciRtlFuncs->KciErr(&KciError);
+    TRACE_INFO("Set oop %ld class history to %ld\n", shown(resultOop), shown(classHistory));
+    ENV->SetLongField(result, classHistoryOopFid, classHistory);
+
+    ENV->SetIntField(result, namedSizeFid, info.namedSize);
+    ENV->SetLongField(result, indexedSizeFid, info.objSize - info.namedSize);
+    ENV->SetByteField(result, objTypeFid, static_cast<jbyte>(info.objImpl));
+    ENV->SetBooleanField(result, isCollectionFid, static_cast<jboolean>(info.isIndexable));
+    const jint status = reportBody(resultOop, info, result, jErrReport);
+    if (status != 0) {
+        return status;
+    }
+    return kciError(jErrReport) ? clientFailure(sessionId) : 0;
+}
