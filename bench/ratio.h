@@ -60,7 +60,7 @@ private:
 
 inline int runRatios(int argc, char** argv, std::vector<RatioRow> rows) {
     std::vector<char*> args(argv, argv + argc);
-    std::string defaults[] = {"--benchmark_repetitions=9", "--benchmark_enable_random_interleaving=true",
+    std::string defaults[] = {"--benchmark_repetitions=15", "--benchmark_enable_random_interleaving=true",
                               "--benchmark_min_time=0.05"};
     // Behind the program's name, so that flags of the caller's come later and win.
     for (std::string& flag : defaults) {
@@ -77,6 +77,8 @@ inline int runRatios(int argc, char** argv, std::vector<RatioRow> rows) {
 }
 
 #define RATIO_MAIN(...)                                                                                                \
-    int main(int argc, char** argv) { return runRatios(argc, argv, {__VA_ARGS__}); }
+    int main(int argc, char** argv) {                                                                                  \
+        return runRatios(argc, argv, {__VA_ARGS__});                                                                   \
+    }
 
 #endif

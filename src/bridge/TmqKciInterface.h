@@ -4,6 +4,8 @@
 #ifndef TMQKCI_BRIDGE_TMQKCIINTERFACE_H
 #define TMQKCI_BRIDGE_TMQKCIINTERFACE_H
 
+#include "codes.h"
+#include "fields.h"
 #include "kcirtl.h"
 
 #include <jni.h>
@@ -42,8 +44,16 @@ extern jclass jTmqKciCacheStatsClass;
 jint setupError(jobject jErrRpt);
 // Reports an error of the bridge's own; a message longer than the record's field is cut. As setupError.
 jint genericError(jobject errRpt, const char* message);
+// The second half of kciError: KciError holds a client error. Always 1.
+[[gnu::cold]] jint clientErrorFound(jobject errRpt);
 // Reports the client library's pending error. 1 when there was one, else 0; 0 too while no library is loaded.
-jint kciError(jobject errRpt);
+inline jint kciError(jobject errRpt) {
+    const KciRtlJumpSType* kci = rtlPrivKciRtlFuncs;
+    if (kci == nullptr || !kci->KciErr(&KciError)) [[likely]] {
+        return 0;
+    }
+    return clientErrorFound(errRpt);
+}
 
 // Objects.
 
@@ -51,7 +61,9 @@ jint kciError(jobject errRpt);
 jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, jobject jErrReport, BoolType fullSetup);
 // Finds or makes the server object that a report stands for. 0, -1 or -2; on a failure the exit is already traced and
 // the strings are released. A value of a kind that cannot be sent leaves *oop as it was and answers 0.
-jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport);
+inline jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport);
+// The part of it that a report of an existing object does not need; jobj may be null.
+jint convertValue(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport);
 
 // Strings, borrowed from the Java environment until ReleaseStrings at the end of the native call.
 
@@ -59,7 +71,24 @@ jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErr
 const char* GetString(jstring jstr);
 // UTF-16 units in the machine's byte order, without a terminator. NULL as for GetString.
 const ByteType* GetDbString(jstring jstr);
-void ReleaseStrings();
+inline void ReleaseStrings();
+// How many strings are held, and the part of ReleaseStrings that runs when there are any.
+extern jint AllocatedStringIndex;
+void releaseHeldStrings();
+
+inline jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport) {
+    if (jobj == nullptr || ENV->GetByteField(jobj, objTypeFid) == objTypeJavaValue) [[unlikely]] {
+        return convertValue(sessionId, jobj, oop, jErrReport);
+    }
+    *oop = static_cast<OopType>(ENV->GetLongField(jobj, oopFid));
+    return 0;
+}
+
+inline void ReleaseStrings() {
+    if (AllocatedStringIndex > 0) {
+        releaseHeldStrings();
+    }
+}
 
 // An identifier as the client's signed long, the way traces show it.
 inline long shown(OopType oop) {

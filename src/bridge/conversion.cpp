@@ -1,7 +1,5 @@
 // From a report to a server object.
 
-#include "codes.h"
-#include "fields.h"
 #include "nativecall.h"
 
 namespace {
@@ -84,8 +82,13 @@ jint convertDateTime(const Conversion& conversion, jobject report) {
     return conversion.writeChecked(rtlPrivKciRtlFuncs->KciNewDateTime(KCI_CLASS_DATE_TIME, &record));
 }
 
+} // namespace
+
 jint convertValue(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport) {
     const Conversion conversion(sessionId, jobj, oop, jErrReport);
+    if (jobj == nullptr) {
+        return conversion.refused("getOop(): NULL object");
+    }
     switch (ENV->GetByteField(jobj, valueTypeFid)) {
     case valueNone:
         return 0;
@@ -112,17 +115,4 @@ jint convertValue(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobjec
         TRACE_DEBUG("    getOop(): Logic error in case statement\n");
         return 0;
     }
-}
-
-} // namespace
-
-jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport) {
-    if (jobj == nullptr) [[unlikely]] {
-        return Conversion(sessionId, jobj, oop, jErrReport).refused("getOop(): NULL object");
-    }
-    if (ENV->GetByteField(jobj, objTypeFid) != objTypeJavaValue) [[likely]] {
-        *oop = static_cast<OopType>(ENV->GetLongField(jobj, oopFid));
-        return 0;
-    }
-    return convertValue(sessionId, jobj, oop, jErrReport);
 }

@@ -1,4 +1,3 @@
-#include "fields.h"
 #include "nativecall.h"
 
 #include <algorithm>
@@ -103,10 +102,7 @@ jint genericError(jobject errRpt, const char* message) {
     return setupError(errRpt);
 }
 
-jint kciError(jobject errRpt) {
-    if (!KciRtlIsLoaded() || !rtlPrivKciRtlFuncs->KciErr(&KciError)) {
-        return 0;
-    }
+jint clientErrorFound(jobject errRpt) {
     setupError(errRpt);
     return 1;
 }

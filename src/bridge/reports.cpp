@@ -1,5 +1,3 @@
-#include "codes.h"
-#include "fields.h"
 #include "nativecall.h"
 
 #include <algorithm>
@@ -11,21 +9,21 @@ namespace {
 
 constexpr KciLong classHistoryIndex = 12;
 
-// Where the failures of setupReport are traced; the native method around it traces its result.
-jint clientFailure(KciSessionIdType sessionId) {
+// The failures of setupReport; the native method around it traces its result.
+[[gnu::cold]] jint clientFailure(KciSessionIdType sessionId) {
     TRACE_DEBUG("    Session: %d\n", sessionId);
     ReleaseStrings();
     return -1;
 }
 
-jint logicFailure(jobject jErrReport, const char* message) {
+[[gnu::cold]] jint logicFailure(jobject jErrReport, const char* message) {
     genericError(jErrReport, message);
     TRACE_DEBUG("    Generic Error return: %s\n", message);
     ReleaseStrings();
     return -1;
 }
 
-jint notAllocated() {
+[[gnu::cold]] jint notAllocated() {
     TRACE_DEBUG("    Allocation Error return\n");
     ReleaseStrings();
     return -2;
@@ -131,55 +129,57 @@ jint reportBody(OopType oop, const KciObjInfoSType& info, jobject result, jobjec
     return status;
 }
 
-} // namespace
-
-jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, jobject jErrReport,
-                 BoolType fullSetup) {
-    ENV->GetByteField(result, valueTypeFid);
-    if (resultOop == KCI_OOP_NONE) {
-        const jint status = getOop(sessionId, result, &resultOop, jErrReport);
-        if (status != 0) {
-            return status;
-        }
-    }
-    ENV->SetLongField(result, oopFid, resultOop);
-    if (resultOop == KCI_OOP_NONE || resultOop == KCI_OOP_ILLEGAL) {
-        return 0;
-    }
-    if (isSpecial(resultOop)) {
-        return reportSpecial(sessionId, resultOop, result, jErrReport);
-    }
-    rtlPrivKciRtlFuncs->KciSaveObjs(&resultOop, 1);
-    if (kciError(jErrReport)) {
-        return clientFailure(sessionId);
-    }
-    if (!fullSetup) {
-        return 0;
-    }
-
+// Describes an ordinary object: its class, sizes, kind and value.
+jint reportObject(KciSessionIdType sessionId, OopType oop, jobject result, jobject jErrReport) {
+    const KciRtlJumpSType& kci = *rtlPrivKciRtlFuncs;
     KciObjInfoSType info = {};
     ArraySizeType fetched = 0;
     // A negative preload size offers no room.
     const auto room = static_cast<ArraySizeType>(std::max(PreloadSizeBytes, 0));
-    if (!rtlPrivKciRtlFuncs->KciFetchObjInfo(resultOop, 1, room, &info, byteBuf, &fetched)) {
+    if (!kci.KciFetchObjInfo(oop, 1, room, &info, byteBuf, &fetched)) [[unlikely]] {
         return kciError(jErrReport) ? clientFailure(sessionId)
                                     : logicFailure(jErrReport, "Failure in KciFetchObjInfo() call");
     }
-    TRACE_INFO("Set oop %ld class to %ld\n", shown(resultOop), shown(info.objClass));
+    TRACE_INFO("Set oop %ld class to %ld\n", shown(oop), shown(info.objClass));
     ENV->SetLongField(result, classOopFid, info.objClass);
-    const OopType classHistory = rtlPrivKciRtlFuncs->KciFetchNamedOop(info.objClass, classHistoryIndex);
+    const OopType classHistory = kci.KciFetchNamedOop(info.objClass, classHistoryIndex);
     // A class without a history is no failure: its error is fetched and forgotten.
-    rtlPrivKciRtlFuncs->KciErr(&KciError);
-    TRACE_INFO("Set oop %ld class history to %ld\n", shown(resultOop), shown(classHistory));
+    kci.KciErr(&KciError);
+    TRACE_INFO("Set oop %ld class history to %ld\n", shown(oop), shown(classHistory));
     ENV->SetLongField(result, classHistoryOopFid, classHistory);
 
     ENV->SetIntField(result, namedSizeFid, info.namedSize);
     ENV->SetLongField(result, indexedSizeFid, info.objSize - info.namedSize);
     ENV->SetByteField(result, objTypeFid, static_cast<jbyte>(info.objImpl));
     ENV->SetBooleanField(result, isCollectionFid, static_cast<jboolean>(info.isIndexable));
-    const jint status = reportBody(resultOop, info, result, jErrReport);
-    if (status != 0) {
+    const jint status = reportBody(oop, info, result, jErrReport);
+    if (status != 0) [[unlikely]] {
         return status;
     }
     return kciError(jErrReport) ? clientFailure(sessionId) : 0;
+}
+
+} // namespace
+
+jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, jobject jErrReport,
+                 BoolType fullSetup) {
+    ENV->GetByteField(result, valueTypeFid);
+    if (resultOop == KCI_OOP_NONE) [[unlikely]] {
+        const jint status = getOop(sessionId, result, &resultOop, jErrReport);
+        if (status != 0) {
+            return status;
+        }
+    }
+    ENV->SetLongField(result, oopFid, resultOop);
+    if (resultOop == KCI_OOP_NONE || resultOop == KCI_OOP_ILLEGAL) [[unlikely]] {
+        return 0;
+    }
+    if (isSpecial(resultOop)) {
+        return reportSpecial(sessionId, resultOop, result, jErrReport);
+    }
+    rtlPrivKciRtlFuncs->KciSaveObjs(&resultOop, 1);
+    if (kciError(jErrReport)) [[unlikely]] {
+        return clientFailure(sessionId);
+    }
+    return fullSetup ? reportObject(sessionId, resultOop, result, jErrReport) : 0;
 }

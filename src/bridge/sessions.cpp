@@ -1,4 +1,3 @@
-#include "fields.h"
 #include "nativecall.h"
 
 #include <stdio.h>

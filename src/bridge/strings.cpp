@@ -1,12 +1,13 @@
 #include "TmqKciInterface.h"
 
+jint AllocatedStringIndex = 0;
+
 namespace {
 
 constexpr jint highestStringIndex = 100;
 constexpr int stringTableSize = highestStringIndex + 1;
 constexpr int utfString = 1;
 
-jint AllocatedStringIndex = 0;
 jstring AllocatedJniString[stringTableSize];
 const ByteType* AllocatedString[stringTableSize];
 int AllocatedStringType[stringTableSize];
@@ -47,7 +48,7 @@ const ByteType* GetDbString(jstring jstr) {
     return str;
 }
 
-void ReleaseStrings() {
+void releaseHeldStrings() {
     for (jint i = 0; i < AllocatedStringIndex; ++i) {
         if (AllocatedStringType[i] == utfString) {
             ENV->ReleaseStringUTFChars(AllocatedJniString[i], reinterpret_cast<const char*>(AllocatedString[i]));
