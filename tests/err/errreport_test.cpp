@@ -15,7 +15,7 @@ void showObject(ErrMsgPrinterFuncType* printer, OopType object) { printer(("<" +
 
 KciErrSType makeError(const char* text) {
     KciErrSType error{3613, 2010, 20, {}, {100, 4294967295u}, 2, FALSE};
-    strncpy(error.message, text, sizeof error.message);
+    snprintf(error.message, sizeof error.message, "%s", text);
     return error;
 }
 
