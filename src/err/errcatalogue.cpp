@@ -26,15 +26,15 @@ unsigned long cacheProbes;
 unsigned long cacheHits;
 
 // Entries in place in the file's image, by the end of their symbols' texts: they save the hash and the parsing.
-ParsedEntry parsedEntries[cacheSize];
+constexpr int parsedBits = 8;
+ParsedEntry parsedEntries[1 << parsedBits];
 
 ParsedEntry& parsedEntryFor(std::string_view sym) {
     uint32_t last = 0;
     if (sym.size() >= sizeof last)
         memcpy(&last, sym.data() + sym.size() - sizeof last, sizeof last);
-    return parsedEntries[(last + static_cast<uint32_t>(sym.size())) * 0x9E3779B1u >> 26];
+    return parsedEntries[(last + static_cast<uint32_t>(sym.size())) * 0x9E3779B1u >> (32 - parsedBits)];
 }
-static_assert(cacheSize == 1 << (32 - 26));
 
 void forkGetLocks() {
     HostMutexAcquire(&mutex);
@@ -43,18 +43,27 @@ void forkReleaseLocks() {
     HostMutexRelease(&mutex);
 }
 
-// Reads one number of the file.
-bool readLong(std::string_view file, uint64_t position, uint32_t& value, PendingHooks& hooks) {
-    if (position + sizeof value > file.size()) {
-        fprintf(stderr, "errmsg\\readLong:  fread() error, errno = %d\n", errno);
-        ++hooks.plain;
-        return false;
-    }
+uint32_t wordAt(std::string_view file, uint64_t position) {
+    uint32_t value = 0;
     memcpy(&value, file.data() + position, sizeof value);
     if (swizzleNeeded) {
         ByteType bytes[4];
         memcpy(bytes, &value, sizeof bytes);
         value = decodeWord(bytes, ErrUtlFileHdr.transform);
+    }
+    return value;
+}
+
+// Reads the three numbers of a slot.
+bool readSlot(std::string_view file, uint64_t position, uint32_t (&words)[3], PendingHooks& hooks) {
+    if (position + slotSize > file.size()) {
+        fprintf(stderr, "errmsg\\readLong:  fread() error, errno = %d\n", errno);
+        ++hooks.plain;
+        return false;
+    }
+    for (uint32_t& word : words) {
+        word = wordAt(file, position);
+        position += sizeof word;
     }
     return true;
 }
@@ -82,10 +91,10 @@ Probe probeTable(std::string_view file, std::string_view sym, uint32_t hash, Err
     uint32_t pos = start;
     do {
         const uint64_t position = headerSize + static_cast<uint64_t>(pos) * slotSize;
-        uint32_t slotHash = 0, keyLoc = 0, valLoc = 0;
-        if (!readLong(file, position, slotHash, hooks) || !readLong(file, position + 4, keyLoc, hooks) ||
-            !readLong(file, position + 8, valLoc, hooks))
+        uint32_t words[3];
+        if (!readSlot(file, position, words, hooks))
             return Probe::failed;
+        const auto [slotHash, keyLoc, valLoc] = words;
         if (valLoc == 0)
             return Probe::absent;
         if (slotHash == hash) {

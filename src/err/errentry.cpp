@@ -3,6 +3,7 @@
 #include "host/guarantee.h"
 #include "hostunix.h"
 
+#include <algorithm>
 #include <array>
 #include <string.h>
 
@@ -128,7 +129,7 @@ bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-void skipBlanks(std::string_view& rest) {
+inline void skipBlanks(std::string_view& rest) {
     while (!rest.empty() && isBlank(rest.front()))
         rest.remove_prefix(1);
 }
@@ -153,9 +154,9 @@ Syntax parseArgumentList(std::string_view& rest, ParsedEntry& entry, int& numera
             return Syntax::numeralRange;
         if (entry.argListSize == ERRMSG_MAX_ARGS)
             return Syntax::tooManyArguments;
-        entry.argOrder[entry.argListSize++] = numeral;
+        entry.argOrder[entry.argListSize++] = static_cast<ByteType>(numeral);
         if (numeral > entry.expectedArgCount)
-            entry.expectedArgCount = numeral;
+            entry.expectedArgCount = static_cast<ByteType>(numeral);
     }
 }
 
@@ -320,7 +321,7 @@ BoolType ErrUtlNextSym(FILE* f, const char* fname, long* lineNum, ErrUtlEntrySTy
         return FALSE;
     theEntry->expectedArgCount = entry.expectedArgCount;
     theEntry->argListSize = entry.argListSize;
-    memcpy(theEntry->argOrder, entry.argOrder, sizeof entry.argOrder);
+    std::copy(std::begin(entry.argOrder), std::end(entry.argOrder), theEntry->argOrder);
     theEntry->sym[entry.symbol.copy(theEntry->sym, sizeof theEntry->sym - 1)] = 0;
     theEntry->buf[entry.pattern.copy(theEntry->buf, sizeof theEntry->buf - 1)] = 0;
     return TRUE;

@@ -22,9 +22,10 @@ constexpr size_t maxLogicalLine = 2047;
 struct ParsedEntry {
     std::string_view symbol;
     std::string_view pattern;
-    int expectedArgCount;          // the highest numeral of the argument list
-    int argListSize;               // how many numerals it holds
-    int argOrder[ERRMSG_MAX_ARGS]; // the numerals, then zeros
+    // As in ErrUtlEntrySType, but small: entries are kept and copied.
+    ByteType expectedArgCount;
+    ByteType argListSize;
+    ByteType argOrder[ERRMSG_MAX_ARGS];
 };
 
 struct EntryContext {
