@@ -1,24 +1,35 @@
 // The reader of message files: the input is the file.
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
-#include <sys/mman.h>
 #include <unistd.h>
 
 #include "errmsg.h"
 #include "quiet.h"
 #include "utlheap.h"
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const int file = [] {
-        beQuiet();
-        return memfd_create("messages", 0);
-    }();
-    static char name[64];
-    snprintf(name, sizeof name, "/proc/%d/fd/%d", static_cast<int>(getpid()), file);
-    if (ftruncate(file, 0) != 0 || pwrite(file, data, size, 0) != static_cast<ssize_t>(size))
-        return -1;
+namespace {
+
+// The one file of this process, by a name that leads through no link.
+char name[] = "/tmp/messages-XXXXXX";
+
+int openFile() {
+    beQuiet();
+    const int file = mkstemp(name);
+    atexit([] { unlink(name); });
     setenv("KESTRUNE_LANG", name, 1);
+    return file;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    static const int file = openFile();
+    if (ftruncate(file, 0) != 0 || pwrite(file, data, size, 0) != static_cast<ssize_t>(size))
+        abort();
     ErrMsgInit();
+    if (!ErrUtlErrFile)
+        abort();
     // A refused header is fallen over by nobody either.
     ErrMsgReset();
     constexpr const char* symbols[] = {"a", "c.bmhp", "c.cdfa", "missing", ""};
