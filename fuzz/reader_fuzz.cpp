@@ -10,8 +10,8 @@
 
 namespace {
 
-// The one file of this process, by a name that leads through no link.
-char name[] = "/tmp/messages-XXXXXX";
+// The one file of this process, in memory, by a name that leads through no link.
+char name[] = "/dev/shm/messages-XXXXXX";
 
 int openFile() {
     beQuiet();

@@ -56,6 +56,8 @@ set_property(TEST Java.KciMessagesTest APPEND PROPERTY ENVIRONMENT
   "KESTRUNE_LANG=${PROJECT_BINARY_DIR}/messages/english67.err")
 add_dependencies(tmqkci_java_tests messages)
 
-add_test(NAME Java.documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
+add_test(NAME Java.Documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
   "${PROJECT_SOURCE_DIR}/docs/using-the-bridge.md" WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-set_tests_properties(Java.documentation PROPERTIES ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)
+add_test(NAME Java.Demo COMMAND src/test/run-demo "${product_jar}:${demo_jar}"
+  WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+set_tests_properties(Java.Documentation Java.Demo PROPERTIES ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)

@@ -12,34 +12,34 @@
 namespace local {
 
 enum class RequestKind : uint8_t {
-    Login,        // text: user, secondText: password; reply.integer: the new session
+    Login, // text: user, secondText: password; reply.integer: the new session
     Logout,
-    StartSource,  // text: source
-    StartString,  // object: a string object that holds the source
-    StartSend,    // object: receiver, text: selector, objects: arguments
-    Poll,         // reply.progress; reply.object: the result when ready
-    Continue,     // object: process, secondObject: value; runs to the end; reply.object: the result
-    FetchInfo,    // object, start; reply.info, bytes of the body into room; reply.integer: how many
-    FetchBytes,   // object, start, room; reply.integer: how many
-    FetchNamed,   // object, start, objectRoom; reply.integer: how many
+    StartSource,   // text: source
+    StartString,   // object: a string object that holds the source
+    StartSend,     // object: receiver, text: selector, objects: arguments
+    Poll,          // reply.progress; reply.object: the result when ready
+    Continue,      // object: process, secondObject: value; runs to the end; reply.object: the result
+    FetchInfo,     // object, start; reply.info, bytes of the body into room; reply.integer: how many
+    FetchBytes,    // object, start, room; reply.integer: how many
+    FetchNamed,    // object, start, objectRoom; reply.integer: how many
     FetchVariable, // object, start; reply.object
     FetchIndexed,
-    StoreBytes,   // object, secondObject: class or nil, start, bytes
-    StoreNamed,   // object, start, objects
+    StoreBytes, // object, secondObject: class or nil, start, bytes
+    StoreNamed, // object, start, objects
     StoreIndexed,
-    NewObject,    // object: class; reply.object
-    NewDateTime,  // object: class, dateTime; reply.object
+    NewObject,     // object: class; reply.object
+    NewDateTime,   // object: class, dateTime; reply.object
     FetchDateTime, // object; reply.dateTime
-    FromInteger,  // integer; reply.object
-    FromReal,     // real; reply.object
-    ToInteger,    // object; reply.integer
-    ToReal,       // object; reply.real
-    IsKindOf,     // object, secondObject: class; reply.integer
-    Save,         // objects
-    Release,      // objects
+    FromInteger,   // integer; reply.object
+    FromReal,      // real; reply.object
+    ToInteger,     // object; reply.integer
+    ToReal,        // object; reply.real
+    IsKindOf,      // object, secondObject: class; reply.integer
+    Save,          // objects
+    Release,       // objects
     TrackChanges,
-    TakeChanges,  // objectRoom; reply.integer: how many, reply.more
-    Commit,       // reply.integer: whether it succeeded
+    TakeChanges, // objectRoom; reply.integer: how many, reply.more
+    Commit,      // reply.integer: whether it succeeded
     Abort,
 };
 
@@ -78,10 +78,8 @@ public:
     ~Engine();
     // Never throws. One thread at a time.
     Reply handle(const Request& request);
-    // Makes the call that runs, or the next one to run, stop with a break error. Safe in any thread and in a signal
-    // handler.
+    // Makes the call that runs stop with a break error. Safe in any thread and in a signal handler.
     void requestBreak(bool hard);
-    void forgetBreak();
 
 private:
     struct State;

@@ -128,9 +128,6 @@ Reply Client::call(Request request) {
 }
 
 void Client::start(const Request& request) {
-    if (engine) {
-        engine->forgetBreak(); // it was meant for an earlier call
-    }
     if (!call(request).failed) {
         sessions.at(current).callInProgress = true;
     }

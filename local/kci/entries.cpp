@@ -10,7 +10,8 @@ namespace local::entries {
 namespace {
 
 // Arrays that a caller describes with a pointer and a count. A count above what an array can have is a negative one.
-template <class Element> bool isArray(const Element* elements, ArraySizeType count) {
+template <class Element>
+bool isArray(const Element* elements, ArraySizeType count) {
     if (count <= INT32_MAX / sizeof(Element) && (elements != nullptr || count == 0)) {
         return true;
     }

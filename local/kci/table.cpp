@@ -2,14 +2,17 @@
 #include "kci/client.h"
 #include "kci/entries.h"
 
+#include <cstdio>
+
 namespace local {
 
 namespace {
 
 // Answers 0, which callers that expect a number, an identifier or a pointer all take for nothing.
 OopType refuse(const char* name) {
-    std::string text = std::string(name) + " is not supported by the local store";
-    client().recordError(ErrorNumber::NotSupported, text.c_str());
+    char text[100];
+    std::snprintf(text, sizeof text, "%s is not supported by the local store", name);
+    client().recordError(ErrorNumber::NotSupported, text);
     return KCI_OOP_NONE;
 }
 

@@ -10,9 +10,9 @@ namespace local {
 
 // a and operand are the instruction's fields.
 enum class Operation : uint8_t {
-    PushOop,      // operand: the identifier
-    PushLiteral,  // operand: index of a literal
-    PushCopy,     // operand: index of a literal that is copied, nested ones too
+    PushOop,     // operand: the identifier
+    PushLiteral, // operand: index of a literal
+    PushCopy,    // operand: index of a literal that is copied, nested ones too
     PushSelf,
     PushTemporary, // operand: index in the frame, arguments first
     StoreTemporary,
@@ -29,8 +29,8 @@ enum class Operation : uint8_t {
     Jump,      // operand: where to
     JumpTrue,  // pops
     JumpFalse,
-    MakeBlock, // operand: its code
-    MakeArray, // operand: element count
+    MakeBlock,  // operand: its code
+    MakeArray,  // operand: element count
     Return,     // from this frame
     ReturnHome, // from the method in which the block was made
 };
@@ -61,7 +61,8 @@ class CodeTable {
 public:
     CodeId add(std::unique_ptr<Code> code);
     const Code& at(CodeId id) const { return *entries[static_cast<size_t>(id)].code; }
-    template <class Mark> void mark(CodeId id, const Mark& markOop);
+    template <class Mark>
+    void mark(CodeId id, const Mark& markOop);
     void sweep();
 
 private:
@@ -84,7 +85,8 @@ inline CodeId CodeTable::add(std::unique_ptr<Code> code) {
     return id;
 }
 
-template <class Mark> void CodeTable::mark(CodeId id, const Mark& markOop) {
+template <class Mark>
+void CodeTable::mark(CodeId id, const Mark& markOop) {
     Entry& entry = entries[static_cast<size_t>(id)];
     if (entry.marked || !entry.code) {
         return;

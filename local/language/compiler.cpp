@@ -45,7 +45,8 @@ Inline inlineKind(const Node& send) {
     };
     auto found = kinds.find(send.name);
     bool isCascaded = !send.children[0];
-    if (isCascaded || found == kinds.end() || !std::all_of(send.children.begin() + 1, send.children.end(), isPlainBlock)) {
+    if (isCascaded || found == kinds.end() ||
+        !std::all_of(send.children.begin() + 1, send.children.end(), isPlainBlock)) {
         return Inline::No;
     }
     bool loops = found->second == Inline::WhileTrue || found->second == Inline::WhileFalse;

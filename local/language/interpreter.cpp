@@ -61,14 +61,8 @@ void Interpreter::startSend(Process& process, Oop receiver, Oop selector, std::s
     try {
         failureDepth = 0;
         send(selector, static_cast<uint32_t>(arguments.size()), nullptr);
-    } catch (Failure& failure) {
-        suspend(process, std::move(failure), true);
-        process.stack.clear();
-    } catch (const NoSuchObject& missing) {
-        suspend(process, noSuchObject(missing), true);
-        process.stack.clear();
-    } catch (const StoreFull&) {
-        suspend(process, storeFull(), true);
+    } catch (...) {
+        suspend(process, caughtFailure(), true);
         process.stack.clear();
     }
 }
@@ -97,10 +91,6 @@ Outcome Interpreter::run(Process& process, uint32_t& steps) {
     }
     current = &process;
     stepsLeft = std::exchange(steps, 0);
-    auto fail = [&](Failure failure) {
-        process.stack.resize(failureDepth);
-        suspend(process, std::move(failure), true);
-    };
     try {
         while (stepsLeft > 0 && !process.frames.empty()) {
             --stepsLeft;
@@ -111,14 +101,9 @@ Outcome Interpreter::run(Process& process, uint32_t& steps) {
                 break;
             }
         }
-    } catch (Failure& failure) {
-        fail(std::move(failure));
-        return Outcome::Suspended;
-    } catch (const NoSuchObject& missing) {
-        fail(noSuchObject(missing));
-        return Outcome::Suspended;
-    } catch (const StoreFull&) {
-        fail(storeFull());
+    } catch (...) {
+        suspend(process, caughtFailure(), true);
+        process.stack.resize(failureDepth);
         return Outcome::Suspended;
     }
     if (process.wakeAt != 0) {
@@ -358,8 +343,7 @@ void Interpreter::callCode(CodeId codeId, uint32_t argumentCount, Oop self, Oop 
     const Code& code = runtime.codes.at(codeId);
     std::vector<Oop>& stack = current->stack;
     if (current->frames.size() >= maxFrames) {
-        throw Failure(ErrorNumber::MaxRecursion,
-                      "the stack of " + std::to_string(maxFrames) + " calls is used up", {});
+        throw Failure(ErrorNumber::MaxRecursion, "the stack of " + std::to_string(maxFrames) + " calls is used up", {});
     }
     Oop scope = outerScope;
     if (code.needsScope) {

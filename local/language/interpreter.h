@@ -26,9 +26,9 @@ struct Process {
     Oop oop = KCI_OOP_NONE; // of the object that stands for it, once it is suspended
     std::vector<Oop> stack;
     std::vector<Frame> frames;
-    int64_t wakeAt = 0;               // milliseconds of the monotonic clock; 0 when it does not wait
-    std::optional<Failure> failure;   // why it is suspended
-    bool failureTakesResult = true;   // continuing supplies the failing expression's value
+    int64_t wakeAt = 0;             // milliseconds of the monotonic clock; 0 when it does not wait
+    std::optional<Failure> failure; // why it is suspended
+    bool failureTakesResult = true; // continuing supplies the failing expression's value
 
     void addRoots(CodeTable& codes, const std::function<void(Oop)>& mark) const;
 };

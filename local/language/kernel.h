@@ -50,7 +50,7 @@ enum ClassOop : Oop {
 #undef ROW
 };
 
-constexpr Oop systemObject = 1109;   // the global System
+constexpr Oop systemObject = 1109;     // the global System
 constexpr Oop sharedDictionary = 1189; // the global Shared: names that all sessions see
 constexpr Oop errorCategory = KCI_CATEGORY_SYSTEM;
 // Identifiers that a client knows from the start and that nothing here gives a meaning.
@@ -58,7 +58,19 @@ constexpr Oop plainObjects[] = {1197, 1209, 1213, 1733};
 
 // Slots of a class; clients find the class history as named variable 12.
 namespace class_slot {
-enum : uint32_t { name, superclass, body, variables, methods, classMethods, indexable, namedSize, comment, history = 11, count };
+enum : uint32_t {
+    name,
+    superclass,
+    body,
+    variables,
+    methods,
+    classMethods,
+    indexable,
+    namedSize,
+    comment,
+    history = 11,
+    count
+};
 }
 namespace association_slot {
 enum : uint32_t { key, value };

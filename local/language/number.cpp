@@ -8,13 +8,15 @@ namespace local {
 
 namespace {
 
-template <class Value> Value readWhole(const View& view, Oop oop) {
+template <class Value>
+Value readWhole(const View& view, Oop oop) {
     Value value{};
     view.readBytes(oop, 0, {reinterpret_cast<ByteType*>(&value), sizeof value});
     return value;
 }
 
-template <class Value> Oop writeWhole(const View& view, Oop cls, const Value& value) {
+template <class Value>
+Oop writeWhole(const View& view, Oop cls, const Value& value) {
     Oop oop = kernel::newInstance(view, cls, sizeof value);
     view.writeBytes(oop, 0, {reinterpret_cast<const ByteType*>(&value), sizeof value});
     return oop;

@@ -84,8 +84,7 @@ void fetchSlots(const View& view, const Request& request, Reply& reply, uint32_t
         return;
     }
     auto room = request.objectRoom.first(std::min<size_t>(request.objectRoom.size(), count - offset));
-    reply.integer = static_cast<KciLong>(
-        view.store().readSlots(view.session(), request.object, first + offset, room));
+    reply.integer = static_cast<KciLong>(view.store().readSlots(view.session(), request.object, first + offset, room));
 }
 
 void storeSlots(const View& view, const Request& request, uint32_t first) {
@@ -100,8 +99,8 @@ void fetchBytes(const View& view, const Request& request, Reply& reply) {
         failBody(view, request.object, " has no bytes");
     }
     needStart(request, INT32_MAX);
-    reply.integer = static_cast<KciLong>(
-        view.readBytes(request.object, static_cast<uint32_t>(request.start - 1), request.room));
+    reply.integer =
+        static_cast<KciLong>(view.readBytes(request.object, static_cast<uint32_t>(request.start - 1), request.room));
 }
 
 void fetchNamed(const View& view, const Request& request, Reply& reply) {
@@ -277,8 +276,7 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
         toReal(view, request, reply);
         break;
     case RequestKind::IsKindOf:
-        reply.integer =
-            kernel::isKindOf(view, request.object, needClass(view, request.secondObject)) ? 1 : 0;
+        reply.integer = kernel::isKindOf(view, request.object, needClass(view, request.secondObject)) ? 1 : 0;
         break;
     case RequestKind::Save:
         saveObjects(view, request);

@@ -35,8 +35,8 @@ struct Node {
 
     Kind kind;
     uint32_t position;
-    uint32_t height = 1;   // of the tree, limited so that nothing that walks it can exhaust the stack
-    std::string name;      // of a variable, or a selector
+    uint32_t height = 1; // of the tree, limited so that nothing that walks it can exhaust the stack
+    std::string name;    // of a variable, or a selector
     Literal literal;
     std::vector<NodePointer> children;
     std::vector<std::string> parameters;

@@ -73,7 +73,8 @@ constexpr PreludeMethod methods[] = {
     {Collection, false, "isEmpty ^self size = 0"},
     {Collection, false, "notEmpty ^self size > 0"},
     {Collection, false, "addAll: others others do: [:each | self add: each]. ^others"},
-    {Collection, false, "collect: block | all | all := List new. self do: [:each | all add: (block value: each)]. ^all asArray"},
+    {Collection, false,
+     "collect: block | all | all := List new. self do: [:each | all add: (block value: each)]. ^all asArray"},
     {Collection, false,
      "select: block | all | all := List new. self do: [:each | (block value: each) ifTrue: [all add: each]]. "
      "^self like: all"},
@@ -104,32 +105,35 @@ constexpr PreludeMethod methods[] = {
     {Collection, false, "displayString ^self printString"},
     {Collection, false, "printString ^self printLimited: 5"},
     {Collection, false,
-     "printLimited: depth | text | depth < 1 ifTrue: [^self class printString , '(...)']. text := self class printString , '('. "
+     "printLimited: depth | text | depth < 1 ifTrue: [^self class printString , '(...)']. text := self class "
+     "printString , '('. "
      "self do: [:each | text size > 10000 ifTrue: [^text , '...)']. text := text , (each printLimited: depth - 1)] "
      "separatedBy: [text := text , ' ']. ^text , ')'"},
     // Sequence
     {Sequence, false, "do: block | i | i := 1. [i <= self size] whileTrue: [block value: (self at: i). i := i + 1]"},
     {Sequence, false,
      "doWithIndex: block | i | i := 1. [i <= self size] whileTrue: [block value: (self at: i) value: i. i := i + 1]"},
-    {Sequence, false, "reverseDo: block | i | i := self size. [i > 0] whileTrue: [block value: (self at: i). i := i - 1]"},
+    {Sequence, false,
+     "reverseDo: block | i | i := self size. [i > 0] whileTrue: [block value: (self at: i). i := i - 1]"},
     {Sequence, false, "first ^self at: 1"},
     {Sequence, false, "last ^self at: self size"},
     {Sequence, false, "indexOf: object self doWithIndex: [:each :i | each = object ifTrue: [^i]]. ^0"},
     {Sequence, false, "reversed | all | all := List new. self reverseDo: [:each | all add: each]. ^self like: all"},
     {Sequence, false,
-     "copyFrom: first to: last | all | all := List new. first to: last do: [:i | all add: (self at: i)]. ^self like: all"},
+     "copyFrom: first to: last | all | all := List new. first to: last do: [:i | all add: (self at: i)]. ^self like: "
+     "all"},
     {Sequence, false, ", other | all | all := self asList copy. all addAll: other. ^self like: all"},
     {Sequence, false,
      "sameElements: other self size = other size ifFalse: [^false]. "
      "self doWithIndex: [:each :i | each = (other at: i) ifFalse: [^false]]. ^true"},
     // Array
-    {Array, true,
-     "with: a ^{a}"},
+    {Array, true, "with: a ^{a}"},
     {Array, true, "with: a with: b ^{a. b}"},
     {Array, true, "with: a with: b with: c ^{a. b. c}"},
     {Array, false,
      "mergeSort: block | half left right all i j | self size < 2 ifTrue: [^self]. half := self size // 2. "
-     "left := (self copyFrom: 1 to: half) mergeSort: block. right := (self copyFrom: half + 1 to: self size) mergeSort: block. "
+     "left := (self copyFrom: 1 to: half) mergeSort: block. right := (self copyFrom: half + 1 to: self size) "
+     "mergeSort: block. "
      "all := List new. i := 1. j := 1. "
      "[i <= left size and: [j <= right size]] whileTrue: ["
      "(block value: (left at: i) value: (right at: j)) "
@@ -144,7 +148,8 @@ constexpr PreludeMethod methods[] = {
     {List, false, "removeLast ^self removeAt: self size"},
     {List, false,
      "remove: object | i | i := self indexOf: object. "
-     "i = 0 ifTrue: [System signal: 2015 text: object displayString , ' is not in the list' arguments: {self. object}]. "
+     "i = 0 ifTrue: [System signal: 2015 text: object displayString , ' is not in the list' arguments: {self. "
+     "object}]. "
      "^self removeAt: i"},
     // ByteArray
     {ByteArray, false,
@@ -159,9 +164,9 @@ constexpr PreludeMethod methods[] = {
     {Text, false, "includesText: other ^(self indexOfText: other from: 1) > 0"},
     {Text, false, "startsWith: other ^other size <= self size and: [(self copyFrom: 1 to: other size) = other]"},
     {Text, false,
-     "endsWith: other ^other size <= self size and: [(self copyFrom: self size - other size + 1 to: self size) = other]"},
-    {Text, false,
-     "like: list | text | text := ''. list do: [:each | text := text , each asString]. ^text"},
+     "endsWith: other ^other size <= self size and: [(self copyFrom: self size - other size + 1 to: self size) = "
+     "other]"},
+    {Text, false, "like: list | text | text := ''. list do: [:each | text := text , each asString]. ^text"},
     {Text, false,
      "split: separator | all start next | all := List new. separator isEmpty ifTrue: [^{self}]. start := 1. "
      "[(next := self indexOfText: separator from: start) > 0] whileTrue: ["
@@ -178,15 +183,18 @@ constexpr PreludeMethod methods[] = {
     {String, true, "new: size | text | text := super new: size. 1 to: size do: [:i | text at: i put: $ ]. ^text"},
     // Bag, Set
     {Bag, false, "do: block self asArray do: block"},
-    {Bag, false, "remove: object ifAbsent: block ^(self includes: object) ifTrue: [self remove: object] ifFalse: [block value]"},
+    {Bag, false,
+     "remove: object ifAbsent: block ^(self includes: object) ifTrue: [self remove: object] ifFalse: [block value]"},
     {Bag, false, "like: list | all | all := self class new. all addAll: list. ^all"},
     {Bag, false, "occurrencesOf: object ^self count: [:each | each = object]"},
     // Dictionary
-    {Dictionary, false, "at: key ifAbsent: block ^(self includesKey: key) ifTrue: [self at: key] ifFalse: [block value]"},
+    {Dictionary, false,
+     "at: key ifAbsent: block ^(self includesKey: key) ifTrue: [self at: key] ifFalse: [block value]"},
     {Dictionary, false, "at: key ifAbsentPut: block ^self at: key ifAbsent: [self at: key put: block value]"},
     {Dictionary, false, "add: association self at: association key put: association value. ^association"},
     {Dictionary, false, "do: block self associations do: [:each | block value: each value]"},
-    {Dictionary, false, "keysAndValuesDo: block self associations do: [:each | block value: each key value: each value]"},
+    {Dictionary, false,
+     "keysAndValuesDo: block self associations do: [:each | block value: each key value: each value]"},
     {Dictionary, false, "keys ^(self associations collect: [:each | each key]) asSet"},
     {Dictionary, false, "values ^self associations collect: [:each | each value]"},
     {Dictionary, false, "keyOf: value self keysAndValuesDo: [:key :each | each = value ifTrue: [^key]]. ^nil"},

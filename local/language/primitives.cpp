@@ -18,12 +18,16 @@ std::span<const Primitive> primitives() {
     return all;
 }
 
-Failure noSuchObject(const NoSuchObject& missing) {
-    return {ErrorNumber::BadArgument, "no object has the identifier " + std::to_string(missing.oop)};
-}
-
-Failure storeFull() {
-    return {ErrorNumber::OutOfMemory, "an object, or the local store, would become too large"};
+Failure caughtFailure() {
+    try {
+        throw;
+    } catch (Failure& failure) {
+        return std::move(failure);
+    } catch (const NoSuchObject& missing) {
+        return {ErrorNumber::BadArgument, "no object has the identifier " + std::to_string(missing.oop)};
+    } catch (const StoreFull&) {
+        return {ErrorNumber::OutOfMemory, "an object, or the local store, would become too large"};
+    }
 }
 
 int64_t needInteger(const View& view, Oop oop) {

@@ -26,8 +26,8 @@ std::span<const Primitive> collectionPrimitives();
 std::span<const Primitive> dateTimePrimitives();
 std::span<const Primitive> systemPrimitives();
 
-Failure noSuchObject(const NoSuchObject& missing);
-Failure storeFull();
+// In a catch block: what is being handled, as a Failure. What is neither a Failure nor the store's goes on.
+Failure caughtFailure();
 
 // Checks of arguments; each throws a Failure that names the argument.
 int64_t needInteger(const View& view, Oop oop);

@@ -40,11 +40,10 @@ Oop newSized(Interpreter& interpreter, Oop self, Arguments arguments) {
 
 std::string needName(const View& view, Oop oop) {
     std::u16string text = needText(view, oop);
-    bool valid = !text.empty() && !(text[0] >= u'0' && text[0] <= u'9') &&
-                 std::all_of(text.begin(), text.end(), [](char16_t c) {
-                     return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') ||
-                            c == u'_';
-                 });
+    bool valid =
+        !text.empty() && !(text[0] >= u'0' && text[0] <= u'9') && std::all_of(text.begin(), text.end(), [](char16_t c) {
+            return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'_';
+        });
     if (!valid) {
         throw Failure(ErrorNumber::BadArgument, brief(view, oop) + " is not a name", {oop});
     }
@@ -86,7 +85,8 @@ Oop makeSubclass(Interpreter& interpreter, Oop self, Arguments arguments, bool i
     }
     Oop cls = view.create({Class, Body::Pointer, false, class_slot::count}, 0);
     Oop previous = KCI_OOP_NONE;
-    if (auto found = interpreter.globals.find(name); found != interpreter.globals.end() && isClass(view, found->second)) {
+    if (auto found = interpreter.globals.find(name);
+        found != interpreter.globals.end() && isClass(view, found->second)) {
         previous = found->second;
     }
     // The history is shared by all versions of a class; it ends with the newest.
@@ -139,15 +139,16 @@ Oop removeMethod(Interpreter& interpreter, Oop self, Arguments arguments) {
     Oop methods = view.slot(self, kernel::class_slot::methods);
     std::optional<uint32_t> position = findKey(view, methods, selector);
     if (!position) {
-        throw Failure(ErrorNumber::NotInCollection,
-                      className(view, self) + " has no method " + brief(view, selector), {self, selector});
+        throw Failure(ErrorNumber::NotInCollection, className(view, self) + " has no method " + brief(view, selector),
+                      {self, selector});
     }
     view.removeSlot(methods, *position);
     ++interpreter.runtime.methodEpoch;
     return selector;
 }
 
-template <uint32_t index> Oop classSlot(Interpreter& interpreter, Oop self, Arguments) {
+template <uint32_t index>
+Oop classSlot(Interpreter& interpreter, Oop self, Arguments) {
     return interpreter.view.slot(self, index);
 }
 

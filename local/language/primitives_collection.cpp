@@ -156,7 +156,8 @@ Oop dictionaryRemoveKey(Interpreter& interpreter, Oop self, Arguments arguments)
     return value;
 }
 
-template <uint32_t index> Oop getSlot(Interpreter& interpreter, Oop self, Arguments) {
+template <uint32_t index>
+Oop getSlot(Interpreter& interpreter, Oop self, Arguments) {
     return interpreter.view.slot(self, index);
 }
 

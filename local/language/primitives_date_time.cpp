@@ -70,13 +70,15 @@ Oop makeDate(Interpreter& interpreter, Oop self, Arguments arguments) {
     auto day = static_cast<unsigned>(needIntegerIn(view, arguments[2], 0, 99));
     year_month_day date{year(yearNumber), std::chrono::month(month), std::chrono::day(day)};
     if (yearNumber < 1 || yearNumber > 9999 || !date.ok()) {
-        throw Failure(ErrorNumber::DateTimeOutOfRange, "there is no such day", {arguments[0], arguments[1], arguments[2]});
+        throw Failure(ErrorNumber::DateTimeOutOfRange, "there is no such day",
+                      {arguments[0], arguments[1], arguments[2]});
     }
     auto dayOfYear = static_cast<int32_t>((sys_days(date) - firstDayOf(yearNumber)).count() + 1);
     return newDateTime(view, self, {yearNumber, dayOfYear, 0, nil});
 }
 
-template <uint32_t index> Oop part(Interpreter& interpreter, Oop self, Arguments) {
+template <uint32_t index>
+Oop part(Interpreter& interpreter, Oop self, Arguments) {
     return interpreter.view.slot(self, index);
 }
 
@@ -142,11 +144,11 @@ Oop newDateTime(const View& view, Oop cls, const KciDateTimeSType& value) {
     int32_t dayCount = validYear && year(value.year).is_leap() ? 366 : 365;
     if (!validYear || value.dayOfYear < 1 || value.dayOfYear > dayCount || value.milliseconds < 0 ||
         value.milliseconds >= millisecondsPerDay) {
-        throw Failure(ErrorNumber::DateTimeOutOfRange,
-                      "year " + std::to_string(value.year) + ", day " + std::to_string(value.dayOfYear) +
-                          ", milliseconds " + std::to_string(value.milliseconds) + " is not a date-time",
-                      {newInteger(view, value.year), newInteger(view, value.dayOfYear),
-                       newInteger(view, value.milliseconds)});
+        throw Failure(
+            ErrorNumber::DateTimeOutOfRange,
+            "year " + std::to_string(value.year) + ", day " + std::to_string(value.dayOfYear) + ", milliseconds " +
+                std::to_string(value.milliseconds) + " is not a date-time",
+            {newInteger(view, value.year), newInteger(view, value.dayOfYear), newInteger(view, value.milliseconds)});
     }
     Oop oop = kernel::newInstance(view, cls, 0);
     view.setSlot(oop, kernel::date_time_slot::year, smallIntegerOop(value.year));

@@ -131,11 +131,13 @@ Oop greaterOrEqual(Interpreter& interpreter, Oop self, Arguments arguments) {
     return booleanOop(compare(interpreter, self, arguments[0]) >= 0);
 }
 
-template <double (*function)(double)> Oop realFunction(Interpreter& interpreter, Oop self, Arguments) {
+template <double (*function)(double)>
+Oop realFunction(Interpreter& interpreter, Oop self, Arguments) {
     return newFloat(interpreter.view, function(needNumber(interpreter.view, self).asReal()));
 }
 
-template <double (*rounding)(double)> Oop toInteger(Interpreter& interpreter, Oop self, Arguments) {
+template <double (*rounding)(double)>
+Oop toInteger(Interpreter& interpreter, Oop self, Arguments) {
     Number number = needNumber(interpreter.view, self);
     if (!number.isFloat) {
         return self;
@@ -173,7 +175,8 @@ Oop power(Interpreter& interpreter, Oop self, Arguments arguments) {
     return newInteger(view, result);
 }
 
-template <class Combine> Oop combineBits(Interpreter& interpreter, Oop self, Arguments arguments, Combine combine) {
+template <class Combine>
+Oop combineBits(Interpreter& interpreter, Oop self, Arguments arguments, Combine combine) {
     const View& view = interpreter.view;
     return newInteger(view, combine(needInteger(view, self), needInteger(view, arguments[0])));
 }

@@ -37,8 +37,7 @@ Oop sliceSize(Interpreter& interpreter, Oop, Arguments) {
 }
 
 Oop setSliceSize(Interpreter& interpreter, Oop self, Arguments arguments) {
-    interpreter.facts.sliceSteps =
-        static_cast<uint32_t>(needIntegerIn(interpreter.view, arguments[0], 1, 1000000000));
+    interpreter.facts.sliceSteps = static_cast<uint32_t>(needIntegerIn(interpreter.view, arguments[0], 1, 1000000000));
     return self;
 }
 
@@ -54,17 +53,21 @@ Oop halt(Interpreter&, Oop, Arguments) {
 Oop signalError(Interpreter& interpreter, Oop, Arguments arguments) {
     const View& view = interpreter.view;
     constexpr ErrorNumber numbers[] = {
-        ErrorNumber::BadSubscript, ErrorNumber::BadMessageParts, ErrorNumber::DoesNotUnderstand,
-        ErrorNumber::NotInCollection, ErrorNumber::BadArgument, ErrorNumber::BadOffset, ErrorNumber::NotFloat,
-        ErrorNumber::MaxRecursion, ErrorNumber::NoSession, ErrorNumber::DateTimeOutOfRange, ErrorNumber::NotLong,
-        ErrorNumber::NotCharacter, ErrorNumber::UnknownName, ErrorNumber::OperationInProgress,
-        ErrorNumber::OutOfMemory, ErrorNumber::NotBoolean, ErrorNumber::CorruptObject,
-        ErrorNumber::NotSupported, ErrorNumber::SoftBreak, ErrorNumber::HardBreak,
+        ErrorNumber::BadSubscript,      ErrorNumber::BadMessageParts,
+        ErrorNumber::DoesNotUnderstand, ErrorNumber::NotInCollection,
+        ErrorNumber::BadArgument,       ErrorNumber::BadOffset,
+        ErrorNumber::NotFloat,          ErrorNumber::MaxRecursion,
+        ErrorNumber::NoSession,         ErrorNumber::DateTimeOutOfRange,
+        ErrorNumber::NotLong,           ErrorNumber::NotCharacter,
+        ErrorNumber::UnknownName,       ErrorNumber::OperationInProgress,
+        ErrorNumber::OutOfMemory,       ErrorNumber::NotBoolean,
+        ErrorNumber::CorruptObject,     ErrorNumber::NotSupported,
+        ErrorNumber::SoftBreak,         ErrorNumber::HardBreak,
     };
     auto number = static_cast<ErrorNumber>(needIntegerIn(view, arguments[0], 0, 9999));
     if (std::find(std::begin(numbers), std::end(numbers), number) == std::end(numbers)) {
-        throw Failure(ErrorNumber::BadArgument, brief(view, arguments[0]) + " is not a number of the local store's errors",
-                      {arguments[0]});
+        throw Failure(ErrorNumber::BadArgument,
+                      brief(view, arguments[0]) + " is not a number of the local store's errors", {arguments[0]});
     }
     Failure failure(number, encodeText(needText(view, arguments[1])));
     if (!kernel::isKindOf(view, arguments[2], kernel::Array) || view.size(arguments[2]) > KCI_ERR_MAX_ARGS) {

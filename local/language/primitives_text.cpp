@@ -68,9 +68,10 @@ Oop atPut(Interpreter& interpreter, Oop self, Arguments arguments) {
 Oop add(Interpreter& interpreter, Oop self, Arguments arguments) {
     const View& view = interpreter.view;
     checkChangeable(view, self);
-    std::u16string units = isCharacter(arguments[0]) ? std::u16string(1, characterValue(arguments[0]))
-                                                     : needText(view, arguments[0]);
-    bool fits = unitSize(view, self) == 2 || std::all_of(units.begin(), units.end(), [](char16_t c) { return c <= 0xFF; });
+    std::u16string units =
+        isCharacter(arguments[0]) ? std::u16string(1, characterValue(arguments[0])) : needText(view, arguments[0]);
+    bool fits =
+        unitSize(view, self) == 2 || std::all_of(units.begin(), units.end(), [](char16_t c) { return c <= 0xFF; });
     if (!fits) {
         throw Failure(ErrorNumber::BadArgument, "a String holds characters up to code 255", {self, arguments[0]});
     }
@@ -104,7 +105,9 @@ Oop copyRange(Interpreter& interpreter, Oop self, Arguments arguments) {
         failSubscript(view, self, first < 1 ? arguments[0] : arguments[1]);
     }
     std::u16string units = textOf(view, self);
-    return newLike(view, self, first > last ? u"" : units.substr(static_cast<size_t>(first - 1), static_cast<size_t>(last - first + 1)));
+    return newLike(view, self,
+                   first > last ? u""
+                                : units.substr(static_cast<size_t>(first - 1), static_cast<size_t>(last - first + 1)));
 }
 
 // The first position at or after a given one at which a text occurs; 0 for none.
@@ -120,7 +123,8 @@ Oop less(Interpreter& interpreter, Oop self, Arguments arguments) {
 }
 
 // Letters of the Latin-1 range; others stay as they are.
-template <bool upper> Oop changeCase(Interpreter& interpreter, Oop self, Arguments) {
+template <bool upper>
+Oop changeCase(Interpreter& interpreter, Oop self, Arguments) {
     std::u16string units = textOf(interpreter.view, self);
     for (char16_t& unit : units) {
         bool lowerCase = (unit >= u'a' && unit <= u'z') || (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7);

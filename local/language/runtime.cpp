@@ -66,7 +66,8 @@ Runtime::Runtime() {
 Oop Runtime::symbol(std::string_view name) {
     auto found = symbols.find(std::string(name));
     if (found == symbols.end()) {
-        Oop oop = store.create(systemSession, {kernel::Symbol, Body::Byte, true, 0}, static_cast<uint32_t>(name.size()));
+        Oop oop =
+            store.create(systemSession, {kernel::Symbol, Body::Byte, true, 0}, static_cast<uint32_t>(name.size()));
         store.writeBytes(systemSession, oop, 0, {reinterpret_cast<const ByteType*>(name.data()), name.size()});
         found = symbols.emplace(name, oop).first;
     }
@@ -76,6 +77,12 @@ Oop Runtime::symbol(std::string_view name) {
 Oop Runtime::kernelGlobal(Oop name) const {
     auto found = kernelGlobals.find(name);
     return found == kernelGlobals.end() ? KCI_OOP_NONE : found->second;
+}
+
+void Runtime::addRoots(const std::function<void(Oop)>& mark) const {
+    for (const auto& [name, oop] : kernelGlobals) {
+        mark(name);
+    }
 }
 
 void Runtime::sweepSymbols(const std::function<bool(Oop)>& isLive) {
@@ -147,8 +154,7 @@ void addMethod(Runtime& runtime, const View& view, Oop cls, bool classSide, Oop 
     view.setSlot(method, kernel::method_slot::code, smallIntegerOop(code));
     view.setSlot(method, kernel::method_slot::selector, selector);
     view.setSlot(method, kernel::method_slot::source, source);
-    Oop methods =
-        view.slot(cls, classSide ? kernel::class_slot::classMethods : kernel::class_slot::methods);
+    Oop methods = view.slot(cls, classSide ? kernel::class_slot::classMethods : kernel::class_slot::methods);
     dictionaryAtPut(view, methods, selector, method);
     ++runtime.methodEpoch;
 }

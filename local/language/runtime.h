@@ -24,6 +24,7 @@ public:
     Oop symbol(std::string_view name);
     // A kernel class or object by its global name; 0 when the kernel has none of this name.
     Oop kernelGlobal(Oop name) const;
+    void addRoots(const std::function<void(Oop)>& mark) const;
     void sweepSymbols(const std::function<bool(Oop)>& isLive);
 
 private:
@@ -32,7 +33,7 @@ private:
     void addPrelude();
 
     std::unordered_map<std::string, Oop> symbols;
-    std::unordered_map<Oop, Oop> kernelGlobals; // never collected: kernel objects hold their names
+    std::unordered_map<Oop, Oop> kernelGlobals; // by name
 };
 
 // Adds a method to a class: code is a CodeId, or -1 less the index of a primitive.

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <new>
 
@@ -49,16 +48,16 @@ void sleepOneMillisecond() {
 
 } // namespace
 
-void fail(Reply& reply, const Failure& failure, Oop context) {
+void fail(Reply& reply, ErrorNumber number, std::string_view message, std::span<const Oop> arguments, Oop context) {
     reply.failed = true;
+    reply.object = KCI_OOP_ILLEGAL;
     reply.error = {};
     reply.error.category = KCI_CATEGORY_SYSTEM;
-    reply.error.number = static_cast<int32_t>(failure.number);
+    reply.error.number = static_cast<int32_t>(number);
     reply.error.context = context;
-    std::string text = failure.message;
-    truncateText(text, sizeof reply.error.message - 1);
-    std::memcpy(reply.error.message, text.c_str(), text.size() + 1);
-    for (Oop argument : failure.arguments) {
+    message = truncated(message, sizeof reply.error.message - 1);
+    std::copy(message.begin(), message.end(), reply.error.message);
+    for (Oop argument : arguments) {
         if (reply.error.argCount < KCI_ERR_MAX_ARGS) {
             reply.error.args[reply.error.argCount++] = argument;
         }
@@ -76,10 +75,6 @@ void Engine::requestBreak(bool hard) {
     state->breakRequest = static_cast<int>(hard ? ErrorNumber::HardBreak : ErrorNumber::SoftBreak);
 }
 
-void Engine::forgetBreak() {
-    state->breakRequest = 0;
-}
-
 Reply Engine::State::handle(const Request& request) {
     Reply reply;
     try {
@@ -87,22 +82,19 @@ Reply Engine::State::handle(const Request& request) {
             runtime.store.collect(*this);
         }
         dispatch(request, reply);
-    } catch (const Failure& failure) {
-        fail(reply, failure, nil);
-    } catch (const NoSuchObject& missing) {
-        fail(reply, noSuchObject(missing), nil);
-    } catch (const StoreFull&) {
-        fail(reply, storeFull(), nil);
-    } catch (const std::bad_alloc&) {
-        dropCall(request.session);
-        fail(reply, Failure(ErrorNumber::OutOfMemory, "the local store has no memory left"), nil);
+        return reply;
     } catch (...) {
-        dropCall(request.session);
-        fail(reply, Failure(ErrorNumber::InternalFailure, "internal error of the local store"), nil);
+        try {
+            Failure failure = caughtFailure();
+            fail(reply, failure.number, failure.message, failure.arguments, nil);
+            return reply;
+        } catch (const std::bad_alloc&) {
+            fail(reply, ErrorNumber::OutOfMemory, "the local store has no memory left", {}, nil);
+        } catch (...) {
+            fail(reply, ErrorNumber::InternalFailure, "internal error of the local store", {}, nil);
+        }
     }
-    if (reply.failed) {
-        reply.object = KCI_OOP_ILLEGAL;
-    }
+    dropCall(request.session);
     return reply;
 }
 
@@ -116,8 +108,7 @@ void Engine::State::dropCall(SessionId session) {
 ServerSession& Engine::State::sessionOf(const Request& request) {
     auto found = sessions.find(request.session);
     if (found == sessions.end()) {
-        throw Failure(ErrorNumber::BadSessionId,
-                      "the local store has no session " + std::to_string(request.session));
+        throw Failure(ErrorNumber::BadSessionId, "the local store has no session " + std::to_string(request.session));
     }
     return *found->second;
 }
@@ -158,7 +149,8 @@ void Engine::State::dispatch(const Request& request, Reply& reply) {
 
 void Engine::State::login(const Request& request, Reply& reply) {
     if (!isKnownUser(request.text, request.secondText)) {
-        throw Failure(ErrorNumber::LoginDenied, "login to the local store denied: the user name or the password is wrong");
+        throw Failure(ErrorNumber::LoginDenied,
+                      "login to the local store denied: the user name or the password is wrong");
     }
     if (sessions.size() >= maxSessions) {
         throw Failure(ErrorNumber::TooManySessions,
@@ -166,8 +158,8 @@ void Engine::State::login(const Request& request, Reply& reply) {
     }
     SessionId id = ++lastSession;
     runtime.store.openSession(id);
-    sessions[id] = std::make_unique<ServerSession>(
-        runtime, SessionFacts{std::string(request.text), id, initialSliceSteps()});
+    sessions[id] =
+        std::make_unique<ServerSession>(runtime, SessionFacts{std::string(request.text), id, initialSliceSteps()});
     reply.integer = id;
 }
 
@@ -183,6 +175,7 @@ void Engine::State::start(ServerSession& session, const Request& request) {
     if (session.running) {
         throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
     }
+    breakRequest = 0; // it was meant for an earlier call
     auto process = std::make_unique<Process>();
     Interpreter& interpreter = session.interpreter;
     // What is wrong with the source or the message shows at the first poll, as other errors of a call do.
@@ -191,7 +184,8 @@ void Engine::State::start(ServerSession& session, const Request& request) {
             std::u16string name = decodeText(request.text);
             Oop selector = runtime.symbol(std::string(name.begin(), name.end()));
             auto colons = static_cast<size_t>(std::count(name.begin(), name.end(), u':'));
-            bool isOperator = !name.empty() && colons == 0 && u"+-*/\\<>=~,@%&?|"sv.find(name[0]) != std::u16string::npos;
+            bool isOperator =
+                !name.empty() && colons == 0 && u"+-*/\\<>=~,@%&?|"sv.find(name[0]) != std::u16string::npos;
             size_t expected = isOperator ? 1 : colons;
             if (request.objects.size() != expected) {
                 throw Failure(ErrorNumber::BadMessageParts,
@@ -211,18 +205,15 @@ void Engine::State::start(ServerSession& session, const Request& request) {
             }
             interpreter.startExpression(*process, compileExpression(runtime, interpreter.view, decodeText(source)));
         }
-    } catch (Failure& failure) {
-        Interpreter::suspend(*process, std::move(failure), false);
-    } catch (const NoSuchObject& missing) {
-        Interpreter::suspend(*process, noSuchObject(missing), false);
-    } catch (const StoreFull&) {
-        Interpreter::suspend(*process, storeFull(), false);
+    } catch (...) {
+        Interpreter::suspend(*process, caughtFailure(), false);
     }
     session.running = std::move(process);
 }
 
 Outcome Engine::State::runSlice(ServerSession& session) {
-    if (int number = breakRequest.exchange(0); number != 0 && !session.running->failure && !session.running->frames.empty()) {
+    if (int number = breakRequest.exchange(0);
+        number != 0 && !session.running->failure && !session.running->frames.empty()) {
         bool hard = number == static_cast<int>(ErrorNumber::HardBreak);
         Interpreter::suspend(*session.running,
                              Failure(static_cast<ErrorNumber>(number), hard ? "hard break" : "soft break"), false);
@@ -261,6 +252,7 @@ void Engine::State::continueProcess(ServerSession& session, const Request& reque
     if (found == session.suspended.end()) {
         throw Failure(ErrorNumber::BadArgument, "the object is no suspended process", {request.object});
     }
+    breakRequest = 0;
     session.running = std::move(found->second);
     forgetProcess(session, request.object);
     session.interpreter.resume(*session.running, value);
@@ -300,7 +292,7 @@ void Engine::State::finish(ServerSession& session, Outcome outcome, Reply& reply
         }
     }
     session.running.reset();
-    fail(reply, failure, context);
+    fail(reply, failure.number, failure.message, failure.arguments, context);
 }
 
 Oop Engine::State::keepSuspended(ServerSession& session) {
@@ -339,6 +331,7 @@ void Engine::State::forgetProcess(ServerSession& session, Oop process) {
 // --- collection ----------------------------------------------------------------------------------------------------
 
 void Engine::State::addRoots(const std::function<void(Oop)>& mark) {
+    runtime.addRoots(mark);
     for (const auto& [id, session] : sessions) {
         session->interpreter.addRoots(mark);
         if (session->running) {
@@ -356,7 +349,8 @@ void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const std::function<v
             }
         }
     }
-    if ((cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot) && smallIntegerValue(firstSlot) >= 0) {
+    if ((cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot) &&
+        smallIntegerValue(firstSlot) >= 0) {
         runtime.codes.mark(smallIntegerValue(firstSlot), mark);
     }
 }

@@ -55,7 +55,7 @@ private:
 // Requests on objects that need no more than the session.
 void handleObjectRequest(ServerSession& session, const Request& request, Reply& reply);
 
-// Fills a failed reply.
-void fail(Reply& reply, const Failure& failure, Oop context);
+// Makes the reply a failed one; the message is cut to what the record holds.
+void fail(Reply& reply, ErrorNumber number, std::string_view message, std::span<const Oop> arguments, Oop context);
 
 } // namespace local

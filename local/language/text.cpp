@@ -67,14 +67,14 @@ std::string encodeText(std::u16string_view units) {
     return bytes;
 }
 
-void truncateText(std::string& text, size_t limit) {
+std::string_view truncated(std::string_view text, size_t limit) {
     if (text.size() <= limit) {
-        return;
+        return text;
     }
     while (limit > 0 && (static_cast<ByteType>(text[limit]) & 0xC0) == 0x80) {
         --limit;
     }
-    text.resize(limit);
+    return text.substr(0, limit);
 }
 
 bool isText(const View& view, Oop oop) {

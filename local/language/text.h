@@ -12,8 +12,8 @@ namespace local {
 std::u16string decodeText(std::string_view bytes);
 // Modified UTF-8: no zero byte inside, units beyond 16 bits as surrogate pairs of three bytes each.
 std::string encodeText(std::u16string_view units);
-// Cuts modified UTF-8 to at most limit bytes, at a character's border.
-void truncateText(std::string& text, size_t limit);
+// Modified UTF-8 cut to at most limit bytes, at a character's border.
+std::string_view truncated(std::string_view text, size_t limit);
 
 bool isText(const View& view, Oop oop);       // String, Symbol or DoubleByteString
 bool isDoubleByte(const View& view, Oop oop); // a kind of DoubleByteString

@@ -24,14 +24,20 @@ void Store::collect(Roots& roots) {
     markFrom(pending, roots, mark);
     roots.swept([this](Oop oop) { return indexOf(oop) < entries.size() && entries[indexOf(oop)].marked; });
     sweep();
-    collectAt = memoryUsed + std::clamp<size_t>(memoryUsed / 2, 4u << 20, 64u << 20);
+    // Not so late that garbage alone could fill the store, and never at once again.
+    size_t next = memoryUsed + std::clamp<size_t>(memoryUsed / 2, 4u << 20, 64u << 20);
+    collectAt = std::min(next, std::max(memoryLimit - maxBytes, memoryUsed + (8u << 20)));
 }
 
 // Every version of a marked object is followed: what one session has dropped another may still see.
 void Store::markFrom(std::vector<Oop>& pending, Roots& roots, const std::function<void(Oop)>& mark) {
     auto follow = [&](Oop oop, const Object& object) {
         mark(object.shape.cls);
-        std::for_each(object.slots.begin(), object.slots.end(), mark);
+        for (Oop value : object.slots) {
+            if (isReference(value)) {
+                mark(value);
+            }
+        }
         if (!object.slots.empty()) {
             roots.visit(oop, object.shape.cls, object.slots.front(), mark);
         }

@@ -144,7 +144,8 @@ void Store::setSlot(SessionId session, Oop oop, uint32_t index, Oop value) {
 }
 
 // Runs an action that changes an object's size, with the limits and the memory count kept.
-template <class Action> void Store::changeSize(SessionId session, Oop oop, Action action) {
+template <class Action>
+void Store::changeSize(SessionId session, Oop oop, Action action) {
     Object& object = writable(session, oop);
     size_t before = object.memory();
     if (object.slots.size() >= maxElements) {

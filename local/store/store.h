@@ -50,7 +50,7 @@ class Store {
 public:
     static constexpr uint32_t maxElements = 4u << 20;
     static constexpr uint32_t maxBytes = 16u << 20;
-    static constexpr size_t memoryLimit = 512u << 20;
+    static constexpr size_t memoryLimit = 256u << 20;
     static constexpr uint32_t firstFreeIndex = 2048; // identifiers below 4 * this are given out by createAt only
 
     void openSession(SessionId session);
@@ -94,8 +94,8 @@ public:
     void forgetChange(SessionId session, Oop oop) { sessions.at(session).changed.erase(oop); }
 
     // Mark and sweep. The language's roots come through addRoots, which calls mark for each; visit tells it of every
-    // live object, so that it can mark what it keeps for one outside the store. Call it only where every identifier in use
-    // is reachable from these, from an export set or from an object that is.
+    // live object, so that it can mark what it keeps for one outside the store. Call it only where every identifier in
+    // use is reachable from these, from an export set or from an object that is.
     class Roots {
     public:
         virtual ~Roots() = default;
@@ -146,7 +146,8 @@ private:
     Object& writable(SessionId session, Oop oop);
     void noteChange(const Entry& entry, SessionId session, Oop oop);
     std::unique_ptr<Object> makeObject(const Shape& shape, uint32_t size);
-    template <class Action> void changeSize(SessionId session, Oop oop, Action action);
+    template <class Action>
+    void changeSize(SessionId session, Oop oop, Action action);
     void dropCopies(Session& session);
     void reserve(size_t bytes);
     void markFrom(std::vector<Oop>& pending, Roots& roots, const std::function<void(Oop)>& mark);

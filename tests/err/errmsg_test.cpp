@@ -352,7 +352,7 @@ TEST(FindErrSym, SurvivesRandomDamage) {
             compileText(std::string(collidingA) + ":A\n" + collidingB + ":B\nsymbol(2 1):t %d %s\n");
         std::mt19937 random(20260601);
         noHalt = TRUE;
-        for (int i = 0; i < 2000; ++i) {
+        for (int i = 0; i < 500; ++i) {
             std::string image = good;
             for (unsigned flips = random() % 8; flips > 0; --flips)
                 image[random() % image.size()] ^= static_cast<char>(1u << random() % 8);
