@@ -30,6 +30,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     ErrMsgInit();
     if (!ErrUtlErrFile)
         abort();
+    // Nothing of the file before is left, whatever became of this one.
+    if (char* const pattern = ErrMsgGetString("a"))
+        UtlFree(pattern);
     // A refused header is fallen over by nobody either.
     ErrMsgReset();
     constexpr const char* symbols[] = {"a", "c.bmhp", "c.cdfa", "missing", ""};

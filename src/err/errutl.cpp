@@ -64,12 +64,15 @@ private:
     size_t slack() const { return (UtlGetPageSize() - size % UtlGetPageSize()) % UtlGetPageSize(); }
 } image;
 
+unsigned imageNumber = 1;
+
 void closeFile() {
     if (ErrUtlErrFile) {
         fclose(ErrUtlErrFile);
         ErrUtlErrFile = nullptr;
     }
     image.release();
+    ++imageNumber;
 }
 
 // Takes the file's contents into memory. What is not a regular file, or is empty, leaves the image empty, so that every
@@ -136,6 +139,10 @@ bool locate(const char* fileName, HostFnameStrType& name) {
 
 std::string_view errUtlImage() {
     return {image.bytes, image.size};
+}
+
+unsigned errUtlImageNumber() {
+    return imageNumber;
 }
 
 BoolType ErrUtlInit(BoolType isCompiled, const char* fileName) {

@@ -18,7 +18,7 @@
 
 namespace {
 
-// Symbols of one hash, and where they stand in the image.
+// Two symbols of one hash.
 const char* const collidingA = "c.bmhp";
 const char* const collidingB = "c.cdfa";
 
@@ -342,6 +342,20 @@ TEST(FindErrSym, RefusedHeaderLeavesNothingToFallOver) {
         EXPECT_EQ(message("symbol", ""), "[symbol]");
     });
     EXPECT_EQ(child.exitStatus, 0) << child.out;
+}
+
+TEST(FindErrSym, ForgetsAFileThatIsReplacedByRubbish) {
+    const OpenCatalogue catalogue(compileText("symbol:text\n"));
+    EXPECT_EQ(message("symbol", ""), "text");
+    for (const char* const replacement : {"rubbish", ""}) {
+        catalogue.folder.write("messages.err", replacement);
+        ErrMsgInit();
+        EXPECT_TRUE(ErrMsgGetPanicked());
+        EXPECT_EQ(ErrMsgGetString("symbol"), nullptr);
+    }
+    catalogue.folder.write("messages.err", compileText("symbol:new text\n"));
+    ErrMsgInit();
+    EXPECT_EQ(message("symbol", ""), "new text");
 }
 
 // Flips bits and cuts the file at random: whatever comes out, nothing crashes, hangs or reads outside.
