@@ -1,7 +1,6 @@
 #include "err/errformat.h"
 
 #include <algorithm>
-#include <charconv>
 #include <stdio.h>
 #include <string.h>
 
@@ -27,10 +26,28 @@ std::string_view argumentText(const char* text) {
     return view;
 }
 
+// Writes the digits of a number; returns their end. At most ten.
+char* writeDigits(char* to, uint32_t value) {
+    char digits[10];
+    char* first = digits + sizeof digits;
+    do
+        *--first = static_cast<char>('0' + value % 10);
+    while ((value /= 10) != 0);
+    const auto count = static_cast<size_t>(digits + sizeof digits - first);
+    memcpy(to, first, count);
+    return to + count;
+}
+
 bool appendDecimal(TextSink& out, int32_t value) {
-    char digits[12];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    return out.append(std::string_view(digits, static_cast<size_t>(end - digits)));
+    char text[11];
+    char* end = text;
+    auto magnitude = static_cast<uint32_t>(value);
+    if (value < 0) {
+        *end++ = '-';
+        magnitude = 0 - magnitude;
+    }
+    end = writeDigits(end, magnitude);
+    return out.append(std::string_view(text, static_cast<size_t>(end - text)));
 }
 
 bool appendObject(TextSink& out, OopType object) {
@@ -125,13 +142,13 @@ bool SafeSpec::parse(std::string_view spec) {
     // A star would take an argument that was never passed.
     const int width = takeCharacter(rest, '*') ? 0 : takeNumber(rest);
     if (width > 0)
-        end = std::to_chars(end, end + 4, width).ptr;
+        end = writeDigits(end, static_cast<uint32_t>(width));
     int precision = -1;
     if (takeCharacter(rest, '.'))
         precision = takeCharacter(rest, '*') ? -1 : takeNumber(rest);
     if (precision >= 0) {
         *end++ = '.';
-        end = std::to_chars(end, end + 4, precision).ptr;
+        end = writeDigits(end, static_cast<uint32_t>(precision));
     }
     // An argument is as wide as it is, whatever the modifier says; only the narrowing ones have an effect.
     const size_t modifiers = std::min(rest.find_first_not_of("hlqjztL"), rest.size());

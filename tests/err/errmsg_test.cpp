@@ -30,6 +30,7 @@ TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     EXPECT_EQ(message("a.b", nullptr), "[a.b]");
     EXPECT_EQ(message("a.b", "dnoxgso", -1, 2, 15, 0xABCu, 1.5, "text", 16),
               "[a.b -1 2 SmallInteger(3) 0xabc 1.5 text Oop(16)]");
+    EXPECT_EQ(message("a", "ddd", 0, 2147483647, -2147483647 - 1), "[a 0 2147483647 -2147483648]");
     EXPECT_EQ(message("a.b", "so", nullptr, 0xFFFFFFFFu), "[a.b (null) SmallInteger(-1)]");
     EXPECT_EQ(message("a", "dddddddddddd", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12), "[a 1 2 3 4 5 6 7 8 9 10]");
     EXPECT_EQ(ErrMsgGetString("a.b"), nullptr);
