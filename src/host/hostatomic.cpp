@@ -1,0 +1,42 @@
+#include "hostatomic.h"
+
+static_assert(sizeof(int) == 4, "a lock word has 32 bits");
+
+void HostShrMemoryBarrier() {
+    __atomic_thread_fence(__ATOMIC_SEQ_CST);
+}
+
+int HostAsmTryLock(int* lock, unsigned spinCount) {
+    if (__atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) == 0)
+        return 1;
+    do {
+        // Reading before writing leaves the cache line with the holder while the lock is held.
+        do {
+            __builtin_ia32_pause();
+            if (--spinCount == 0)
+                return 0;
+        } while (__atomic_load_n(lock, __ATOMIC_RELAXED) != 0);
+    } while (__atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) != 0);
+    return 1;
+}
+
+int HostAsmUnlock(int* lock) {
+    return __atomic_exchange_n(lock, 0, __ATOMIC_SEQ_CST);
+}
+
+int HostAsmClearLockedPage(int* lock) {
+    return __atomic_exchange_n(lock, -1, __ATOMIC_SEQ_CST);
+}
+
+int HostAsmSyncCtrAdd(int* counter, int delta) {
+    return __atomic_fetch_add(counter, delta, __ATOMIC_SEQ_CST);
+}
+
+// Since the previous value is wanted, these two compile to a compare-and-swap loop.
+int HostAsmSyncOr(int* word, int bits) {
+    return __atomic_fetch_or(word, bits, __ATOMIC_SEQ_CST);
+}
+
+int HostAsmSyncAnd(int* word, int bits) {
+    return __atomic_fetch_and(word, bits, __ATOMIC_SEQ_CST);
+}

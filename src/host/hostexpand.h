@@ -1,0 +1,12 @@
+// The expansion of file names behind HostExpandFileName, with its choices open.
+#pragma once
+
+enum class LinkHandling {
+    follow,       // follow symbolic links; a folder gets a "/" at its end
+    followByWalk, // the same result, without asking the kernel first whether there is a link at all
+    keep,         // leave links alone and append nothing: for whoever examines or removes the link itself
+};
+
+// As HostUnixExpandFileName and HostExpandFileName.
+void hostUnixExpand(const char* src, char* dst, unsigned size, LinkHandling links);
+void hostExpand(const char* src, char* dst, unsigned size, LinkHandling links);

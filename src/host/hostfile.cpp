@@ -1,0 +1,84 @@
+#include "hostfile.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "host/hostexpand.h"
+#include "hostenv.h"
+#include "syserror.h"
+
+HostFileKindEType HostFileType(const char* name) {
+    struct stat64 info;
+    if (lstat64(name, &info) != 0)
+        return HOST_FILE_KIND_ERROR;
+    switch (info.st_mode & S_IFMT) {
+    case S_IFREG:
+        return HOST_FILE_KIND_FILE;
+    case S_IFDIR:
+        return HOST_FILE_KIND_DIR;
+    case S_IFCHR:
+        return HOST_FILE_KIND_CHRDEVICE;
+    case S_IFBLK:
+        return HOST_FILE_KIND_BLKDEVICE;
+    case S_IFLNK:
+        return HOST_FILE_KIND_LNK;
+    default:
+        return HOST_FILE_KIND_OTHER;
+    }
+}
+
+BoolType HostFileExist(const char* name) {
+    return HostFileExistSize(name, nullptr);
+}
+
+BoolType HostFileExistSize(const char* name, long* size) {
+    HostFnameStrType path;
+    hostExpand(name, path, sizeof path, LinkHandling::keep);
+    struct stat64 info;
+    if (lstat64(path, &info) != 0)
+        return FALSE;
+    if (size != nullptr)
+        *size = static_cast<long>(std::min<off64_t>(info.st_size, LONG_MAX));
+    return TRUE;
+}
+
+BoolType HostRemoveFile(const char* name, SysErrorSType* err) {
+    HostFnameStrType path;
+    hostExpand(name, path, sizeof path, LinkHandling::keep);
+    if (unlink(path) == 0)
+        return TRUE;
+    SysErrorSet(err, errno, "unlink(%.3000s)", name);
+    return FALSE;
+}
+
+FILE* HostOpenFile(const char* name, const char* mode, SysErrorSType* err, int flags) {
+    FILE* file = nullptr;
+    // fopen looks for "e" (close on exec) in the first few characters and before a comma: it goes second.
+    char closingMode[64];
+    const size_t length = strlen(mode);
+    if (flags != 0 || length == 0 || length + 2 > sizeof closingMode) {
+        errno = EINVAL;
+    } else {
+        closingMode[0] = mode[0];
+        closingMode[1] = 'e';
+        memcpy(closingMode + 2, mode + 1, length);
+        HostFnameStrType path;
+        HostExpandFileName(name, path, sizeof path);
+        file = fopen64(path, closingMode);
+    }
+    if (file == nullptr)
+        SysErrorSet(err, errno, "fopen(%.3000s,%.60s)", name, mode);
+    return file;
+}
+
+long Hostftell(FILE* f) {
+    return ftell(f);
+}
+
+int Hostfseek(FILE* f, long offset, int whence) {
+    return fseek(f, offset, whence);
+}

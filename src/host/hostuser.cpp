@@ -1,0 +1,70 @@
+// The names of this machine and its users.
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <pwd.h>
+#include <string_view>
+#include <unistd.h>
+
+#include "hostunix.h"
+
+namespace {
+bool copyWhole(std::string_view text, char* buf, unsigned size) {
+    if (text.empty() || text.size() >= size)
+        return false;
+    memcpy(buf, text.data(), text.size());
+    buf[text.size()] = '\0';
+    return true;
+}
+
+// One entry of the user database (getpwnam_r, getpwuid_r; IEEE 1003.1).
+class UserEntry {
+public:
+    // name NULL: the current user.
+    explicit UserEntry(const char* name) {
+        if (name != nullptr)
+            getpwnam_r(name, &entry_, text_, sizeof text_, &found_);
+        else
+            getpwuid_r(getuid(), &entry_, text_, sizeof text_, &found_);
+    }
+    const passwd* get() const { return found_; }
+
+private:
+    passwd entry_{};
+    passwd* found_ = nullptr;
+    char text_[8192];
+};
+} // namespace
+
+BoolType HostGetHostname(char* buf, unsigned size) {
+    if (size == 0)
+        return FALSE;
+    buf[0] = '\0';
+    char name[HOST_NAME_MAX + 1];
+    return gethostname(name, sizeof name) == 0 && copyWhole(name, buf, size);
+}
+
+BoolType HostGetHomeDir(const char* user, char* buf, unsigned size) {
+    if (size == 0)
+        return FALSE;
+    buf[0] = '\0';
+    const UserEntry entry(user);
+    if (entry.get() != nullptr)
+        return copyWhole(entry.get()->pw_dir, buf, size);
+    // A user without an entry, as in many containers, still has what the environment says.
+    const char* home = user == nullptr ? getenv("HOME") : nullptr;
+    return home != nullptr && copyWhole(home, buf, size);
+}
+
+BoolType HostGetUserName(char* buf, unsigned size) {
+    if (size == 0)
+        return FALSE;
+    buf[0] = '\0';
+    const UserEntry entry(nullptr);
+    return entry.get() != nullptr && copyWhole(entry.get()->pw_name, buf, size);
+}
+
+int HostStrCompare(const char* a, const char* b, size_t lengthA, size_t lengthB) {
+    const int order = std::string_view(a, lengthA).compare(std::string_view(b, lengthB));
+    return order < 0 ? -1 : order > 0;
+}
