@@ -1,0 +1,33 @@
+/*
+ * The one parser of message entries, behind the stream interface (ErrUtlNextSym) and behind the catalogue's look-ups
+ * in the file's image.
+ */
+#ifndef TMQKCI_ERRENTRY_H
+#define TMQKCI_ERRENTRY_H
+
+#include "errutl.h"
+
+#include <string_view>
+
+// Calls of the debugger hook that wait until the print mutex is free: the hook's report asks for messages itself.
+struct PendingHooks {
+    int guarantees = 0; // failed guarantees of errutl
+    int plain = 0;      // failures that were reported by their own text
+
+    // Makes the calls, in the order in which a look-up notes them.
+    void run();
+};
+
+struct EntryContext {
+    const char* fileName; // shown in diagnostics
+    long* lineCount;      // shown in diagnostics; counts physical lines while a table is built
+    bool building;
+    PendingHooks* pending = nullptr; // where hook calls are noted; without it they are made at once
+    int malformedLimit = 0;          // give up after so many malformed lines; 0: never
+};
+
+// Parses the next entry of the text from position on, which lies within it. FALSE at the end.
+BoolType nextEntryInText(std::string_view text, size_t position, EntryContext& context, ErrUtlEntrySType& entry,
+                         BoolType& syntaxErr);
+
+#endif
