@@ -16,7 +16,7 @@ typedef void (*HostOnDebugHandlerType)(void);
 
 TMQKCI_C_BEGIN
 
-/* Set by an embedding program: fatal errors are announced, not reported, and the process goes on. HostInit clears it. */
+/* Set by an embedding program: fatal errors are announced, not reported; the process goes on. HostInit clears it. */
 extern TMQKCI_DATA volatile BoolType noHalt;
 /* Cleared by an embedding program that wants no core files: a fatal error runs the hooks and the process goes on. */
 extern TMQKCI_DATA volatile long coreDumpEnabled;

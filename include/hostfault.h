@@ -7,6 +7,8 @@
 #ifndef TMQKCI_HOSTFAULT_H
 #define TMQKCI_HOSTFAULT_H
 
+/* In strict C17, signal.h leaves out the types of POSIX. */
+#include <bits/types/siginfo_t.h>
 #include <signal.h>
 #include <stddef.h>
 

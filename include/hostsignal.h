@@ -7,9 +7,13 @@
 #ifndef TMQKCI_HOSTSIGNAL_H
 #define TMQKCI_HOSTSIGNAL_H
 
+/* In strict C17, signal.h leaves out the types of POSIX. */
+#include <bits/types/siginfo_t.h>
 #include <signal.h>
 
 #include "kcitypes.h"
+
+struct sigaction;
 
 /* A handler with three arguments, as SA_SIGINFO asks for. */
 typedef void UnixIoSignalHandlerFuncType(int sig, siginfo_t* info, void* context);
