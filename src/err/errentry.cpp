@@ -119,6 +119,7 @@ enum class Syntax {
 };
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\f'; }
+bool endsSymbol(char c) { return c == ' ' || c == '\t' || c == ':' || c == '('; }
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 void skipBlanks(std::string_view& rest) {
@@ -171,8 +172,11 @@ Syntax parseEntry(std::string_view rest, ErrUtlEntrySType& entry, int& numeral) 
     if (rest.front() == '#') {
         return Syntax::comment;
     }
-    const size_t symbolLength = rest.find_first_of(" \t:(");
-    if (symbolLength == 0 || symbolLength == std::string_view::npos) {
+    size_t symbolLength = 0;
+    while (symbolLength < rest.size() && !endsSymbol(rest[symbolLength])) {
+        ++symbolLength;
+    }
+    if (symbolLength == 0 || symbolLength == rest.size()) {
         return Syntax::symbolMissing;
     }
     if (symbolLength > ERRUTL_MAX_SYMBOL) {
@@ -204,7 +208,7 @@ void failGuarantee(PendingHooks* pending) {
     if (pending) {
         ++pending->guarantees;
     } else {
-        guaranteeFailed("errutl", __LINE__);
+        hostGuaranteeFailed("errutl", __LINE__);
     }
 }
 

@@ -1,9 +1,6 @@
-/*
- * The one parser of message entries, behind the stream interface (ErrUtlNextSym) and behind the catalogue's look-ups
- * in the file's image.
- */
-#ifndef TMQKCI_ERRENTRY_H
-#define TMQKCI_ERRENTRY_H
+// The one parser of message entries, behind the stream interface (ErrUtlNextSym) and behind the catalogue's look-ups in
+// the file's image.
+#pragma once
 
 #include "errutl.h"
 
@@ -29,5 +26,3 @@ struct EntryContext {
 // Parses the next entry of the text from position on, which lies within it. FALSE at the end.
 BoolType nextEntryInText(std::string_view text, size_t position, EntryContext& context, ErrUtlEntrySType& entry,
                          BoolType& syntaxErr);
-
-#endif
