@@ -8,11 +8,9 @@
 #ifndef TMQKCI_HOSTPROCESS_H
 #define TMQKCI_HOSTPROCESS_H
 
-#include <sys/types.h>
-
+#include "hostdebug.h"
 #include "kcitypes.h"
 
-typedef pid_t PidType;
 
 TMQKCI_C_BEGIN
 

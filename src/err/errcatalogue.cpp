@@ -7,6 +7,7 @@
 #include "err/errimage.h"
 #include "hash.h"
 #include "host/hostfork.h"
+#include "host/mutexowner.h"
 
 namespace {
 
@@ -90,7 +91,7 @@ Probe probeTable(std::string_view file, std::string_view sym, uint32_t hash, Err
 } // namespace
 
 HostMutexSType* printMutex() {
-    hostForkRegister(ForkSlot::printMutex, {forkGetLocks, forkReleaseLocks});
+    hostForkRegister(ForkSlot::printMutex, {forkGetLocks, forkReleaseLocks, [] { return hostHoldsMutex(mutex); }});
     return &mutex;
 }
 

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "host/guarantee.h"
+#include "host/handlerscope.h"
 #include "hostdebug.h"
 #include "utlhost.h"
 
@@ -62,6 +63,7 @@ void UnwindDoUnwind(int val) {
     UTL_GUARANTEE(UnwindTotalPinnedPages == 0);
     if (UnwindCurrentJumpBuffer != nullptr) {
         UnwindSetExceptionVal(val);
+        HandlerScope::leave();
         _longjmp(UnwindCurrentJumpBuffer->buf, val);
     }
     fputs("UNWIND called with no handler!\n", stderr);
