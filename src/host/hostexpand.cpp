@@ -6,6 +6,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <linux/openat2.h>
+#include <optional>
 #include <pthread.h>
 #include <string_view>
 #include <sys/syscall.h>
@@ -101,10 +102,12 @@ void makeAbsolute(Name& name) {
 }
 
 // Removes "." and "..", follows links. Every "/" and the end are looked at in turn; `position` moves past those whose
-// text before them is settled, so that no part of the name is looked up twice.
-void walk(Name& name, bool followLinks) {
+// text before them is settled, so that no part of the name is looked up twice. Returns the kind of the file that the
+// outcome names when the walk came to know it.
+std::optional<HostFileKindEType> walk(Name& name, bool followLinks) {
     constexpr unsigned mostLinks = 4095;
     unsigned linksFollowed = 0;
+    std::optional<HostFileKindEType> kind;
     char target[HOST_FNAME_SIZE];
     for (size_t position = 0; position <= name.length();) {
         const size_t end = name.nextBoundary(position);
@@ -125,14 +128,21 @@ void walk(Name& name, bool followLinks) {
         position = end + 1;
         if (!followLinks || before.empty() || before.ends_with('/'))
             continue;
+        if (end == name.length()) {
+            kind = HostFileType(name.text());
+            if (kind != HOST_FILE_KIND_LNK)
+                break;
+            kind.reset();
+        }
         const ssize_t targetLength = name.readLink(end, target, sizeof target);
         if (targetLength <= 0)
             continue;
         const size_t from = target[0] == '/' ? 0 : before.rfind('/') + 1;
         if (!name.replace(from, end, {target, static_cast<size_t>(targetLength)}) || ++linksFollowed == mostLinks)
-            return;
+            break;
         position = from;
     }
+    return kind;
 }
 
 enum class Target { folder, noFolder, mayHaveLinks };
@@ -200,10 +210,13 @@ void hostUnixExpand(const char* src, char* dst, unsigned size, LinkHandling link
     makeAbsolute(name);
 
     const Target target = links == LinkHandling::follow ? lookUpWithoutLinks(name) : Target::mayHaveLinks;
-    walk(name, links != LinkHandling::keep && target == Target::mayHaveLinks);
+    const bool mayHaveLinks = target == Target::mayHaveLinks;
+    const auto kind = walk(name, links != LinkHandling::keep && mayHaveLinks);
     if (links == LinkHandling::keep || name.view().empty() || name.view().ends_with('/'))
         return;
-    if (target == Target::folder || (target == Target::mayHaveLinks && HostFileType(dst) == HOST_FILE_KIND_DIR))
+    const bool isFolder =
+        mayHaveLinks ? (kind ? *kind : HostFileType(dst)) == HOST_FILE_KIND_DIR : target == Target::folder;
+    if (isFolder)
         name.replace(name.length(), name.length(), "/");
 }
 

@@ -1,0 +1,101 @@
+#include "utl/heapcheck.h"
+
+#include "host/guarantee.h"
+#include "utl/heapledger.h"
+#include "utl/heapstate.h"
+
+void HeapViolations::add(int line, unsigned times) {
+    if (used > 0 && runs[used - 1].line == line) {
+        runs[used - 1].count += times;
+    } else if (used < runs.size()) {
+        runs[used++] = {line, times};
+    } else {
+        for (size_t i = used; i-- > 0;) {
+            if (runs[i].line == line) {
+                runs[i].count += times;
+                return;
+            }
+        }
+    }
+}
+
+void HeapViolations::report() {
+    for (size_t i = 0; i < used; ++i) {
+        for (unsigned n = 0; n < runs[i].count; ++n)
+            hostGuaranteeFailed("utlheap", runs[i].line);
+    }
+    used = 0;
+}
+
+namespace {
+// A hint that fetches a line of memory and never faults. The compiler's own builtin needs a processor option on i386;
+// processors without the instruction take it for a long no-operation.
+inline void prefetch(const void* address) {
+#if defined(__i386__)
+    asm volatile("prefetcht0 %0" : : "m"(*static_cast<const char*>(address)));
+#else
+    __builtin_prefetch(address);
+#endif
+}
+
+// Fetches what checkLiveList will look at.
+inline void prefetchBlock(const HeapLedger::Entry& entry) {
+    const char* chunk = reinterpret_cast<const char*>(entry.chunk);
+    const char* end = chunk + sizeof(HeapChunk) + entry.size;
+    prefetch(chunk + offsetof(HeapChunk, prev));
+    prefetch(chunk + sizeof(HeapChunk) - 1);
+    prefetch(end);
+    prefetch(end + heapGuardWords * sizeof(uint32_t) - 1);
+}
+
+void heapHalt(HeapViolations& violations) {
+    if (!heapCheckDebug)
+        violations.add(__LINE__);
+}
+} // namespace
+
+void checkChunk(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations) {
+    if (!chunk->frontGuardsIntact()) {
+        checkHeapRefs(violations);
+        violations.add(__LINE__);
+    }
+    if (!chunk->endGuardsIntact(trustedSize))
+        violations.add(__LINE__);
+}
+
+void checkLiveList(HeapViolations& violations) {
+    constexpr int32_t ahead = 8;
+    HeapChunk* newer = nullptr;
+    HeapChunk* linked = heapStart;
+    for (int32_t i = heapLedger.newest(); i != HeapLedger::none; i = heapLedger.older(i)) {
+        if (i >= ahead)
+            prefetchBlock(heapLedger[i - ahead]);
+        const HeapLedger::Entry& entry = heapLedger[i];
+        HeapChunk* chunk = entry.chunk;
+        if (!chunk->frontGuardsIntact()) [[unlikely]]
+            violations.add(__LINE__);
+        if (!chunk->endGuardsIntact(entry.size)) [[unlikely]]
+            violations.add(__LINE__);
+        if (chunk->prev != newer || linked != chunk) [[unlikely]]
+            violations.add(__LINE__);
+        newer = chunk;
+        linked = chunk->next;
+    }
+    if (linked)
+        violations.add(__LINE__);
+    heapLedger.compactIfSparse();
+}
+
+BoolType checkHeapRefs(HeapViolations& violations) {
+    const auto scan = [&](auto isDamaged) {
+        for (int i = 0; i < usedRefs; ++i) {
+            HeapChunkRef& ref = chunkRefs[i];
+            if (ref.c && isDamaged(ref))
+                heapHalt(violations);
+        }
+    };
+    scan([](HeapChunkRef& ref) { return ref.c->frontGuardsIntact() && !ref.c->endGuardsIntact(ref.userSize); });
+    scan([](HeapChunkRef& ref) { return !ref.c->endGuardsIntact(ref.userSize); });
+    scan([](HeapChunkRef& ref) { return !ref.c->frontGuardsIntact(); });
+    return TRUE;
+}

@@ -1,0 +1,9 @@
+// The heap's state that its checks read. Guarded by the heap's mutex.
+#pragma once
+
+#include "utl/heapchunk.h"
+
+// The newest live block.
+extern HeapChunk* heapStart;
+// The records of the table that were ever in use; the ones behind them are free and untouched.
+extern int usedRefs;

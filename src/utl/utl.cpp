@@ -1,0 +1,18 @@
+#include "utl.h"
+
+#include <cstring>
+
+int UtlMemcmp(const void* a, const void* b, size_t n) {
+    return n == 0 ? 0 : memcmp(a, b, n);
+}
+
+BoolType UtlValidateSwizzleTransforms(const ByteType transform[4], const ByteType shortTransform[2]) {
+    unsigned seen = 0;
+    for (int i = 0; i < 4; ++i) {
+        if (transform[i] > 3)
+            return FALSE;
+        seen |= 1U << transform[i];
+    }
+    const bool shortValid = shortTransform[0] <= 1 && shortTransform[1] <= 1 && shortTransform[0] != shortTransform[1];
+    return seen == 0xF && shortValid;
+}

@@ -1,0 +1,155 @@
+#include "hostatomic.h"
+
+#include <climits>
+#include <cstdint>
+#include <functional>
+#include <gtest/gtest.h>
+#include <regex>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "hostthread.h"
+#include "support/child.h"
+#include "utlhost.h"
+
+namespace {
+TEST(HostAsm, EachReturnsThePreviousValue) {
+    int word = 0;
+    EXPECT_EQ(HostAsmTryLock(&word, 1), 1);
+    EXPECT_EQ(word, 1);
+    EXPECT_EQ(HostAsmTryLock(&word, 1), 0);
+    EXPECT_EQ(HostAsmTryLock(&word, 1000), 0);
+    EXPECT_EQ(HostAsmUnlock(&word), 1);
+    EXPECT_EQ(HostAsmUnlock(&word), 0);
+    EXPECT_EQ(HostAsmClearLockedPage(&word), 0);
+    EXPECT_EQ(word, -1);
+    // Whatever is not 0 is held.
+    EXPECT_EQ(HostAsmTryLock(&word, 1), 0);
+    EXPECT_EQ(word, 1);
+
+    word = 5;
+    EXPECT_EQ(HostAsmSyncCtrAdd(&word, 0), 5);
+    EXPECT_EQ(HostAsmSyncCtrAdd(&word, -7), 5);
+    EXPECT_EQ(HostAsmSyncOr(&word, 0x11), -2);
+    EXPECT_EQ(HostAsmSyncAnd(&word, 0xF0), -1);
+    EXPECT_EQ(HostAsmSyncAnd(&word, 0), 0xF0);
+    EXPECT_EQ(word, 0);
+}
+
+// A spin count of 0 wraps around: it outlasts a holder that a count of 1 does not wait for.
+TEST(HostAsm, SpinCountZeroWaits) {
+    int lock = 1;
+    std::thread holder([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        HostAsmUnlock(&lock);
+    });
+    EXPECT_EQ(HostAsmTryLock(&lock, 1), 0);
+    EXPECT_EQ(HostAsmTryLock(&lock, 0), 1);
+    holder.join();
+}
+
+// What two racing parties do to one page, each `rounds` times.
+struct Page {
+    int lock, counter, flag;
+    long guarded;      // changed under the lock, without atomic operations
+    long flagsWon;     // how often the OR found the flag clear; only its finder clears it
+    long flagsCleared; // changed by who won
+};
+constexpr int rounds = 50000;
+
+void race(Page& page) {
+    for (int i = 0; i < rounds; ++i) {
+        while (HostAsmTryLock(&page.lock, 100) == 0)
+            std::this_thread::yield();
+        ++page.guarded;
+        HostShrMemoryBarrier();
+        HostAsmUnlock(&page.lock);
+        HostAsmSyncCtrAdd(&page.counter, 3);
+        if (HostAsmSyncOr(&page.flag, 1) == 0) {
+            ++page.flagsWon;
+            HostAsmSyncAnd(&page.flag, 0);
+        }
+    }
+}
+
+void expectNothingLost(const Page& page) {
+    EXPECT_EQ(page.guarded, 2 * rounds);
+    EXPECT_EQ(page.counter, 6 * rounds);
+    EXPECT_GE(page.flagsWon, rounds);
+    EXPECT_EQ(page.flag, 0);
+    EXPECT_EQ(page.lock, 0);
+}
+
+TEST(HostAsm, TwoThreads) {
+    Page page{};
+    std::thread other([&] { race(page); });
+    race(page);
+    other.join();
+    expectNothingLost(page);
+}
+
+TEST(HostAsm, TwoProcesses) {
+    void* shared = mmap(nullptr, sizeof(Page), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(shared, MAP_FAILED);
+    Page& page = *static_cast<Page*>(shared);
+    const ChildResult child = runInChild([&] { race(page); }, [&](pid_t) { race(page); });
+    EXPECT_EQ(child.exitStatus, 0);
+    expectNothingLost(page);
+    munmap(shared, sizeof(Page));
+}
+
+void* ownStackSize(void* size) {
+    pthread_attr_t attr;
+    pthread_getattr_np(pthread_self(), &attr);
+    pthread_attr_getstacksize(&attr, static_cast<size_t*>(size));
+    pthread_attr_destroy(&attr);
+    return size;
+}
+
+size_t stackSizeFor(size_t minStackSize) {
+    HostThreadType thread;
+    size_t size = 0;
+    void* result = nullptr;
+    EXPECT_EQ(HostThreadCreate(&thread, ownStackSize, &size, minStackSize), 0);
+    EXPECT_EQ(HostThreadJoin(thread, &result), 0);
+    EXPECT_EQ(result, &size);
+    return size;
+}
+
+TEST(HostThread, StackSizeRoundsUpToPages) {
+    const size_t page = UtlGetPageSize();
+    const size_t usual = stackSizeFor(0);
+    EXPECT_EQ(stackSizeFor(1), usual);
+    EXPECT_EQ(stackSizeFor(usual), usual);
+    EXPECT_EQ(stackSizeFor(usual + 1), usual + page);
+    EXPECT_EQ(stackSizeFor(usual + page), usual + page);
+}
+
+TEST(HostThread, ImpossibleStackSizeIsReportedAndTheUsualServes) {
+    const ChildResult child = runInChild([] { stackSizeFor(SIZE_MAX); });
+    EXPECT_EQ(child.exitStatus, 0);
+    EXPECT_TRUE(std::regex_match(child.out,
+                                 std::regex("hostSetThreadAttributes: pthread_attr_setstacksize\\(0\\) failed, rc=22\n"
+                                            "UTL_GUARANTEE failure in file hostthread at line [0-9]+\n")))
+        << child.out;
+}
+
+TEST(HostThread, Identities) {
+    const HostThreadType self = HostThreadSelf();
+    HostThreadType other;
+    ASSERT_EQ(HostThreadCreate(
+                  &other,
+                  [](void* arg) -> void* {
+                      HostThreadExit(arg);
+                      return nullptr;
+                  },
+                  nullptr, 0),
+              0);
+    EXPECT_TRUE(HostThreadEqual(self, HostThreadSelf()));
+    EXPECT_FALSE(HostThreadEqual(self, other));
+    EXPECT_EQ(HostThreadKill(self, 0), 0);
+    EXPECT_EQ(HostThreadJoin(other, nullptr), 0);
+}
+} // namespace
