@@ -1,5 +1,4 @@
 // Runs in a signal handler: no lock, no stdio stream, no allocation.
-#include <ctime>
 #include <ucontext.h>
 
 #include "host/faulthandler.h"
@@ -92,8 +91,7 @@ void translateFaultCode(const SignalArrival& arrival) {
     hostSafePrintf("    info->si_code =  %d = 0x%x  \n", info.si_code, static_cast<unsigned>(info.si_code));
     hostSafePrintf("    info->si_errno = %d = 0x%x  \n", info.si_errno, static_cast<unsigned>(info.si_errno));
     if (isMemoryFault)
-        hostSafePrintf("    info->si_addr = 0x%p  pc = 0x%p \n", info.si_addr,
-                       hostInstructionAddress(arrival.context));
+        hostSafePrintf("    info->si_addr = 0x%p  pc = 0x%p \n", info.si_addr, hostInstructionAddress(arrival.context));
     if (arrival.wasSent())
         hostSafePrintf("    signal %d , received from process %d userId %d\n   si_code: %d, %s\n", arrival.sig,
                        static_cast<int>(info.si_pid), static_cast<int>(info.si_uid), info.si_code,

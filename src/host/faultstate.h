@@ -33,7 +33,8 @@ extern std::atomic<rundownFuncType*> shutdownFct;
 extern std::atomic<PrintStackFuncType*> SmalltalkPrintStackFunc;
 extern std::atomic<BoolType> HostFatalErr;
 
-template <typename Function> void hostCallIfSet(const std::atomic<Function>& function) {
+template <typename Function>
+void hostCallIfSet(const std::atomic<Function>& function) {
     if (const Function f = function)
         f();
 }

@@ -13,7 +13,6 @@
 #include "host/faultstate.h"
 #include "host/unixiosignal.h"
 #include "hostatomic.h"
-#include "hostenv.h"
 #include "hostsignal.h"
 #include "hosttime.h"
 #include "unixerr.h"
@@ -55,7 +54,7 @@ void hostDoCallDebugger(bool firstTime, int error) {
         HostCoredump(FALSE);
         abort();
     }
-    HostFnameStrType report;
+    char report[4096];
     printHostcallDebugger(error, report, sizeof report);
     HostCoredump(FALSE);
     if (!coreDumpEnabled)

@@ -5,14 +5,14 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
-#include <ctime>
 #include <cstdlib>
+#include <ctime>
 #include <pthread.h>
 #include <unistd.h>
 
+#include "host/fatalreport.h"
 #include "host/faulthandler.h"
 #include "host/faultstate.h"
-#include "host/fatalreport.h"
 #include "host/guarantee.h"
 #include "host/signalprint.h"
 #include "host/unixiosignal.h"
@@ -142,7 +142,7 @@ bool chainToOldHandler(struct sigaction& old, const SignalArrival& arrival) {
 
 [[gnu::cold, gnu::noinline]] void abortForLackOfMemory() {
     UNIXIO_DO_SIGNAL(SIGABRT, unixioPlain(SIG_DFL), nullptr);
-    HostFnameStrType text;
+    char text[4096];
     printHostcallDebugger(ENOMEM, text, sizeof text);
     HostSignalSafePrint("KS signal handler: cannot safely fork() to print the C stack due to ENOMEM error.\n"
                         "   This is really a Linux bug.  See: https://sourceware.org/bugzilla/show_bug.cgi?id=4737\n");

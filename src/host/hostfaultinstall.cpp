@@ -3,8 +3,8 @@
 #include <atomic>
 #include <cstdio>
 
-#include "host/faultstate.h"
 #include "host/faulthandler.h"
+#include "host/faultstate.h"
 #include "host/unixiosignal.h"
 #include "hostsignal.h"
 

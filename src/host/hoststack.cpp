@@ -104,7 +104,7 @@ void HostPrintCStack(PidType forPid) {
         runStackPrinter(printer, forPid);
     } else {
         // Only said, not reported: the report prints stacks, too, and SIGUSR1 asks a healthy process for them.
-        UTL_GUARANTEE_SAID(false);
+        hostPrintGuarantee(utlModule, __LINE__);
         hostSafePrintf("  Warning: Unable to print C call stack.  '%s' file not found\n", "gstack");
         HostSignalSafePrint("\nC-level stack not available\n");
     }

@@ -20,8 +20,8 @@ std::atomic<const char*> loadBase;
 
 void hostLearnInstructionRange() {
     Dl_info own = {};
-    const bool known = dladdr(reinterpret_cast<const void*>(hostLearnInstructionRange), &own) != 0 &&
-                       own.dli_fbase != nullptr;
+    const bool known =
+        dladdr(reinterpret_cast<const void*>(hostLearnInstructionRange), &own) != 0 && own.dli_fbase != nullptr;
     UTL_GUARANTEE(known);
     if (known)
         loadBase = static_cast<const char*>(own.dli_fbase);

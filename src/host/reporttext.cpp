@@ -30,8 +30,9 @@ void buildText(const char* sym, char* buf, unsigned size, const char* kinds, va_
         ErrMsgBuildString(sym, buf, size, kinds, arguments);
     } else {
         const MessageArgs args(kinds, arguments);
-        buf[0] = '\0';
-        desperateErr(sym, nullptr, buf, size, args);
+        TextSink text(buf, size - 1);
+        desperateErr(text, sym, nullptr, args);
+        text.terminate();
     }
 }
 } // namespace
