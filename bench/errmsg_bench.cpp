@@ -19,7 +19,9 @@ namespace {
 
 using Path = std::filesystem::path;
 
-std::string symbolOf(size_t i) { return "bench.someErrorSymbol" + std::to_string(i * 7919 % 100003); }
+std::string symbolOf(size_t i) {
+    return "bench.someErrorSymbol" + std::to_string(i * 7919 % 100003);
+}
 std::string patternOf(size_t i) {
     return "The object " + std::to_string(i) + " named %s could not be found among %d others. Check its name.";
 }
@@ -28,7 +30,7 @@ constexpr auto orders = errmsgc::Transform{0, 1, 2, 3};
 
 // A folder with the same messages in three forms.
 class Messages {
-  public:
+public:
     explicit Messages(size_t count) : folder(makeFolder()) {
         std::vector<errmsgc::Entry> entries;
         for (size_t i = 0; i < count; ++i) {
@@ -54,8 +56,8 @@ class Messages {
         const Path locale = folder / "xx" / "LC_MESSAGES";
         std::filesystem::create_directories(locale);
         const std::string domain = folder.filename().string();
-        const std::string command = "msgfmt -o " + (locale / (domain + ".mo")).string() + " " +
-                                    (folder / "messages.po").string();
+        const std::string command =
+            "msgfmt -o " + (locale / (domain + ".mo")).string() + " " + (folder / "messages.po").string();
         setenv("LANGUAGE", "xx", 1);
         bindtextdomain(domain.c_str(), folder.c_str());
         return system(command.c_str()) == 0;
@@ -66,15 +68,15 @@ class Messages {
         for (size_t i = 0; i < symbols.size(); ++i)
             source << i + 1 << " " << patternOf(i) << "\n";
         source.close();
-        const std::string command = "gencat " + (folder / "messages.cat").string() + " " +
-                                    (folder / "messages.txt").string();
+        const std::string command =
+            "gencat " + (folder / "messages.cat").string() + " " + (folder / "messages.txt").string();
         return system(command.c_str()) == 0 ? catopen((folder / "messages.cat").c_str(), 0) : nullptr;
     }
 
     std::string domain() const { return folder.filename().string(); }
     std::vector<std::string> symbols;
 
-  private:
+private:
     static Path makeFolder() {
         char pattern[] = "/tmp/errmsgbench-XXXXXX";
         return mkdtemp(pattern);

@@ -7,7 +7,10 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sched.h>
 #include <string>
+
+#include <absl/base/internal/spinlock.h>
 
 #include "host/hostexpand.h"
 #include "hostatomic.h"
@@ -16,11 +19,12 @@
 namespace {
 namespace fs = std::filesystem;
 
-// Peers of the primitives: functions that are called, like ours, and do the one thing.
-[[gnu::noinline]] int exchange(int* word, int value) {
+// Peers of the primitives: functions that are called as ours are, with the arguments on the stack, and do the one
+// thing.
+[[gnu::noipa]] int exchange(int* word, int value) {
     return __atomic_exchange_n(word, value, __ATOMIC_SEQ_CST);
 }
-[[gnu::noinline]] int fetchAndAdd(int* word, int delta) {
+[[gnu::noipa]] int fetchAndAdd(int* word, int delta) {
     return __atomic_fetch_add(word, delta, __ATOMIC_SEQ_CST);
 }
 
@@ -40,6 +44,45 @@ void exchangeTwice(benchmark::State& state) {
 }
 BENCHMARK(tryLockUnlock)->Name("TryLock+Unlock/ours");
 BENCHMARK(exchangeTwice)->Name("TryLock+Unlock/two exchanges");
+
+// Two threads that take turns: each holds the lock for `inside` steps of work and stays away for `outside`.
+absl::base_internal::SpinLock spinLock(absl::kConstInit, absl::base_internal::SCHEDULE_KERNEL_ONLY);
+alignas(64) int contendedWord;
+alignas(64) long guarded;
+
+void work(int steps) {
+    for (int i = 0; i < steps; ++i)
+        benchmark::DoNotOptimize(i);
+}
+void contendedTryLock(benchmark::State& state, int inside, int outside) {
+    for (auto _ : state) {
+        while (HostAsmTryLock(&contendedWord, 1000) == 0)
+            sched_yield();
+        benchmark::DoNotOptimize(++guarded);
+        work(inside);
+        HostAsmUnlock(&contendedWord);
+        work(outside);
+    }
+}
+void contendedSpinLock(benchmark::State& state, int inside, int outside) {
+    for (auto _ : state) {
+        spinLock.Lock();
+        benchmark::DoNotOptimize(++guarded);
+        work(inside);
+        spinLock.Unlock();
+        work(outside);
+    }
+}
+BENCHMARK_CAPTURE(contendedTryLock, empty, 0, 0)->Name("two threads, nothing done/ours")->Threads(2)->UseRealTime();
+BENCHMARK_CAPTURE(contendedSpinLock, empty, 0, 0)
+    ->Name("two threads, nothing done/absl SpinLock")
+    ->Threads(2)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(contendedTryLock, work, 100, 100)->Name("two threads, some work/ours")->Threads(2)->UseRealTime();
+BENCHMARK_CAPTURE(contendedSpinLock, work, 100, 100)
+    ->Name("two threads, some work/absl SpinLock")
+    ->Threads(2)
+    ->UseRealTime();
 
 void counterAdd(benchmark::State& state) {
     for (auto _ : state)
@@ -91,6 +134,7 @@ BENCHMARK_CAPTURE(expandName, kernelFolder, tree.folder, LinkHandling::follow)
 BENCHMARK_CAPTURE(resolve, kernelFolder, tree.folder)->Name("expand a folder by one call/realpath");
 } // namespace
 
-RATIO_MAIN({"TryLock+Unlock", "two exchanges", 1.05}, {"SyncCtrAdd", "fetch-and-add", 1.05},
+RATIO_MAIN({"TryLock+Unlock", "two exchanges", 1.05}, {"two threads, some work", "absl SpinLock", 1.0},
+           {"two threads, nothing done", "absl SpinLock", 1.0}, {"SyncCtrAdd", "fetch-and-add", 1.05},
            {"expand a file by the walk", "realpath", 1.3}, {"expand a folder by the walk", "realpath", 1.3},
            {"expand a file by one call", "realpath", 0.7}, {"expand a folder by one call", "realpath", 0.7})

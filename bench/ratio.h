@@ -30,7 +30,9 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                const double time = run.GetAdjustedCPUTime();
+                // Threads that wait for each other are measured by the wall clock: UseRealTime says so.
+                const bool byWallClock = run.run_name.time_type == "real_time";
+                const double time = byWallClock ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
                 auto [place, isNew] = quickest.try_emplace(run.run_name.function_name, time);
                 place->second = isNew ? time : std::min(place->second, time);
             } else if (run.error_occurred) {

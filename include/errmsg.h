@@ -32,7 +32,8 @@ TMQKCI_C_BEGIN
 /* Finds and opens the message file; may be called again. Ends in panicked when there is no usable file. */
 TMQKCI_API void ErrMsgInit(void);
 
-/* Opens the message file again, without reading its header anew, and leaves panicked. FALSE, and panicked, on failure. */
+/* Opens the message file again, without reading its header anew, and leaves panicked. FALSE, and panicked, on failure.
+ */
 TMQKCI_API BoolType ErrMsgReset(void);
 
 /* Closes the message file and enters panicked. */

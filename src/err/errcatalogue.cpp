@@ -26,21 +26,45 @@ ErrUtlHashSType cachedMessages[cacheSize];
 unsigned long cacheProbes;
 unsigned long cacheHits;
 
-void forkGetLocks() { HostMutexAcquire(&mutex); }
-void forkReleaseLocks() { HostMutexRelease(&mutex); }
+// Entries in place in the file's image, by the end of their symbols' texts: they save the hash and the parsing.
+constexpr int parsedBits = 8;
+ParsedEntry parsedEntries[1 << parsedBits];
 
-// Reads one number of the file.
-bool readLong(std::string_view file, uint64_t position, uint32_t& value, PendingHooks& hooks) {
-    if (position + sizeof value > file.size()) {
-        fprintf(stderr, "errmsg\\readLong:  fread() error, errno = %d\n", errno);
-        ++hooks.plain;
-        return false;
-    }
+ParsedEntry& parsedEntryFor(std::string_view sym) {
+    uint32_t last = 0;
+    if (sym.size() >= sizeof last)
+        memcpy(&last, sym.data() + sym.size() - sizeof last, sizeof last);
+    return parsedEntries[(last + static_cast<uint32_t>(sym.size())) * 0x9E3779B1u >> (32 - parsedBits)];
+}
+
+void forkGetLocks() {
+    HostMutexAcquire(&mutex);
+}
+void forkReleaseLocks() {
+    HostMutexRelease(&mutex);
+}
+
+uint32_t wordAt(std::string_view file, uint64_t position) {
+    uint32_t value = 0;
     memcpy(&value, file.data() + position, sizeof value);
     if (swizzleNeeded) {
         ByteType bytes[4];
         memcpy(bytes, &value, sizeof bytes);
         value = decodeWord(bytes, ErrUtlFileHdr.transform);
+    }
+    return value;
+}
+
+// Reads the three numbers of a slot.
+bool readSlot(std::string_view file, uint64_t position, uint32_t (&words)[3], PendingHooks& hooks) {
+    if (position + slotSize > file.size()) {
+        fprintf(stderr, "errmsg\\readLong:  fread() error, errno = %d\n", errno);
+        ++hooks.plain;
+        return false;
+    }
+    for (uint32_t& word : words) {
+        word = wordAt(file, position);
+        position += sizeof word;
     }
     return true;
 }
@@ -68,10 +92,10 @@ Probe probeTable(std::string_view file, std::string_view sym, uint32_t hash, Err
     uint32_t pos = start;
     do {
         const uint64_t position = headerSize + static_cast<uint64_t>(pos) * slotSize;
-        uint32_t slotHash = 0, keyLoc = 0, valLoc = 0;
-        if (!readLong(file, position, slotHash, hooks) || !readLong(file, position + 4, keyLoc, hooks) ||
-            !readLong(file, position + 8, valLoc, hooks))
+        uint32_t words[3];
+        if (!readSlot(file, position, words, hooks))
             return Probe::failed;
+        const auto [slotHash, keyLoc, valLoc] = words;
         if (valLoc == 0)
             return Probe::absent;
         if (slotHash == hash) {
@@ -88,41 +112,18 @@ Probe probeTable(std::string_view file, std::string_view sym, uint32_t hash, Err
     return Probe::absent;
 }
 
-} // namespace
-
-HostMutexSType* printMutex() {
-    hostForkRegister(ForkSlot::printMutex, {forkGetLocks, forkReleaseLocks, [] { return hostHoldsMutex(mutex); }});
-    return &mutex;
-}
-
-bool errMsgPanicked() { return ErrMsgPanicked.load(std::memory_order_relaxed) != FALSE; }
-void errMsgSetPanicked(bool panicked) { ErrMsgPanicked.store(panicked ? TRUE : FALSE, std::memory_order_relaxed); }
-
-void errMsgForgetLookups() {
-    constexpr ByteType nativeTransform[4] = {0, 1, 2, 3};
-    swizzleNeeded = memcmp(ErrUtlFileHdr.transform, nativeTransform, sizeof nativeTransform) != 0;
-    for (ErrUtlHashSType& slot : cachedMessages)
-        slot.valLoc = 0;
-    cacheProbes = 0;
-    cacheHits = 0;
-}
-
-bool findErrSym(const char* sym, ErrUtlEntrySType& entry, PendingHooks& hooks) {
-    if (!ErrUtlErrFile)
-        return false;
+// Looks a symbol up by its hash, and parses its entry.
+bool findInFile(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], PendingHooks& hooks) {
     const std::string_view file = errUtlImage();
-    const std::string_view symbol = sym;
-    const auto* const bytes = reinterpret_cast<const ByteType*>(sym);
-    const int hash = HashStrHash(bytes, static_cast<unsigned>(symbol.size()), TRUE);
-    ++cacheProbes;
-
+    const auto* const bytes = reinterpret_cast<const ByteType*>(sym.data());
+    const int hash = HashStrHash(bytes, static_cast<unsigned>(sym.size()), TRUE);
     ErrUtlHashSType& cached = cachedMessages[static_cast<unsigned>(hash) % cacheSize];
     // Where the hash does not identify the symbol alone, only the file can tell.
     if (cached.valLoc != 0 && cached.hash == hash && cached.keyLoc == 0) {
         ++cacheHits;
     } else {
         ErrUtlHashSType slot;
-        switch (probeTable(file, symbol, static_cast<uint32_t>(hash), slot, hooks)) {
+        switch (probeTable(file, sym, static_cast<uint32_t>(hash), slot, hooks)) {
         case Probe::failed:
             errMsgSetPanicked(true);
             return false;
@@ -135,12 +136,62 @@ bool findErrSym(const char* sym, ErrUtlEntrySType& entry, PendingHooks& hooks) {
     }
 
     long lineCount = 0;
-    EntryContext context{ErrUtlErrFileName, &lineCount, false, &hooks, malformedLimit};
+    const EntryContext context{ErrUtlErrFileName, &lineCount, false, &hooks, malformedLimit};
     BoolType syntaxErr = FALSE;
-    const auto position = static_cast<unsigned long>(cached.valLoc);
-    if (!nextEntryInText(file, position, context, entry, syntaxErr) || syntaxErr) {
+    if (!nextEntryInText(file, static_cast<unsigned long>(cached.valLoc), context, buffer, entry, syntaxErr) ||
+        syntaxErr) {
         errMsgSetPanicked(true);
         return false;
     }
-    return symbol == entry.sym;
+    return entry.symbol == sym;
+}
+
+} // namespace
+
+HostMutexSType* printMutex() {
+    static std::atomic<bool> registered{false};
+    if (!registered.load(std::memory_order_acquire)) {
+        hostForkRegister(ForkSlot::printMutex, {forkGetLocks, forkReleaseLocks, [] { return hostHoldsMutex(mutex); }});
+        registered.store(true, std::memory_order_release);
+    }
+    return &mutex;
+}
+
+bool errMsgPanicked() {
+    return ErrMsgPanicked.load(std::memory_order_relaxed) != FALSE;
+}
+void errMsgSetPanicked(bool panicked) {
+    ErrMsgPanicked.store(panicked ? TRUE : FALSE, std::memory_order_relaxed);
+}
+
+void errMsgForgetLookups() {
+    constexpr ByteType nativeTransform[4] = {0, 1, 2, 3};
+    swizzleNeeded = memcmp(ErrUtlFileHdr.transform, nativeTransform, sizeof nativeTransform) != 0;
+    for (ErrUtlHashSType& slot : cachedMessages)
+        slot.valLoc = 0;
+    for (ParsedEntry& entry : parsedEntries)
+        entry.symbol = {};
+    cacheProbes = 0;
+    cacheHits = 0;
+}
+
+bool findErrSym(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], PendingHooks& hooks) {
+    if (!ErrUtlErrFile)
+        return false;
+    ++cacheProbes;
+    ParsedEntry& parsed = parsedEntryFor(sym);
+    if (!sym.empty() && parsed.symbol == sym) {
+        ++cacheHits;
+        entry = parsed;
+    } else if (!findInFile(sym, entry, buffer, hooks)) {
+        return false;
+    } else if (entry.pattern.data() < buffer || entry.pattern.data() > buffer + sizeof buffer) {
+        parsed = entry;
+    } else {
+        memmove(buffer, entry.pattern.data(), entry.pattern.size());
+        entry.pattern = {buffer, entry.pattern.size()};
+        return true;
+    }
+    entry.pattern = {buffer, entry.pattern.copy(buffer, sizeof buffer)};
+    return true;
 }

@@ -7,13 +7,13 @@
 
 // Holds a mutex for a scope.
 class ErrMsgAccessor {
-  public:
+public:
     explicit ErrMsgAccessor(HostMutexSType* mutex) : mutex(mutex) { HostMutexAcquire(mutex); }
     ~ErrMsgAccessor() { HostMutexRelease(mutex); }
     ErrMsgAccessor(const ErrMsgAccessor&) = delete;
     ErrMsgAccessor& operator=(const ErrMsgAccessor&) = delete;
 
-  private:
+private:
     HostMutexSType* mutex;
 };
 
@@ -27,5 +27,6 @@ void errMsgSetPanicked(bool panicked);
 // Forgets what was looked up; call it under the mutex after the file has been opened anew.
 void errMsgForgetLookups();
 
-// Looks a symbol up in the file and parses its entry. Call it under the mutex, and run the hooks after its release.
-bool findErrSym(const char* sym, ErrUtlEntrySType& entry, PendingHooks& hooks);
+// Looks a symbol up in the file and parses its entry. Call it under the mutex, and run the hooks after its release. The
+// entry's pattern is copied to the buffer, because the file may go as soon as the mutex is free.
+bool findErrSym(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], PendingHooks& hooks);

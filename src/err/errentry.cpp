@@ -1,13 +1,13 @@
-#include "errentry.h"
+#include "err/errentry.h"
 
 #include "host/guarantee.h"
 #include "hostunix.h"
 
+#include <algorithm>
+#include <array>
 #include <string.h>
 
 namespace {
-
-constexpr size_t maxLogicalLine = 2047;
 
 // A line as it stands in the file, without its newline and without the backslash that joins the next one to it.
 struct PhysicalLine {
@@ -21,15 +21,14 @@ PhysicalLine withoutBackslash(std::string_view text) {
 }
 
 class TextLines {
-  public:
+public:
     TextLines(std::string_view whole, size_t position) : whole(whole), next(position) {}
 
     long position() const { return static_cast<long>(next); }
 
     bool read(PhysicalLine& line) {
-        if (next >= whole.size()) {
+        if (next >= whole.size())
             return false;
-        }
         const size_t end = whole.find('\n', next);
         const size_t stop = end == std::string_view::npos ? whole.size() : end;
         line = withoutBackslash(whole.substr(next, stop - next));
@@ -37,28 +36,26 @@ class TextLines {
         return true;
     }
 
-  private:
+private:
     std::string_view whole;
     size_t next;
 };
 
 class StreamLines {
-  public:
+public:
     explicit StreamLines(FILE* stream) : stream(stream) {}
 
     long position() const { return Hostftell(stream); }
 
     bool read(PhysicalLine& line) {
         int c = getc(stream);
-        if (c == EOF) {
+        if (c == EOF)
             return false;
-        }
         size_t length = 0;
         int last = 0;
         for (; c != EOF && c != '\n'; c = getc(stream)) {
-            if (length < sizeof buffer) {
+            if (length < sizeof buffer)
                 buffer[length] = static_cast<char>(c);
-            }
             ++length;
             last = c;
         }
@@ -70,7 +67,7 @@ class StreamLines {
         return true;
     }
 
-  private:
+private:
     FILE* stream;
     char buffer[maxLogicalLine + 1]; // room for the backslash behind a line of full length
 };
@@ -84,12 +81,10 @@ LineStatus readLogicalLine(Lines& lines, const EntryContext& context, char (&buf
     size_t length = 0;
     for (bool first = true;; first = false) {
         PhysicalLine line{};
-        if (!lines.read(line)) {
+        if (!lines.read(line))
             return first ? LineStatus::endOfFile : LineStatus::endInContinuation;
-        }
-        if (context.building) {
+        if (context.building)
             ++*context.lineCount;
-        }
         if (first && !line.continues && line.text.size() <= maxLogicalLine) {
             logical = line.text;
             break;
@@ -118,71 +113,67 @@ enum class Syntax {
     colonExpected
 };
 
-bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\f'; }
-bool endsSymbol(char c) { return c == ' ' || c == '\t' || c == ':' || c == '('; }
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-void skipBlanks(std::string_view& rest) {
-    while (!rest.empty() && isBlank(rest.front())) {
-        rest.remove_prefix(1);
-    }
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\f';
+}
+constexpr auto symbolEnds = [] {
+    std::array<bool, 256> ends{};
+    for (const unsigned char c : {' ', '\t', ':', '('})
+        ends[c] = true;
+    return ends;
+}();
+bool endsSymbol(char c) {
+    return symbolEnds[static_cast<unsigned char>(c)];
+}
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
 }
 
-void copyText(std::string_view text, ErrMsgStrType& destination) {
-    destination[text.copy(destination, ERRMSG_STR_SIZE - 1)] = 0;
+inline void skipBlanks(std::string_view& rest) {
+    while (!rest.empty() && isBlank(rest.front()))
+        rest.remove_prefix(1);
 }
 
 // Parses the numerals behind an opening parenthesis, and the closing one. numeral receives one that is out of range.
-Syntax parseArgumentList(std::string_view& rest, ErrUtlEntrySType& entry, int& numeral) {
+Syntax parseArgumentList(std::string_view& rest, ParsedEntry& entry, int& numeral) {
     for (;;) {
         skipBlanks(rest);
-        if (rest.empty()) {
+        if (rest.empty())
             return Syntax::listUnclosed;
-        }
         if (rest.front() == ')') {
             rest.remove_prefix(1);
             return Syntax::good;
         }
-        if (!isDigit(rest.front())) {
+        if (!isDigit(rest.front()))
             return Syntax::listCharacter;
-        }
         for (numeral = 0; !rest.empty() && isDigit(rest.front()); rest.remove_prefix(1)) {
-            if (numeral <= ERRMSG_MAX_ARGS) {
+            if (numeral <= ERRMSG_MAX_ARGS)
                 numeral = numeral * 10 + (rest.front() - '0');
-            }
         }
-        if (numeral < 1 || numeral > ERRMSG_MAX_ARGS) {
+        if (numeral < 1 || numeral > ERRMSG_MAX_ARGS)
             return Syntax::numeralRange;
-        }
-        if (entry.argListSize == ERRMSG_MAX_ARGS) {
+        if (entry.argListSize == ERRMSG_MAX_ARGS)
             return Syntax::tooManyArguments;
-        }
-        entry.argOrder[entry.argListSize++] = numeral;
-        if (numeral > entry.expectedArgCount) {
-            entry.expectedArgCount = numeral;
-        }
+        entry.argOrder[entry.argListSize++] = static_cast<ByteType>(numeral);
+        if (numeral > entry.expectedArgCount)
+            entry.expectedArgCount = static_cast<ByteType>(numeral);
     }
 }
 
-Syntax parseEntry(std::string_view rest, ErrUtlEntrySType& entry, int& numeral) {
+Syntax parseEntry(std::string_view rest, ParsedEntry& entry, int& numeral) {
     skipBlanks(rest);
-    if (rest.empty()) {
+    if (rest.empty())
         return Syntax::empty;
-    }
-    if (rest.front() == '#') {
+    if (rest.front() == '#')
         return Syntax::comment;
-    }
     size_t symbolLength = 0;
-    while (symbolLength < rest.size() && !endsSymbol(rest[symbolLength])) {
+    while (symbolLength < rest.size() && !endsSymbol(rest[symbolLength]))
         ++symbolLength;
-    }
-    if (symbolLength == 0 || symbolLength == rest.size()) {
+    if (symbolLength == 0 || symbolLength == rest.size())
         return Syntax::symbolMissing;
-    }
-    if (symbolLength > ERRUTL_MAX_SYMBOL) {
+    if (symbolLength > ERRUTL_MAX_SYMBOL)
         return Syntax::symbolTooLong;
-    }
-    copyText(rest.substr(0, symbolLength), entry.sym);
+    entry.symbol = rest.substr(0, symbolLength);
     rest.remove_prefix(symbolLength);
 
     entry.expectedArgCount = 0;
@@ -192,15 +183,13 @@ Syntax parseEntry(std::string_view rest, ErrUtlEntrySType& entry, int& numeral) 
     if (!rest.empty() && rest.front() == '(') {
         rest.remove_prefix(1);
         const Syntax list = parseArgumentList(rest, entry, numeral);
-        if (list != Syntax::good) {
+        if (list != Syntax::good)
             return list;
-        }
         skipBlanks(rest);
     }
-    if (rest.empty() || rest.front() != ':') {
+    if (rest.empty() || rest.front() != ':')
         return Syntax::colonExpected;
-    }
-    copyText(rest.substr(1), entry.buf);
+    entry.pattern = rest.substr(1);
     return Syntax::good;
 }
 
@@ -268,25 +257,22 @@ void reportMalformed(const EntryContext& context, Syntax syntax, int numeral) {
         fputs(second, stderr);
     }
     fflush(stderr);
-    if (reading) {
+    if (reading)
         failGuarantee(context.pending);
-    }
 }
 
 template <class Lines>
-BoolType nextEntry(Lines& lines, EntryContext& context, ErrUtlEntrySType& entry, BoolType& syntaxErr) {
+bool nextEntry(Lines& lines, const EntryContext& context, char (&buffer)[maxLogicalLine], ParsedEntry& entry, long& loc,
+               BoolType& syntaxErr) {
     syntaxErr = FALSE;
     for (int malformed = 0;;) {
-        if (context.building) {
-            entry.loc = lines.position();
-        }
-        char buffer[maxLogicalLine];
+        if (context.building)
+            loc = lines.position();
         std::string_view line;
         const LineStatus status = readLogicalLine(lines, context, buffer, line);
         if (status != LineStatus::complete) {
-            if (status == LineStatus::endInContinuation) {
+            if (status == LineStatus::endInContinuation)
                 syntaxErr = TRUE;
-            }
             if (!context.building) {
                 fprintf(stderr, "%s: unexpected eof\n", context.fileName);
                 if (context.pending) {
@@ -295,44 +281,48 @@ BoolType nextEntry(Lines& lines, EntryContext& context, ErrUtlEntrySType& entry,
                     HostCallDebugger();
                 }
             }
-            return FALSE;
+            return false;
         }
         int numeral = 0;
         const Syntax syntax = parseEntry(line, entry, numeral);
-        if (syntax == Syntax::good) {
-            return TRUE;
-        }
-        if (context.building && (syntax == Syntax::empty || syntax == Syntax::comment)) {
+        if (syntax == Syntax::good)
+            return true;
+        if (context.building && (syntax == Syntax::empty || syntax == Syntax::comment))
             continue;
-        }
         syntaxErr = TRUE;
         reportMalformed(context, syntax, numeral);
-        if (++malformed == context.malformedLimit) {
-            return FALSE;
-        }
+        if (++malformed == context.malformedLimit)
+            return false;
     }
 }
 
 } // namespace
 
 void PendingHooks::run() {
-    for (; guarantees > 0; --guarantees) {
+    for (; guarantees > 0; --guarantees)
         failGuarantee(nullptr);
-    }
-    for (; plain > 0; --plain) {
+    for (; plain > 0; --plain)
         HostCallDebugger();
-    }
 }
 
-BoolType nextEntryInText(std::string_view text, size_t position, EntryContext& context, ErrUtlEntrySType& entry,
-                         BoolType& syntaxErr) {
+bool nextEntryInText(std::string_view text, size_t position, const EntryContext& context,
+                     char (&buffer)[maxLogicalLine], ParsedEntry& entry, BoolType& syntaxErr) {
     TextLines lines(text, position);
-    return nextEntry(lines, context, entry, syntaxErr);
+    long loc = 0;
+    return nextEntry(lines, context, buffer, entry, loc, syntaxErr);
 }
 
 BoolType ErrUtlNextSym(FILE* f, const char* fname, long* lineNum, ErrUtlEntrySType* theEntry, BoolType buildingTable,
                        BoolType* syntaxErr) {
     StreamLines lines(f);
-    EntryContext context{fname, lineNum, buildingTable != FALSE};
-    return nextEntry(lines, context, *theEntry, *syntaxErr);
+    char buffer[maxLogicalLine];
+    ParsedEntry entry;
+    if (!nextEntry(lines, {fname, lineNum, buildingTable != FALSE}, buffer, entry, theEntry->loc, *syntaxErr))
+        return FALSE;
+    theEntry->expectedArgCount = entry.expectedArgCount;
+    theEntry->argListSize = entry.argListSize;
+    std::copy(std::begin(entry.argOrder), std::end(entry.argOrder), theEntry->argOrder);
+    theEntry->sym[entry.symbol.copy(theEntry->sym, sizeof theEntry->sym - 1)] = 0;
+    theEntry->buf[entry.pattern.copy(theEntry->buf, sizeof theEntry->buf - 1)] = 0;
+    return TRUE;
 }

@@ -15,6 +15,19 @@ struct PendingHooks {
     void run();
 };
 
+// The longest logical line.
+constexpr size_t maxLogicalLine = 2047;
+
+// An entry as it stands in its line: valid as long as the text, or the buffer in which the line was joined.
+struct ParsedEntry {
+    std::string_view symbol;
+    std::string_view pattern;
+    // As in ErrUtlEntrySType, but small: entries are kept and copied.
+    ByteType expectedArgCount;
+    ByteType argListSize;
+    ByteType argOrder[ERRMSG_MAX_ARGS];
+};
+
 struct EntryContext {
     const char* fileName; // shown in diagnostics
     long* lineCount;      // shown in diagnostics; counts physical lines while a table is built
@@ -23,6 +36,6 @@ struct EntryContext {
     int malformedLimit = 0;          // give up after so many malformed lines; 0: never
 };
 
-// Parses the next entry of the text from position on, which lies within it. FALSE at the end.
-BoolType nextEntryInText(std::string_view text, size_t position, EntryContext& context, ErrUtlEntrySType& entry,
-                         BoolType& syntaxErr);
+// Parses the next entry of the text from position on. FALSE at the end. Lines that continue are joined in the buffer.
+bool nextEntryInText(std::string_view text, size_t position, const EntryContext& context,
+                     char (&buffer)[maxLogicalLine], ParsedEntry& entry, BoolType& syntaxErr);

@@ -14,7 +14,9 @@ constexpr size_t maxArgumentText = 2048;
 // Padding beyond it cannot be told apart in the output, whatever is padded.
 constexpr int maxWidth = 4096;
 
-const char* shown(const char* text) { return text ? text : "(null)"; }
+const char* shown(const char* text) {
+    return text ? text : "(null)";
+}
 
 std::string_view argumentText(const char* text) {
     std::string_view view = shown(text);
@@ -53,7 +55,10 @@ char baseKind(char conversion) {
     }
 }
 
-constexpr std::string_view conversionLetters = "diouxXcpneEfgGs";
+bool isConversionLetter(char c) {
+    constexpr std::string_view letters = "diouxXcpneEfgGs";
+    return letters.find(c) != std::string_view::npos;
+}
 
 // A conversion spec made safe to hand to snprintf: it takes exactly one argument of the type that belongs to its
 // letter, its width and precision are bounded, and it writes nowhere but to the output.
@@ -83,7 +88,7 @@ bool takeCharacter(std::string_view& rest, char c) {
 
 bool SafeSpec::parse(std::string_view spec) {
     letter = spec.back();
-    if (spec.size() < 2 || conversionLetters.find(letter) == std::string_view::npos)
+    if (spec.size() < 2 || !isConversionLetter(letter))
         return false;
     std::string_view rest = spec.substr(1, spec.size() - 2);
     if (rest.empty()) {
@@ -194,14 +199,15 @@ bool appendByKind(TextSink& out, char kind, const MessageArg& arg, const char* h
 
 // Takes the conversion spec at the beginning of the pattern off it: up to the first conversion letter, or all of it.
 std::string_view takeSpec(std::string_view& pattern) {
-    const size_t letter = pattern.find_first_of(conversionLetters, 1);
-    const size_t length = letter == std::string_view::npos ? pattern.size() : letter + 1;
+    size_t length = 1;
+    while (length < pattern.size() && !isConversionLetter(pattern[length++])) {
+    }
     const std::string_view spec = pattern.substr(0, length);
     pattern.remove_prefix(length);
     return spec;
 }
 
-void appendConversion(TextSink& out, std::string_view spec, int index, const ErrUtlEntrySType& entry,
+void appendConversion(TextSink& out, std::string_view spec, int index, const ParsedEntry& entry,
                       const MessageArgs& args) {
     if (index >= entry.argListSize) {
         out.append(spec);
@@ -280,33 +286,23 @@ MessageArgs::MessageArgs(const char* kindsText, va_list list) : kinds(kindsText 
     }
 }
 
-bool TextSink::append(std::string_view text) {
-    const size_t taken = text.copy(buffer + used, limit - used);
-    used += taken;
-    buffer[used] = 0;
-    return taken == text.size();
-}
-
 bool TextSink::format(const char* format, ...) {
     const size_t room = limit - used;
     va_list list;
     va_start(list, format);
     const int wanted = vsnprintf(buffer + used, room + 1, format, list);
     va_end(list);
-    if (wanted < 0) {
-        buffer[used] = 0;
+    if (wanted < 0)
         return true;
-    }
     used += strlen(buffer + used); // a zero character ends the piece
     return static_cast<size_t>(wanted) <= room;
 }
 
-void mySprintf(TextSink& out, const ErrUtlEntrySType& entry, const MessageArgs& args) {
-    std::string_view pattern = entry.buf;
+void mySprintf(TextSink& out, const ParsedEntry& entry, const MessageArgs& args) {
+    std::string_view pattern = entry.pattern;
+    const bool hasEscapes = pattern.find('\\') != std::string_view::npos;
     for (int conversion = 0; !pattern.empty() && !out.full();) {
-        size_t literal = 0;
-        while (literal < pattern.size() && pattern[literal] != '%' && pattern[literal] != '\\')
-            ++literal;
+        const size_t literal = std::min(hasEscapes ? pattern.find_first_of("%\\") : pattern.find('%'), pattern.size());
         out.append(pattern.substr(0, literal));
         pattern.remove_prefix(literal);
         if (pattern.empty())
@@ -324,11 +320,10 @@ void mySprintf(TextSink& out, const ErrUtlEntrySType& entry, const MessageArgs& 
     }
 }
 
-void desperateErr(const char* sym, const char* pat, char* buf, size_t bufSize, const MessageArgs& args) {
-    TextSink out(buf, bufSize - 1);
+void desperateErr(TextSink& out, const char* sym, const std::string_view* pat, const MessageArgs& args) {
     bool fits = out.append("[");
     if (pat)
-        fits = fits && out.append("\"") && out.append(std::string_view(pat)) && out.append("\" ");
+        fits = fits && out.append("\"") && out.append(*pat) && out.append("\" ");
     fits = fits && out.append(std::string_view(sym));
     for (size_t i = 0; fits && i < args.kinds.size(); ++i)
         fits = out.append(" ") && appendByKind(out, args.kinds[i], args.values[i], "0x", "desperateErr");

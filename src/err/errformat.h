@@ -4,6 +4,7 @@
 #include <stdarg.h>
 #include <string_view>
 
+#include "err/errentry.h"
 #include "errutl.h"
 
 union MessageArg {
@@ -22,25 +23,28 @@ struct MessageArgs {
     MessageArg values[ERRMSG_MAX_ARGS];
 };
 
-// Collects text in a buffer of limit + 1 bytes; what goes beyond the limit is cut.
+// Collects text in a buffer of limit + 1 bytes; what goes beyond the limit is cut. The text is terminated on demand.
 class TextSink {
-  public:
-    TextSink(char* buffer, size_t limit) : buffer(buffer), limit(limit) { buffer[0] = 0; }
+public:
+    TextSink(char* buffer, size_t limit) : buffer(buffer), limit(limit) {}
 
     size_t length() const { return used; }
     bool full() const { return used == limit; }
+    void terminate() { buffer[used] = 0; }
 
     void append(char c) {
-        if (!full()) {
+        if (!full())
             buffer[used++] = c;
-            buffer[used] = 0;
-        }
     }
     // FALSE when the text was cut.
-    bool append(std::string_view text);
+    bool append(std::string_view text) {
+        const size_t taken = text.copy(buffer + used, limit - used);
+        used += taken;
+        return taken == text.size();
+    }
     bool format(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
-  private:
+private:
     char* buffer;
     size_t limit;
     size_t used = 0;
@@ -50,8 +54,8 @@ class TextSink {
 constexpr size_t maxMessageText = 2046;
 
 // Expands an entry's pattern.
-void mySprintf(TextSink& out, const ErrUtlEntrySType& entry, const MessageArgs& args);
+void mySprintf(TextSink& out, const ParsedEntry& entry, const MessageArgs& args);
 
-// Renders [symbol argument ...], with the pattern in quotes before the symbol unless it is NULL, into buf of bufSize
-// bytes, which is not 0. What does not fit is left out, the closing bracket included.
-void desperateErr(const char* sym, const char* pat, char* buf, size_t bufSize, const MessageArgs& args);
+// Renders [symbol argument ...], with the pattern in quotes before the symbol unless it is NULL. What does not fit is
+// left out, the closing bracket included.
+void desperateErr(TextSink& out, const char* sym, const std::string_view* pat, const MessageArgs& args);

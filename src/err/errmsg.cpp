@@ -13,6 +13,8 @@
 namespace {
 
 constexpr size_t maxSymbol = 255;
+// The longest bracketed form that quotes a pattern.
+constexpr size_t maxQuotedText = 2047;
 constexpr char UserErrTxt[] = "errmsg.userErrTxt";
 constexpr char InvalidErrNumMsgTxt[] = "errmsg.invalidErr";
 
@@ -24,21 +26,31 @@ BoolType resetLocked() {
     return opened;
 }
 
-bool lookUp(const char* sym, ErrUtlEntrySType& entry) {
+bool lookUp(const char* sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine]) {
+    const std::string_view symbol = sym;
     PendingHooks hooks;
     bool found = false;
     {
         ErrMsgAccessor accessor(printMutex());
-        found = findErrSym(sym, entry, hooks);
+        found = findErrSym(symbol, entry, buffer, hooks);
     }
     hooks.run();
     return found;
 }
 
-// Copies at most size - 1 characters.
-void copyCut(std::string_view text, char* destination, size_t size) {
-    destination[text.copy(destination, size - 1)] = 0;
-    destination[size - 1] = 0;
+// Renders into a buffer of its own and then copies, because an argument may stand in the caller's buffer.
+void buildFromPattern(const char* sym, char* buf, size_t bufSize, const ParsedEntry& entry, const MessageArgs& args) {
+    ErrMsgStrType work;
+    const bool tooMany = args.given > static_cast<size_t>(entry.expectedArgCount);
+    TextSink out(work, tooMany ? maxQuotedText : maxMessageText);
+    if (tooMany)
+        desperateErr(out, sym, &entry.pattern, args);
+    else
+        mySprintf(out, entry, args);
+    const size_t length = std::min(out.length(), bufSize - 1);
+    memcpy(buf, work, length);
+    buf[length] = 0;
+    buf[bufSize - 1] = 0;
 }
 
 } // namespace
@@ -74,21 +86,22 @@ void ErrMsgSetPanicked(BoolType panicked) {
 }
 
 char* ErrMsgGetString(const char* sym) {
-    ErrUtlEntrySType entry;
-    if (!lookUp(sym, entry))
+    ParsedEntry entry;
+    char buffer[maxLogicalLine];
+    if (!lookUp(sym, entry, buffer))
         return nullptr;
     // Not under the mutex: a report of the heap asks for messages.
-    char* const string = static_cast<char*>(UtlMalloc(static_cast<unsigned>(strlen(entry.buf)) + 1, "ErrMsgGetString"));
+    char* const string =
+        static_cast<char*>(UtlMalloc(static_cast<unsigned>(entry.pattern.size()) + 1, "ErrMsgGetString"));
     if (!string)
         return nullptr;
     char* end = string;
-    for (const char* from = entry.buf; *from; ++from) {
-        if (from[0] == '\\' && (from[1] == 'n' || from[1] == '\\')) {
-            ++from;
-            *end++ = *from == 'n' ? '\n' : '\\';
-        } else {
-            *end++ = *from;
-        }
+    for (size_t i = 0; i < entry.pattern.size(); ++i) {
+        const bool escaped = entry.pattern[i] == '\\' && i + 1 < entry.pattern.size() &&
+                             (entry.pattern[i + 1] == 'n' || entry.pattern[i + 1] == '\\');
+        if (escaped)
+            ++i;
+        *end++ = escaped && entry.pattern[i] == 'n' ? '\n' : entry.pattern[i];
     }
     *end = 0;
     return string;
@@ -104,21 +117,15 @@ void ErrMsgBuildString(const char* sym, char* buf, ArraySizeType bufSize, const 
     if (bufSize == 0)
         return;
 
-    ErrUtlEntrySType entry;
-    if (errMsgPanicked() || !lookUp(sym, entry)) {
-        memset(buf, 0, bufSize);
-        desperateErr(sym, nullptr, buf, bufSize, args);
-        return;
-    }
-    // Built aside: an argument may stand in the caller's buffer.
-    ErrMsgStrType work;
-    if (args.given > static_cast<size_t>(entry.expectedArgCount)) {
-        desperateErr(sym, entry.buf, work, ERRMSG_STR_SIZE - 1, args);
+    ParsedEntry entry;
+    char pattern[maxLogicalLine];
+    if (!errMsgPanicked() && lookUp(sym, entry, pattern)) {
+        buildFromPattern(sym, buf, bufSize, entry, args);
     } else {
-        TextSink out(work, maxMessageText);
-        mySprintf(out, entry, args);
+        memset(buf, 0, bufSize);
+        TextSink out(buf, bufSize - 1);
+        desperateErr(out, sym, nullptr, args);
     }
-    copyCut(work, buf, bufSize);
 }
 
 void ErrMsgSymToText(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, ...) {
@@ -171,6 +178,6 @@ void ErrMsgToTxt(OopType category, int number, char* dst, ArraySizeType dstSize)
     } else if (dstSize > 0) {
         // Kept: callers depend on the symbol itself.
         memset(dst, 0, dstSize);
-        copyCut(UserErrTxt, dst, dstSize);
+        memcpy(dst, UserErrTxt, std::min<size_t>(sizeof UserErrTxt, dstSize) - 1);
     }
 }

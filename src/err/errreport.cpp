@@ -10,8 +10,8 @@
 namespace {
 
 constexpr size_t lineColumns = 80;
-constexpr size_t breakColumns = 65;  // from here on a space ends the line
-constexpr size_t secondColumn = 24;  // where the later pieces of a line begin
+constexpr size_t breakColumns = 65; // from here on a space ends the line
+constexpr size_t secondColumn = 24; // where the later pieces of a line begin
 constexpr int errRtInternal = 2183;
 constexpr int errFatalInternal = 4126;
 
@@ -46,7 +46,7 @@ void writeErrStr(ErrMsgPrinterFuncType* msgRoutine, std::string_view text) {
 
 // A line that is made of several messages.
 class ReportLine {
-  public:
+public:
     ReportLine() : out(text, sizeof text - 1) {}
 
     template <class... Args>
@@ -59,9 +59,12 @@ class ReportLine {
         while (out.length() < secondColumn)
             out.append(' ');
     }
-    void print(ErrMsgPrinterFuncType* msgRoutine) const { msgRoutine(text); }
+    void print(ErrMsgPrinterFuncType* msgRoutine) {
+        out.terminate();
+        msgRoutine(text);
+    }
 
-  private:
+private:
     ErrMsgStrType text;
     TextSink out;
 };

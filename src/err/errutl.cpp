@@ -109,7 +109,9 @@ bool locate(const char* fileName, HostFnameStrType& name) {
 
 } // namespace
 
-std::string_view errUtlImage() { return {image.bytes, image.size}; }
+std::string_view errUtlImage() {
+    return {image.bytes, image.size};
+}
 
 BoolType ErrUtlInit(BoolType isCompiled, const char* fileName) {
     errutl_is_init = FALSE;
@@ -179,8 +181,14 @@ BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr) {
     return TRUE;
 }
 
-const ByteType* ErrUtlGetMagic() { return magicArray; }
+const ByteType* ErrUtlGetMagic() {
+    return magicArray;
+}
 
-BoolType ErrUtlIsUp() { return errutl_is_init; }
+BoolType ErrUtlIsUp() {
+    return errutl_is_init;
+}
 
-void ErrUtlShutdown() { closeFile(); }
+void ErrUtlShutdown() {
+    closeFile();
+}

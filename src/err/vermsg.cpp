@@ -22,7 +22,9 @@ void VerLeadingEdge(FILE* f) {
     fprintf(f, "%s\n", edge);
 }
 
-void VerEndEdge(FILE* f) { VerLeadingEdge(f); }
+void VerEndEdge(FILE* f) {
+    VerLeadingEdge(f);
+}
 
 void VerCenteredMessage(FILE* f, const char* text) {
     const int length = static_cast<int>(strnlen(text, edgeWidth));

@@ -2,13 +2,9 @@
 
 static_assert(sizeof(int) == 4, "a lock word has 32 bits");
 
-void HostShrMemoryBarrier() {
-    __atomic_thread_fence(__ATOMIC_SEQ_CST);
-}
-
-int HostAsmTryLock(int* lock, unsigned spinCount) {
-    if (__atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) == 0)
-        return 1;
+namespace {
+// The contended half of HostAsmTryLock, apart so that the other half stays short.
+[[gnu::noinline]] int spin(int* lock, unsigned spinCount) {
     do {
         // Reading before writing leaves the cache line with the holder while the lock is held.
         do {
@@ -18,6 +14,15 @@ int HostAsmTryLock(int* lock, unsigned spinCount) {
         } while (__atomic_load_n(lock, __ATOMIC_RELAXED) != 0);
     } while (__atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) != 0);
     return 1;
+}
+} // namespace
+
+void HostShrMemoryBarrier() {
+    __atomic_thread_fence(__ATOMIC_SEQ_CST);
+}
+
+int HostAsmTryLock(int* lock, unsigned spinCount) {
+    return __atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) == 0 ? 1 : spin(lock, spinCount);
 }
 
 int HostAsmUnlock(int* lock) {

@@ -11,6 +11,17 @@ bool usingRealId;
 // What HostSetUserId puts back.
 uid_t effectiveUid;
 gid_t effectiveGid;
+
+// Root's rights serve to change the group, before they are given up or after they are gained.
+void takeIds(uid_t uid, gid_t gid) {
+    const bool groupFirst = geteuid() == 0;
+    if (groupFirst && gid != getegid())
+        UTL_GUARANTEE(setegid(gid) == 0);
+    if (uid != geteuid())
+        UTL_GUARANTEE(seteuid(uid) == 0);
+    if (!groupFirst && gid != getegid())
+        UTL_GUARANTEE(setegid(gid) == 0);
+}
 } // namespace
 
 void HostUseRealId() {
@@ -19,19 +30,12 @@ void HostUseRealId() {
     usingRealId = true;
     effectiveUid = geteuid();
     effectiveGid = getegid();
-    // The group first: it takes the rights of the user that is given up.
-    if (effectiveGid != getgid())
-        UTL_GUARANTEE(setegid(getgid()) == 0);
-    if (effectiveUid != getuid())
-        UTL_GUARANTEE(seteuid(getuid()) == 0);
+    takeIds(getuid(), getgid());
 }
 
 void HostSetUserId() {
     if (!usingRealId)
         return;
     usingRealId = false;
-    if (effectiveUid != geteuid())
-        UTL_GUARANTEE(seteuid(effectiveUid) == 0);
-    if (effectiveGid != getegid())
-        UTL_GUARANTEE(setegid(effectiveGid) == 0);
+    takeIds(effectiveUid, effectiveGid);
 }

@@ -40,12 +40,9 @@ struct FieldRow {
 };
 
 constexpr FieldRow fieldRows[] = {
-    {&JavaIds::number, "number", "I"},
-    {&JavaIds::message, "message", "Ljava/lang/String;"},
-    {&JavaIds::category, "category", "J"},
-    {&JavaIds::context, "context", "J"},
-    {&JavaIds::fatal, "fatal", "Z"},
-    {&JavaIds::argCount, "argCount", "I"},
+    {&JavaIds::number, "number", "I"},     {&JavaIds::message, "message", "Ljava/lang/String;"},
+    {&JavaIds::category, "category", "J"}, {&JavaIds::context, "context", "J"},
+    {&JavaIds::fatal, "fatal", "Z"},       {&JavaIds::argCount, "argCount", "I"},
     {&JavaIds::args, "args", "[J"},
 };
 
@@ -118,7 +115,9 @@ struct Report {
 };
 thread_local Report* report;
 
-void collect(const char* text) { report->text.appendUtf8(text); }
+void collect(const char* text) {
+    report->text.appendUtf8(text);
+}
 
 void printIdentifier(ErrMsgPrinterFuncType* printer, OopType object) {
     char text[16];
@@ -167,8 +166,8 @@ void readArguments(JNIEnv* env, jobject error, KciErrSType& record) {
     if (!args)
         return;
     jlong values[KCI_ERR_MAX_ARGS];
-    const jsize count = std::clamp<jsize>(std::min<jsize>(env->GetIntField(error, ids.argCount), env->GetArrayLength(args)),
-                                          0, KCI_ERR_MAX_ARGS);
+    const jsize count = std::clamp<jsize>(
+        std::min<jsize>(env->GetIntField(error, ids.argCount), env->GetArrayLength(args)), 0, KCI_ERR_MAX_ARGS);
     env->GetLongArrayRegion(args, 0, count, values);
     env->DeleteLocalRef(args);
     for (jsize i = 0; i < count; ++i)

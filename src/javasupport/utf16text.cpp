@@ -28,9 +28,9 @@ Decoded decode(const char* bytes, size_t count) {
         if (i == count)
             return {0, 0};
         const auto next = static_cast<unsigned char>(bytes[i]);
-        const bool inRange = (next & 0xC0) == 0x80 &&
-                             (i > 1 || (!(lead == 0xE0 && next < 0xA0) && !(lead == 0xED && next > 0x9F) &&
-                                        !(lead == 0xF0 && next < 0x90) && !(lead == 0xF4 && next > 0x8F)));
+        const bool inRange =
+            (next & 0xC0) == 0x80 && (i > 1 || (!(lead == 0xE0 && next < 0xA0) && !(lead == 0xED && next > 0x9F) &&
+                                                !(lead == 0xF0 && next < 0x90) && !(lead == 0xF4 && next > 0x8F)));
         if (!inRange)
             return {replacement, i};
         character = character << 6 | (next & 0x3F);
@@ -38,8 +38,12 @@ Decoded decode(const char* bytes, size_t count) {
     return {character, size};
 }
 
-bool isHighSurrogate(jchar unit) { return unit >= 0xD800 && unit <= 0xDBFF; }
-bool isLowSurrogate(jchar unit) { return unit >= 0xDC00 && unit <= 0xDFFF; }
+bool isHighSurrogate(jchar unit) {
+    return unit >= 0xD800 && unit <= 0xDBFF;
+}
+bool isLowSurrogate(jchar unit) {
+    return unit >= 0xDC00 && unit <= 0xDFFF;
+}
 
 // Returns the number of bytes.
 size_t encode(char32_t character, char (&bytes)[4]) {
@@ -56,7 +60,9 @@ size_t encode(char32_t character, char (&bytes)[4]) {
 
 } // namespace
 
-Utf16Text::~Utf16Text() { free(units); }
+Utf16Text::~Utf16Text() {
+    free(units);
+}
 
 jchar* Utf16Text::extend(size_t count) {
     if (outOfMemory || count > maxUnits - used) {
@@ -65,9 +71,8 @@ jchar* Utf16Text::extend(size_t count) {
     }
     if (used + count > capacity) {
         const size_t wanted = (used + count) * 2 + 256;
-        auto* const grown = wanted <= SIZE_MAX / sizeof(jchar)
-                                ? static_cast<jchar*>(realloc(units, wanted * sizeof(jchar)))
-                                : nullptr;
+        auto* const grown =
+            wanted <= SIZE_MAX / sizeof(jchar) ? static_cast<jchar*>(realloc(units, wanted * sizeof(jchar))) : nullptr;
         if (!grown) {
             outOfMemory = true;
             return nullptr;

@@ -8,7 +8,7 @@
 
 // Collects a text in UTF-16. A failure to allocate is remembered, and what follows is ignored.
 class Utf16Text {
-  public:
+public:
     Utf16Text() = default;
     ~Utf16Text();
     Utf16Text(const Utf16Text&) = delete;
@@ -27,7 +27,7 @@ class Utf16Text {
     const jchar* data() const { return units; }
     size_t size() const { return used; }
 
-  private:
+private:
     void appendCharacter(char32_t character);
 
     jchar* units = nullptr;

@@ -54,7 +54,7 @@ void heapHalt(HeapViolations& violations) {
 }
 } // namespace
 
-void checkChunk(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations) {
+void addDamage(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations) {
     if (!chunk->frontGuardsIntact()) {
         checkHeapRefs(violations);
         violations.add(__LINE__);
@@ -65,6 +65,7 @@ void checkChunk(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations
 
 void checkLiveList(HeapViolations& violations) {
     constexpr int32_t ahead = 8;
+    heapLedger.compactIfSparse();
     HeapChunk* newer = nullptr;
     HeapChunk* linked = heapStart;
     for (int32_t i = heapLedger.newest(); i != HeapLedger::none; i = heapLedger.older(i)) {
@@ -83,7 +84,6 @@ void checkLiveList(HeapViolations& violations) {
     }
     if (linked)
         violations.add(__LINE__);
-    heapLedger.compactIfSparse();
 }
 
 BoolType checkHeapRefs(HeapViolations& violations) {

@@ -6,6 +6,8 @@
 
 #include "utl/heapchunk.h"
 
+#pragma GCC visibility push(hidden)
+
 // Guarantee failures found under the heap's mutex. A report may run a hook that allocates, so it is made later, when
 // the mutex is free. Equal failures in a row are counted; when the room for different ones is used up, a further one
 // counts with the last one of its line.
@@ -26,8 +28,14 @@ private:
 };
 
 // A block's guard words, which a release tests.
-void checkChunk(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations);
+inline bool isIntact(HeapChunk* chunk, size_t trustedSize) {
+    return chunk->frontGuardsIntact() && chunk->endGuardsIntact(trustedSize);
+}
+// What is wrong with a block that is not intact.
+void addDamage(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations);
 // The whole live list: every guard word, every link.
 void checkLiveList(HeapViolations& violations);
 // The blocks of the whole record table, in three passes. Always TRUE.
 BoolType checkHeapRefs(HeapViolations& violations);
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #include "kcitypes.h"
 
+#pragma GCC visibility push(hidden)
+
 constexpr uint32_t heapGuard = 0x0102030E;
 // The first guard word of a released block: a second release fails the guard check.
 constexpr uint32_t heapReleasedGuard = 0xFFFFFFFF;
@@ -64,3 +66,5 @@ extern HeapChunkRef chunkRefs[REF_ARRAY_SIZE];
 extern volatile BoolType debugCHeap;
 // Set in a debugger: a scan of the record table raises no guarantee failures.
 extern volatile BoolType heapCheckDebug;
+
+#pragma GCC visibility pop

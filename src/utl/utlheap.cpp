@@ -90,19 +90,25 @@ void returnRef(const HeapChunk* chunk, int32_t index, HeapViolations& violations
     firstFreeRefIdx = index;
 }
 
-// The part of a name that is kept: from behind the first "src/", cut to the space there is.
+// The name from behind its first "src/".
+[[gnu::noinline]] const char* belowSources(const char* name) {
+    const char* sources = strstr(name, "src/");
+    return sources ? sources + 4 : name;
+}
+
 void setOrigin(char (&fName)[heapNameSize], const char* name) {
     memset(fName, 0, sizeof fName);
     if (!name)
         return;
-    for (const char* slash = strchr(name, '/'); slash; slash = strchr(slash + 1, '/')) {
-        if (slash - name >= 3 && memcmp(slash - 3, "src", 3) == 0) {
-            name = slash + 1;
-            break;
+    for (size_t i = 0; name[i]; ++i) {
+        if (i == heapNameSize - 1 || name[i] == '/') {
+            // Not simply a short word.
+            strncpy(fName, belowSources(name), heapNameSize - 1);
+            fName[heapNameSize - 1] = '\0';
+            return;
         }
-    }
-    for (size_t i = 0; i < heapNameSize - 1 && name[i]; ++i)
         fName[i] = name[i];
+    }
 }
 
 void link(HeapChunk* chunk) {
@@ -206,7 +212,8 @@ void HeapChunk::free(void* ptr) {
         violations.add(__LINE__);
         return reportUnlocked(mutex, violations);
     }
-    checkChunk(chunk, heapLedger[index].size, violations);
+    if (!isIntact(chunk, heapLedger[index].size)) [[unlikely]]
+        addDamage(chunk, heapLedger[index].size, violations);
     const bool checkAll = ++numFrees % checkInterval == 0;
     if (checkAll)
         checkLiveList(violations);

@@ -11,7 +11,9 @@ TempFolder::TempFolder() {
     folder = mkdtemp(pattern);
 }
 
-TempFolder::~TempFolder() { std::filesystem::remove_all(folder); }
+TempFolder::~TempFolder() {
+    std::filesystem::remove_all(folder);
+}
 
 std::string TempFolder::write(const std::string& name, const std::string& contents) const {
     std::ofstream(path(name), std::ios::binary) << contents;

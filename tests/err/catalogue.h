@@ -13,7 +13,7 @@ inline constexpr errmsgc::Transform mixedEndian{2, 3, 0, 1};
 
 // A folder that goes with the object.
 class TempFolder {
-  public:
+public:
     TempFolder();
     ~TempFolder();
     TempFolder(const TempFolder&) = delete;
@@ -23,7 +23,7 @@ class TempFolder {
     // Writes a file and returns its path.
     std::string write(const std::string& name, const std::string& contents) const;
 
-  private:
+private:
     std::string folder;
 };
 
@@ -32,7 +32,7 @@ std::string compileText(const std::string& text, const errmsgc::Transform& trans
 
 // Opens a message file, given as its bytes, as the process's catalogue.
 class OpenCatalogue {
-  public:
+public:
     explicit OpenCatalogue(const std::string& image);
     ~OpenCatalogue() { ErrMsgShutdown(); }
 

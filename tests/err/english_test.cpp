@@ -13,19 +13,19 @@ namespace {
 
 const std::map<std::string, std::set<std::string>>& documentedKinds() {
     static const std::map<std::string, std::set<std::string>> kinds = {
-        {"errmsg.line1", {"dd"}},     {"errmsg.line1a", {""}},     {"errmsg.line1b", {""}},
-        {"errmsg.line1c", {""}},      {"errmsg.line3b", {""}},     {"errmsg.line3c", {""}},
-        {"errmsg.line3d", {""}},      {"errmsg.line3e", {""}},     {"errmsg.line3f", {"dsd"}},
-        {"errmsg.line3g", {"sd"}},    {"errmsg.line3h", {"d"}},    {"errmsg.line3i", {"d"}},
-        {"errmsg.line4", {"d"}},      {"errmsg.userErrTxt", {""}}, {"errmsg.invalidErr", {""}},
-        {"host.debugger1", {"s"}},    {"host.debugger2", {"s"}},   {"host.core2", {"ds"}},
-        {"host.core3", {""}},         {"host.core4", {""}},        {"host.core5", {"s"}},
-        {"host.core6", {"ds"}},       {"host.core7", {"s"}},       {"host.initfail", {"s"}},
-        {"fault.errno", {"ds"}},      {"fault.date", {"s"}},       {"host.fork1", {"s"}},
-        {"host.fork1a", {"s"}},       {"host.fork4", {"s"}},       {"host.fork5", {"d"}},
-        {"host.fork6", {"d"}},        {"host.fork7", {"ds"}},      {"host.fork9a", {""}},
-        {"host.fork9b", {""}},        {"host.forkClient", {"s"}},  {"host.fork10", {"s"}},
-        {"host.fork11", {"s"}},       {"host.fork12", {""}},       {"host.fork13", {"d", "s"}},
+        {"errmsg.line1", {"dd"}},       {"errmsg.line1a", {""}},     {"errmsg.line1b", {""}},
+        {"errmsg.line1c", {""}},        {"errmsg.line3b", {""}},     {"errmsg.line3c", {""}},
+        {"errmsg.line3d", {""}},        {"errmsg.line3e", {""}},     {"errmsg.line3f", {"dsd"}},
+        {"errmsg.line3g", {"sd"}},      {"errmsg.line3h", {"d"}},    {"errmsg.line3i", {"d"}},
+        {"errmsg.line4", {"d"}},        {"errmsg.userErrTxt", {""}}, {"errmsg.invalidErr", {""}},
+        {"host.debugger1", {"s"}},      {"host.debugger2", {"s"}},   {"host.core2", {"ds"}},
+        {"host.core3", {""}},           {"host.core4", {""}},        {"host.core5", {"s"}},
+        {"host.core6", {"ds"}},         {"host.core7", {"s"}},       {"host.initfail", {"s"}},
+        {"fault.errno", {"ds"}},        {"fault.date", {"s"}},       {"host.fork1", {"s"}},
+        {"host.fork1a", {"s"}},         {"host.fork4", {"s"}},       {"host.fork5", {"d"}},
+        {"host.fork6", {"d"}},          {"host.fork7", {"ds"}},      {"host.fork9a", {""}},
+        {"host.fork9b", {""}},          {"host.forkClient", {"s"}},  {"host.fork10", {"s"}},
+        {"host.fork11", {"s"}},         {"host.fork12", {""}},       {"host.fork13", {"d", "s"}},
         {"host.syscallfailed", {"ss"}}, {"host.serverfailed", {""}},
     };
     return kinds;
@@ -41,7 +41,9 @@ std::map<std::string, errmsgc::Entry> englishEntries() {
 }
 
 // What a conversion of the pattern can show as its author meant it: %s shows anything.
-bool fits(char conversion, char kind) { return conversion == 's' || (conversion == 'd' && kind == 'd'); }
+bool fits(char conversion, char kind) {
+    return conversion == 's' || (conversion == 'd' && kind == 'd');
+}
 
 std::vector<char> conversionsOf(const std::string& pattern) {
     std::vector<char> conversions;

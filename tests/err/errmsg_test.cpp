@@ -260,30 +260,34 @@ const std::string noKey = "findErrSym:  symbol fread() error, errno = 0\n";
 const Damage damages[] = {
     {"cut in the header's words", [](std::string& image, size_t slot) { image.resize(slot + 11); }, unreadable, ""},
     {"table size near 2^32", [](std::string& image, size_t) { setWord(image, 12, 0xFFFFFFFBu); }, unreadable, ""},
-    {"table of one empty slot", [](std::string& image, size_t) {
+    {"table of one empty slot",
+     [](std::string& image, size_t) {
          setWord(image, 12, 1);
          setWord(image, 28, 0);
-     }, "", "", false},
+     },
+     "", "", false},
     {"full table", fillTable, "", "", false},
     {"key outside", [](std::string& image, size_t slot) { setWord(image, slot + 4, 0x7FFFFFFF); }, noKey, ""},
     {"key negative", [](std::string& image, size_t slot) { setWord(image, slot + 4, 0xFFFFFFF0u); }, noKey, ""},
-    {"key cut", [](std::string& image, size_t slot) {
-         setWord(image, slot + 4, static_cast<uint32_t>(image.size()) - 6);
-     }, noKey, ""},
+    {"key cut",
+     [](std::string& image, size_t slot) { setWord(image, slot + 4, static_cast<uint32_t>(image.size()) - 6); }, noKey,
+     ""},
     {"other key", [](std::string& image, size_t slot) { setWord(image, slot + 4, 20); }, "", "", false},
     {"entry outside", [](std::string& image, size_t slot) { setWord(image, slot + 8, 0x80000000u); },
      "%: unexpected eof\n", ""},
-    {"entry of another symbol", [](std::string& image, size_t slot) {
-         setWord(image, slot + 8, static_cast<uint32_t>(image.find("other(1)")));
-     }, "", "", false},
+    {"entry of another symbol",
+     [](std::string& image, size_t slot) { setWord(image, slot + 8, static_cast<uint32_t>(image.find("other(1)"))); },
+     "", "", false},
     {"entry without symbol", [](std::string& image, size_t slot) { image[wordAt(image, slot + 8)] = ':'; },
      "% near line 0: symbol missing\nErrUtlNextSym:  line 0 Why is symbol missing?\n", "UTL_GUARANTEE"},
-    {"endless continuation", [](std::string& image, size_t slot) {
+    {"endless continuation",
+     [](std::string& image, size_t slot) {
          std::string lines;
          for (int i = 0; i < 100000; ++i)
              lines += "x\\\n";
          image.replace(wordAt(image, slot + 8), std::string::npos, lines);
-     }, "%: unexpected eof\n", ""},
+     },
+     "%: unexpected eof\n", ""},
 };
 
 // A damaged file gives the bracketed form, a diagnostic and, unless the symbol just is not found, the panicked state;
@@ -344,7 +348,8 @@ TEST(FindErrSym, RefusedHeaderLeavesNothingToFallOver) {
 TEST(FindErrSym, SurvivesRandomDamage) {
     const ChildResult child = runInChild([] {
         FILE* const silent = freopen("/dev/null", "w", stderr);
-        const std::string good = compileText(std::string(collidingA) + ":A\n" + collidingB + ":B\nsymbol(2 1):t %d %s\n");
+        const std::string good =
+            compileText(std::string(collidingA) + ":A\n" + collidingB + ":B\nsymbol(2 1):t %d %s\n");
         std::mt19937 random(20260601);
         noHalt = TRUE;
         for (int i = 0; i < 2000; ++i) {

@@ -10,8 +10,12 @@
 namespace {
 
 std::vector<std::string> pieces;
-void collect(const char* text) { pieces.emplace_back(text); }
-void showObject(ErrMsgPrinterFuncType* printer, OopType object) { printer(("<" + std::to_string(object) + ">").c_str()); }
+void collect(const char* text) {
+    pieces.emplace_back(text);
+}
+void showObject(ErrMsgPrinterFuncType* printer, OopType object) {
+    printer(("<" + std::to_string(object) + ">").c_str());
+}
 
 KciErrSType makeError(const char* text) {
     KciErrSType error{3613, 2010, 20, {}, {100, 4294967295u}, 2, FALSE};
@@ -38,9 +42,14 @@ TEST(ErrMsgWriteError, RendersEveryVariant) {
     KciErrSType error = makeError("two\nlines");
     EXPECT_EQ(report(error, 1, FALSE, 1), rule + "E                       mild\ntwo\nlines\n"
                                                  "sys N 2010              A 2\nArg 1: <100>\nArg 2: <4294967295>\n");
-    const std::vector<std::string> expected = {rule,   "E                       mild",     "\n",      "two",   "\n",
-                                               "lines", "\n", "sys N 2010              A 2", "\n", "Arg 1: ", "<100>",
-                                               "\n",   "Arg 2: ", "<4294967295>", "\n"};
+    const std::vector<std::string> expected = {rule,      "E                       mild",
+                                               "\n",      "two",
+                                               "\n",      "lines",
+                                               "\n",      "sys N 2010              A 2",
+                                               "\n",      "Arg 1: ",
+                                               "<100>",   "\n",
+                                               "Arg 2: ", "<4294967295>",
+                                               "\n"};
     EXPECT_EQ(pieces, expected);
     error.fatal = TRUE;
     error.argCount = 0;
@@ -62,9 +71,10 @@ TEST(ErrMsgWriteError, RendersEveryVariant) {
 }
 
 TEST(ErrMsgWriteError, WithoutCatalogueIsBracketed) {
-    EXPECT_EQ(report(makeError(""), 1, FALSE, 2), rule +
-              "[errmsg.line1 1 2]      [errmsg.line1c]\n\n[errmsg.line3g [errmsg.line3d] 2010][errmsg.line3h 2]\n"
-              "[errmsg.line4 1]<100>\n[errmsg.line4 2]<4294967295>\n");
+    EXPECT_EQ(report(makeError(""), 1, FALSE, 2),
+              rule +
+                  "[errmsg.line1 1 2]      [errmsg.line1c]\n\n[errmsg.line3g [errmsg.line3d] 2010][errmsg.line3h 2]\n"
+                  "[errmsg.line4 1]<100>\n[errmsg.line4 2]<4294967295>\n");
 }
 
 TEST(ErrMsgWriteError, WrapsLines) {
@@ -87,8 +97,12 @@ TEST(ErrMsgWriteError, WrapsLines) {
         {a(79) + "\1b", {a(79) + "\1", "b"}},
         {a(78) + "\1b", {a(78) + "\1", "b"}},
         {a(77) + "\t\r\a" + "b", {a(77) + "\t\r\a", "b"}},
-        {a(78) + "\x7F" "b", {a(78) + "\x7F", "b"}},
-        {a(79) + "\xC3" "b", {a(79) + "\xC3", "b"}},
+        {a(78) + "\x7F"
+                 "b",
+         {a(78) + "\x7F", "b"}},
+        {a(79) + "\xC3"
+                 "b",
+         {a(79) + "\xC3", "b"}},
     };
     for (const Case& c : cases) {
         KciErrSType error = makeError(c.text.c_str());

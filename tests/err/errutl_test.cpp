@@ -63,7 +63,8 @@ TEST(ErrUtlInit, FindsTheFileByEnvironmentAndBesideTheProgram) {
     setenv("KESTRUNE", folder.path("").c_str(), 1);
     unsetenv("KESTRUNE_LANG");
     ASSERT_TRUE(ErrUtlInit(TRUE, nullptr));
-    EXPECT_EQ(std::filesystem::canonical(ErrUtlErrFileName), std::filesystem::canonical(folder.path("sys/english67.err")));
+    EXPECT_EQ(std::filesystem::canonical(ErrUtlErrFileName),
+              std::filesystem::canonical(folder.path("sys/english67.err")));
     EXPECT_TRUE(ErrUtlIsUp());
     EXPECT_TRUE(fcntl(fileno(ErrUtlErrFile), F_GETFD) & FD_CLOEXEC);
 
@@ -95,7 +96,8 @@ TEST(ErrUtlInit, RefusesWhatIsNoMessageFile) {
     };
     EXPECT_EQ(refusal(missing), "ErrUtlReset: fopen() failure on \"" + missing +
                                     "\"\n     errno = 2 (sorry, no translation available)\n"
-                                    "ErrUtlInit: Unable to use file " + missing + " as a language file\n");
+                                    "ErrUtlInit: Unable to use file " +
+                                    missing + " as a language file\n");
     EXPECT_NE(refusal(folder.path("pipe")).find("errno = 29 "), std::string::npos);
     EXPECT_EQ(ErrUtlErrFile, nullptr);
     EXPECT_NE(refusal(folder.path("")).find("fread() header failure"), std::string::npos);
@@ -185,10 +187,8 @@ TEST(ErrUtlNextSym, ReportsMalformedLinesInBothModes) {
         {"foo(1,2):x", "file near line %: \")\" expected\n", "ErrUtlNextSym:  why is line bad?\n"},
         {"foo(1 11): x", "file near line %: numeral (11) out of range\n", "file:  bogus arg numeral\n"},
         {"foo(0): x", "file near line %: numeral (0) out of range\n", "file:  bogus arg numeral\n"},
-        {"foo(98765432109876543210): x", "file near line %: numeral (98) out of range\n",
-         "file:  bogus arg numeral\n"},
-        {"foo(1 1 1 1 1 1 1 1 1 1 1): x", "file near line %: too many arguments\n",
-         "ErrUtlNextSym:  bogus arg list\n"},
+        {"foo(98765432109876543210): x", "file near line %: numeral (98) out of range\n", "file:  bogus arg numeral\n"},
+        {"foo(1 1 1 1 1 1 1 1 1 1 1): x", "file near line %: too many arguments\n", "ErrUtlNextSym:  bogus arg list\n"},
         {"foo  x", "file near line %: \":\" expected\n", "ErrUtlNextSym:  why is line bad?\n"},
         {"foo(1) ", "file near line %: \":\" expected\n", "ErrUtlNextSym:  why is line bad?\n"},
     };

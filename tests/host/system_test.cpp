@@ -25,7 +25,7 @@ std::string signalState() {
     std::ifstream status("/proc/thread-self/status");
     for (std::string line; std::getline(status, line);) {
         if (line.starts_with("SigBlk") || line.starts_with("SigIgn") || line.starts_with("SigCgt"))
-            state += line + "\n";
+            state += line.substr(0, 8) + line.substr(line.size() - 8) + "\n"; // without the C library's own, 32 and 33
     }
     for (const int sig : {SIGCHLD, SIGVTALRM, SIGINT, SIGQUIT, SIGTTOU, SIGTTIN}) {
         struct sigaction action;

@@ -28,7 +28,7 @@ struct Slot {
 
 // A message file and what is wrong with it.
 class Compiled {
-  public:
+public:
     explicit Compiled(const std::string& fileName) : name(fileName) {}
     ~Compiled() {
         if (file)
@@ -54,7 +54,7 @@ class Compiled {
     uint32_t size = 0;
     bool good = true;
 
-  private:
+private:
     bool readAt(uint32_t position, void* bytes, size_t count) {
         return fseek(file, static_cast<long>(position), SEEK_SET) == 0 && fread(bytes, 1, count, file) == count;
     }
@@ -139,7 +139,8 @@ bool Compiled::reaches(const std::string& symbol, uint32_t hash, size_t slot) {
     std::string key;
     for (size_t probe = hash % slots.size(), visited = 0; visited < slots.size() && slots[probe].valLoc != 0;
          ++visited, probe = probe + 1 < slots.size() ? probe + 1 : 0) {
-        if (slots[probe].hash == hash && (slots[probe].keyLoc == 0 || !textAt(slots[probe].keyLoc, key) || key == symbol))
+        if (slots[probe].hash == hash &&
+            (slots[probe].keyLoc == 0 || !textAt(slots[probe].keyLoc, key) || key == symbol))
             return probe == slot;
     }
     return false;

@@ -89,7 +89,9 @@ int get(const char* file, const char* symbol) {
 }
 
 // Output that was lost is a failure, too.
-int finish(int status) { return fflush(stdout) == 0 && !ferror(stdout) ? status : exitFailure; }
+int finish(int status) {
+    return fflush(stdout) == 0 && !ferror(stdout) ? status : exitFailure;
+}
 
 } // namespace
 

@@ -27,8 +27,8 @@ struct CloseFile {
 using FilePointer = std::unique_ptr<FILE, CloseFile>;
 
 uint32_t symbolHash(const std::string& symbol) {
-    return static_cast<uint32_t>(HashStrHash(reinterpret_cast<const ByteType*>(symbol.data()),
-                                             static_cast<unsigned>(symbol.size()), TRUE));
+    return static_cast<uint32_t>(
+        HashStrHash(reinterpret_cast<const ByteType*>(symbol.data()), static_cast<unsigned>(symbol.size()), TRUE));
 }
 
 // What the parser cannot see: it cuts an entry that is too long, and ends it at a zero byte. Examines the lines of the
@@ -56,7 +56,7 @@ bool endsInContinuation(FILE* file) {
 
 // The image of a message file up to its text.
 class ImageWriter {
-  public:
+public:
     ImageWriter(size_t size, const Transform& transform) : bytes(size, 0), transform(transform) {}
 
     void put(size_t position, uint32_t value) {
@@ -67,7 +67,7 @@ class ImageWriter {
 
     std::string bytes;
 
-  private:
+private:
     Transform transform;
 };
 
