@@ -71,18 +71,21 @@ TEST(HostMutex, ExcludesTwoThreads) {
 std::string calls;
 
 TEST(HostFork, TakesInSlotOrderAndReleasesInReverse) {
-    const ForkLock heap{[] { calls += "H"; }, [] { calls += "h"; }};
-    const ForkLock print{[] { calls += "P"; }, [] { calls += "p"; }};
-    hostForkRegister(ForkSlot::heapMutex, heap);
-    hostForkRegister(ForkSlot::printMutex, print);
-    hostForkRegister(ForkSlot::heapMutex, print);
-    const pid_t pid = fork();
-    if (pid == 0)
-        _exit(calls == "PHhp" ? 0 : 1);
-    int status = -1;
-    ASSERT_EQ(waitpid(pid, &status, 0), pid);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(calls, "PHhp");
+    const ChildResult child = runInChild([] {
+        const ForkLock heap{[] { calls += "H"; }, [] { calls += "h"; }};
+        const ForkLock print{[] { calls += "P"; }, [] { calls += "p"; }};
+        hostForkRegister(ForkSlot::heapMutex, heap);
+        hostForkRegister(ForkSlot::printMutex, print);
+        hostForkRegister(ForkSlot::heapMutex, print);
+        const pid_t pid = fork();
+        if (pid == 0)
+            _exit(calls == "PHhp" ? 0 : 1);
+        int status = -1;
+        EXPECT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_EQ(status, 0);
+        EXPECT_EQ(calls, "PHhp");
+    });
+    EXPECT_EQ(child.exitStatus, 0) << child.out;
 }
 
 // Threads lock, fork and register for the first time all at once; every child must find both mutexes free.
