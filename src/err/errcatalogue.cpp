@@ -27,7 +27,7 @@ unsigned long cacheProbes;
 unsigned long cacheHits;
 
 // Entries in place in the file's image, by the end of their symbols' texts: they save the hash and the parsing.
-constexpr int parsedBits = 8;
+constexpr int parsedBits = 6;
 ParsedEntry parsedEntries[1 << parsedBits];
 
 ParsedEntry& parsedEntryFor(std::string_view sym) {

@@ -39,9 +39,19 @@ bool appendObject(TextSink& out, OopType object) {
     return out.format("Oop(%lu)", static_cast<unsigned long>(object));
 }
 
-// The conversion specs of a pattern fall into three groups, each for one kind of argument.
-char baseKind(char conversion) {
-    switch (conversion) {
+// The kind of argument for which a conversion letter is made; 0 for every other character.
+constexpr char letterKind(char c) {
+    switch (c) {
+    case 'd':
+    case 'i':
+    case 'o':
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'c':
+    case 'p':
+    case 'n':
+        return 'd';
     case 'e':
     case 'E':
     case 'f':
@@ -51,13 +61,14 @@ char baseKind(char conversion) {
     case 's':
         return 's';
     default:
-        return 'd';
+        return 0;
     }
 }
 
-bool isConversionLetter(char c) {
-    constexpr std::string_view letters = "diouxXcpneEfgGs";
-    return letters.find(c) != std::string_view::npos;
+// The kind of a conversion spec; one without a letter counts as a number's.
+char baseKind(std::string_view spec) {
+    const char kind = letterKind(spec.back());
+    return kind ? kind : 'd';
 }
 
 // A conversion spec made safe to hand to snprintf: it takes exactly one argument of the type that belongs to its
@@ -88,7 +99,7 @@ bool takeCharacter(std::string_view& rest, char c) {
 
 bool SafeSpec::parse(std::string_view spec) {
     letter = spec.back();
-    if (spec.size() < 2 || !isConversionLetter(letter))
+    if (spec.size() < 2 || !letterKind(letter))
         return false;
     std::string_view rest = spec.substr(1, spec.size() - 2);
     if (rest.empty()) {
@@ -128,7 +139,7 @@ bool SafeSpec::parse(std::string_view spec) {
     rest.remove_prefix(modifiers);
     if (!rest.empty())
         return false;
-    if (baseKind(letter) == 'd' && letter != 'c' && letter != 'p') {
+    if (letterKind(letter) == 'd' && letter != 'c' && letter != 'p') {
         for (std::ptrdiff_t i = 0; i < std::min<std::ptrdiff_t>(halves, 2); ++i)
             *end++ = 'h';
     }
@@ -200,7 +211,7 @@ bool appendByKind(TextSink& out, char kind, const MessageArg& arg, const char* h
 // Takes the conversion spec at the beginning of the pattern off it: up to the first conversion letter, or all of it.
 std::string_view takeSpec(std::string_view& pattern) {
     size_t length = 1;
-    while (length < pattern.size() && !isConversionLetter(pattern[length++])) {
+    while (length < pattern.size() && !letterKind(pattern[length++])) {
     }
     const std::string_view spec = pattern.substr(0, length);
     pattern.remove_prefix(length);
@@ -222,8 +233,7 @@ void appendConversion(TextSink& out, std::string_view spec, int index, const Par
         value = args.values[argument];
     }
 
-    const char letter = spec.back();
-    if (kind != baseKind(letter)) {
+    if (kind != baseKind(spec)) {
         if (kind == 's')
             out.append(argumentText(value.text));
         else
