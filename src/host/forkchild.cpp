@@ -269,7 +269,7 @@ void writeLogHeader(FILE* f, const ForkChildPlan& plan) {
 }
 } // namespace
 
-void runForkChild(ForkChildPlan& plan) {
+void runForkChild(const ForkChildPlan& plan) {
     const bool isServer = plan.readinessPipe != -1;
     shutdownSetAside = shutdownFct.exchange(nullptr);
     setEnvironment(plan);

@@ -29,4 +29,4 @@ struct ForkChildPlan {
 };
 
 // Becomes the process that was planned, or says what failed and ends with status 3.
-[[noreturn]] void runForkChild(ForkChildPlan& plan);
+[[noreturn]] void runForkChild(const ForkChildPlan& plan);

@@ -215,7 +215,7 @@ BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const Mess
 BoolType HostFork(const char* cmd, const char* user, void*, char* msg, ArraySizeType msgLength, const char* clientHost,
                   const char* logName, const char* workingDir, PidType* thePid) {
     ForkChildPlan plan{};
-    plan.command = cmd;
+    plan.command = cmd != nullptr ? cmd : "";
     plan.clientHost = clientHost;
     plan.logName = logName;
     plan.workingDir = workingDir;
@@ -225,7 +225,7 @@ BoolType HostFork(const char* cmd, const char* user, void*, char* msg, ArraySize
 BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msgLength, PidType* thePid) {
     *thePid = 0;
     ForkChildPlan plan{};
-    plan.command = cmd;
+    plan.command = cmd != nullptr ? cmd : "";
     plan.workingDir = ".";
     return doFork(true, nullptr, plan, {msg, msgLength}, thePid);
 }

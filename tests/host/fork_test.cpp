@@ -430,7 +430,7 @@ TEST(HostFork, WhileThreadsAllocateAndFormat) {
                 thread.join();
             EXPECT_EQ(failed, 0);
         },
-        std::chrono::seconds(50));
+        std::chrono::seconds(150));
     EXPECT_FALSE(child.timedOut);
     EXPECT_EQ(child.exitStatus, 0) << child.out;
     EXPECT_EQ(child.err, "");
