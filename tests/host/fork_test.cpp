@@ -52,10 +52,9 @@ Outcome startServer(const std::string& cmd) {
     return outcome;
 }
 
-// Runs the body in a process that has messages and, as any test that may meet a fatal report, goes on after it.
+// Runs the body in a process that has messages.
 ChildResult inProcess(const Scratch& scratch, const std::function<void()>& body) {
     return runInChild([&] {
-        noHalt = TRUE;
         useMessages(scratch);
         body();
     });
@@ -394,7 +393,6 @@ TEST(HostFork, WhileThreadsAllocateAndFormat) {
     const Scratch scratch;
     const ChildResult child = runInChild(
         [&] {
-            noHalt = TRUE;
             useMessages(scratch);
             std::atomic<bool> stop{false};
             std::vector<std::thread> threads;

@@ -65,7 +65,6 @@ TEST(Unwind, Reports) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const ChildResult child = runInChild([&] {
-            noHalt = TRUE;
             EXPECT_EQ(unwindWith(c.unwind), c.caught);
         });
         EXPECT_EQ(child.exitStatus, 0);
@@ -75,7 +74,6 @@ TEST(Unwind, Reports) {
 
 TEST(Unwind, WithoutABuffer) {
     const ChildResult child = runInChild([] {
-        noHalt = TRUE;
         UnwindDoUnwind(UNWIND_ERR);
     });
     EXPECT_EQ(child.err, "UNWIND called with no handler!\n");
@@ -85,7 +83,6 @@ TEST(Unwind, WithoutABuffer) {
 // A handler that ours passes a signal on to; the mark is gone afterwards.
 TEST(Unwind, NotOutOfASignalHandler) {
     const ChildResult child = runInChild([] {
-        noHalt = TRUE;
         signal(SIGQUIT, [](int) { UtlCheckUnwindAllowed(); });
         signal(SIGXFSZ, [](int) { UnwindDoUnwind(UNWIND_ERR); });
         HostInstallFaultHandler(nullptr, nullptr);
