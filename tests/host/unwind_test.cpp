@@ -64,18 +64,14 @@ TEST(Unwind, Reports) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        const ChildResult child = runInChild([&] {
-            EXPECT_EQ(unwindWith(c.unwind), c.caught);
-        });
+        const ChildResult child = runInChild([&] { EXPECT_EQ(unwindWith(c.unwind), c.caught); });
         EXPECT_EQ(child.exitStatus, 0);
         EXPECT_TRUE(std::regex_match(child.out, std::regex(c.out))) << child.out;
     }
 }
 
 TEST(Unwind, WithoutABuffer) {
-    const ChildResult child = runInChild([] {
-        UnwindDoUnwind(UNWIND_ERR);
-    });
+    const ChildResult child = runInChild([] { UnwindDoUnwind(UNWIND_ERR); });
     EXPECT_EQ(child.err, "UNWIND called with no handler!\n");
     EXPECT_EQ(child.exitStatus, 0);
 }
