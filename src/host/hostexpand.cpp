@@ -36,7 +36,7 @@ public:
     }
 
     // Puts two texts in place of the characters in [from, to). FALSE, with nothing changed, when they do not fit.
-    bool replace(size_t from, size_t to, string_view first, string_view second = {}) {
+    bool replace(size_t from, size_t to, string_view first, string_view second = "") {
         const size_t rest = length_ - to;
         const size_t inserted = first.size() + second.size();
         if (from + inserted + rest >= size_)
@@ -49,7 +49,7 @@ public:
         return true;
     }
 
-    void erase(size_t from, size_t to) { replace(from, to, {}); }
+    void erase(size_t from, size_t to) { replace(from, to, ""); }
 
     // The first "/" from a position on, or the end.
     size_t nextBoundary(size_t position) const {
@@ -178,8 +178,9 @@ HostFnameStrType autoMountPrefix;
 pthread_once_t autoMountPrefixOnce = PTHREAD_ONCE_INIT;
 
 void readAutoMountPrefix() {
+    constexpr char usualPrefix[] = "/tmp_mnt";
     if (!HostGetEnv("KS_AutoMountPrefix", autoMountPrefix, sizeof autoMountPrefix - 1))
-        strcpy(autoMountPrefix, "/tmp_mnt");
+        memcpy(autoMountPrefix, usualPrefix, sizeof usualPrefix);
 }
 
 // errno stays as it was, whatever the look-ups met.

@@ -63,9 +63,7 @@ FILE* HostOpenFile(const char* name, const char* mode, SysErrorSType* err, int f
     if (flags != 0 || length == 0 || length + 2 > sizeof closingMode) {
         errno = EINVAL;
     } else {
-        closingMode[0] = mode[0];
-        closingMode[1] = 'e';
-        memcpy(closingMode + 2, mode + 1, length);
+        snprintf(closingMode, sizeof closingMode, "%ce%s", mode[0], mode + 1);
         HostFnameStrType path;
         HostExpandFileName(name, path, sizeof path);
         file = fopen64(path, closingMode);

@@ -48,6 +48,15 @@ inline void prefetchBlock(const HeapLedger::Entry& entry) {
     prefetch(end + heapGuardWords * sizeof(uint32_t) - 1);
 }
 
+[[gnu::cold]] void addBlockDamage(const HeapLedger::Entry& entry, bool linkedWell, HeapViolations& violations) {
+    if (!entry.chunk->frontGuardsIntact())
+        violations.add(__LINE__);
+    if (!entry.chunk->endGuardsIntact(entry.size))
+        violations.add(__LINE__);
+    if (!linkedWell)
+        violations.add(__LINE__);
+}
+
 void heapHalt(HeapViolations& violations) {
     if (!heapCheckDebug)
         violations.add(__LINE__);
@@ -64,21 +73,24 @@ void addDamage(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations)
 }
 
 void checkLiveList(HeapViolations& violations) {
-    constexpr int32_t ahead = 8;
+    constexpr std::ptrdiff_t ahead = 8;
     heapLedger.compactIfSparse();
+    const std::span<const HeapLedger::Entry> all = heapLedger.all();
+    const HeapLedger::Entry* const oldest = all.data();
     HeapChunk* newer = nullptr;
     HeapChunk* linked = heapStart;
-    for (int32_t i = heapLedger.newest(); i != HeapLedger::none; i = heapLedger.older(i)) {
-        if (i >= ahead)
-            prefetchBlock(heapLedger[i - ahead]);
-        const HeapLedger::Entry& entry = heapLedger[i];
-        HeapChunk* chunk = entry.chunk;
-        if (!chunk->frontGuardsIntact()) [[unlikely]]
-            violations.add(__LINE__);
-        if (!chunk->endGuardsIntact(entry.size)) [[unlikely]]
-            violations.add(__LINE__);
-        if (chunk->prev != newer || linked != chunk) [[unlikely]]
-            violations.add(__LINE__);
+    for (const HeapLedger::Entry* entry = oldest + all.size(); entry != oldest;) {
+        --entry;
+        HeapChunk* chunk = entry->chunk;
+        if (!chunk) [[unlikely]] {
+            entry -= entry->size - 1;
+            continue;
+        }
+        if (entry - oldest >= ahead) [[likely]]
+            prefetchBlock(entry[-ahead]);
+        const bool linkedWell = linked == chunk && chunk->prev == newer;
+        if (!linkedWell || !isIntact(chunk, entry->size)) [[unlikely]]
+            addBlockDamage(*entry, linkedWell, violations);
         newer = chunk;
         linked = chunk->next;
     }

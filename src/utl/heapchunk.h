@@ -51,7 +51,7 @@ struct HeapChunk {
 
 private:
     static bool guardsIntact(const uint32_t* words) {
-        return ((words[0] ^ heapGuard) | (words[1] ^ heapGuard) | (words[2] ^ heapGuard)) == 0;
+        return words[0] == heapGuard && words[1] == heapGuard && words[2] == heapGuard;
     }
 };
 

@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <span>
 
 #include "utl/heapchunk.h"
 
@@ -52,6 +53,8 @@ public:
             index -= static_cast<int32_t>(entries[index].size);
         return index;
     }
+    // All entries, oldest first, gaps among them.
+    std::span<const Entry> all() const { return {entries, static_cast<size_t>(count)}; }
     const Entry& operator[](int32_t index) const { return entries[index]; }
     HeapChunk* chunkAt(int32_t index) const { return index == none ? nullptr : entries[index].chunk; }
 

@@ -136,20 +136,4 @@ TEST(HostThread, ImpossibleStackSizeIsReportedAndTheUsualServes) {
         << child.out;
 }
 
-TEST(HostThread, Identities) {
-    const HostThreadType self = HostThreadSelf();
-    HostThreadType other;
-    ASSERT_EQ(HostThreadCreate(
-                  &other,
-                  [](void* arg) -> void* {
-                      HostThreadExit(arg);
-                      return nullptr;
-                  },
-                  nullptr, 0),
-              0);
-    EXPECT_TRUE(HostThreadEqual(self, HostThreadSelf()));
-    EXPECT_FALSE(HostThreadEqual(self, other));
-    EXPECT_EQ(HostThreadKill(self, 0), 0);
-    EXPECT_EQ(HostThreadJoin(other, nullptr), 0);
-}
 } // namespace

@@ -133,13 +133,6 @@ TEST(HostClocks, StartAtHostInitialisation) {
         EXPECT_LT(HostClock(), 100);
     });
     EXPECT_EQ(child.exitStatus, 0) << child.out;
-    time_t sec = 0;
-    unsigned short millitm = 0;
-    long sec2 = 0;
-    long usec = 0;
-    HostFtime(&sec, &millitm);
-    HostGetTimeOfDay(&sec2, &usec);
-    EXPECT_NEAR(static_cast<double>(sec2) + usec / 1e6, static_cast<double>(sec) + millitm / 1e3, 0.5);
 }
 
 void (*currentHandler(int sig))(int) {
@@ -204,11 +197,12 @@ TEST(HostDateTimeFormat, FromTheEnvironmentWhenItEndsInSeconds) {
     };
     constexpr char usual[] = "%m/%d/%y %H:%M:%S";
     const std::string longest = std::string(98, 'x') + "%S";
+    const std::string tooLong = "x" + longest;
     for (const Case& c : std::array<Case, 5>{{{"%d/%m/%Y %H:%M:%S", "%d/%m/%Y %H:%M:%S"},
                                               {"%H:%M", usual},
                                               {"", usual},
                                               {longest.c_str(), longest.c_str()},
-                                              {(new std::string("x" + longest))->c_str(), usual}}}) {
+                                              {tooLong.c_str(), usual}}}) {
         const ChildResult child = runInChild([&] {
             setenv("KS_CFTIME", c.value, 1);
             EXPECT_STREQ(HostDateTimeFormat(), c.format);

@@ -36,17 +36,24 @@ struct Pipe {
     }
 };
 
+// Failed expectations of the running test so far.
+int failureCount() {
+    const testing::TestInfo* test = testing::UnitTest::GetInstance()->current_test_info();
+    return test != nullptr ? test->result()->total_part_count() : 0;
+}
+
 [[noreturn]] void runChild(const std::function<void()>& body, const Pipe& out, const Pipe& err) {
     // A group of its own: the time-out also reaches what the child started.
     setpgid(0, 0);
     if (dup2(out.writeEnd, STDOUT_FILENO) < 0 || dup2(err.writeEnd, STDERR_FILENO) < 0)
         die("runInChild: dup2");
+    const int failuresBefore = failureCount();
     if (&noHalt != nullptr)
         noHalt = TRUE;
     body();
     fflush(stdout);
     fflush(stderr);
-    _exit(testing::Test::HasFailure() ? failedExpectation : 0);
+    _exit(failureCount() != failuresBefore ? failedExpectation : 0);
 }
 
 // Reads what is there; closes the descriptor at its end.

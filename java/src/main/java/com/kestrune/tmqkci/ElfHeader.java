@@ -1,0 +1,56 @@
+package com.kestrune.tmqkci;
+
+import java.io.DataInputStream;
+import java.io.File;
+import java.io.FileInputStream;
+import java.io.IOException;
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+
+/** What the head of an executable file or library says about the machine that it is made for. */
+record ElfHeader(int bits, int machine) {
+    private static final int MAGIC = 0x7F454C46;
+    private static final int CLASS_64 = 2;
+    private static final int DATA_BIG_ENDIAN = 2;
+    private static final int MACHINE_OFFSET = 18;
+    static final int MACHINE_386 = 3;
+
+    /** The running program: a virtual machine can load exactly the libraries whose header equals this one. */
+    static ElfHeader ofThisProcess() {
+        try {
+            return of(new File("/proc/self/exe"));
+        } catch (IOException unreadable) {
+            return null;
+        }
+    }
+
+    /** Null if the file is no ELF file. */
+    static ElfHeader of(File file) throws IOException {
+        byte[] head;
+        try (DataInputStream in = new DataInputStream(new FileInputStream(file))) {
+            head = in.readNBytes(MACHINE_OFFSET + 2);
+        }
+        if (head.length < MACHINE_OFFSET + 2) {
+            return null;
+        }
+        ByteBuffer fields = ByteBuffer.wrap(head);
+        if (fields.getInt(0) != MAGIC) {
+            return null;
+        }
+        int bits = fields.get(4) == CLASS_64 ? 64 : 32;
+        fields.order(fields.get(5) == DATA_BIG_ENDIAN ? ByteOrder.BIG_ENDIAN : ByteOrder.LITTLE_ENDIAN);
+        return new ElfHeader(bits, fields.getShort(MACHINE_OFFSET) & 0xFFFF);
+    }
+
+    @Override
+    public String toString() {
+        String name = switch (machine) {
+            case MACHINE_386 -> "i386";
+            case 40 -> "arm";
+            case 62 -> "x86-64";
+            case 183 -> "aarch64";
+            default -> "machine " + machine;
+        };
+        return bits + "-bit (" + name + ")";
+    }
+}

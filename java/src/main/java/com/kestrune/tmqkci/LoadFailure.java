@@ -1,0 +1,105 @@
+package com.kestrune.tmqkci;
+
+import java.io.File;
+import java.io.IOException;
+import java.util.LinkedHashSet;
+import java.util.List;
+import java.util.Set;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
+
+/** Finds the causes of failed attempts at loading the bridge, and tells them with a remedy. */
+final class LoadFailure {
+    /**
+     * A place where the bridge was looked for: a file that could not be loaded, or the reason why there was none.
+     * The error is null if nothing was tried.
+     */
+    record Attempt(String place, File file, String reason, UnsatisfiedLinkError error) {
+    }
+
+    // The dynamic linker begins with the name of the library that it could not open. What follows is in the user's
+    // language. A path there names a library that was found, and was unfit.
+    private static final Pattern MISSING_DEPENDENCY = Pattern.compile("([^/\\s:]+\\.so[^/\\s:]*): .*", Pattern.DOTALL);
+    private static final Pattern C_LIBRARY_VERSION = Pattern.compile("\\bGLIBC_[0-9.]+");
+
+    private final ElfHeader process = ElfHeader.ofThisProcess();
+    private final Set<String> remedies = new LinkedHashSet<>();
+
+    private LoadFailure() {
+    }
+
+    /** The error that tells all about the attempts; their own errors are its suppressed ones. */
+    static UnsatisfiedLinkError of(List<Attempt> attempts) {
+        UnsatisfiedLinkError error = new UnsatisfiedLinkError(new LoadFailure().text(attempts));
+        for (Attempt attempt : attempts) {
+            if (attempt.error != null) {
+                error.addSuppressed(attempt.error);
+            }
+        }
+        return error;
+    }
+
+    private String text(List<Attempt> attempts) {
+        StringBuilder text = new StringBuilder("The bridge ").append(TmqKciLibrary.FILE_NAME);
+        text.append(" could not be loaded. Tried in this order:");
+        for (Attempt attempt : attempts) {
+            text.append("\n  - ").append(attempt.place).append(": ");
+            if (attempt.file != null) {
+                text.append(attempt.file).append(": ").append(causeOf(attempt.file, attempt.error));
+            } else {
+                text.append(attempt.reason);
+            }
+        }
+        text.append("\nWhat to do:");
+        if (process != null && process.machine() != ElfHeader.MACHINE_386) {
+            text.append("\n  - The bridge is a 32-bit (i386) library and this Java, ")
+                    .append(System.getProperty("java.home")).append(", is ").append(process)
+                    .append(": run the program with a 32-bit (i386) Java.");
+        }
+        for (String remedy : remedies) {
+            text.append("\n  - ").append(remedy);
+        }
+        text.append("\n  - Name the file with -D").append(TmqKciLibrary.PROPERTY).append("=/path/to/")
+                .append(TmqKciLibrary.FILE_NAME)
+                .append(", or set the environment variable KESTRUNE to the installation's folder.");
+        return text.toString();
+    }
+
+    private String causeOf(File file, UnsatisfiedLinkError error) {
+        if (!file.exists()) {
+            return "there is no such file";
+        }
+        if (!file.isFile()) {
+            return "it is not a file";
+        }
+        ElfHeader header;
+        try {
+            header = ElfHeader.of(file);
+        } catch (IOException unreadable) {
+            return "it cannot be read: " + unreadable.getMessage();
+        }
+        if (header == null) {
+            return "it is not a shared library";
+        }
+        if (process != null && !header.equals(process)) {
+            return "it is a " + header + " library and this Java is " + process;
+        }
+        return linkerCause(String.valueOf(error.getMessage()).replaceFirst("^" + Pattern.quote(file + ": "), ""));
+    }
+
+    private String linkerCause(String text) {
+        Matcher dependency = MISSING_DEPENDENCY.matcher(text);
+        if (dependency.matches()) {
+            String name = dependency.group(1);
+            remedies.add("Install the 32-bit (i386) package that contains " + name
+                    + ", or add its folder to LD_LIBRARY_PATH.");
+            return "it needs the library " + name + ", which is missing (" + text + ")";
+        }
+        Matcher version = C_LIBRARY_VERSION.matcher(text);
+        if (version.find()) {
+            remedies.add("Use a system with a newer C library, or a bridge that was built for this one.");
+            return "it needs a newer C library, with " + version.group() + " (" + text + ")";
+        }
+        return text;
+    }
+}

@@ -1,0 +1,122 @@
+package com.kestrune.tmqkci;
+
+import com.kestrune.tmqkci.LoadFailure.Attempt;
+
+import java.io.File;
+import java.util.ArrayList;
+import java.util.List;
+
+/**
+ * Loads the native part of {@link TmqKciInterface}, and tells whether and why it cannot be loaded. It is looked for in
+ * this order, and the first that can be loaded is used:
+ * <ol>
+ * <li>the file that the system property {@value #PROPERTY} names;
+ * <li>{@value #FILE_NAME} in the folder {@code lib} of the installation that the environment variable
+ * {@code KESTRUNE} names;
+ * <li>{@value #FILE_NAME} in the folders of {@code java.library.path}.
+ * </ol>
+ */
+public final class TmqKciLibrary {
+    /** The system property that names the file to load. */
+    public static final String PROPERTY = "com.kestrune.tmqkci.library";
+
+    /** The name of the library's file. */
+    public static final String FILE_NAME = "libtmqkci313.so";
+
+    private static final String NAME = "tmqkci313";
+    private static final String INSTALLATION = "KESTRUNE";
+    private static final String LIBRARY_PATH = "java.library.path";
+
+    private static String location;
+
+    private TmqKciLibrary() {
+    }
+
+    /**
+     * Loads the library if it is not loaded yet.
+     *
+     * @throws UnsatisfiedLinkError if it cannot be loaded; the message lists every attempt with its cause, and what to
+     *     do
+     */
+    public static void load() {
+        UnsatisfiedLinkError cause = unavailabilityCause();
+        if (cause != null) {
+            throw cause;
+        }
+    }
+
+    /**
+     * Tells whether the native methods can be used here, loading the library if it is not loaded yet.
+     *
+     * @return whether the library is loaded
+     */
+    public static boolean isAvailable() {
+        return unavailabilityCause() == null;
+    }
+
+    /**
+     * Tells why the native methods cannot be used here, after trying again to load the library.
+     *
+     * @return what {@link #load} would throw; null if the library is loaded
+     */
+    public static synchronized UnsatisfiedLinkError unavailabilityCause() {
+        if (location != null) {
+            return null;
+        }
+        List<Attempt> failed = new ArrayList<>();
+        location = load(failed);
+        return location == null ? LoadFailure.of(failed) : null;
+    }
+
+    /**
+     * Tells which file was loaded.
+     *
+     * @return the file's path, or null if the library is not loaded
+     */
+    public static synchronized String location() {
+        return location;
+    }
+
+    private static String load(List<Attempt> failed) {
+        String loaded = loadFile("system property " + PROPERTY, System.getProperty(PROPERTY), "", failed);
+        if (loaded == null) {
+            loaded = loadFile("environment variable " + INSTALLATION, System.getenv(INSTALLATION), "/lib/" + FILE_NAME,
+                    failed);
+        }
+        return loaded != null ? loaded : loadFromLibraryPath(failed);
+    }
+
+    private static String loadFile(String place, String value, String below, List<Attempt> failed) {
+        if (value == null || value.isBlank()) {
+            failed.add(new Attempt(place, null, "it is not set", null));
+            return null;
+        }
+        File file = new File(value + below).getAbsoluteFile();
+        try {
+            System.load(file.getPath());
+            return file.getPath();
+        } catch (UnsatisfiedLinkError error) {
+            failed.add(new Attempt(place, file, null, error));
+            return null;
+        }
+    }
+
+    private static String loadFromLibraryPath(List<Attempt> failed) {
+        String path = System.getProperty(LIBRARY_PATH, "");
+        File file = null;
+        for (String folder : path.split(File.pathSeparator)) {
+            File candidate = new File(folder, FILE_NAME);
+            if (candidate.exists()) {
+                file = candidate.getAbsoluteFile();
+                break;
+            }
+        }
+        try {
+            System.loadLibrary(NAME);
+            return file != null ? file.getPath() : FILE_NAME;
+        } catch (UnsatisfiedLinkError error) {
+            failed.add(new Attempt(LIBRARY_PATH, file, "no " + FILE_NAME + " in " + path, error));
+            return null;
+        }
+    }
+}

@@ -1,0 +1,113 @@
+package com.kestrune.tmqkci;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.nio.charset.StandardCharsets;
+import java.util.function.ToIntFunction;
+
+/** A session with the local store, with native calls whose failures end the test. */
+final class TestSession implements AutoCloseable {
+    static final int BUFFER_SIZE = 1024;
+    static final int PRELOAD_SIZE = 64;
+    static final int NO_SESSION = 9999;
+    static final long NIL = 10;
+    static final long SYSTEM_ERRORS = 3613;
+
+    final int id;
+
+    TestSession() {
+        initialize();
+        id = succeed(error -> TmqKciInterface._login("local", null, "guest", "guest", null, null, error));
+        assertTrue(id >= 0);
+    }
+
+    static long[] initialize() {
+        long[] kernelOops = new long[TmqKciInterface.KERNEL_OOPS];
+        assertEquals(TmqKciInterface.INITIALIZED, succeed(error -> TmqKciInterface._initialize(1, "tests", BUFFER_SIZE,
+                PRELOAD_SIZE, 0, kernelOops, error)));
+        return kernelOops;
+    }
+
+    /** A call that must succeed; answers its status. */
+    static int succeed(ToIntFunction<TmqKciException> call) {
+        TmqKciException error = new TmqKciException();
+        int status = call.applyAsInt(error);
+        if (status == TmqKciInterface.FAILED) {
+            throw error;
+        }
+        assertTrue(status >= 0, () -> "status " + status);
+        return status;
+    }
+
+    /** A call that must fail with a report; answers the report. */
+    static TmqKciException fail(ToIntFunction<TmqKciException> call) {
+        TmqKciException error = new TmqKciException();
+        assertEquals(TmqKciInterface.FAILED, call.applyAsInt(error), () -> String.valueOf(error.message));
+        assertEquals(error.argCount, error.args.length);
+        return error;
+    }
+
+    /** A call that the bridge must refuse by itself with this text. */
+    static void refuse(String message, ToIntFunction<TmqKciException> call) {
+        TmqKciException error = fail(call);
+        assertEquals(message, error.getMessage());
+        assertEquals(TmqKciException.BRIDGE_ERROR, error.number);
+        assertEquals(NIL, error.category);
+        assertEquals(NIL, error.context);
+        assertEquals(0, error.argCount);
+        assertEquals(false, error.fatal);
+    }
+
+    /** Waits for the running call; the error report is filled when that fails. */
+    int end(TmqKciReport result, TmqKciException error) {
+        int status;
+        do {
+            status = TmqKciInterface._nbEnd(id, result, error);
+        } while (status == TmqKciInterface.NOT_READY);
+        return status;
+    }
+
+    TmqKciReport end() {
+        TmqKciReport result = new TmqKciReport();
+        succeed(error -> end(result, error));
+        return result;
+    }
+
+    TmqKciReport run(String source) {
+        succeed(error -> TmqKciInterface._executeStr(id, source, error));
+        return end();
+    }
+
+    TmqKciException runFailing(String source) {
+        succeed(error -> TmqKciInterface._executeStr(id, source, error));
+        return fail(error -> end(new TmqKciReport(), error));
+    }
+
+    TmqKciReport send(TmqKciReport receiver, String selector, TmqKciReport... args) {
+        succeed(error -> TmqKciInterface._perform(id, receiver, selector, args, args.length, error));
+        return end();
+    }
+
+    /** The object that a source text answers, as an argument. */
+    TmqKciReport object(String source) {
+        return TmqKciReport.ofOop(run(source).oop);
+    }
+
+    byte[] bytes(TmqKciReport object) {
+        byte[] all = new byte[(int) object.indexedSize];
+        assertEquals(all.length,
+                succeed(error -> TmqKciInterface._getBytes(id, object, 1, all.length, all, error)));
+        return all;
+    }
+
+    /** A string's text, as far as it is valid UTF-8. */
+    String text(TmqKciReport string) {
+        return new String(bytes(string), StandardCharsets.UTF_8);
+    }
+
+    @Override
+    public void close() {
+        succeed(error -> TmqKciInterface._logout(id, error));
+    }
+}

@@ -1,0 +1,114 @@
+// Compiled code: instructions for the stack machine of the interpreter.
+#pragma once
+
+#include "store/store.h"
+
+#include <memory>
+#include <vector>
+
+namespace local {
+
+// a and operand are the instruction's fields.
+enum class Operation : uint8_t {
+    PushOop,     // operand: the identifier
+    PushLiteral, // operand: index of a literal
+    PushCopy,    // operand: index of a literal that is copied, nested ones too
+    PushSelf,
+    PushTemporary, // operand: index in the frame, arguments first
+    StoreTemporary,
+    PushScoped, // a: how many scopes outwards; operand: slot of the scope
+    StoreScoped,
+    PushVariable, // operand: slot of the receiver
+    StoreVariable,
+    PushGlobal, // operand: literal index of the name
+    StoreGlobal,
+    Pop,
+    Duplicate,
+    Send,      // a: argument count; operand: literal index of the selector
+    SendSuper, // as Send, from the superclass of the method's class
+    Jump,      // operand: where to
+    JumpTrue,  // pops
+    JumpFalse,
+    MakeBlock,  // operand: its code
+    MakeArray,  // operand: element count
+    Return,     // from this frame
+    ReturnHome, // from the method in which the block was made
+};
+
+struct Instruction {
+    Operation operation;
+    uint8_t a;
+    int32_t operand;
+};
+
+using CodeId = int32_t;
+
+struct Code {
+    std::vector<Instruction> instructions;
+    std::vector<Oop> literals;
+    std::vector<CodeId> blocks; // made by this code
+    uint32_t argumentCount = 0;
+    uint32_t temporaryCount = 0; // without the arguments
+    uint32_t scopedCount = 0;    // variables that blocks share with this code
+    bool needsScope = false;
+    bool isBlock = false;
+    bool isClassMethod = false;
+    Oop owner = nil; // the method's class; nil for an expression
+};
+
+// All code there is. Code lives as long as a block, a method or a frame refers to it.
+class CodeTable {
+public:
+    CodeId add(std::unique_ptr<Code> code);
+    const Code& at(CodeId id) const { return *entries[static_cast<size_t>(id)].code; }
+    template <class Mark>
+    void mark(CodeId id, const Mark& markOop);
+    void sweep();
+
+private:
+    struct Entry {
+        std::unique_ptr<Code> code;
+        bool marked = false;
+    };
+    std::vector<Entry> entries;
+    std::vector<CodeId> freeIds;
+};
+
+inline CodeId CodeTable::add(std::unique_ptr<Code> code) {
+    if (freeIds.empty()) {
+        freeIds.push_back(static_cast<CodeId>(entries.size()));
+        entries.emplace_back();
+    }
+    CodeId id = freeIds.back();
+    freeIds.pop_back();
+    entries[static_cast<size_t>(id)].code = std::move(code);
+    return id;
+}
+
+template <class Mark>
+void CodeTable::mark(CodeId id, const Mark& markOop) {
+    Entry& entry = entries[static_cast<size_t>(id)];
+    if (entry.marked || !entry.code) {
+        return;
+    }
+    entry.marked = true;
+    markOop(entry.code->owner);
+    for (Oop literal : entry.code->literals) {
+        markOop(literal);
+    }
+    for (CodeId block : entry.code->blocks) {
+        mark(block, markOop);
+    }
+}
+
+inline void CodeTable::sweep() {
+    for (size_t i = 0; i < entries.size(); ++i) {
+        if (entries[i].code && !entries[i].marked) {
+            entries[i].code.reset();
+            freeIds.push_back(static_cast<CodeId>(i));
+        }
+        entries[i].marked = false;
+    }
+}
+
+} // namespace local

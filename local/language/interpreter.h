@@ -1,0 +1,108 @@
+// Runs code on an explicit stack, a slice at a time.
+#pragma once
+
+#include "language/failure.h"
+#include "language/runtime.h"
+
+#include <array>
+#include <optional>
+#include <span>
+
+namespace local {
+
+// A frame's part of the stack begins with its arguments; the receiver of the message, or the block, lies below.
+struct Frame {
+    CodeId codeId;
+    const Code* code;
+    uint32_t next; // instruction
+    uint32_t base;
+    Oop self;
+    Oop scope;
+    Oop home; // scope of the method in which the block was made; nil in a method
+};
+
+// A computation: running, waiting, or suspended by an error until it is continued.
+struct Process {
+    Oop oop = KCI_OOP_NONE; // of the object that stands for it, once it is suspended
+    std::vector<Oop> stack;
+    std::vector<Frame> frames;
+    int64_t wakeAt = 0;             // milliseconds of the monotonic clock; 0 when it does not wait
+    std::optional<Failure> failure; // why it is suspended
+    bool failureTakesResult = true; // continuing supplies the failing expression's value
+
+    void addRoots(CodeTable& codes, const std::function<void(Oop)>& mark) const;
+};
+
+enum class Outcome : uint8_t { Finished, Suspended, Progressed, Waiting };
+
+// What a primitive needs to know of the session.
+struct SessionFacts {
+    std::string user;
+    SessionId id = 0;
+    uint32_t sliceSteps = 0;
+};
+
+class Interpreter {
+public:
+    static constexpr size_t maxFrames = 10000;
+
+    Interpreter(Runtime& sharedRuntime, SessionFacts& sessionFacts)
+        : runtime(sharedRuntime), facts(sessionFacts), view(sharedRuntime.store, sessionFacts.id) {}
+
+    void startExpression(Process& process, CodeId code);
+    void startSend(Process& process, Oop receiver, Oop selector, std::span<const Oop> arguments);
+    // Runs at most so many instructions and takes them off. Stops early, with Progressed, when a collection is due.
+    Outcome run(Process& process, uint32_t& steps);
+    // The value of a finished process.
+    static Oop resultOf(const Process& process) { return process.stack.back(); }
+    // Makes a suspended process ready to run; KCI_OOP_ILLEGAL stands for no value.
+    void resume(Process& process, Oop value);
+    static void suspend(Process& process, Failure failure, bool takesResult);
+
+    void addRoots(const std::function<void(Oop)>& mark) const;
+
+    // For primitives. Those that begin a call answer KCI_OOP_NONE as the primitive's result.
+    Oop callBlock(Oop block, uint32_t argumentCount);
+    Oop callSelector(Oop selector, std::span<const Oop> arguments);
+    void wait(int64_t milliseconds);
+    std::optional<int32_t> lookup(Oop receiver, Oop startClass, Oop selector, bool classSide);
+    bool respondsTo(Oop receiver, Oop selector);
+
+    Runtime& runtime;
+    SessionFacts& facts;
+    View view;
+    std::unordered_map<Oop, Oop> globals; // of the session, by name
+
+private:
+    struct CachedMethod {
+        Oop key = KCI_OOP_NONE;
+        Oop selector = KCI_OOP_NONE;
+        int32_t code = 0;
+    };
+
+    void execute(Frame& frame, const Instruction& instruction);
+    void push(Oop value) { current->stack.push_back(value); }
+    Oop pop() {
+        Oop value = current->stack.back();
+        current->stack.pop_back();
+        return value;
+    }
+    void send(Oop selector, uint32_t argumentCount, const Code* superOf);
+    void callCode(CodeId codeId, uint32_t argumentCount, Oop self, Oop outerScope, Oop home);
+    void returnFromFrame(size_t frameIndex, Oop value);
+    void returnHome(Oop value);
+    void jumpIf(Frame& frame, const Instruction& instruction, Oop wanted);
+    Oop readGlobal(Oop name);
+    Oop scopeAt(const Frame& frame, uint32_t distance) const;
+    Oop copyLiteral(Oop literal);
+    void makeArray(uint32_t count);
+    std::optional<int32_t> find(Oop receiver, const Code* superOf, Oop selector);
+
+    Process* current = nullptr;
+    uint32_t stepsLeft = 0;
+    size_t failureDepth = 0; // what stays on the stack when the instruction at work fails
+    uint32_t cacheEpoch = 0;
+    std::array<CachedMethod, 1024> cache{};
+};
+
+} // namespace local

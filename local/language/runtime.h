@@ -1,0 +1,42 @@
+// What all sessions share: the store, the symbols, the code and the kernel.
+#pragma once
+
+#include "language/code.h"
+#include "language/kernel.h"
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace local {
+
+class Runtime {
+public:
+    Runtime(); // with a complete kernel
+
+    Store store;
+    CodeTable codes;
+    // Grows when a method changes, or may have changed: what was looked up before is worth nothing then.
+    uint32_t methodEpoch = 1;
+
+    View systemView() { return {store, systemSession}; }
+    // The one symbol of these (single-byte) characters.
+    Oop symbol(std::string_view name);
+    // A kernel class or object by its global name; 0 when the kernel has none of this name.
+    Oop kernelGlobal(Oop name) const;
+    void addRoots(const std::function<void(Oop)>& mark) const;
+    void sweepSymbols(const std::function<bool(Oop)>& isLive);
+
+private:
+    void makeClasses();
+    void addPrimitives();
+    void addPrelude();
+
+    std::unordered_map<std::string, Oop> symbols;
+    std::unordered_map<Oop, Oop> kernelGlobals; // by name
+};
+
+// Adds a method to a class: code is a CodeId, or -1 less the index of a primitive.
+void addMethod(Runtime& runtime, const View& view, Oop cls, bool classSide, Oop selector, int32_t code, Oop source);
+
+} // namespace local

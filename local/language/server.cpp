@@ -1,0 +1,369 @@
+#include "language/server.h"
+
+#include "language/compiler.h"
+#include "language/primitives.h"
+#include "language/text.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <ctime>
+#include <new>
+
+namespace local {
+
+using namespace std::string_view_literals;
+
+namespace {
+
+constexpr size_t maxSessions = 100;
+constexpr size_t maxSuspended = 100;
+constexpr uint32_t defaultSliceSteps = 20000;
+
+// Names and passwords: KCILOCAL_USERS holds name:password pairs separated by semicolons.
+bool isKnownUser(std::string_view user, std::string_view password) {
+    const char* set = std::getenv("KCILOCAL_USERS");
+    std::string_view rest = set != nullptr && *set != '\0' ? set : "guest:guest";
+    while (!rest.empty()) {
+        std::string_view entry = rest.substr(0, rest.find(';'));
+        rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
+        size_t colon = entry.find(':');
+        if (colon != std::string_view::npos && entry.substr(0, colon) == user && entry.substr(colon + 1) == password) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// Instructions per poll; KCILOCAL_SLICE sets it.
+uint32_t initialSliceSteps() {
+    const char* set = std::getenv("KCILOCAL_SLICE");
+    long steps = set != nullptr ? std::strtol(set, nullptr, 10) : 0;
+    return steps >= 1 && steps <= 1000000000 ? static_cast<uint32_t>(steps) : defaultSliceSteps;
+}
+
+void sleepOneMillisecond() {
+    timespec pause{0, 1000000};
+    nanosleep(&pause, nullptr);
+}
+
+} // namespace
+
+void fail(Reply& reply, ErrorNumber number, std::string_view message, std::span<const Oop> arguments, Oop context) {
+    reply.failed = true;
+    reply.object = KCI_OOP_ILLEGAL;
+    reply.error = {};
+    reply.error.category = KCI_CATEGORY_SYSTEM;
+    reply.error.number = static_cast<int32_t>(number);
+    reply.error.context = context;
+    message = truncated(message, sizeof reply.error.message - 1);
+    std::copy(message.begin(), message.end(), reply.error.message);
+    for (Oop argument : arguments) {
+        if (reply.error.argCount < KCI_ERR_MAX_ARGS) {
+            reply.error.args[reply.error.argCount++] = argument;
+        }
+    }
+}
+
+Engine::Engine() : state(std::make_unique<State>()) {}
+Engine::~Engine() = default;
+
+Reply Engine::handle(const Request& request) {
+    return state->handle(request);
+}
+
+void Engine::requestBreak(bool hard) {
+    state->breakRequest = static_cast<int>(hard ? ErrorNumber::HardBreak : ErrorNumber::SoftBreak);
+}
+
+Reply Engine::State::handle(const Request& request) {
+    Reply reply;
+    try {
+        if (runtime.store.collectionDue()) {
+            runtime.store.collect(*this);
+        }
+        dispatch(request, reply);
+        return reply;
+    } catch (...) {
+        try {
+            Failure failure = caughtFailure();
+            fail(reply, failure.number, failure.message, failure.arguments, nil);
+            return reply;
+        } catch (const std::bad_alloc&) {
+            fail(reply, ErrorNumber::OutOfMemory, "the local store has no memory left", {}, nil);
+        } catch (...) {
+            fail(reply, ErrorNumber::InternalFailure, "internal error of the local store", {}, nil);
+        }
+    }
+    dropCall(request.session);
+    return reply;
+}
+
+// A call that was interrupted somewhere inside cannot go on.
+void Engine::State::dropCall(SessionId session) {
+    if (auto found = sessions.find(session); found != sessions.end()) {
+        found->second->running.reset();
+    }
+}
+
+ServerSession& Engine::State::sessionOf(const Request& request) {
+    auto found = sessions.find(request.session);
+    if (found == sessions.end()) {
+        throw Failure(ErrorNumber::BadSessionId, "the local store has no session " + std::to_string(request.session));
+    }
+    return *found->second;
+}
+
+void Engine::State::dispatch(const Request& request, Reply& reply) {
+    if (request.kind == RequestKind::Login) {
+        login(request, reply);
+        return;
+    }
+    ServerSession& session = sessionOf(request);
+    switch (request.kind) {
+    case RequestKind::Logout:
+        logout(request.session);
+        break;
+    case RequestKind::StartSource:
+    case RequestKind::StartString:
+    case RequestKind::StartSend:
+        start(session, request);
+        break;
+    case RequestKind::Poll:
+        poll(session, reply);
+        break;
+    case RequestKind::Continue:
+        continueProcess(session, request, reply);
+        break;
+    case RequestKind::Commit:
+        ++runtime.methodEpoch;
+        reply.integer = runtime.store.commit(request.session) ? 1 : 0;
+        break;
+    case RequestKind::Abort:
+        runtime.store.abort(request.session, kernel::Scope);
+        ++runtime.methodEpoch;
+        break;
+    default:
+        handleObjectRequest(session, request, reply);
+    }
+}
+
+void Engine::State::login(const Request& request, Reply& reply) {
+    if (!isKnownUser(request.text, request.secondText)) {
+        throw Failure(ErrorNumber::LoginDenied,
+                      "login to the local store denied: the user name or the password is wrong");
+    }
+    if (sessions.size() >= maxSessions) {
+        throw Failure(ErrorNumber::TooManySessions,
+                      "the local store has at most " + std::to_string(maxSessions) + " sessions");
+    }
+    SessionId id = ++lastSession;
+    runtime.store.openSession(id);
+    sessions[id] =
+        std::make_unique<ServerSession>(runtime, SessionFacts{std::string(request.text), id, initialSliceSteps()});
+    reply.integer = id;
+}
+
+void Engine::State::logout(SessionId session) {
+    sessions.erase(session);
+    runtime.store.closeSession(session);
+    ++runtime.methodEpoch;
+}
+
+// --- calls ---------------------------------------------------------------------------------------------------------
+
+void Engine::State::start(ServerSession& session, const Request& request) {
+    if (session.running) {
+        throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
+    }
+    breakRequest = 0; // it was meant for an earlier call
+    auto process = std::make_unique<Process>();
+    Interpreter& interpreter = session.interpreter;
+    // What is wrong with the source or the message shows at the first poll, as other errors of a call do.
+    try {
+        if (request.kind == RequestKind::StartSend) {
+            std::u16string name = decodeText(request.text);
+            Oop selector = runtime.symbol(std::string(name.begin(), name.end()));
+            auto colons = static_cast<size_t>(std::count(name.begin(), name.end(), u':'));
+            bool isOperator =
+                !name.empty() && colons == 0 && u"+-*/\\<>=~,@%&?|"sv.find(name[0]) != std::u16string::npos;
+            size_t expected = isOperator ? 1 : colons;
+            if (request.objects.size() != expected) {
+                throw Failure(ErrorNumber::BadMessageParts,
+                              "the message " + brief(interpreter.view, selector) + " takes " +
+                                  std::to_string(expected) + " arguments, not " +
+                                  std::to_string(request.objects.size()),
+                              {selector});
+            }
+            interpreter.startSend(*process, request.object, selector, request.objects);
+        } else {
+            std::string source(request.text);
+            if (request.kind == RequestKind::StartString) {
+                needText(interpreter.view, request.object);
+                source = isDoubleByte(interpreter.view, request.object)
+                             ? encodeText(textOf(interpreter.view, request.object))
+                             : bytesOf(interpreter.view, request.object);
+            }
+            interpreter.startExpression(*process, compileExpression(runtime, interpreter.view, decodeText(source)));
+        }
+    } catch (...) {
+        Interpreter::suspend(*process, caughtFailure(), false);
+    }
+    session.running = std::move(process);
+}
+
+Outcome Engine::State::runSlice(ServerSession& session) {
+    if (int number = breakRequest.exchange(0);
+        number != 0 && !session.running->failure && !session.running->frames.empty()) {
+        bool hard = number == static_cast<int>(ErrorNumber::HardBreak);
+        Interpreter::suspend(*session.running,
+                             Failure(static_cast<ErrorNumber>(number), hard ? "hard break" : "soft break"), false);
+    }
+    uint32_t steps = session.facts.sliceSteps;
+    for (;;) {
+        Outcome outcome = session.interpreter.run(*session.running, steps);
+        if (outcome != Outcome::Progressed || steps == 0) {
+            return outcome;
+        }
+        runtime.store.collect(*this);
+    }
+}
+
+void Engine::State::poll(ServerSession& session, Reply& reply) {
+    if (!session.running) {
+        throw Failure(ErrorNumber::OperationInProgress, "no call of the session is in progress");
+    }
+    Outcome outcome = runSlice(session);
+    if (outcome == Outcome::Progressed || outcome == Outcome::Waiting) {
+        reply.progress = outcome == Outcome::Waiting ? KCI_RESULT_NOT_READY : KCI_RESULT_PROGRESSED;
+        return;
+    }
+    finish(session, outcome, reply);
+}
+
+void Engine::State::continueProcess(ServerSession& session, const Request& request, Reply& reply) {
+    if (session.running) {
+        throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
+    }
+    Oop value = request.secondObject;
+    if (value != KCI_OOP_ILLEGAL && !isImmediate(value) && !session.interpreter.view.exists(value)) {
+        throw NoSuchObject{value};
+    }
+    auto found = session.suspended.find(request.object);
+    if (found == session.suspended.end()) {
+        throw Failure(ErrorNumber::BadArgument, "the object is no suspended process", {request.object});
+    }
+    breakRequest = 0;
+    session.running = std::move(found->second);
+    forgetProcess(session, request.object);
+    session.interpreter.resume(*session.running, value);
+    Outcome outcome = Outcome::Progressed;
+    while (outcome == Outcome::Progressed || outcome == Outcome::Waiting) {
+        outcome = runSlice(session);
+        if (outcome == Outcome::Waiting) {
+            sleepOneMillisecond();
+        }
+    }
+    finish(session, outcome, reply);
+}
+
+// Ends the running call: its result is exported, or its error reported and its process kept.
+void Engine::State::finish(ServerSession& session, Outcome outcome, Reply& reply) {
+    SessionId id = session.facts.id;
+    if (outcome == Outcome::Finished) {
+        reply.object = Interpreter::resultOf(*session.running);
+        if (isReference(reply.object)) {
+            runtime.store.exportObject(id, reply.object);
+        }
+        if (Oop process = session.running->oop; process != KCI_OOP_NONE) {
+            runtime.store.release(id, process);
+        }
+        session.running.reset();
+        return;
+    }
+    Failure failure = *session.running->failure;
+    // A call that never began cannot be continued.
+    bool began = session.running->failureTakesResult || !session.running->frames.empty();
+    Oop context = nil;
+    if (began) {
+        try {
+            context = keepSuspended(session);
+        } catch (const StoreFull&) {
+            context = nil;
+        }
+    }
+    session.running.reset();
+    fail(reply, failure.number, failure.message, failure.arguments, context);
+}
+
+Oop Engine::State::keepSuspended(ServerSession& session) {
+    const View& view = session.interpreter.view;
+    Process& process = *session.running;
+    if (process.oop == KCI_OOP_NONE) {
+        process.oop = kernel::newInstance(view, kernel::Process, 0);
+    }
+    const Failure& failure = *process.failure;
+    Oop arguments =
+        view.create({kernel::Array, Body::Pointer, true, 0}, static_cast<uint32_t>(failure.arguments.size()));
+    for (uint32_t i = 0; i < failure.arguments.size(); ++i) {
+        view.setSlot(arguments, i, failure.arguments[i]);
+    }
+    Oop oop = process.oop;
+    view.setSlot(oop, 0, smallIntegerOop(static_cast<int32_t>(failure.number)));
+    view.setSlot(oop, 1, newText(view, decodeText(failure.message)));
+    view.setSlot(oop, 2, arguments);
+    runtime.store.exportObject(session.facts.id, oop);
+    runtime.store.forgetChange(session.facts.id, oop);
+    session.suspended[oop] = std::move(session.running);
+    session.suspendedInOrder.push_back(oop);
+    if (session.suspendedInOrder.size() > maxSuspended) {
+        Oop oldest = session.suspendedInOrder.front();
+        forgetProcess(session, oldest);
+        runtime.store.release(session.facts.id, oldest);
+    }
+    return oop;
+}
+
+void Engine::State::forgetProcess(ServerSession& session, Oop process) {
+    session.suspended.erase(process);
+    std::erase(session.suspendedInOrder, process);
+}
+
+// --- collection ----------------------------------------------------------------------------------------------------
+
+void Engine::State::addRoots(const std::function<void(Oop)>& mark) {
+    runtime.addRoots(mark);
+    for (const auto& [id, session] : sessions) {
+        session->interpreter.addRoots(mark);
+        if (session->running) {
+            session->running->addRoots(runtime.codes, mark);
+        }
+    }
+}
+
+void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const std::function<void(Oop)>& mark) {
+    if (cls == kernel::Process) {
+        // A suspended process lives as long as the object that stands for it.
+        for (const auto& [id, session] : sessions) {
+            if (auto found = session->suspended.find(oop); found != session->suspended.end()) {
+                found->second->addRoots(runtime.codes, mark);
+            }
+        }
+    }
+    if ((cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot) &&
+        smallIntegerValue(firstSlot) >= 0) {
+        runtime.codes.mark(smallIntegerValue(firstSlot), mark);
+    }
+}
+
+void Engine::State::swept(const std::function<bool(Oop)>& isLive) {
+    for (const auto& [id, session] : sessions) {
+        std::erase_if(session->suspended, [&](const auto& item) { return !isLive(item.first); });
+        std::erase_if(session->suspendedInOrder, [&](Oop oop) { return !isLive(oop); });
+    }
+    runtime.codes.sweep();
+    runtime.sweepSymbols(isLive);
+    // Identifiers of classes, names and code that went may be given out again.
+    ++runtime.methodEpoch;
+}
+
+} // namespace local

@@ -1,0 +1,158 @@
+// One native call of the bridge under the scripted Java environment and client library, and what is expected of it.
+#pragma once
+
+#include "support/scripted_client.h"
+#include "support/scripted_jni.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#define NATIVE(name, ...) jint JNICALL Java_com_kestrune_tmqkci_TmqKciInterface__1##name(JNIEnv*, jclass, __VA_ARGS__)
+extern "C" {
+NATIVE(initialize, jint, jstring, jint, jint, jint, jlongArray, jthrowable);
+NATIVE(kciVersion, jobjectArray, jthrowable);
+NATIVE(login, jstring, jstring, jstring, jstring, jstring, jstring, jthrowable);
+NATIVE(logout, jint, jthrowable);
+NATIVE(setup, jint, jobject, jthrowable);
+NATIVE(nbEnd, jint, jobject, jthrowable);
+NATIVE(checkErrors, jint, jthrowable);
+NATIVE(executeStr, jint, jstring, jthrowable);
+NATIVE(executeObj, jint, jobject, jthrowable);
+NATIVE(perform, jint, jobject, jstring, jobjectArray, jint, jthrowable);
+NATIVE(continue, jint, jobject, jboolean, jobject, jobject, jstring, jstring, jthrowable);
+NATIVE(isKindOf, jint, jobject, jobject, jthrowable);
+NATIVE(getBytes, jint, jobject, jlong, jint, jbyteArray, jthrowable);
+NATIVE(getObjs, jint, jobject, jlong, jint, jobjectArray, jthrowable);
+NATIVE(getNamedObjs, jint, jobject, jlong, jint, jobjectArray, jthrowable);
+NATIVE(putBytes, jint, jobject, jlong, jint, jbyteArray, jthrowable);
+NATIVE(putObjs, jint, jobject, jlong, jint, jobjectArray, jthrowable);
+NATIVE(putNamedObjs, jint, jobject, jlong, jint, jobjectArray, jthrowable);
+NATIVE(removeFromExportSet, jint, jobjectArray, jint, jthrowable);
+NATIVE(releaseOops, jint, jlongArray, jint, jthrowable);
+NATIVE(changedOops, jint, jlongArray, jint, jthrowable);
+NATIVE(KCSIinitialize, jthrowable);
+NATIVE(KCSIstatNames, jobjectArray, jthrowable);
+NATIVE(KCSIattach, jstring, jthrowable);
+NATIVE(KCSIdetach, jthrowable);
+NATIVE(KCSIsampleStats, jlongArray, jthrowable);
+NATIVE(KCSIgetStats, jlong, jobject, jthrowable);
+}
+#undef NATIVE
+
+// A native method with its arguments between the class and the error report, in a test's body; CALL0 without any.
+#define CALL(name, ...)                                                                                                \
+    Java_com_kestrune_tmqkci_TmqKciInterface__1##name(scripted::jni().env(), nullptr, __VA_ARGS__, arg(error))
+#define CALL0(name) Java_com_kestrune_tmqkci_TmqKciInterface__1##name(scripted::jni().env(), nullptr, arg(error))
+
+namespace bridge {
+
+using scripted::clientError;
+using scripted::Jni;
+using scripted::jni;
+using scripted::Object;
+
+inline scripted::Client& client() {
+    return *scriptedClient();
+}
+
+// A reference that fits every parameter that takes one.
+struct Argument {
+    jobject reference;
+    template <typename Reference>
+    operator Reference() const {
+        return static_cast<Reference>(reference);
+    }
+};
+inline Argument arg(Object* object) {
+    return {jni().argument(object)};
+}
+inline Argument arg(const char16_t* text) {
+    return {jni().argument(jni().string(text))};
+}
+inline Argument arg(std::vector<Object*> elements) {
+    return {jni().argument(jni().objectArray(std::move(elements)))};
+}
+inline const Argument null{nullptr};
+
+// A report that names a server object, and one that carries only a Java value.
+Object* server(jlong oop);
+Object* value(int valueType, jlong valueLong = 0);
+Object* text(int valueType, const std::u16string& valueString);
+
+// The fields of a report that are set, in the order of their names: "objType=1 oop=300 valueBytes='abc'".
+std::string describe(const Object* report);
+
+// Trace lines.
+std::string debug(const std::string& line);
+std::string info(const std::string& line);
+std::string returning(jint status);
+std::string allocationError();                                        // and -2
+std::string genericError(const std::string& message);                 // as far as the report itself traces
+std::string genericFailure(const std::string& message);               // and -1
+std::string errorRecord(const KciErrSType& error);                    // as far as the report itself traces
+std::string clientFailure(const KciErrSType& error, int session = 7); // and -1
+
+// The error that scripts use, with an argument that is negative as a long.
+KciErrSType scriptError();
+
+struct Row {
+    const char* name;
+    std::function<jint()> native;
+    jint status = 0;
+    std::string client = {};           // the client calls
+    std::string trace = {};            // at full level
+    std::function<void()> script = {}; // before the call
+    std::string error = {};            // the text of a generic error; scriptError() is known by its calls
+    std::function<void()> check = {};  // after the call
+};
+
+// What the bridge takes from the C library, under the test's control.
+struct Host {
+    bool loadable = true; // dlopen finds the scripted client library
+    std::vector<std::string> opened;
+    unsigned failingMalloc = 0; // the nth allocation of the bridge from now is refused
+    unsigned mallocs = 0, flushes = 0;
+};
+Host& host();
+
+class Bridge : public testing::Test {
+protected:
+    void SetUp() override;
+
+    // Initializes; the later calls in a process only raise the trace level.
+    jint initialize(jint debugFlag, jint bufSize = 64, jint preloadSize = 16);
+
+    // Makes one native call; its status is in status, what it traced in trace. Breaches of the Java interface's rules
+    // and exceptions left pending fail the test; after -2 the environment's own error may be pending.
+    jint call(const std::function<jint()>& native, const std::function<void()>& script = {});
+
+    void expectGenericError(const std::string& message);
+    void expectError(const KciErrSType& expected);
+    // Wrong arguments whose error text is the bridge's own choice: -1, a generic error that begins with the text.
+    void expectRefused(const std::function<jint()>& native, const std::string& beginning = "",
+                       const std::function<void()>& script = {});
+    void check(const Row& row, int level);
+    // Each row at every trace level.
+    void check(const std::vector<Row>& rows);
+
+    // Every native method but _initialize and the cache statistics, called with arguments that are in order.
+    struct Method {
+        const char* name;
+        const char* intro; // what it traces before anything else
+        bool hasSession;
+        std::function<jint()> native;
+    };
+    std::vector<Method> methods();
+
+    Object* error = nullptr; // fresh for every call, as is result
+    Object* result = nullptr;
+    Object* kernelOops = nullptr;
+    jint status = 0;
+    std::string trace;
+    std::string pendingAllowed; // an exception that the next call may leave
+};
+
+} // namespace bridge

@@ -1,0 +1,192 @@
+// The library as others get it: its names, what it needs, and a session through a client library opened for real.
+#include "support/scripted_client.h"
+#include "support/scripted_jni.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <string>
+
+namespace {
+
+using scripted::jni;
+using scripted::Object;
+
+std::string output(const std::string& command) {
+    std::string text;
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    for (int c = getc(pipe); c != EOF; c = getc(pipe))
+        text += char(c);
+    if (pclose(pipe) != 0)
+        ADD_FAILURE() << command << "\n" << text;
+    return text;
+}
+
+// The first group of every match.
+std::vector<std::string> matches(const std::string& text, const char* pattern) {
+    const std::regex expression(pattern);
+    std::vector<std::string> found;
+    for (std::sregex_iterator at(text.begin(), text.end(), expression), end; at != end; ++at)
+        found.push_back((*at)[1]);
+    return found;
+}
+
+TEST(Library, ExportsTheListedNames) {
+    std::ifstream file(EXPORTS);
+    const std::vector<std::string> listed(std::istream_iterator<std::string>(file), {});
+    EXPECT_TRUE(std::is_sorted(listed.begin(), listed.end())) << "src/exports.txt is sorted by bytes";
+    const auto symbols = matches(output("nm -D --defined-only " LIBRARY), "[0-9a-f]+ [A-Za-z] (.+)\n");
+    const std::set<std::string> exported(symbols.begin(), symbols.end()), wanted(listed.begin(), listed.end());
+    for (const std::string& name : exported)
+        EXPECT_TRUE(wanted.contains(name)) << name << " is exported and not listed in src/exports.txt";
+    for (const std::string& name : wanted)
+        EXPECT_TRUE(exported.contains(name)) << name << " is listed in src/exports.txt and not exported";
+    EXPECT_FALSE(exported.contains("JNI_OnLoad"));
+}
+
+TEST(Library, NeedsOnlyTheCLibrary) {
+    EXPECT_NE(output("readelf -hW " LIBRARY).find("Intel 80386"), std::string::npos);
+    const std::string dynamic = output("readelf -dW " LIBRARY);
+    EXPECT_EQ(matches(dynamic, "\\(SONAME\\) .*\\[(.*)\\]"), std::vector<std::string>{"libtmqkci313.so"});
+    EXPECT_FALSE(matches(dynamic, "(SYMBOLIC)").empty()) << "names bind within the library";
+    EXPECT_TRUE(matches(dynamic, "(TEXTREL)").empty());
+    const std::set<std::string> allowed = {"libc.so.6", "libm.so.6", "libdl.so.2", "libpthread.so.0", "ld-linux.so.2"};
+    for (const std::string& needed : matches(dynamic, "\\(NEEDED\\) .*\\[(.*)\\]"))
+        EXPECT_TRUE(allowed.contains(needed)) << needed;
+    EXPECT_EQ(matches(output("readelf -lW " LIBRARY), "GNU_STACK .* (R\\S+)"), std::vector<std::string>{"RW"});
+}
+
+// Raising this shuts out older systems; what calls for a newer C library is told by name.
+TEST(Library, RunsWithTheCLibraryOf2022) {
+    const int highestMinor = 35;
+    const std::regex version("U (.*)@GLIBC_2\\.(\\d+)");
+    const std::string symbols = output("nm -D --undefined-only " LIBRARY);
+    int seen = 0;
+    for (std::sregex_iterator at(symbols.begin(), symbols.end(), version), end; at != end; ++at, ++seen)
+        EXPECT_LE(std::stoi((*at)[2]), highestMinor) << (*at)[1];
+    EXPECT_GT(seen, 10);
+}
+
+TEST(Library, HeadersStandAlone) {
+    for (const auto& entry : std::filesystem::directory_iterator(HEADERS)) {
+        const std::string flags = " -m32 -D_POSIX_C_SOURCE=200809L -Wall -Wextra -Wpedantic -Werror -fsyntax-only ";
+        output("gcc -std=c17 -x c" + flags + entry.path().string());
+        output("g++ -std=c++20 -x c++" + flags + entry.path().string());
+    }
+}
+
+class Session : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_NE(library, nullptr) << dlerror(); }
+
+    template <typename... Arguments>
+    jint call(const std::string& method, Arguments... arguments) {
+        using Native = jint(JNICALL*)(JNIEnv*, jclass, Arguments..., jobject);
+        void* symbol = dlsym(library, ("Java_com_kestrune_tmqkci_TmqKciInterface__1" + method).c_str());
+        if (!symbol)
+            ADD_FAILURE() << method << " is missing";
+        return symbol ? reinterpret_cast<Native>(symbol)(jni().env(), nullptr, arguments..., jni().argument(error))
+                      : -100;
+    }
+
+    // Loads the client library of this name, logs in and fetches a result.
+    void session(const char* folder, const char* name) {
+        setenv("KCIRTL_BASELIBNAME", name, 1);
+        setenv("KESTRUNE", installation(folder, name).c_str(), 1);
+        jobject kernelOops = jni().argument(jni().longArray(std::vector<jlong>(16)));
+        ASSERT_EQ((call<jint, jstring, jint, jint, jint, jobject>("initialize", 1, nullptr, 64, 16, 0, kernelOops)), 32)
+            << std::string(error->object("message")->text.begin(), error->object("message")->text.end());
+        // The client library's own record, not the one linked into this test.
+        auto* client = reinterpret_cast<scripted::Client* (*)()>(dlsym(RTLD_DEFAULT, "scriptedClient"))();
+        client->results["KciGetSessionId"] = {7};
+        client->results["KciNbEnd result"] = {7};
+        client->calls.clear();
+        const auto text = [](const char16_t* value) { return jni().argument(jni().string(value)); };
+        Object* result = jni().create("TmqKciReport");
+        EXPECT_EQ(call("login", text(u"s"), jobject(), text(u"u"), text(u"p"), jobject(), jobject()), 7);
+        EXPECT_EQ(call("executeStr", jint(7), text(u"1")), 0);
+        EXPECT_EQ(call("nbEnd", jint(7), jni().argument(result)), 0);
+        EXPECT_EQ(result->number("valueLong"), 1);
+        EXPECT_EQ(client->calls, "KciSetNet('s', NULL, NULL, NULL) KciErr KciLogin('u', 'p') KciGetSessionId() KciErr "
+                                 "KciDirtyObjsInit() KciErr KciSetSessionId(7) KciErr KciNbExecuteStr('1', 10) "
+                                 "KciSetSessionId(7) KciErr KciNbEnd() KciErr KciErr");
+        EXPECT_TRUE(jni().complaints.empty());
+        reinterpret_cast<void (*)()>(dlsym(library, "KciRtlUnload"))();
+        std::filesystem::remove_all(installation(folder, name));
+    }
+
+    // A folder of the layout of an installation whose lib/ holds the client library.
+    static std::string installation(const std::string& folder, const std::string& name) {
+        const auto root = std::filesystem::temp_directory_path() / ("library-test-" + std::to_string(getpid()));
+        std::filesystem::create_directories(root / "lib");
+        const std::string file = "lib" + name + "lnk67.so";
+        std::filesystem::copy_file(folder + "/" + file, root / "lib" / file,
+                                   std::filesystem::copy_options::skip_existing);
+        return root;
+    }
+
+    void* library = dlopen(LIBRARY, RTLD_NOW | RTLD_LOCAL);
+    Object* error = jni().create("TmqKciException");
+};
+
+TEST_F(Session, ThroughARealClientLibrary) {
+    session(SCRIPTED_FOLDER, "script");
+}
+
+TEST_F(Session, ClientLibraryWithAllOurNames) {
+    session(IMPOSTOR_FOLDER, "impostor");
+}
+
+// Even names that were there first are not taken for ours.
+TEST(SessionAfterImpostor, OurNamesBindToOurs) {
+    ASSERT_NE(dlopen(IMPOSTOR_FOLDER "/libimpostorlnk67.so", RTLD_NOW | RTLD_GLOBAL), nullptr) << dlerror();
+    void* ours = dlopen(LIBRARY, RTLD_NOW | RTLD_GLOBAL);
+    ASSERT_NE(ours, nullptr) << dlerror();
+    char error[256] = "";
+    const auto load = reinterpret_cast<int (*)(int, const char*, char*, unsigned)>(dlsym(ours, "KciRtlLoad"));
+    setenv("KCIRTL_BASELIBNAME", "impostor", 1);
+    EXPECT_EQ(load(0, IMPOSTOR_FOLDER, error, sizeof error), 1) << error;
+    EXPECT_NE(*static_cast<void**>(dlsym(ours, "rtlPrivKciRtlFuncs")), nullptr);
+    reinterpret_cast<void (*)()>(dlsym(ours, "KciRtlUnload"))();
+}
+
+// Old callers keep the stack aligned to 4 bytes; what the library calls expects 16.
+uintptr_t misalignment = 0;
+__attribute__((noinline)) void JNICALL setIntField(JNIEnv*, jobject, jfieldID, jint) {
+    // Above the frame address lie the saved frame pointer and the return address.
+    misalignment |= (reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) + 8) % 16;
+}
+
+TEST_F(Session, RealignsTheStack) {
+    JNINativeInterface_ functions = *jni().env()->functions;
+    functions.SetIntField = setIntField;
+    JNIEnv environment{&functions};
+    void* native = dlsym(library, "Java_com_kestrune_tmqkci_TmqKciInterface__1KCSIdetach");
+    jobject report = jni().argument(error);
+    for (int offset = 0; offset < 16; offset += 4) {
+        void* function = native;
+        JNIEnv* env = &environment;
+        jobject object = report;
+        asm volatile("movl %%esp, %%esi\n\t"
+                     "andl $-16, %%esp\n\t"
+                     "subl %%edi, %%esp\n\t"
+                     "pushl %%edx\n\t"
+                     "pushl $0\n\t"
+                     "pushl %%ecx\n\t"
+                     "call *%%eax\n\t"
+                     "movl %%esi, %%esp"
+                     : "+a"(function), "+c"(env), "+d"(object)
+                     : "D"(offset)
+                     : "esi", "memory", "cc");
+        EXPECT_EQ(static_cast<jint>(reinterpret_cast<intptr_t>(function)), -1);
+    }
+    EXPECT_EQ(misalignment, 0u);
+}
+
+} // namespace

@@ -1,0 +1,91 @@
+// The local client library opened as a program opens it, with shorthands for its calls.
+#pragma once
+
+#include "kcitable.h"
+
+#include <gtest/gtest.h>
+
+#include <dlfcn.h>
+
+#include <string>
+#include <vector>
+
+namespace local_tests {
+
+inline const KciRtlJumpSType& openTable() {
+    static const KciRtlJumpSType* table = [] {
+        void* library = dlopen(KCI_LOCAL_LIBRARY, RTLD_NOW);
+        EXPECT_NE(library, nullptr) << dlerror();
+        auto getTable = reinterpret_cast<KciGetRtlTableFuncPtr>(dlsym(library, "KciGetRtlTable"));
+        return getTable();
+    }();
+    return *table;
+}
+
+// One logged-in session.
+class LocalClient : public testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(kci.KciInit());
+        kci.KciSetNet("anywhere", nullptr, nullptr, nullptr);
+        ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+        kci.KciDirtyObjsInit();
+    }
+
+    void TearDown() override { kci.KciShutdown(); }
+
+    // Polls a call to its end; error tells afterwards how it ended (number 0: well).
+    OopType finish() {
+        void* result = nullptr;
+        while (kci.KciNbEnd(&result) != KCI_RESULT_READY) {
+        }
+        error = {};
+        kci.KciErr(&error);
+        return *static_cast<OopType*>(result);
+    }
+
+    OopType evaluate(const std::string& source) {
+        kci.KciNbExecuteStr(source.c_str(), KCI_OOP_NIL);
+        return finish();
+    }
+
+    OopType perform(OopType receiver, const char* selector, std::vector<OopType> arguments = {}) {
+        kci.KciNbPerform(receiver, selector, arguments.data(), static_cast<ArraySizeType>(arguments.size()));
+        return finish();
+    }
+
+    // The contents of a byte object.
+    std::string bytes(OopType object) {
+        KciObjInfoSType info{};
+        if (!kci.KciFetchObjInfo(object, 1, 0, &info, nullptr, nullptr)) {
+            return "no object";
+        }
+        std::string text(static_cast<size_t>(info.objSize), '\0');
+        kci.KciFetchBytes(object, 1, reinterpret_cast<ByteType*>(text.data()), static_cast<ArraySizeType>(text.size()));
+        return text;
+    }
+
+    // What a person would see: the result printed, or the error's number and message.
+    std::string print(const std::string& source) {
+        OopType result = evaluate(source);
+        if (error.number != 0) {
+            return "error " + std::to_string(error.number) + ": " + error.message;
+        }
+        result = perform(result, "printString");
+        return error.number != 0 ? std::string("no printString: ") + error.message : bytes(result);
+    }
+
+    OopType string(const std::string& text) {
+        OopType object = kci.KciNewOop(KCI_CLASS_STRING);
+        kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, object, 1, reinterpret_cast<const ByteType*>(text.data()),
+                                    static_cast<ArraySizeType>(text.size()));
+        return object;
+    }
+
+    static OopType small(int32_t value) { return static_cast<OopType>(value) << 2 | 3; }
+
+    const KciRtlJumpSType& kci = openTable();
+    KciErrSType error{};
+};
+
+} // namespace local_tests

@@ -1,0 +1,484 @@
+// The entry points: sessions, calls, object transfer, export set and changes.
+#include "client_fixture.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <set>
+#include <thread>
+
+namespace local_tests {
+
+TEST_F(LocalClient, TableIsComplete) {
+    EXPECT_EQ(kci.kciFeatureLevel, KCI_ENTRY_COUNT);
+    EXPECT_EQ(kci.kciCompatiblityLevel, 0);
+    EXPECT_EQ(kci.KciProduct(), 1);
+    EXPECT_GE(strcmp(kci.KciVersion(), "6.7"), 0);
+    EXPECT_LE(strcmp(kci.KciVersion(), "6.9.999"), 0);
+    const auto* words = reinterpret_cast<const uint32_t*>(&kci);
+    for (int i = 3; i < 3 + KCI_ENTRY_COUNT; ++i) {
+        EXPECT_NE(words[i], 0u) << "entry " << i + 1;
+    }
+    kci.KciHelp();
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 4101);
+    EXPECT_STREQ(error.message, "KciHelp is not supported by the local store");
+}
+
+struct LoginCase {
+    const char* users;
+    const char* user;
+    const char* password;
+    bool accepted;
+};
+
+TEST_F(LocalClient, LoginIsChecked) {
+    const LoginCase cases[] = {
+        {nullptr, "guest", "guest", true},     {nullptr, "guest", "", false},
+        {nullptr, "guest", "guest;", false},   {nullptr, "", "", false},
+        {nullptr, nullptr, nullptr, false},    {"ann:a:b;bob:", "ann", "a:b", true},
+        {"ann:a:b;bob:", "bob", "", true},     {"ann:a:b;bob:", "guest", "guest", false},
+        {"ann:a:b;bob:", "ann:a", "b", false}, {"", "guest", "guest", true},
+    };
+    for (const LoginCase& c : cases) {
+        c.users != nullptr ? setenv("KCILOCAL_USERS", c.users, 1) : unsetenv("KCILOCAL_USERS");
+        EXPECT_EQ(kci.KciLogin(c.user, c.password) != 0, c.accepted) << (c.user != nullptr ? c.user : "NULL");
+        EXPECT_EQ(kci.KciErr(&error) != 0, !c.accepted);
+        EXPECT_EQ(error.number, c.accepted ? error.number : 4051);
+    }
+}
+
+TEST_F(LocalClient, SessionsKeepTheirOwnState) {
+    KciSessionIdType first = kci.KciGetSessionId();
+    evaluate("mine := 1");
+    kci.KciFetchBytes(KCI_OOP_NIL, 1, nullptr, 0); // leaves an error pending
+    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+    KciSessionIdType second = kci.KciGetSessionId();
+    EXPECT_NE(first, second);
+    EXPECT_FALSE(kci.KciErr(&error)) << "the pending error is the first session's";
+    EXPECT_EQ(print("mine"), "error 2189: the name mine is not known");
+
+    kci.KciSetSessionId(77);
+    EXPECT_EQ(kci.KciGetSessionId(), second);
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 4100);
+    EXPECT_EQ(error.category, KCI_CATEGORY_SYSTEM);
+
+    kci.KciSetSessionId(first);
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 2094);
+    EXPECT_FALSE(kci.KciErr(&error)) << "fetching clears";
+    EXPECT_EQ(print("mine"), "1");
+
+    kci.KciLogout();
+    EXPECT_EQ(kci.KciGetSessionId(), 0);
+    kci.KciSetSessionId(first);
+    EXPECT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(kci.KciNewOop(KCI_CLASS_STRING), KCI_OOP_ILLEGAL);
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 2139);
+    kci.KciSetSessionId(second);
+    EXPECT_EQ(print("3 + 4"), "7");
+}
+
+TEST_F(LocalClient, CallsRunInSlices) {
+    evaluate("System sliceSize: 100");
+    kci.KciNbExecuteStr("| i | i := 0. [i < 1000] whileTrue: [i := i + 1]. i", KCI_OOP_NIL);
+    void* result = nullptr;
+    int progressed = 0;
+    KciNbProgressEType progress = KCI_RESULT_READY;
+    while ((progress = kci.KciNbEnd(&result)) != KCI_RESULT_READY) {
+        EXPECT_EQ(progress, KCI_RESULT_PROGRESSED);
+        EXPECT_EQ(result, nullptr);
+        ++progressed;
+    }
+    EXPECT_GE(progressed, 50);
+    EXPECT_EQ(*static_cast<OopType*>(result), small(1000));
+
+    kci.KciNbExecuteStr("System waitMilliseconds: 30. 5", KCI_OOP_NIL);
+    std::set<KciNbProgressEType> seen;
+    while ((progress = kci.KciNbEnd(&result)) != KCI_RESULT_READY) {
+        seen.insert(progress);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    EXPECT_TRUE(seen.contains(KCI_RESULT_NOT_READY));
+    EXPECT_EQ(*static_cast<OopType*>(result), small(5));
+}
+
+TEST_F(LocalClient, EndlessLoopStaysPollableAndBreaks) {
+    kci.KciNbExecuteStr("n := 0. [true] whileTrue: [n := n + 1]", KCI_OOP_NIL);
+    void* result = nullptr;
+    for (int i = 0; i < 20; ++i) {
+        ASSERT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
+    }
+    EXPECT_EQ(kci.KciNewOop(KCI_CLASS_STRING), KCI_OOP_ILLEGAL);
+    kci.KciNbExecuteStr("1", KCI_OOP_NIL);
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 2203);
+    reinterpret_cast<void (*)()>(kci.KciSoftBreak)();
+    finish();
+    EXPECT_EQ(error.number, 6003);
+    OopType process = error.context;
+    std::thread breaker([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        reinterpret_cast<void (*)()>(kci.KciHardBreak)();
+    });
+    kci.KciContinueWith(process, KCI_OOP_ILLEGAL, 0, nullptr);
+    breaker.join();
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 6004);
+    EXPECT_EQ(error.context, process);
+    EXPECT_EQ(print("n > 100"), "true");
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
+    EXPECT_TRUE(kci.KciErr(&error)) << "nothing is in progress";
+}
+
+struct ContinueCase {
+    const char* source;
+    int32_t number;
+    OopType value;
+    OopType result;
+};
+
+TEST_F(LocalClient, SuspendedProcessContinuesWithAValue) {
+    const ContinueCase cases[] = {
+        {"3 foo + 4", 2010, small(6), small(10)},
+        {"(3 foo: 1 bar: 2) class name == #Nil", 2010, KCI_OOP_ILLEGAL, KCI_OOP_TRUE},
+        {"unknown1 + 1", 2189, small(1), small(2)},
+        {"(5 ifTrue: [1] ifFalse: [2]) * 10", 2211, KCI_OOP_FALSE, small(20)},
+        {"#(7 8) inject: 0 into: [:a :b | a + (b at: 1)]", 2004, small(5), small(0)},
+        {"System halt. 12", 6003, KCI_OOP_ILLEGAL, small(12)},
+        {"[:x | x / 0] value: 4", 2094, small(9), small(9)},
+    };
+    for (const ContinueCase& c : cases) {
+        evaluate(c.source);
+        ASSERT_EQ(error.number, c.number) << c.source << ": " << error.message;
+        OopType result = kci.KciContinueWith(error.context, c.value, 0, nullptr);
+        if (strstr(c.source, "inject") != nullptr) { // fails a second time, in the same process
+            OopType process = error.context;
+            ASSERT_TRUE(kci.KciErr(&error));
+            EXPECT_EQ(error.context, process);
+            result = kci.KciContinueWith(process, small(0), 0, nullptr);
+            EXPECT_EQ(result, small(5));
+            continue;
+        }
+        EXPECT_FALSE(kci.KciErr(&error)) << c.source << ": " << error.message;
+        EXPECT_EQ(result, c.result) << c.source;
+    }
+    perform(small(3), "nothing");
+    OopType process = error.context;
+    EXPECT_EQ(kci.KciContinueWith(process, small(8), 0, nullptr), small(8));
+    EXPECT_EQ(kci.KciContinueWith(process, small(8), 0, nullptr), KCI_OOP_ILLEGAL) << "it has ended";
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 2094);
+    kci.KciContinueWith(process, small(8), 1, nullptr);
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 4101);
+}
+
+TEST_F(LocalClient, ErrorsCarryTheirArguments) {
+    evaluate("3 at: 4 foo: 'five'");
+    EXPECT_EQ(error.category, KCI_CATEGORY_SYSTEM);
+    EXPECT_EQ(error.number, 2010);
+    ASSERT_EQ(error.argCount, 3);
+    EXPECT_EQ(error.args[0], small(3));
+    EXPECT_EQ(bytes(error.args[1]), "at:foo:");
+    OopType arguments[3] = {};
+    EXPECT_EQ(kci.KciFetchVaryingOops(error.args[2], 1, arguments, 3), 2);
+    EXPECT_EQ(arguments[0], small(4));
+    EXPECT_EQ(bytes(arguments[1]), "five");
+    OopType number = kci.KciFetchNamedOop(error.context, 1);
+    EXPECT_EQ(number, small(2010)) << "the process tells its error";
+
+    evaluate("System error: (String new: 500)");
+    EXPECT_EQ(error.number, 2094);
+    EXPECT_EQ(strlen(error.message), 400u);
+    evaluate("System error: ((1 to: 200) inject: 'xx' into: [:text :i | text , '\xE6\x97\xA5'])");
+    EXPECT_EQ(strlen(error.message), 2u + 132 * 3) << "cut at a character's border";
+}
+
+TEST_F(LocalClient, SourceComesFromStringObjectsToo) {
+    kci.KciNbExecute(string("'\xC3\xA9' , 'x'"), KCI_OOP_NIL);
+    EXPECT_EQ(bytes(finish()), "\xE9x");
+    OopType wide = kci.KciNewOop(KCI_CLASS_DB_STRING);
+    std::u16string source = u"'日本' size";
+    kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, wide, 1, reinterpret_cast<const ByteType*>(source.data()),
+                                static_cast<ArraySizeType>(source.size() * 2));
+    kci.KciNbExecute(wide, KCI_OOP_NIL);
+    EXPECT_EQ(finish(), small(2));
+    kci.KciNbExecute(small(3), KCI_OOP_NIL);
+    finish();
+    EXPECT_EQ(error.number, 2094);
+    // A zero character and one beyond 16 bits, as Java writes them.
+    EXPECT_EQ(print("'a\xC0\x80z' size"), "3");
+    EXPECT_EQ(print("'\xED\xA0\xBD\xED\xB8\x80' size"), "2");
+    EXPECT_EQ(print("'\xF0\x9F\x98\x80' = '\xED\xA0\xBD\xED\xB8\x80'"), "true");
+}
+
+TEST_F(LocalClient, PerformChecksItsArguments) {
+    EXPECT_EQ(perform(small(3), "+", {small(4)}), small(7));
+    EXPECT_EQ(perform(small(3), "between:and:", {small(1), small(5)}), KCI_OOP_TRUE);
+    const std::pair<const char*, std::vector<OopType>> wrong[] = {
+        {"+", {}}, {"negated", {small(1)}}, {"max:", {small(1), small(2)}}, {"", {small(1)}}};
+    for (const auto& [selector, arguments] : wrong) {
+        perform(small(3), selector, arguments);
+        EXPECT_EQ(error.number, 2005) << selector;
+    }
+    perform(18, "printString");
+    EXPECT_EQ(error.number, 2094);
+    perform(small(3), "+", {OopType{123456789}});
+    EXPECT_EQ(error.number, 2094);
+    OopType one = small(1);
+    kci.KciNbPerform(small(3), "+", &one, static_cast<ArraySizeType>(-1));
+    ASSERT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(error.number, 2094);
+}
+
+struct InfoCase {
+    const char* source;
+    KciObjImplEType body;
+    int named;
+    int size;
+    bool indexable;
+    OopType cls; // 0: do not care
+};
+
+TEST_F(LocalClient, ObjectsAreDescribed) {
+    const InfoCase cases[] = {
+        {"'abc'", KCI_IMPL_BYTE, 0, 3, true, KCI_CLASS_STRING},
+        {"w'abc'", KCI_IMPL_BYTE, 0, 6, true, KCI_CLASS_DB_STRING},
+        {"1.5", KCI_IMPL_BYTE, 0, 8, true, KCI_CLASS_FLOAT},
+        {"{1. 2}", KCI_IMPL_POINTER, 0, 2, true, 0},
+        {"Set new add: 1; add: 2; add: 3; yourself", KCI_IMPL_NSC, 0, 3, false, 0},
+        {"DateTime now", KCI_IMPL_POINTER, 4, 4, false, KCI_CLASS_DATE_TIME},
+        {"(Object indexedSubclass: #Pair variables: #(#a #b)) new: 3", KCI_IMPL_POINTER, 2, 5, true, 0},
+        {"Object", KCI_IMPL_POINTER, 12, 12, false, 0},
+        {"$a", KCI_IMPL_SPECIAL, 0, 0, false, 0},
+    };
+    for (const InfoCase& c : cases) {
+        OopType object = evaluate(c.source);
+        KciObjInfoSType info{};
+        ByteType room[64];
+        ArraySizeType fetched = 0;
+        ASSERT_TRUE(kci.KciFetchObjInfo(object, 1, sizeof room, &info, room, &fetched)) << c.source;
+        EXPECT_EQ(info.objId, object);
+        EXPECT_EQ(info.objImpl, static_cast<unsigned>(c.body)) << c.source;
+        EXPECT_EQ(info.namedSize, c.named) << c.source;
+        EXPECT_EQ(info.objSize, c.size) << c.source;
+        EXPECT_EQ(info.isIndexable != 0, c.indexable) << c.source;
+        EXPECT_EQ(c.cls == 0 ? 0 : info.objClass, c.cls) << c.source;
+        EXPECT_EQ(fetched, static_cast<ArraySizeType>(std::min(c.size, c.body == KCI_IMPL_BYTE ? 64 : 16)));
+        OopType history = kci.KciFetchNamedOop(info.objClass, 12);
+        EXPECT_FALSE(kci.KciErr(&error)) << c.source;
+        EXPECT_EQ(history & 2, 0u) << c.source;
+    }
+    EXPECT_TRUE(kci.KciIsKindOf(evaluate("'abc'"), KCI_CLASS_STRING_KIND));
+    EXPECT_FALSE(kci.KciIsKindOf(evaluate("'abc'"), KCI_CLASS_DB_STRING));
+    EXPECT_TRUE(kci.KciIsKindOf(evaluate("w'abc'"), KCI_CLASS_DB_STRING));
+    EXPECT_TRUE(kci.KciIsKindOf(evaluate("w'abc'"), KCI_CLASS_STRING_KIND));
+    EXPECT_FALSE(kci.KciIsKindOf(small(3), KCI_CLASS_STRING_KIND));
+    EXPECT_FALSE(kci.KciErr(&error));
+    EXPECT_FALSE(kci.KciIsKindOf(small(3), small(3)));
+    EXPECT_TRUE(kci.KciErr(&error));
+}
+
+TEST_F(LocalClient, ValuesGoBothWays) {
+    for (KciLong value : {0, 1, -1, 536870911, -536870912, 536870912, INT32_MAX, INT32_MIN}) {
+        OopType oop = kci.KciLongToOop(value);
+        EXPECT_EQ((oop & 2) == 0, value > 536870911 || value < -536870912) << value;
+        EXPECT_EQ(kci.KciOopToLong(oop), value);
+    }
+    EXPECT_EQ(perform(kci.KciLongToOop(INT32_MIN), "=", {evaluate("-2147483648")}), KCI_OOP_TRUE);
+    for (double value : {0.0, -1.5, 1e308, std::numeric_limits<double>::infinity()}) {
+        EXPECT_EQ(kci.KciOopToFlt(kci.KciFltToOop(value)), value);
+    }
+    EXPECT_TRUE(kci.KciOopToBool(KCI_OOP_TRUE));
+    EXPECT_FALSE(kci.KciOopToBool(KCI_OOP_FALSE));
+    EXPECT_EQ(kci.KciOopToChr(6414), static_cast<char>(200));
+    EXPECT_FALSE(kci.KciErr(&error));
+    kci.KciOopToBool(small(1));
+    EXPECT_TRUE(kci.KciErr(&error) && error.number == 2211);
+    kci.KciOopToChr(small(1));
+    EXPECT_TRUE(kci.KciErr(&error) && error.number == 2164);
+    kci.KciOopToFlt(small(1));
+    EXPECT_TRUE(kci.KciErr(&error) && error.number == 2120);
+    kci.KciOopToLong(evaluate("10000000000"));
+    EXPECT_TRUE(kci.KciErr(&error) && error.number == 2163);
+
+    KciDateTimeSType day{2024, 366, 86399999, KCI_OOP_NIL};
+    OopType date = kci.KciNewDateTime(KCI_CLASS_DATE_TIME, &day);
+    OopType parts[3] = {};
+    EXPECT_EQ(kci.KciFetchNamedOops(date, 1, parts, 3), 3);
+    EXPECT_EQ(std::vector<OopType>(parts, parts + 3), (std::vector{small(2024), small(366), small(86399999)}));
+    day.year = 2023;
+    EXPECT_EQ(kci.KciNewDateTime(KCI_CLASS_DATE_TIME, &day), KCI_OOP_ILLEGAL);
+    EXPECT_TRUE(kci.KciErr(&error) && error.number == 2161);
+}
+
+TEST_F(LocalClient, BodiesAreTransferred) {
+    OopType text = string("hello");
+    ByteType buffer[10] = {};
+    EXPECT_EQ(kci.KciFetchBytes(text, 2, buffer, 10), 4);
+    EXPECT_EQ(memcmp(buffer, "ello", 4), 0);
+    kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, text, 6, reinterpret_cast<const ByteType*>("!!"), 2);
+    EXPECT_EQ(bytes(text), "hello!!");
+
+    OopType array = evaluate("{1. 2. 3}");
+    OopType values[2] = {text, small(9)};
+    kci.KciStoreIdxOops(array, 3, values, 2);
+    OopType back[10] = {};
+    EXPECT_EQ(kci.KciFetchVaryingOops(array, 2, back, 10), 3);
+    EXPECT_EQ(std::vector<OopType>(back, back + 3), (std::vector{small(2), text, small(9)}));
+    EXPECT_EQ(kci.KciFetchVaryingOops(array, 9, back, 10), 0);
+
+    OopType pair = evaluate("1 -> 2");
+    kci.KciStoreNamedOops(pair, 2, values, 1);
+    EXPECT_EQ(kci.KciFetchNamedOop(pair, 2), text);
+    EXPECT_FALSE(kci.KciErr(&error)) << error.message;
+
+    struct Failing {
+        const char* what;
+        std::function<void()> call;
+        int32_t number;
+    };
+    OopType nowhere = 123456789;
+    const Failing failing[] = {
+        {"start 0", [&] { kci.KciFetchBytes(text, 0, buffer, 1); }, 2110},
+        {"gap", [&] { kci.KciStoreBytesInstanceOf(10, text, 9, buffer, 1); }, 2110},
+        {"bytes of an array", [&] { kci.KciFetchBytes(array, 1, buffer, 1); }, 2094},
+        {"references of a string", [&] { kci.KciFetchVaryingOops(text, 1, back, 1); }, 2094},
+        {"other class", [&] { kci.KciStoreBytesInstanceOf(KCI_CLASS_FLOAT, text, 1, buffer, 1); }, 2094},
+        {"beyond the variables", [&] { kci.KciStoreNamedOops(pair, 2, values, 2); }, 2110},
+        {"no 13th variable", [&] { kci.KciFetchNamedOop(KCI_CLASS_STRING, 13); }, 2110},
+        {"unordered", [&] { kci.KciStoreIdxOops(evaluate("Set new"), 1, values, 1); }, 2094},
+        {"unknown element", [&] { kci.KciStoreIdxOops(array, 1, &nowhere, 1); }, 2094},
+        {"unknown object", [&] { kci.KciFetchBytes(nowhere, 1, buffer, 1); }, 2094},
+        {"immediate", [&] { kci.KciFetchNamedOop(small(3), 1); }, 2094},
+        {"symbol", [&] { kci.KciStoreBytesInstanceOf(10, evaluate("#abc"), 1, buffer, 1); }, 2094},
+        {"class", [&] { kci.KciStoreNamedOops(KCI_CLASS_STRING, 1, values, 1); }, 2094},
+        {"block", [&] { kci.KciStoreNamedOops(evaluate("[1]"), 1, values, 1); }, 2094},
+        {"new block", [&] { kci.KciNewOop(evaluate("Block")); }, 2094},
+        {"new of no class", [&] { kci.KciNewOop(small(1)); }, 2094},
+        {"negative count", [&] { kci.KciFetchBytes(text, 1, buffer, static_cast<ArraySizeType>(-1)); }, 2094},
+        {"save nothing", [&] { kci.KciSaveObjs(&nowhere, 1); }, 2094},
+        {"null", [&] { kci.KciFetchObjInfo(text, 1, 0, nullptr, nullptr, nullptr); }, 2094},
+    };
+    for (const Failing& f : failing) {
+        f.call();
+        ASSERT_TRUE(kci.KciErr(&error)) << f.what;
+        EXPECT_EQ(error.number, f.number) << f.what << ": " << error.message;
+    }
+}
+
+TEST_F(LocalClient, ChangedObjectsAreReported) {
+    auto changed = [&] {
+        OopType oops[8];
+        ArraySizeType count = 8;
+        kci.KciDirtySaveObjs(oops, &count);
+        return std::set<OopType>(oops, oops + count);
+    };
+    OopType array = evaluate("kept := {1. 2}");
+    OopType text = string("new"); // filling it is no change
+    EXPECT_EQ(changed(), std::set<OopType>{});
+    evaluate("kept at: 1 put: 5");
+    kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, text, 1, reinterpret_cast<const ByteType*>("N"), 1);
+    EXPECT_EQ(changed(), (std::set{array, text}));
+    EXPECT_EQ(changed(), std::set<OopType>{});
+    evaluate("kept at: 1 put: 6. 'x'");
+    kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, text, 1, reinterpret_cast<const ByteType*>("M"), 1);
+    OopType one = 0;
+    ArraySizeType count = 1;
+    EXPECT_TRUE(kci.KciDirtySaveObjs(&one, &count)) << "one more remains";
+    EXPECT_EQ(count, 1u);
+    count = 1;
+    EXPECT_FALSE(kci.KciDirtySaveObjs(&one, &count));
+    EXPECT_EQ(count, 1u);
+    kci.KciReleaseOops(&array, 1);
+    evaluate("kept at: 1 put: 7");
+    EXPECT_EQ(changed(), std::set<OopType>{});
+    EXPECT_FALSE(kci.KciErr(&error));
+}
+
+TEST_F(LocalClient, ReleasedObjectsAreCollected) {
+    OopType kept = string("kept");
+    OopType released = string("released");
+    OopType global = evaluate("g := 'global'");
+    kci.KciReleaseOops(&released, 1);
+    kci.KciReleaseOops(&global, 1);
+    evaluate("3 foo");
+    OopType process = error.context;
+    evaluate("System collectGarbage");
+    KciObjInfoSType info{};
+    EXPECT_TRUE(kci.KciFetchObjInfo(kept, 1, 0, &info, nullptr, nullptr));
+    EXPECT_TRUE(kci.KciFetchObjInfo(global, 1, 0, &info, nullptr, nullptr));
+    EXPECT_FALSE(kci.KciFetchObjInfo(released, 1, 0, &info, nullptr, nullptr));
+    EXPECT_TRUE(kci.KciErr(&error));
+    EXPECT_EQ(kci.KciContinueWith(process, small(4), 0, nullptr), small(4)) << "it outlived the collection";
+}
+
+TEST_F(LocalClient, TransactionsReachOtherSessions) {
+    KciSessionIdType first = kci.KciGetSessionId();
+    auto commit = reinterpret_cast<BoolType (*)()>(kci.KciCommit);
+    auto abort = reinterpret_cast<void (*)()>(kci.KciAbort);
+    OopType list = evaluate("Shared at: #list put: (List new)");
+    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+    KciSessionIdType second = kci.KciGetSessionId();
+    EXPECT_EQ(print("list"), "error 2189: the name list is not known");
+    kci.KciSetSessionId(first);
+    EXPECT_TRUE(commit());
+    kci.KciSetSessionId(second);
+    EXPECT_EQ(print("list add: 1. list"), "List(1)");
+    kci.KciSetSessionId(first);
+    EXPECT_EQ(print("list"), "List()");
+    kci.KciDirtyObjsInit();
+    kci.KciSetSessionId(second);
+    EXPECT_TRUE(commit());
+    kci.KciSetSessionId(first);
+    EXPECT_EQ(print("list"), "List(1)");
+    OopType dirty[4];
+    ArraySizeType count = 4;
+    kci.KciDirtySaveObjs(dirty, &count);
+    EXPECT_TRUE(std::count(dirty, dirty + count, list)) << "the other session's commit changed it";
+    EXPECT_EQ(print("list add: 2. System abort. list"), "List(1)");
+    evaluate("list add: 3");
+    kci.KciSetSessionId(second);
+    EXPECT_EQ(print("list add: 4. System commit"), "true");
+    kci.KciSetSessionId(first);
+    EXPECT_FALSE(commit());
+    abort();
+    EXPECT_EQ(print("list"), "List(1 4)");
+}
+
+TEST_F(LocalClient, ShutDownEndsEverything) {
+    kci.KciShutdown();
+    EXPECT_EQ(kci.KciGetSessionId(), 0);
+    EXPECT_FALSE(kci.KciLogin("guest", "guest"));
+    EXPECT_TRUE(kci.KciErr(&error));
+    EXPECT_TRUE(kci.KciInit());
+    EXPECT_TRUE(kci.KciLogin("guest", "guest"));
+    EXPECT_EQ(print("3 + 4"), "7");
+}
+
+TEST_F(LocalClient, SoakKeepsMemoryFlat) {
+    OopType before = 0;
+    for (int i = 0; i < 30000; ++i) {
+        OopType text = string("some text for the store");
+        OopType result = perform(text, ",", {text});
+        OopType used[2] = {text, result};
+        kci.KciReleaseOops(used, 2);
+        if (i % 10 == 0) {
+            evaluate("#(1 2 3) collect: [:each | each foo]"); // suspended processes go unreleased
+            kci.KciErr(&error);
+        }
+        if (i == 10000 || i == 29999) {
+            evaluate("System collectGarbage");
+            OopType now = evaluate("System objectCount");
+            EXPECT_LT(before == 0 ? 0 : static_cast<int32_t>(now) - static_cast<int32_t>(before), 400);
+            before = now;
+        }
+    }
+}
+
+} // namespace local_tests

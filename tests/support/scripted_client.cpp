@@ -1,0 +1,243 @@
+#include "support/scripted_client.h"
+
+#include "support/unexpected_calls.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sstream>
+
+namespace scripted {
+namespace {
+
+Client theClient;
+
+std::string show(const char* text) {
+    return text ? "'" + std::string(text) + "'" : "NULL";
+}
+std::string show(double value) {
+    std::ostringstream out;
+    out << value;
+    return out.str();
+}
+template <typename Integer>
+std::string show(Integer value) {
+    return std::to_string(value);
+}
+std::string show(const std::vector<OopType>& oops) {
+    std::string text = "[";
+    for (OopType oop : oops)
+        text += (text.size() > 1 ? " " : "") + std::to_string(oop);
+    return text + "]";
+}
+// Bodies are shown as text; what is not printable stands as its code.
+std::string show(const std::vector<ByteType>& bytes) {
+    std::string text = "'";
+    for (ByteType byte : bytes)
+        text += byte >= ' ' && byte < 127 ? std::string(1, char(byte)) : "\\" + std::to_string(byte);
+    return text + "'";
+}
+
+template <typename... Arguments>
+void record(const char* function, const Arguments&... arguments) {
+    std::string text;
+    ((text += (text.empty() ? "" : ", ") + show(arguments)), ...);
+    theClient.record(function, text);
+}
+
+std::vector<OopType> list(const OopType* oops, ArraySizeType count) {
+    return {oops, oops + (oops ? count : 0)};
+}
+
+template <typename Element>
+KciLong fetch(const std::vector<Element>& body, Element* dest, ArraySizeType count) {
+    const auto fetched = std::min<std::size_t>(count, body.size());
+    std::copy_n(body.begin(), fetched, dest);
+    return static_cast<KciLong>(fetched);
+}
+
+struct TableName {
+    static constexpr const char* name = "client table";
+};
+
+KciRtlJumpSType makeTable() {
+    KciRtlJumpSType table{};
+    const auto unexpected = unexpectedCalls<TableName>(std::make_index_sequence<KCI_ENTRY_COUNT>());
+    std::memcpy(static_cast<void*>(&table.KciAbort), unexpected.data(), sizeof unexpected);
+    table.kciFeatureLevel = KCI_ENTRY_COUNT;
+
+    table.KciInit = [] { return record("KciInit"), BoolType(theClient.result("KciInit")); };
+    table.KciInitAppName = [](const char* name, BoolType flag) { record("KciInitAppName", name, flag); };
+    table.KciProduct = [] {
+        record("KciProduct");
+        return static_cast<unsigned char>(theClient.result("KciProduct"));
+    };
+    table.KciVersion = [] { return record("KciVersion"), theClient.version; };
+    table.KciShutdown = [] { record("KciShutdown"); };
+    table.KciUnload = [] { record("KciUnload"); };
+    table.KciSetNet = [](const char* server, const char* hostUser, const char* hostPassword, const char* service) {
+        record("KciSetNet", server, hostUser, hostPassword, service);
+    };
+    table.KciLogin = [](const char* user, const char* password) {
+        record("KciLogin", user, password);
+        return BoolType(theClient.result("KciLogin"));
+    };
+    table.KciLogout = [] { record("KciLogout"); };
+    table.KciGetSessionId = [] {
+        record("KciGetSessionId");
+        return KciSessionIdType(theClient.result("KciGetSessionId"));
+    };
+    table.KciSetSessionId = [](KciSessionIdType session) { record("KciSetSessionId", session); };
+    table.KciDirtyObjsInit = [] { record("KciDirtyObjsInit"); };
+    table.KciPollForSignal = [] { return record("KciPollForSignal"), BoolType(FALSE); };
+    table.KciErr = [](KciErrSType* error) {
+        record("KciErr");
+        if (theClient.pending.empty())
+            return FALSE;
+        *error = theClient.pending.front();
+        theClient.pending.pop_front();
+        return TRUE;
+    };
+
+    table.KciNbEnd = [](void** result) {
+        static OopType oop;
+        record("KciNbEnd");
+        const auto end = KciNbProgressEType(theClient.result("KciNbEnd"));
+        oop = end == KCI_RESULT_READY ? OopType(theClient.result("KciNbEnd result")) : 0;
+        *result = end == KCI_RESULT_READY ? &oop : nullptr;
+        return end;
+    };
+    table.KciNbExecuteStr = [](const char* source, OopType symbols) { record("KciNbExecuteStr", source, symbols); };
+    table.KciNbExecute = [](OopType source, OopType symbols) { record("KciNbExecute", source, symbols); };
+    table.KciNbPerform = [](OopType receiver, const char* selector, const OopType* args, ArraySizeType count) {
+        record("KciNbPerform", receiver, selector, list(args, count), count);
+    };
+    table.KciContinueWith = [](OopType process, OopType top, KciLong flags, KciErrSType* error) {
+        record("KciContinueWith", process, top, flags, error ? "error" : nullptr);
+        return OopType(theClient.result("KciContinueWith"));
+    };
+    table.KciIsKindOf = [](OopType object, OopType cls) {
+        record("KciIsKindOf", object, cls);
+        return BoolType(theClient.result("KciIsKindOf"));
+    };
+
+    table.KciFetchBytes = [](OopType object, KciLong start, ByteType* dest, ArraySizeType count) {
+        record("KciFetchBytes", object, start, count);
+        return fetch(theClient.bytes, dest, count);
+    };
+    table.KciFetchVaryingOops = [](OopType object, KciLong start, OopType* dest, ArraySizeType count) {
+        record("KciFetchVaryingOops", object, start, count);
+        return fetch(theClient.oops, dest, count);
+    };
+    table.KciFetchNamedOops = [](OopType object, KciLong start, OopType* dest, ArraySizeType count) {
+        record("KciFetchNamedOops", object, start, count);
+        return fetch(theClient.oops, dest, count);
+    };
+    table.KciStoreBytesInstanceOf = [](OopType cls, OopType object, KciLong start, const ByteType* bytes,
+                                       ArraySizeType count) {
+        record("KciStoreBytesInstanceOf", cls, object, start, std::vector<ByteType>(bytes, bytes + count), count);
+    };
+    table.KciStoreIdxOops = [](OopType object, KciLong start, const OopType* oops, ArraySizeType count) {
+        record("KciStoreIdxOops", object, start, list(oops, count), count);
+    };
+    table.KciStoreNamedOops = [](OopType object, KciLong start, const OopType* oops, ArraySizeType count) {
+        record("KciStoreNamedOops", object, start, list(oops, count), count);
+    };
+    table.KciReleaseOops = [](const OopType* oops, ArraySizeType count) {
+        record("KciReleaseOops", list(oops, count), count);
+    };
+    table.KciSaveObjs = [](const OopType* oops, ArraySizeType count) { record("KciSaveObjs", list(oops, count)); };
+    table.KciDirtySaveObjs = [](OopType* dest, ArraySizeType* count) {
+        record("KciDirtySaveObjs", *count);
+        *count = static_cast<ArraySizeType>(fetch(theClient.changed, dest, *count));
+        return BoolType(*count < theClient.changed.size());
+    };
+    table.KciFetchObjInfo = [](OopType object, KciLong start, ArraySizeType room, KciObjInfoSType* info, ByteType* dest,
+                               ArraySizeType* fetched) {
+        record("KciFetchObjInfo", object, start, room);
+        *info = theClient.info;
+        const auto oopBytes = reinterpret_cast<const ByteType*>(theClient.oops.data());
+        const auto& body = theClient.info.objImpl == KCI_IMPL_BYTE
+                               ? theClient.bytes
+                               : std::vector<ByteType>(oopBytes, oopBytes + theClient.oops.size() * sizeof(OopType));
+        *fetched = static_cast<ArraySizeType>(fetch(body, dest, room));
+        return BoolType(theClient.result("KciFetchObjInfo"));
+    };
+    table.KciFetchNamedOop = [](OopType object, KciLong index) {
+        record("KciFetchNamedOop", object, index);
+        return OopType(theClient.result("KciFetchNamedOop"));
+    };
+
+    table.KciOopToBool = [](OopType oop) { return record("KciOopToBool", oop), BoolType(oop == KCI_OOP_TRUE); };
+    table.KciOopToChr = [](OopType oop) { return record("KciOopToChr", oop), static_cast<char>(oop >> 5); };
+    table.KciOopToFlt = [](OopType oop) { return record("KciOopToFlt", oop), theClient.floatResult; };
+    table.KciOopToLong = [](OopType oop) {
+        record("KciOopToLong", oop);
+        return KciLong(theClient.result("KciOopToLong"));
+    };
+    table.KciLongToOop = [](KciLong value) {
+        record("KciLongToOop", value);
+        return OopType(value) << 2 | 3;
+    };
+    table.KciFltToOop = [](double value) {
+        record("KciFltToOop", value);
+        return OopType(theClient.result("KciFltToOop"));
+    };
+    table.KciNewOop = [](OopType cls) {
+        record("KciNewOop", cls);
+        return OopType(theClient.result("KciNewOop"));
+    };
+    table.KciNewDateTime = [](OopType cls, const KciDateTimeSType* value) {
+        record("KciNewDateTime", cls, value->year, value->dayOfYear, value->milliseconds, value->timeZone);
+        return OopType(theClient.result("KciNewDateTime"));
+    };
+    return table;
+}
+
+} // namespace
+
+void Client::record(const std::string& function, const std::string& arguments) {
+    calls += (calls.empty() ? "" : " ") + function;
+    if (function != "KciErr")
+        calls += "(" + arguments + ")";
+    callCount++;
+    for (Failure& failure : failures) {
+        if (failure.function == function && failure.callsLeft > 0 && --failure.callsLeft == 0)
+            pending.push_back(failure.error);
+    }
+}
+
+std::int64_t Client::result(const std::string& function) {
+    auto& answers = results[function];
+    if (answers.empty())
+        return 0;
+    const auto answer = answers.front();
+    if (answers.size() > 1)
+        answers.pop_front();
+    return answer;
+}
+
+void Client::fail(const std::string& function, const KciErrSType& error, unsigned nth) {
+    failures.push_back({function, nth, error});
+}
+
+KciErrSType clientError(std::int32_t number, const std::string& message, const std::vector<OopType>& args) {
+    KciErrSType error{};
+    error.category = KCI_CATEGORY_SYSTEM;
+    error.number = number;
+    error.context = KCI_OOP_NIL;
+    message.copy(error.message, sizeof error.message - 1);
+    std::copy_n(args.begin(), std::min<std::size_t>(args.size(), KCI_ERR_MAX_ARGS), error.args);
+    error.argCount = static_cast<std::int32_t>(args.size());
+    return error;
+}
+
+} // namespace scripted
+
+const KciRtlJumpSType* KciGetRtlTable() {
+    static const KciRtlJumpSType table = scripted::makeTable();
+    return &table;
+}
+
+scripted::Client* scriptedClient() {
+    return &scripted::theClient;
+}
