@@ -9,6 +9,7 @@
 #include <ctime>
 #include <initializer_list>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -118,11 +119,20 @@ void prepareSecondDump() {
     errMsgSetPanicked(true);
 }
 
+// Where a library stands between sigaction and the kernel (a Java virtual machine's signal chaining keeps its SIGQUIT
+// so), the kernel still has the other handler. All zeros is the default action.
+void resetInKernel(int sig) {
+    const unsigned long action[8] = {};
+    constexpr size_t kernelMaskSize = 8;
+    syscall(SYS_rt_sigaction, sig, action, nullptr, kernelMaskSize);
+}
+
 // The child shares the parent's memory, so the core is the parent's; the parent stands still meanwhile.
 [[noreturn]] void dumpInChild() {
     UNIXIO_DO_SIGNAL(SIGINT, unixioPlain(SIG_IGN), nullptr);
     UNIXIO_DO_SIGNAL(SIGABRT, unixioPlain(SIG_DFL), nullptr);
     UNIXIO_DO_SIGNAL(SIGQUIT, unixioPlain(SIG_DFL), nullptr);
+    resetInKernel(SIGQUIT);
     sigset_t quit;
     sigemptyset(&quit);
     sigaddset(&quit, SIGQUIT);

@@ -7,8 +7,8 @@
 #include "hostdebug.h"
 #include "utlheap.h"
 
-static_assert(sizeof(void*) != 4 || (offsetof(HashTableSType, hashFunc) == 28 && offsetof(HashTableSType, table) == 36 &&
-                                     sizeof(HashTableSType) == 44));
+static_assert(sizeof(void*) != 4 || (offsetof(HashTableSType, hashFunc) == 28 &&
+                                     offsetof(HashTableSType, table) == 36 && sizeof(HashTableSType) == 44));
 
 namespace {
 // clang-format off
@@ -38,9 +38,9 @@ constexpr std::array<int32_t, 20> powerOfTwoPrime{
 constexpr int32_t smallestIndex = 5;
 constexpr int32_t largestIndex = 16;
 
-// The largest table runs up to 92 % full, with probe runs of dozens of slots. Looking into each key there would miss the
-// cache each time, so every slot has a byte of its key's hash, its tag, and a search reads tags four at a time. The tags
-// lie behind the slots in the same block, and behind them this record:
+// The largest table runs up to 92 % full, with probe runs of dozens of slots. Looking into each key there would miss
+// the cache each time, so every slot has a byte of its key's hash, its tag, and a search reads tags four at a time. The
+// tags lie behind the slots in the same block, and behind them this record:
 struct SearchState {
     // What insertion needs to know of the lookups since the last change: how many found an empty slot, and the last
     // such slot with its key's tag. A slot that one lookup alone has found can only be inserted with that lookup's key.

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -28,6 +29,7 @@ ChildResult runGstack(const char* argument, const string& path) {
         const pid_t printer = getpid();
         const pid_t idle = fork();
         if (idle == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);
             std::thread second([] {
                 pthread_setname_np(pthread_self(), "idler");
                 for (;;)
