@@ -8,7 +8,6 @@
 #include "host/hostfork.h"
 #include "hostdebug.h"
 #include "hostfault.h"
-#include "service.h"
 #include "support/child.h"
 #include "unwindframes.h"
 
@@ -16,8 +15,12 @@ namespace {
 TEST(Unwind, NestedBuffers) {
     UnwindEnd();
     EXPECT_EQ(UnwindGetCurrentJumpBuffer(), nullptr);
-    int inner = 0;
-    EXPECT_EQ(unwindThroughNestedBuffers(UNWIND_KCI_ERR, UNWIND_ERR, &inner), UNWIND_ERR);
+    static int inner = 0;
+    EXPECT_EQ(unwindWith([] {
+                  inner = unwindWith([] { UnwindDoUnwind(UNWIND_KCI_ERR); });
+                  UnwindDoUnwind(UNWIND_ERR);
+              }),
+              UNWIND_ERR);
     EXPECT_EQ(inner, UNWIND_KCI_ERR);
     EXPECT_EQ(UnwindGetExceptionVal(), UNWIND_ERR);
     EXPECT_EQ(UnwindGetCurrentJumpBuffer(), nullptr);
@@ -96,12 +99,5 @@ TEST(Unwind, NotOutOfASignalHandler) {
     const std::regex expected("handler\n" + failure + "jump\n" + failure + "afterwards\n");
     EXPECT_TRUE(std::regex_match(child.out, expected)) << child.out;
     EXPECT_EQ(child.exitStatus, 0) << child.err;
-}
-
-TEST(Service, DoesNothing) {
-    EXPECT_EQ(ServiceInit(0, nullptr, nullptr, nullptr, nullptr, nullptr), 0);
-    EXPECT_EQ(ServiceIsService(), FALSE);
-    EXPECT_EQ(ServiceStarting(), 0);
-    ServiceCrashed("text");
 }
 } // namespace

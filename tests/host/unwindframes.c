@@ -1,42 +1,15 @@
-/* Nested buffers across C frames, as the chain is used. */
+/* C frames between a jump buffer and whoever unwinds to it. */
 #include "unwindframes.h"
 
 #include "hostunwind.h"
 
-static void meetError(int depth, int kind) {
-    char frame[100];
-    frame[0] = (char)depth;
-    if (depth > 0)
-        meetError(depth - 1, kind + (frame[0] - frame[0]));
+static int callDeep(int depth, void (*unwind)(void)) {
+    volatile int frame = depth;
+    if (depth == 0)
+        unwind();
     else
-        UnwindDoUnwind(kind);
-}
-
-static int catchKind(int kind) {
-    UnwindJmpBufSType buffer;
-    int caught;
-    buffer.previous = UnwindGetCurrentJumpBuffer();
-    caught = _setjmp(buffer.buf);
-    if (caught == 0) {
-        UnwindSetCurrentJumpBuffer(&buffer);
-        meetError(20, kind);
-    }
-    UnwindSetCurrentJumpBuffer(buffer.previous);
-    return caught;
-}
-
-int unwindThroughNestedBuffers(int innerKind, int outerKind, int* innerCaught) {
-    UnwindJmpBufSType buffer;
-    int caught;
-    buffer.previous = UnwindGetCurrentJumpBuffer();
-    caught = _setjmp(buffer.buf);
-    if (caught == 0) {
-        UnwindSetCurrentJumpBuffer(&buffer);
-        *innerCaught = catchKind(innerKind);
-        meetError(5, outerKind);
-    }
-    UnwindSetCurrentJumpBuffer(buffer.previous);
-    return caught;
+        callDeep(depth - 1, unwind);
+    return frame;
 }
 
 int unwindWith(void (*unwind)(void)) {
@@ -46,7 +19,7 @@ int unwindWith(void (*unwind)(void)) {
     caught = _setjmp(buffer.buf);
     if (caught == 0) {
         UnwindSetCurrentJumpBuffer(&buffer);
-        unwind();
+        callDeep(20, unwind);
     }
     UnwindSetCurrentJumpBuffer(buffer.previous);
     return caught;

@@ -4,10 +4,7 @@
 extern "C" {
 #endif
 
-/* Unwinds to an inner buffer, then to an outer one; returns what the outer one caught. */
-int unwindThroughNestedBuffers(int innerKind, int outerKind, int* innerCaught);
-
-/* What a buffer catches when a function unwinds, 0 when it returns. */
+/* What a buffer catches when a function many calls below unwinds; 0 when that returns. */
 int unwindWith(void (*unwind)(void));
 
 #ifdef __cplusplus
