@@ -1,6 +1,6 @@
 # Tests of the bridge over the local client library, in a 32-bit Java. Each class has a process of its own, since the
 # bridge's state belongs to the process.
-set(junit_jars /usr/share/java/junit-jupiter-api.jar /usr/share/java/junit-jupiter-params.jar
+set(junit_jars /usr/share/java/junit-jupiter-api.jar
   /usr/share/java/apiguardian-api.jar /usr/share/java/opentest4j.jar)
 set(test_jar "${CMAKE_CURRENT_BINARY_DIR}/tmqkci-tests.jar")
 tmqkci_jar("${test_jar}" test CLASSPATH "${product_jar}" ${junit_jars})
