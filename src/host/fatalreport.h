@@ -1,7 +1,6 @@
 // The pieces of the fatal report. It runs in the thread that met the error, also in a signal handler.
 #pragma once
 
-#include <cstdarg>
 #include <cstdio>
 
 // Builds a message for the report as ErrMsgSymToText does. The error may have hit a thread that holds the catalogue's

@@ -1,6 +1,5 @@
 // Runs in a signal handler; the exit routines end in UtlExit, whose exit handlers then run there, too.
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <ctime>
 #include <ucontext.h>

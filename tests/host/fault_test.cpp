@@ -11,7 +11,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mman.h>
-#include <sys/wait.h>
 #include <thread>
 #include <ucontext.h>
 #include <unistd.h>
@@ -19,7 +18,6 @@
 
 #include "host/faulttools.h"
 #include "host/unixiosignal.h"
-#include "hostatomic.h"
 #include "hostdebug.h"
 #include "hostsignal.h"
 #include "hosttime.h"
@@ -441,7 +439,6 @@ extern "C" void abort() noexcept {
     unblock(SIGSEGV);
     if (faultsInAbort-- > 0)
         jumpToNowhere();
-    signal(SIGALRM, SIG_DFL);
     reinterpret_cast<void (*)()>(dlsym(RTLD_NEXT, "abort"))();
     _exit(98);
 }
