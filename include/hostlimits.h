@@ -11,9 +11,9 @@ struct SysErrorSType; /* syserror.h */
 TMQKCI_C_BEGIN
 
 /*
- * Sets how many files this process may have open, up to its hard limit, which stays. max -1 asks for as many as allowed,
- * or for what $KESTRUNE_MAX_FD says: a number above 0 is the limit, 0 leaves the limits alone, a negative number changes
- * nothing about max. FALSE, with err (may be NULL) filled, when the limit could not be set.
+ * Sets how many files this process may have open, up to its hard limit, which stays. max -1 asks for as many as
+ * allowed, or for what $KESTRUNE_MAX_FD says: a number above 0 is the limit, 0 leaves the limits alone, a negative
+ * number changes nothing about max. FALSE, with err (may be NULL) filled, when the limit could not be set.
  */
 TMQKCI_API BoolType HostSetMaxFiles(int max, struct SysErrorSType* err);
 

@@ -11,7 +11,6 @@
 #include "hostdebug.h"
 #include "kcitypes.h"
 
-
 TMQKCI_C_BEGIN
 
 /*
@@ -36,8 +35,8 @@ TMQKCI_API BoolType HostFork(const char* cmd, const char* user, void* unused1, c
 
 /*
  * Starts a server and waits until it is ready: until it has written one byte to the descriptor whose number stands in
- * its $KESTRUNE_SERVER_PIPE. The server runs in a session of its own and in the current folder, keeps standard output and
- * error, and has standard input from /dev/null. Of the descriptors above, 8 to 15 are closed.
+ * its $KESTRUNE_SERVER_PIPE. The server runs in a session of its own and in the current folder, keeps standard output
+ * and error, and has standard input from /dev/null. Of the descriptors above, 8 to 15 are closed.
  *
  * TRUE when the byte has come. FALSE, with the reason in msg, of msgLength bytes, when no process could be created
  * (*thePid is 0 then) and when the server ended or closed the pipe before its byte: *thePid is its id then. The caller
@@ -47,17 +46,17 @@ TMQKCI_API BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msg
 
 /*
  * Runs a command with /bin/sh, under the real user and group ids, and waits for its end; SIGCHLD has its default
- * disposition and SIGVTALRM is ignored meanwhile, and this thread takes no signal. Interactive: the command stays in this
- * session and may use the terminal, whose foreground process group is put back afterwards. 0 when the command exited
- * with status 0 and also when a signal ended it; otherwise -1, with errno set when it could not be run or waited for.
- * A stopped command counts as failed and is not waited for any longer.
+ * disposition and SIGVTALRM is ignored meanwhile, and this thread takes no signal. Interactive: the command stays in
+ * this session and may use the terminal, whose foreground process group is put back afterwards. 0 when the command
+ * exited with status 0 and also when a signal ended it; otherwise -1, with errno set when it could not be run or waited
+ * for. A stopped command counts as failed and is not waited for any longer.
  */
 TMQKCI_API int UnixIoSystem(const char* cmd, BoolType interactive);
 
 /*
- * Runs a shell script, with standard input from /dev/null and all output to outFile (both names are expanded), and waits
- * for it. FALSE when it could not be waited for, and without running anything when the expanded names have more than 80
- * characters together. A script that fails counts as performed: callers depend on it.
+ * Runs a shell script, with standard input from /dev/null and all output to outFile (both names are expanded), and
+ * waits for it. FALSE when it could not be waited for, and without running anything when the expanded names have more
+ * than 80 characters together. A script that fails counts as performed: callers depend on it.
  */
 TMQKCI_API BoolType HostPerform(const char* scriptFile, const char* outFile);
 
