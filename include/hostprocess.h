@@ -40,7 +40,8 @@ TMQKCI_API BoolType HostFork(const char* cmd, const char* user, void* unused1, c
  *
  * TRUE when the byte has come. FALSE, with the reason in msg, of msgLength bytes, when no process could be created
  * (*thePid is 0 then) and when the server ended or closed the pipe before its byte: *thePid is its id then. The caller
- * waits for the process that *thePid names, in either case. A SIGTERM (hostsignal.h) ends the wait for the byte.
+ * waits for the process that *thePid names, in either case. A SIGTERM (hostsignal.h) ends the wait for the
+ * byte: FALSE, *thePid is 0, and the server goes on.
  */
 TMQKCI_API BoolType HostForkServer(const char* cmd, char* msg, ArraySizeType msgLength, PidType* thePid);
 
