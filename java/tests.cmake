@@ -51,6 +51,11 @@ tmqkci_java_test(DoubleByteTest)
 tmqkci_java_test(LibraryTest "-Dtests.java64=${JAVA64}" "-Dtests.needsAbsent=$<TARGET_FILE:java_test_needs_absent>"
   "-Dtests.needsFuture=$<TARGET_FILE:java_test_needs_future>")
 
+tmqkci_java_test(KciMessagesTest -Xcheck:jni)
+set_property(TEST Java.KciMessagesTest APPEND PROPERTY ENVIRONMENT
+  "KESTRUNE_LANG=${PROJECT_BINARY_DIR}/messages/english67.err")
+add_dependencies(tmqkci_java_tests messages)
+
 add_test(NAME Java.Documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
   "${PROJECT_SOURCE_DIR}/docs/using-the-bridge.md" WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
 add_test(NAME Java.Demo COMMAND src/test/run-demo "${product_jar}:${demo_jar}"
