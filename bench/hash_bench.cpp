@@ -1,8 +1,10 @@
 // The hash table beside std::unordered_set over the same keys with the same hash function, and the string hash beside
 // the loop that its definition suggests.
+#include <algorithm>
+#include <array>
+#include <cstdio>
 #include <cstring>
 #include <random>
-#include <string>
 #include <unordered_set>
 #include <vector>
 
@@ -14,31 +16,32 @@
 namespace {
 constexpr size_t keyCount = 60000;
 
-std::vector<std::string> makeKeys(const char* prefix) {
-    std::vector<std::string> keys;
+using Key = std::array<char, 32>;
+
+std::vector<Key> makeKeys(char prefix) {
+    std::vector<Key> keys(keyCount);
     std::mt19937 random(5);
-    for (size_t i = 0; i < keyCount; ++i)
-        keys.push_back(prefix + std::to_string(random()) + "." + std::to_string(i));
+    unsigned number = 0;
+    for (Key& key : keys)
+        snprintf(key.data(), key.size(), "%c%lu.%u", prefix, static_cast<unsigned long>(random()), number++);
     return keys;
 }
-const std::vector<std::string>& presentKeys() {
-    static const std::vector<std::string> keys = makeKeys("k");
+const std::vector<Key>& storedKeys() {
+    static const std::vector<Key> keys = makeKeys('k');
     return keys;
 }
-const std::vector<std::string>& absentKeys() {
-    static const std::vector<std::string> keys = makeKeys("a");
-    return keys;
-}
-// The order of look-ups: not the one of insertion.
-const std::vector<size_t>& shuffled() {
-    static const std::vector<size_t> order = [] {
-        std::vector<size_t> places(keyCount);
-        for (size_t i = 0; i < keyCount; ++i)
-            places[i] = i;
-        std::shuffle(places.begin(), places.end(), std::mt19937(6));
-        return places;
+// What is looked up comes from elsewhere: equal texts, in another order.
+const std::vector<Key>& presentKeys() {
+    static const std::vector<Key> keys = [] {
+        std::vector<Key> copies = storedKeys();
+        std::shuffle(copies.begin(), copies.end(), std::mt19937(6));
+        return copies;
     }();
-    return order;
+    return keys;
+}
+const std::vector<Key>& absentKeys() {
+    static const std::vector<Key> keys = makeKeys('a');
+    return keys;
 }
 
 struct Table : HashTableSType {
@@ -85,13 +88,13 @@ struct Set {
 
 template <typename Container>
 void fill(Container& container) {
-    for (const std::string& key : presentKeys())
-        container.insert(key.c_str());
+    for (const Key& key : storedKeys())
+        container.insert(key.data());
 }
 
 template <typename Container>
 void insertAll(benchmark::State& state) {
-    presentKeys();
+    storedKeys();
     for (auto _ : state) {
         Container container;
         fill(container);
@@ -99,14 +102,14 @@ void insertAll(benchmark::State& state) {
     }
 }
 
-template <typename Container, const std::vector<std::string>& (*keys)()>
+template <typename Container, const std::vector<Key>& (*keys)()>
 void lookUpAll(benchmark::State& state) {
     Container container;
     fill(container);
     for (auto _ : state) {
         size_t found = 0;
-        for (const size_t place : shuffled())
-            found += container.has(keys()[place].c_str());
+        for (const Key& key : keys())
+            found += container.has(key.data());
         benchmark::DoNotOptimize(found);
     }
 }
@@ -119,7 +122,8 @@ void enumerateAll(benchmark::State& state) {
         benchmark::DoNotOptimize(container.visitAll());
 }
 
-[[gnu::noinline]] int plainHash(const ByteType* bytes, unsigned count) {
+// Exported like the library's.
+[[gnu::noinline]] TMQKCI_API int plainHash(const ByteType* bytes, unsigned count, BoolType) {
     const ByteType* table = pearsonPermutation;
     ByteType h0 = table[bytes[0]];
     ByteType h1 = table[static_cast<ByteType>(bytes[0] + 1)];
@@ -131,11 +135,8 @@ void enumerateAll(benchmark::State& state) {
     }
     return h2 << 16 | h1 << 8 | h0;
 }
-int ourHash(const ByteType* bytes, unsigned count) {
-    return HashStrHash(bytes, count, TRUE);
-}
 
-template <int (*hash)(const ByteType*, unsigned), unsigned length>
+template <int (*hash)(const ByteType*, unsigned, BoolType), unsigned length>
 void hashBytes(benchmark::State& state) {
     std::vector<ByteType> bytes(4096 + length);
     std::mt19937 random(9);
@@ -143,7 +144,7 @@ void hashBytes(benchmark::State& state) {
         byte = static_cast<ByteType>(random());
     unsigned start = 0;
     for (auto _ : state)
-        benchmark::DoNotOptimize(hash(&bytes[start++ % 4096], length));
+        benchmark::DoNotOptimize(hash(&bytes[start++ % 4096], length, TRUE));
 }
 
 BENCHMARK(insertAll<Table>)->Name("60000 keys, insert/ours");
@@ -154,9 +155,9 @@ BENCHMARK(lookUpAll<Table, absentKeys>)->Name("60000 keys, look up absent/ours")
 BENCHMARK(lookUpAll<Set, absentKeys>)->Name("60000 keys, look up absent/unordered_set");
 BENCHMARK(enumerateAll<Table>)->Name("60000 keys, enumerate/ours");
 BENCHMARK(enumerateAll<Set>)->Name("60000 keys, enumerate/unordered_set");
-BENCHMARK(hashBytes<ourHash, 16>)->Name("HashStrHash, 16 bytes/ours");
+BENCHMARK(hashBytes<HashStrHash, 16>)->Name("HashStrHash, 16 bytes/ours");
 BENCHMARK(hashBytes<plainHash, 16>)->Name("HashStrHash, 16 bytes/plain loop");
-BENCHMARK(hashBytes<ourHash, 1000>)->Name("HashStrHash, 1000 bytes/ours");
+BENCHMARK(hashBytes<HashStrHash, 1000>)->Name("HashStrHash, 1000 bytes/ours");
 BENCHMARK(hashBytes<plainHash, 1000>)->Name("HashStrHash, 1000 bytes/plain loop");
 } // namespace
 

@@ -7,6 +7,7 @@
 #include "err/errimage.h"
 #include "hash.h"
 #include "host/hostfork.h"
+#include "host/mutexowner.h"
 
 namespace {
 
@@ -26,8 +27,9 @@ unsigned long cacheProbes;
 unsigned long cacheHits;
 
 // Entries in place in the file's image, by the end of their symbols' texts: they save the hash and the parsing.
-constexpr int parsedBits = 8;
+constexpr int parsedBits = 6;
 ParsedEntry parsedEntries[1 << parsedBits];
+unsigned parsedImageNumber; // the image in which they stand
 
 ParsedEntry& parsedEntryFor(std::string_view sym) {
     uint32_t last = 0;
@@ -150,7 +152,7 @@ bool findInFile(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogi
 HostMutexSType* printMutex() {
     static std::atomic<bool> registered{false};
     if (!registered.load(std::memory_order_acquire)) {
-        hostForkRegister(ForkSlot::printMutex, {forkGetLocks, forkReleaseLocks});
+        hostForkRegister(ForkSlot::printMutex, {forkGetLocks, forkReleaseLocks, [] { return hostHoldsMutex(mutex); }});
         registered.store(true, std::memory_order_release);
     }
     return &mutex;
@@ -168,8 +170,6 @@ void errMsgForgetLookups() {
     swizzleNeeded = memcmp(ErrUtlFileHdr.transform, nativeTransform, sizeof nativeTransform) != 0;
     for (ErrUtlHashSType& slot : cachedMessages)
         slot.valLoc = 0;
-    for (ParsedEntry& entry : parsedEntries)
-        entry.symbol = {};
     cacheProbes = 0;
     cacheHits = 0;
 }
@@ -178,6 +178,11 @@ bool findErrSym(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogi
     if (!ErrUtlErrFile)
         return false;
     ++cacheProbes;
+    if (parsedImageNumber != errUtlImageNumber()) {
+        for (ParsedEntry& old : parsedEntries)
+            old.symbol = {};
+        parsedImageNumber = errUtlImageNumber();
+    }
     ParsedEntry& parsed = parsedEntryFor(sym);
     if (!sym.empty() && parsed.symbol == sym) {
         ++cacheHits;

@@ -11,6 +11,7 @@ struct PendingHooks {
     int guarantees = 0; // failed guarantees of errutl
     int plain = 0;      // failures that were reported by their own text
 
+    bool any() const { return guarantees + plain > 0; }
     // Makes the calls, in the order in which a look-up notes them.
     void run();
 };

@@ -1,7 +1,6 @@
 #include "err/errformat.h"
 
 #include <algorithm>
-#include <charconv>
 #include <stdio.h>
 #include <string.h>
 
@@ -27,10 +26,28 @@ std::string_view argumentText(const char* text) {
     return view;
 }
 
+// Writes the digits of a number; returns their end. At most ten.
+char* writeDigits(char* to, uint32_t value) {
+    char digits[10];
+    char* first = digits + sizeof digits;
+    do
+        *--first = static_cast<char>('0' + value % 10);
+    while ((value /= 10) != 0);
+    const auto count = static_cast<size_t>(digits + sizeof digits - first);
+    memcpy(to, first, count);
+    return to + count;
+}
+
 bool appendDecimal(TextSink& out, int32_t value) {
-    char digits[12];
-    const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-    return out.append(std::string_view(digits, static_cast<size_t>(end - digits)));
+    char text[11];
+    char* end = text;
+    auto magnitude = static_cast<uint32_t>(value);
+    if (value < 0) {
+        *end++ = '-';
+        magnitude = 0 - magnitude;
+    }
+    end = writeDigits(end, magnitude);
+    return out.append(std::string_view(text, static_cast<size_t>(end - text)));
 }
 
 bool appendObject(TextSink& out, OopType object) {
@@ -39,9 +56,19 @@ bool appendObject(TextSink& out, OopType object) {
     return out.format("Oop(%lu)", static_cast<unsigned long>(object));
 }
 
-// The conversion specs of a pattern fall into three groups, each for one kind of argument.
-char baseKind(char conversion) {
-    switch (conversion) {
+// The kind of argument for which a conversion letter is made; 0 for every other character.
+constexpr char letterKind(char c) {
+    switch (c) {
+    case 'd':
+    case 'i':
+    case 'o':
+    case 'u':
+    case 'x':
+    case 'X':
+    case 'c':
+    case 'p':
+    case 'n':
+        return 'd';
     case 'e':
     case 'E':
     case 'f':
@@ -51,13 +78,14 @@ char baseKind(char conversion) {
     case 's':
         return 's';
     default:
-        return 'd';
+        return 0;
     }
 }
 
-bool isConversionLetter(char c) {
-    constexpr std::string_view letters = "diouxXcpneEfgGs";
-    return letters.find(c) != std::string_view::npos;
+// The kind of a conversion spec; one without a letter counts as a number's.
+char baseKind(std::string_view spec) {
+    const char kind = letterKind(spec.back());
+    return kind ? kind : 'd';
 }
 
 // A conversion spec made safe to hand to snprintf: it takes exactly one argument of the type that belongs to its
@@ -88,7 +116,7 @@ bool takeCharacter(std::string_view& rest, char c) {
 
 bool SafeSpec::parse(std::string_view spec) {
     letter = spec.back();
-    if (spec.size() < 2 || !isConversionLetter(letter))
+    if (spec.size() < 2 || !letterKind(letter))
         return false;
     std::string_view rest = spec.substr(1, spec.size() - 2);
     if (rest.empty()) {
@@ -114,13 +142,13 @@ bool SafeSpec::parse(std::string_view spec) {
     // A star would take an argument that was never passed.
     const int width = takeCharacter(rest, '*') ? 0 : takeNumber(rest);
     if (width > 0)
-        end = std::to_chars(end, end + 4, width).ptr;
+        end = writeDigits(end, static_cast<uint32_t>(width));
     int precision = -1;
     if (takeCharacter(rest, '.'))
         precision = takeCharacter(rest, '*') ? -1 : takeNumber(rest);
     if (precision >= 0) {
         *end++ = '.';
-        end = std::to_chars(end, end + 4, precision).ptr;
+        end = writeDigits(end, static_cast<uint32_t>(precision));
     }
     // An argument is as wide as it is, whatever the modifier says; only the narrowing ones have an effect.
     const size_t modifiers = std::min(rest.find_first_not_of("hlqjztL"), rest.size());
@@ -128,7 +156,7 @@ bool SafeSpec::parse(std::string_view spec) {
     rest.remove_prefix(modifiers);
     if (!rest.empty())
         return false;
-    if (baseKind(letter) == 'd' && letter != 'c' && letter != 'p') {
+    if (letterKind(letter) == 'd' && letter != 'c' && letter != 'p') {
         for (std::ptrdiff_t i = 0; i < std::min<std::ptrdiff_t>(halves, 2); ++i)
             *end++ = 'h';
     }
@@ -200,7 +228,7 @@ bool appendByKind(TextSink& out, char kind, const MessageArg& arg, const char* h
 // Takes the conversion spec at the beginning of the pattern off it: up to the first conversion letter, or all of it.
 std::string_view takeSpec(std::string_view& pattern) {
     size_t length = 1;
-    while (length < pattern.size() && !isConversionLetter(pattern[length++])) {
+    while (length < pattern.size() && !letterKind(pattern[length++])) {
     }
     const std::string_view spec = pattern.substr(0, length);
     pattern.remove_prefix(length);
@@ -222,8 +250,7 @@ void appendConversion(TextSink& out, std::string_view spec, int index, const Par
         value = args.values[argument];
     }
 
-    const char letter = spec.back();
-    if (kind != baseKind(letter)) {
+    if (kind != baseKind(spec)) {
         if (kind == 's')
             out.append(argumentText(value.text));
         else

@@ -11,6 +11,9 @@
 // The bytes of the open file, empty while it is closed or cannot be held. Valid until the next reset or shutdown.
 std::string_view errUtlImage();
 
+// Changes whenever the image does: what was kept of an image with another number is gone.
+unsigned errUtlImageNumber();
+
 // The number that four bytes of a file stand for under the header's byte order.
 constexpr uint32_t decodeWord(const ByteType bytes[4], const ByteType transform[4]) {
     uint32_t value = 0;

@@ -34,7 +34,8 @@ bool lookUp(const char* sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine])
         ErrMsgAccessor accessor(printMutex());
         found = findErrSym(symbol, entry, buffer, hooks);
     }
-    hooks.run();
+    if (hooks.any())
+        hooks.run();
     return found;
 }
 

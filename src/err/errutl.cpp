@@ -6,6 +6,18 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define __SANITIZE_ADDRESS__ 1
+#endif
+#endif
+#if defined(__SANITIZE_ADDRESS__)
+#include <sanitizer/asan_interface.h>
+#else
+#define ASAN_POISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
+#define ASAN_UNPOISON_MEMORY_REGION(address, size) ((void)(address), (void)(size))
+#endif
+
 #include "err/errimage.h"
 #include "hostunix.h"
 #include "syserror.h"
@@ -25,17 +37,34 @@ constexpr off_t maxImageSize = 64 << 20;
 
 BoolType errutl_is_init;
 
-// Pages of their own instead of a block of the heap: the heap checks all its blocks again and again.
+// Pages of their own instead of a block of the heap: the heap checks all its blocks again and again. The sanitizer is
+// told where in the last page the file ends.
 struct Image {
     char* bytes = nullptr;
     size_t size = 0;
 
+    bool allocate(size_t wanted) {
+        void* const pages = mmap(nullptr, wanted, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (pages == MAP_FAILED)
+            return false;
+        bytes = static_cast<char*>(pages);
+        size = wanted;
+        ASAN_POISON_MEMORY_REGION(bytes + size, slack());
+        return true;
+    }
     void release() {
-        if (bytes)
-            munmap(bytes, size);
+        if (!bytes)
+            return;
+        ASAN_UNPOISON_MEMORY_REGION(bytes + size, slack());
+        munmap(bytes, size);
         *this = {};
     }
+
+private:
+    size_t slack() const { return (UtlGetPageSize() - size % UtlGetPageSize()) % UtlGetPageSize(); }
 } image;
+
+unsigned imageNumber = 1;
 
 void closeFile() {
     if (ErrUtlErrFile) {
@@ -43,6 +72,7 @@ void closeFile() {
         ErrUtlErrFile = nullptr;
     }
     image.release();
+    ++imageNumber;
 }
 
 // Takes the file's contents into memory. What is not a regular file, or is empty, leaves the image empty, so that every
@@ -58,10 +88,8 @@ bool loadImage(int descriptor) {
         return false;
     }
     const size_t size = static_cast<size_t>(status.st_size);
-    void* const pages = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (pages == MAP_FAILED)
+    if (!image.allocate(size))
         return false;
-    image = {static_cast<char*>(pages), size};
     for (size_t position = 0; position < size;) {
         const ssize_t count = pread(descriptor, image.bytes + position, size - position, static_cast<off_t>(position));
         if (count > 0) {
@@ -111,6 +139,10 @@ bool locate(const char* fileName, HostFnameStrType& name) {
 
 std::string_view errUtlImage() {
     return {image.bytes, image.size};
+}
+
+unsigned errUtlImageNumber() {
+    return imageNumber;
 }
 
 BoolType ErrUtlInit(BoolType isCompiled, const char* fileName) {

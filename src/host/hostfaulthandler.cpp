@@ -14,6 +14,7 @@
 #include "host/faulthandler.h"
 #include "host/faultstate.h"
 #include "host/guarantee.h"
+#include "host/handlerscope.h"
 #include "host/signalprint.h"
 #include "host/unixiosignal.h"
 #include "hostatomic.h"
@@ -161,6 +162,7 @@ bool chainToOldHandler(struct sigaction& old, const SignalArrival& arrival) {
 
 void HostFaultHandler(int sig, siginfo_t* info, void* context) {
     const ErrnoKeeper errnoKeeper;
+    const HandlerScope running;
     if (sig == SIGTERM)
         HostIncrementSigTerm();
     const SignalArrival arrival{sig, info, context, isValidInfo(sig, info)};

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "hostdebug.h"
+#include "utl/prefetch.h"
 #include "utlheap.h"
 
 static_assert(sizeof(void*) != 4 || (offsetof(HashTableSType, hashFunc) == 28 &&
@@ -70,7 +71,7 @@ struct TableBlock {
     explicit TableBlock(const HashTableSType& ht) : TableBlock(ht.table, ht.tableSize) {}
 };
 
-// Another eighth of the hash's entropy than the slot's index: multiplied, as string hashes have only 24 bits.
+// Multiplied, so that the tag depends on all bits of the hash; those of strings have only 24.
 uint8_t tagOf(uint32_t hash) {
     const auto tag = static_cast<uint8_t>(hash * 0x9E3779B1U >> 24);
     return tag != emptyTag ? tag : 1;
@@ -172,6 +173,7 @@ VoidPtrType* HashTableLookup(HashTableSType* hashTable, const void* key) {
     const TableBlock block(*hashTable);
     const uint8_t tag = tagOf(hash);
     int32_t index = static_cast<int32_t>(hash % hashTable->tableSize);
+    prefetch(&block.slots[index]); // comes while tags are read
     for (;;) {
         index = findTag(block.tags, index, tag);
         if (index >= hashTable->tableSize) {

@@ -9,6 +9,7 @@
 
 #include "host/guarantee.h"
 #include "host/hostfork.h"
+#include "host/mutexowner.h"
 #include "hostdebug.h"
 #include "utl/heapcheck.h"
 #include "utl/heapchunk.h"
@@ -141,7 +142,8 @@ void reportUnlocked(HostMutexAccessor& mutex, HeapViolations& violations) {
 
 void initHeap() {
     HostMutexInit(&heapMutex);
-    hostForkRegister(ForkSlot::heapMutex, {[] { HostMutexAcquire(&heapMutex); }, [] { HostMutexRelease(&heapMutex); }});
+    hostForkRegister(ForkSlot::heapMutex, {[] { HostMutexAcquire(&heapMutex); }, [] { HostMutexRelease(&heapMutex); },
+                                           [] { return hostHoldsMutex(heapMutex); }});
     if (debugCHeap)
         initRefs();
     initDone.store(TRUE, std::memory_order_release);

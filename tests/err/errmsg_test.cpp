@@ -18,7 +18,7 @@
 
 namespace {
 
-// Symbols of one hash, and where they stand in the image.
+// Two symbols of one hash.
 const char* const collidingA = "c.bmhp";
 const char* const collidingB = "c.cdfa";
 
@@ -30,6 +30,7 @@ TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     EXPECT_EQ(message("a.b", nullptr), "[a.b]");
     EXPECT_EQ(message("a.b", "dnoxgso", -1, 2, 15, 0xABCu, 1.5, "text", 16),
               "[a.b -1 2 SmallInteger(3) 0xabc 1.5 text Oop(16)]");
+    EXPECT_EQ(message("a", "ddd", 0, 2147483647, -2147483647 - 1), "[a 0 2147483647 -2147483648]");
     EXPECT_EQ(message("a.b", "so", nullptr, 0xFFFFFFFFu), "[a.b (null) SmallInteger(-1)]");
     EXPECT_EQ(message("a", "dddddddddddd", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12), "[a 1 2 3 4 5 6 7 8 9 10]");
     EXPECT_EQ(ErrMsgGetString("a.b"), nullptr);
@@ -344,6 +345,20 @@ TEST(FindErrSym, RefusedHeaderLeavesNothingToFallOver) {
     EXPECT_EQ(child.exitStatus, 0) << child.out;
 }
 
+TEST(FindErrSym, ForgetsAFileThatIsReplacedByRubbish) {
+    const OpenCatalogue catalogue(compileText("symbol:text\n"));
+    EXPECT_EQ(message("symbol", ""), "text");
+    for (const char* const replacement : {"rubbish", ""}) {
+        catalogue.folder.write("messages.err", replacement);
+        ErrMsgInit();
+        EXPECT_TRUE(ErrMsgGetPanicked());
+        EXPECT_EQ(ErrMsgGetString("symbol"), nullptr);
+    }
+    catalogue.folder.write("messages.err", compileText("symbol:new text\n"));
+    ErrMsgInit();
+    EXPECT_EQ(message("symbol", ""), "new text");
+}
+
 // Flips bits and cuts the file at random: whatever comes out, nothing crashes, hangs or reads outside.
 TEST(FindErrSym, SurvivesRandomDamage) {
     const ChildResult child = runInChild([] {
@@ -352,7 +367,7 @@ TEST(FindErrSym, SurvivesRandomDamage) {
             compileText(std::string(collidingA) + ":A\n" + collidingB + ":B\nsymbol(2 1):t %d %s\n");
         std::mt19937 random(20260601);
         noHalt = TRUE;
-        for (int i = 0; i < 2000; ++i) {
+        for (int i = 0; i < 500; ++i) {
             std::string image = good;
             for (unsigned flips = random() % 8; flips > 0; --flips)
                 image[random() % image.size()] ^= static_cast<char>(1u << random() % 8);

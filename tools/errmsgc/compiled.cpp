@@ -43,6 +43,11 @@ public:
     bool entryAt(uint32_t position, Entry& entry);
     // The zero-terminated text at a position. FALSE when it is not terminated.
     bool textAt(uint32_t position, std::string& text);
+    // Whether the text is empty or its last line complete.
+    bool endsWithLine() {
+        char last = '\n';
+        return header.textBegin >= size || (readAt(size - 1, &last, 1) && last == '\n');
+    }
     // Whether a probe for the symbol ends in the given slot.
     bool reaches(const std::string& symbol, uint32_t hash, size_t slot);
 
@@ -192,6 +197,8 @@ bool checkFile(const std::string& fileName) {
     Compiled compiled(fileName);
     if (!compiled.open())
         return false;
+    if (!compiled.endsWithLine())
+        compiled.fault("the text ends inside a line");
     std::map<uint32_t, int> sharing;
     for (const Slot& slot : compiled.slots) {
         if (slot.valLoc != 0)
