@@ -153,7 +153,7 @@ TEST(Termination, SigTermAndSigXcpu) {
             },
             [&](pid_t pid) {
                 if (c.fromOutside)
-                    HostMilliSleep(300), kill(pid, SIGTERM);
+                    waitUntilHandled(pid, SIGTERM), HostMilliSleep(100), kill(pid, SIGTERM);
             });
         EXPECT_TRUE(has(child.err, c.err)) << c.name << child.err;
         EXPECT_EQ(child.exitStatus, 0);
@@ -203,6 +203,7 @@ TEST(Termination, StormDuringSleep) {
             HostDoSigExit();
         },
         [](pid_t pid) {
+            waitUntilHandled(pid, SIGTERM);
             for (int i = 0; i < 200; ++i)
                 HostMilliSleep(2), kill(pid, SIGTERM);
         });
