@@ -196,8 +196,8 @@ TEST(Termination, PostponedExit) {
 TEST(Termination, StormDuringSleep) {
     const ChildResult child = runToItsEnd(
         [] {
-            install();
             HostDelaySigExit([] {}, nullptr);
+            install();
             HostSleep(15);
             EXPECT_GT(HostClearSigTerm(), 0);
             HostDoSigExit();
