@@ -20,6 +20,13 @@ target_link_libraries(java_test_needs_future PRIVATE java_test_future_libc)
 set_target_properties(java_test_absent java_test_needs_absent java_test_future_libc java_test_needs_future PROPERTIES
   C_VISIBILITY_PRESET default SKIP_BUILD_RPATH ON)
 
+# A client library that answers late and fails at each step, as the tests tell it; alone in an installation.
+set(scripted_installation "${CMAKE_CURRENT_BINARY_DIR}/scripted")
+add_library(java_test_scripted SHARED src/test/c/scripted.c)
+target_include_directories(java_test_scripted PRIVATE "${PROJECT_SOURCE_DIR}/include")
+set_target_properties(java_test_scripted PROPERTIES OUTPUT_NAME kcilnk67
+  LIBRARY_OUTPUT_DIRECTORY "${scripted_installation}/lib")
+
 # What the tests see as an installation.
 set(test_installation "${CMAKE_CURRENT_BINARY_DIR}/kestrune")
 set(links)
@@ -32,7 +39,8 @@ add_custom_command(OUTPUT "${test_installation}/.made"
   ${links}
   COMMAND "${CMAKE_COMMAND}" -E touch "${test_installation}/.made"
   VERBATIM)
-add_custom_target(tmqkci_java_tests ALL DEPENDS "${test_jar}" "${test_installation}/.made" tmqkci313 kcilnk67)
+add_custom_target(tmqkci_java_tests ALL DEPENDS "${test_jar}" "${test_installation}/.made" tmqkci313 kcilnk67
+  java_test_scripted)
 
 # tmqkci_java_test(CLASS [option...]): a class of tests, run with the given options of the virtual machine.
 function(tmqkci_java_test class)
@@ -48,6 +56,11 @@ foreach(class InitializationTest FailedInitializationTest SessionTest ExecutionT
 endforeach()
 # The release of a double-byte string that was lent ends a checked virtual machine.
 tmqkci_java_test(DoubleByteTest)
+# The session API sends double-byte strings, too.
+tmqkci_java_test(KciSessionTest)
+tmqkci_java_test(KciThreadsTest)
+tmqkci_java_test(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE:tmqkci313>" -Xcheck:jni)
+set_tests_properties(Java.ScriptedClientTest PROPERTIES ENVIRONMENT "KESTRUNE=${scripted_installation}")
 tmqkci_java_test(LibraryTest "-Dtests.java64=${JAVA64}" "-Dtests.needsAbsent=$<TARGET_FILE:java_test_needs_absent>"
   "-Dtests.needsFuture=$<TARGET_FILE:java_test_needs_future>")
 

@@ -1,5 +1,8 @@
 package com.kestrune.tmqkci;
 
+import java.util.ArrayList;
+import java.util.List;
+
 /**
  * The report of a failed call. The caller creates one and passes it as the last argument of a native method; when that
  * method answers {@link TmqKciInterface#FAILED}, the fields tell what went wrong and the caller may throw the object.
@@ -40,6 +43,11 @@ public class TmqKciException extends RuntimeException {
     /** Identifiers of the error's arguments. */
     public long[] args;
 
+    /** What a session knows beyond the fields; null in a report that native methods fill. */
+    private transient KciSession session;
+    private transient KciProcess process;
+    private transient List<KciObject> arguments;
+
     /** Makes an empty report. */
     public TmqKciException() {
     }
@@ -52,6 +60,58 @@ public class TmqKciException extends RuntimeException {
     public TmqKciException(String message) {
         super(message);
         this.message = message;
+    }
+
+    /** A copy of a report's fields that can be thrown. */
+    TmqKciException(TmqKciException report) {
+        super(report.message);
+        number = report.number;
+        message = report.message;
+        category = report.category;
+        context = report.context;
+        fatal = report.fatal;
+        argCount = report.argCount;
+        args = report.args;
+    }
+
+    /** Tells where the error comes from: its session, and the process that it suspended, or null. */
+    TmqKciException from(KciSession origin, KciProcess suspended) {
+        session = origin;
+        process = suspended;
+        return this;
+    }
+
+    /** Takes the arguments over, so that they stay on the server as long as this error is reachable. */
+    TmqKciException keeping(List<KciObject> objects) {
+        arguments = objects;
+        return this;
+    }
+
+    /**
+     * Answers the computation that the error suspended.
+     *
+     * @return the computation; null if nothing was suspended, or if the error did not come from a {@link KciSession}
+     */
+    public KciProcess process() {
+        return process;
+    }
+
+    /**
+     * Answers the error's arguments as objects. They are asked for when they are first wanted, which works as long as
+     * the session is open and the server keeps them.
+     *
+     * @return the arguments; none if the error did not come from a {@link KciSession}
+     * @throws TmqKciException if the server no longer has them
+     */
+    public synchronized List<KciObject> arguments() {
+        if (arguments == null) {
+            List<KciObject> described = new ArrayList<>();
+            for (int i = 0; session != null && args != null && i < Math.min(argCount, args.length); ++i) {
+                described.add(session.object(args[i]));
+            }
+            arguments = List.copyOf(described);
+        }
+        return arguments;
     }
 
     /**

@@ -1,0 +1,58 @@
+package com.kestrune.tmqkci;
+
+/**
+ * A computation on the server that an error suspended (see {@link TmqKciException#process}). As long as this object is
+ * reachable, the server keeps the computation.
+ */
+public final class KciProcess {
+    private final KciObject process;
+
+    KciProcess(KciObject process) {
+        this.process = process;
+    }
+
+    /**
+     * Continues the computation with a value in place of the message that failed, and waits for its end. It waits in
+     * native code: neither an interrupt nor a time-out ends the wait, and no other session's call runs meanwhile.
+     *
+     * @param value the value, converted as an argument of {@link KciSession#send}
+     * @return the computation's result
+     * @throws TmqKciException if the computation fails; it is suspended again when the error has a process
+     */
+    public KciObject continueWith(Object value) {
+        return process.session().resume(process, value);
+    }
+
+    /**
+     * Tells the server of a Java error in place of continuing: puts the two texts there as strings and throws error
+     * {@link TmqKciException#ERROR_CONTINUE}, whose arguments are 2318 and the identifiers of the texts. The
+     * computation stays suspended, and can be continued later.
+     *
+     * @param message the error's text
+     * @param stack the error's stack trace
+     * @return nothing; declared so that a caller can write {@code throw process.failWith(...)}
+     * @throws TmqKciException always
+     */
+    public TmqKciException failWith(String message, String stack) {
+        throw process.session().failWith(process, message, stack);
+    }
+
+    /**
+     * Answers the identifier of the suspended process.
+     *
+     * @return the identifier
+     */
+    public long oop() {
+        return process.oop();
+    }
+
+    /** Gives the computation up, so that the server can forget it. */
+    public void release() {
+        process.release();
+    }
+
+    @Override
+    public String toString() {
+        return "suspended process " + oop();
+    }
+}
