@@ -7,6 +7,7 @@
 #include "err/errimage.h"
 #include "hash.h"
 #include "host/hostfork.h"
+#include "host/mutexowner.h"
 
 namespace {
 
@@ -151,7 +152,7 @@ bool findInFile(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogi
 HostMutexSType* printMutex() {
     static std::atomic<bool> registered{false};
     if (!registered.load(std::memory_order_acquire)) {
-        hostForkRegister(ForkSlot::printMutex, {forkGetLocks, forkReleaseLocks});
+        hostForkRegister(ForkSlot::printMutex, {forkGetLocks, forkReleaseLocks, [] { return hostHoldsMutex(mutex); }});
         registered.store(true, std::memory_order_release);
     }
     return &mutex;

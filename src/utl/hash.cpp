@@ -180,7 +180,7 @@ VoidPtrType* HashTableLookup(HashTableSType* hashTable, const void* key) {
             index = 0;
             continue;
         }
-        const VoidPtrType candidate = block.slots[index];
+        const void* candidate = block.slots[index];
         if (!candidate)
             break;
         if (hashTable->compareFunc(key, candidate))

@@ -6,6 +6,8 @@
 // The child is a plain fork: it has the parent's state and one thread. A failed EXPECT inside it makes it exit with 99
 // and shows up in `out`. After the time-out it is killed. Do not fork while another thread of the test runs unless that
 // is what is tested.
+//
+// In a program with these, a fatal error is announced and the program goes on (noHalt), unless a test clears noHalt.
 #pragma once
 
 #include <chrono>
