@@ -1,6 +1,6 @@
 # Tests of the bridge over the local client library, in a 32-bit Java. Each class has a process of its own, since the
 # bridge's state belongs to the process.
-set(junit_jars /usr/share/java/junit-jupiter-api.jar /usr/share/java/junit-jupiter-params.jar
+set(junit_jars /usr/share/java/junit-jupiter-api.jar
   /usr/share/java/apiguardian-api.jar /usr/share/java/opentest4j.jar)
 set(test_jar "${CMAKE_CURRENT_BINARY_DIR}/tmqkci-tests.jar")
 tmqkci_jar("${test_jar}" test CLASSPATH "${product_jar}" ${junit_jars})
@@ -64,6 +64,11 @@ tmqkci_java_test(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE
 set_tests_properties(Java.ScriptedClientTest PROPERTIES ENVIRONMENT "KESTRUNE=${scripted_installation}")
 tmqkci_java_test(LibraryTest "-Dtests.java64=${JAVA64}" "-Dtests.needsAbsent=$<TARGET_FILE:java_test_needs_absent>"
   "-Dtests.needsFuture=$<TARGET_FILE:java_test_needs_future>")
+
+tmqkci_java_test(KciMessagesTest -Xcheck:jni)
+set_property(TEST Java.KciMessagesTest APPEND PROPERTY ENVIRONMENT
+  "KESTRUNE_LANG=${PROJECT_BINARY_DIR}/messages/english67.err")
+add_dependencies(tmqkci_java_tests messages)
 
 add_test(NAME Java.Documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
   "${PROJECT_SOURCE_DIR}/docs/using-the-bridge.md" WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")

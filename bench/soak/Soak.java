@@ -50,9 +50,9 @@ public final class Soak {
         throw new IOException("no VmRSS");
     }
 
-    private static void round(TmqKciReport array, TmqKciReport[] elements, byte[] bytes, long[] changed) {
+    private static void round(TmqKciReport array, TmqKciReport stringClass, TmqKciReport[] elements, byte[] bytes, long[] changed) {
         TmqKciReport text = execute("'some text of the server' , ' and more'");
-        checked(TmqKciInterface._isKindOf(session, text, array, error));
+        checked(TmqKciInterface._isKindOf(session, text, stringClass, error));
         checked(TmqKciInterface._setup(session, text, error));
         checked(TmqKciInterface._getBytes(session, text, 1, 16, bytes, error));
         checked(TmqKciInterface._putBytes(session, text, 1, 16, bytes, error));
@@ -62,7 +62,8 @@ public final class Soak {
         checked(TmqKciInterface._perform(session, array, "at:", new TmqKciReport[] {number(1)}, 1, error));
         TmqKciReport first = finish();
         checked(TmqKciInterface._changedOops(session, changed, changed.length, error));
-        long[] released = {text.oop, put[0].oop, put[1].oop, first.oop};
+        // Fetching the elements saved those of the round before, too.
+        long[] released = {text.oop, put[0].oop, put[1].oop, first.oop, elements[0].oop, elements[1].oop};
         checked(TmqKciInterface._releaseOops(session, released, released.length, error));
         ++calls;
         if (TmqKciInterface._executeStr(session, "nil foo", error) == 0) {
@@ -97,6 +98,7 @@ public final class Soak {
         }
         session = checked(TmqKciInterface._login("local", null, "guest", "guest", null, null, error));
         TmqKciReport array = execute("Array new: 100");
+        TmqKciReport stringClass = execute("String");
         TmqKciReport[] elements = new TmqKciReport[100];
         java.util.Arrays.setAll(elements, i -> new TmqKciReport());
         long start = System.nanoTime();
@@ -107,7 +109,7 @@ public final class Soak {
                         residentKilobytes());
                 nextLine += wanted / 10;
             }
-            round(array, elements, new byte[16], new long[64]);
+            round(array, stringClass, elements, new byte[16], new long[64]);
         }
         System.out.printf("%,10d calls  %4d s  resident %,d KB%n", calls, (System.nanoTime() - start) / 1_000_000_000L,
                 residentKilobytes());

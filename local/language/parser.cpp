@@ -397,7 +397,7 @@ private:
             }
             Literal minus;
             minus.kind = Literal::Kind::Symbol;
-            minus.text = u"-";
+            minus.text.push_back(u'-');
             return minus;
         }
         if (token.kind != TokenKind::Identifier && token.kind != TokenKind::Keyword &&

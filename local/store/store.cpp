@@ -290,10 +290,6 @@ void Store::release(SessionId session, Oop oop) {
     }
 }
 
-bool Store::isExported(SessionId session, Oop oop) const {
-    return sessions.at(session).exported.contains(oop);
-}
-
 void Store::trackChanges(SessionId session) {
     sessions.at(session).tracking = true;
     sessions.at(session).changed.clear();

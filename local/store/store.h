@@ -83,7 +83,6 @@ public:
 
     void exportObject(SessionId session, Oop oop);
     void release(SessionId session, Oop oop);
-    bool isExported(SessionId session, Oop oop) const;
 
     // Changed objects among the exported ones, as the session sees them: by its own writes, by its abort, and by
     // commits of others. Nothing is tracked before trackChanges, which also forgets earlier changes.

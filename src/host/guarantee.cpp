@@ -3,12 +3,27 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "host/fatalreport.h"
 #include "hostdebug.h"
+
+namespace {
+struct GuaranteeText {
+    GuaranteeText(const char* module, int line) {
+        snprintf(text, sizeof text, "UTL_GUARANTEE failure in file %s at line %d", module, line);
+    }
+    char text[128];
+};
+} // namespace
 
 void hostGuaranteeFailed(const char* module, int line) {
     const int savedErrno = errno;
-    char text[128];
-    snprintf(text, sizeof text, "UTL_GUARANTEE failure in file %s at line %d", module, line);
+    const GuaranteeText reason(module, line);
+    hostWaitAfterGuarantee(reason.text);
     errno = savedErrno;
-    HostCallDebuggerMsg(text);
+    HostCallDebuggerMsg(reason.text);
+}
+
+void hostPrintGuarantee(const char* module, int line) {
+    puts(GuaranteeText(module, line).text);
+    fflush(stdout);
 }

@@ -10,4 +10,7 @@
 // Reports "UTL_GUARANTEE failure in file <module> at line <line>". errno is kept. Not signal-safe.
 [[gnu::cold, gnu::noinline]] void hostGuaranteeFailed(const char* module, int line);
 
+// Prints the same line and reports nothing.
+[[gnu::cold, gnu::noinline]] void hostPrintGuarantee(const char* module, int line);
+
 #define UTL_GUARANTEE(condition) ((condition) ? (void)0 : hostGuaranteeFailed(utlModule, __LINE__))

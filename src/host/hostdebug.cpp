@@ -1,18 +1,113 @@
+// May run in a signal handler. The streams and the catalogue are used all the same: the process is lost, and what it
+// can still say is worth the risk.
 #include "hostdebug.h"
 
+#include <atomic>
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <unistd.h>
 
-#include "host/guarantee.h"
+#include "host/fatalreport.h"
+#include "host/faultstate.h"
+#include "host/unixiosignal.h"
+#include "hostatomic.h"
+#include "hostsignal.h"
+#include "hosttime.h"
+#include "unixerr.h"
+#include "utlhost.h"
+#include "vermsg.h"
 
 volatile BoolType noHalt = FALSE;
 volatile long coreDumpEnabled = 1;
+std::atomic<BoolType> HostFatalErr;
+
+namespace {
+int hostFatalReportCount;
+std::atomic<HostFaultFuncType*> HostFatalReportFunc;
+std::atomic<HostOnDebugHandlerType> hostCallDebuggerHook;
+
+// Set before every dump and then tested: a person in a debugger stops in between and clears it.
+volatile long doCallBoolean;
+
+void flushStreams() {
+    fflush(stderr);
+    fflush(stdout);
+}
+
+// The time as text.
+const char* currentTime(char* buf, unsigned size) {
+    time_t seconds = 0;
+    unsigned short milliseconds = 0;
+    HostFtime(&seconds, &milliseconds);
+    return UtlCtime(seconds, buf, size);
+}
+
+void hostDoCallDebugger(bool firstTime, int error) {
+    doCallBoolean = 1;
+    if (doCallBoolean == 0)
+        return;
+    if (!firstTime) {
+        puts("Recursive error caught!");
+        fflush(stdout);
+        HostCoredump(FALSE);
+        abort();
+    }
+    char report[4096];
+    printHostcallDebugger(error, report, sizeof report);
+    HostCoredump(FALSE);
+    if (!coreDumpEnabled)
+        return;
+    VerMessage(stdout, report);
+    VerEndEdge(stdout);
+    fflush(stdout);
+    UtlExit(3);
+}
+
+void runFatalReportFunc(HostFaultFuncType* report) {
+    printf("\nHostcalldebugger invoked in process %d, notifying trune of fatal error\n", getpid());
+    fflush(stdout);
+    report();
+    printf("\nHostCallDebugger invoked in process %d\n", getpid());
+    fflush(stdout);
+}
+} // namespace
+
+void printDebuggerBanner(const char* who) {
+    flushStreams();
+    fputs("\n\n", stdout);
+    VerLeadingEdge(stdout);
+    hostReportLine(stdout, "host.debugger1", "s", who);
+    char time[256];
+    hostReportLine(stdout, "host.debugger2", "s", currentTime(time, sizeof time));
+    fflush(stdout);
+}
+
+void printHostcallDebugger(int error, char* buf, unsigned size) {
+    printDebuggerBanner("HostCallDebugger");
+    char reason[256];
+    hostReportText("fault.errno", buf, size, "ds", error, HostGetErrMsg(error, reason, sizeof reason));
+    HostSignalSafePrint(buf);
+}
 
 int HostCallDebugger() {
     const int savedErrno = errno;
-    if (!noHalt) {
-        fflush(stderr);
-        fflush(stdout);
+    if (noHalt)
+        return 0;
+    // No profiling ticks during the report.
+    UNIXIO_DO_SIGNAL(SIGVTALRM, unixioPlain(SIG_IGN), nullptr);
+    hostCallIfSet(hostCallDebuggerHook);
+    hostCallIfSet(fileFlusherFct);
+    flushStreams();
+    HostFatalErr = TRUE;
+    const bool firstTime = HostAsmSyncCtrAdd(&hostFatalReportCount, 1) == 0;
+    if (HostFaultFuncType* const report = HostFatalReportFunc; report != nullptr && firstTime)
+        runFatalReportFunc(report);
+    // The count stays raised: later errors, too, only run the hooks.
+    if (coreDumpEnabled) {
+        hostDoCallDebugger(firstTime, savedErrno);
+        HostAsmSyncCtrAdd(&hostFatalReportCount, -1);
     }
     errno = savedErrno;
     return 0;
@@ -31,4 +126,39 @@ unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long arg) {
     errno = savedErrno;
     HostCallDebugger();
     return arg;
+}
+
+void HostInstallFatalReportHandler(HostFaultFuncType* func) {
+    HostFatalReportFunc = func;
+}
+
+void hostClearFatalReportHandler() {
+    HostFatalReportFunc = nullptr;
+}
+
+void HostOnDebug(HostOnDebugHandlerType func) {
+    hostCallDebuggerHook = func;
+}
+
+BoolType HostGetFatalErr() {
+    return HostFatalErr;
+}
+
+void HostSetFatalErr(BoolType value) {
+    HostFatalErr = value;
+}
+
+void hostInitCrash(const char* what) {
+    const int error = errno;
+    fflush(stdout);
+    fputs("\n\n", stderr);
+    VerLeadingEdge(stderr);
+    hostReportLine(stderr, "host.initfail", "s", what);
+    char text[256];
+    if (error != 0)
+        hostReportLine(stderr, "fault.errno", "ds", error, HostGetErrMsg(error, text, sizeof text));
+    hostReportLine(stderr, "fault.date", "s", currentTime(text, sizeof text));
+    VerEndEdge(stderr);
+    fflush(stderr);
+    UtlExit(3);
 }

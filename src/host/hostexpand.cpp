@@ -42,8 +42,8 @@ public:
         if (from + inserted + rest >= size_)
             return false;
         memmove(text_ + from + inserted, text_ + to, rest);
-        memcpy(text_ + from, first.data(), first.size());
-        memcpy(text_ + from + first.size(), second.data(), second.size());
+        first.copy(text_ + from, first.size()); // not memcpy: an empty view may have no address
+        second.copy(text_ + from + first.size(), second.size());
         length_ = from + inserted + rest;
         text_[length_] = '\0';
         return true;

@@ -70,3 +70,12 @@ void hostForkRegister(ForkSlot slot, const ForkLock& lock) {
     }
     pthread_mutex_unlock(&gate);
 }
+
+bool hostForkLockHeldHere() {
+    const unsigned slots = registered.load(std::memory_order_acquire);
+    for (int slot = 0; slot < forkSlotCount; ++slot) {
+        if ((slots & 1U << slot) && locks[slot].heldHere != nullptr && locks[slot].heldHere())
+            return true;
+    }
+    return false;
+}

@@ -9,9 +9,13 @@ constexpr int forkSlotCount = 2;
 
 struct ForkLock {
     void (*take)();
-    void (*release)(); // in the parent and in the child
+    void (*release)();            // in the parent and in the child
+    bool (*heldHere)() = nullptr; // whether the calling thread holds it
 };
 
 // Makes a lock take part in every fork that begins from now on; a fork under way is waited for. Call it before the lock
 // is first taken, and never while holding it. Registering a slot again changes nothing. Thread-safe; not signal-safe.
 void hostForkRegister(ForkSlot slot, const ForkLock& lock);
+
+// Whether the calling thread holds one of the locks that can tell.
+bool hostForkLockHeldHere();

@@ -1,10 +1,13 @@
 #include "host/hostinit.h"
 
+#include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <pthread.h>
 #include <unistd.h>
 
+#include "host/fatalreport.h"
+#include "host/faultstate.h"
 #include "hostunix.h"
 
 namespace {
@@ -17,7 +20,11 @@ void initialiseOnce() {
         HostSetEnv("KS_LOGIN_NAME", loginName);
     sigset_t noInterrupts;
     sigemptyset(&noInterrupts);
-    pthread_sigmask(SIG_SETMASK, &noInterrupts, nullptr);
+    errno = pthread_sigmask(SIG_SETMASK, &noInterrupts, nullptr);
+    if (errno != 0)
+        hostInitCrash("pthread_sigmask");
+    hostClearExitModes();
+    hostClearFatalReportHandler();
 }
 } // namespace
 

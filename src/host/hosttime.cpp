@@ -14,6 +14,7 @@
 
 #include "host/hostclock.h"
 #include "host/hostinit.h"
+#include "host/interrupted.h"
 #include "hostdebug.h"
 #include "hostsignal.h"
 
@@ -31,11 +32,6 @@ void recordClocks() {
     sc_clk_tck = static_cast<double>(sysconf(_SC_CLK_TCK));
 }
 
-// Kernel-internal on Linux, yet some foreign layers let it through.
-bool wasInterrupted(int error) {
-    return error == EINTR || error == ERESTART;
-}
-
 // Waits without descriptors. TRUE when the time is over, FALSE when a signal came; whatever else poll answers is fatal,
 // and counts as over.
 bool waitMilliseconds(const char* caller, int milliseconds) {
@@ -47,7 +43,7 @@ bool waitMilliseconds(const char* caller, int milliseconds) {
         HostCallDebugger();
         return true;
     }
-    if (wasInterrupted(errno))
+    if (hostWasInterrupted(errno))
         return false;
     fprintf(stderr, "%s: unexpected error %d!\n", caller, errno);
     HostCallDebugger();

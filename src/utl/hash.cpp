@@ -5,10 +5,11 @@
 #include <cstring>
 
 #include "hostdebug.h"
+#include "utl/prefetch.h"
 #include "utlheap.h"
 
-static_assert(sizeof(void*) != 4 || (offsetof(HashTableSType, hashFunc) == 28 && offsetof(HashTableSType, table) == 36 &&
-                                     sizeof(HashTableSType) == 44));
+static_assert(sizeof(void*) != 4 || (offsetof(HashTableSType, hashFunc) == 28 &&
+                                     offsetof(HashTableSType, table) == 36 && sizeof(HashTableSType) == 44));
 
 namespace {
 // clang-format off
@@ -38,9 +39,9 @@ constexpr std::array<int32_t, 20> powerOfTwoPrime{
 constexpr int32_t smallestIndex = 5;
 constexpr int32_t largestIndex = 16;
 
-// The largest table runs up to 92 % full, with probe runs of dozens of slots. Looking into each key there would miss the
-// cache each time, so every slot has a byte of its key's hash, its tag, and a search reads tags four at a time. The tags
-// lie behind the slots in the same block, and behind them this record:
+// The largest table runs up to 92 % full, with probe runs of dozens of slots. Looking into each key there would miss
+// the cache each time, so every slot has a byte of its key's hash, its tag, and a search reads tags four at a time. The
+// tags lie behind the slots in the same block, and behind them this record:
 struct SearchState {
     // What insertion needs to know of the lookups since the last change: how many found an empty slot, and the last
     // such slot with its key's tag. A slot that one lookup alone has found can only be inserted with that lookup's key.
@@ -70,7 +71,7 @@ struct TableBlock {
     explicit TableBlock(const HashTableSType& ht) : TableBlock(ht.table, ht.tableSize) {}
 };
 
-// Another eighth of the hash's entropy than the slot's index: multiplied, as string hashes have only 24 bits.
+// Multiplied, so that the tag depends on all bits of the hash; those of strings have only 24.
 uint8_t tagOf(uint32_t hash) {
     const auto tag = static_cast<uint8_t>(hash * 0x9E3779B1U >> 24);
     return tag != emptyTag ? tag : 1;
@@ -172,6 +173,7 @@ VoidPtrType* HashTableLookup(HashTableSType* hashTable, const void* key) {
     const TableBlock block(*hashTable);
     const uint8_t tag = tagOf(hash);
     int32_t index = static_cast<int32_t>(hash % hashTable->tableSize);
+    prefetch(&block.slots[index]); // comes while tags are read
     for (;;) {
         index = findTag(block.tags, index, tag);
         if (index >= hashTable->tableSize) {

@@ -3,6 +3,7 @@
 #include "host/guarantee.h"
 #include "utl/heapledger.h"
 #include "utl/heapstate.h"
+#include "utl/prefetch.h"
 
 void HeapViolations::add(int line, unsigned times) {
     if (used > 0 && runs[used - 1].line == line) {
@@ -28,16 +29,6 @@ void HeapViolations::report() {
 }
 
 namespace {
-// A hint that fetches a line of memory and never faults. The compiler's own builtin needs a processor option on i386;
-// processors without the instruction take it for a long no-operation.
-inline void prefetch(const void* address) {
-#if defined(__i386__)
-    asm volatile("prefetcht0 %0" : : "m"(*static_cast<const char*>(address)));
-#else
-    __builtin_prefetch(address);
-#endif
-}
-
 // Fetches what checkLiveList will look at.
 inline void prefetchBlock(const HeapLedger::Entry& entry) {
     const char* chunk = reinterpret_cast<const char*>(entry.chunk);

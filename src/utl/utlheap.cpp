@@ -9,6 +9,7 @@
 
 #include "host/guarantee.h"
 #include "host/hostfork.h"
+#include "host/mutexowner.h"
 #include "hostdebug.h"
 #include "utl/heapcheck.h"
 #include "utl/heapchunk.h"
@@ -141,8 +142,8 @@ void reportUnlocked(HostMutexAccessor& mutex, HeapViolations& violations) {
 
 void initHeap() {
     HostMutexInit(&heapMutex);
-    hostForkRegister(ForkSlot::heapMutex,
-                     {[] { HostMutexAcquire(&heapMutex); }, [] { HostMutexRelease(&heapMutex); }});
+    hostForkRegister(ForkSlot::heapMutex, {[] { HostMutexAcquire(&heapMutex); }, [] { HostMutexRelease(&heapMutex); },
+                                           [] { return hostHoldsMutex(heapMutex); }});
     if (debugCHeap)
         initRefs();
     initDone.store(TRUE, std::memory_order_release);
@@ -160,7 +161,8 @@ void* allocate(size_t length, intptr_t line, const char* name) {
 
 void printHeap() {
     puts("--- C Heap summary ");
-    printf("   numMallocs %u numFrees %u totalSize %d \n", numMallocs, numFrees, static_cast<int>(totalUserSize.load()));
+    printf("   numMallocs %u numFrees %u totalSize %d \n", numMallocs, numFrees,
+           static_cast<int>(totalUserSize.load()));
     for (int32_t i = heapLedger.newest(); i != HeapLedger::none; i = heapLedger.older(i)) {
         const HeapChunk* chunk = heapLedger[i].chunk;
         printf(" %d bytes  name %.*s line %d mallocSeq %u \n", static_cast<int>(chunk->userSize),

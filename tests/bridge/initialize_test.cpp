@@ -247,10 +247,11 @@ INSTANTIATE_TEST_SUITE_P(Initialize, BufferSizes,
                                     (preload < 0 ? "minus" : std::to_string(preload));
                          });
 
-// Java keeps its own complaint about the array; a missing one is refused.
+// Java's own complaint about a short array reaches Java; a missing array is refused.
 TEST_F(Initialize, KernelObjectsNeedSixteenElements) {
-    kernelOops = nullptr;
     expectRefused([this] { return CALL(initialize, 1, null, 64, 16, 0, null); });
+    kernelOops = jni().longArray(std::vector<jlong>(15));
+    EXPECT_EQ(initialize({}, [this] { pendingAllowed = "ArrayIndexOutOfBoundsException"; }), 32);
 }
 
 } // namespace

@@ -17,6 +17,10 @@ struct Transfer {
     std::function<jint(jobject receiver, jlong start, jint count, Argument array, jthrowable error)> method;
 };
 
+void PrintTo(const Transfer& transfer, std::ostream* out) {
+    *out << transfer.name;
+}
+
 template <auto Native, typename Array>
 auto transfer() {
     return [](jobject receiver, jlong start, jint count, Argument array, jthrowable error) {

@@ -6,6 +6,8 @@
 // The child is a plain fork: it has the parent's state and one thread. A failed EXPECT inside it makes it exit with 99
 // and shows up in `out`. After the time-out it is killed. Do not fork while another thread of the test runs unless that
 // is what is tested.
+//
+// A fatal error in the child is announced and the child goes on (noHalt), unless the body clears noHalt.
 #pragma once
 
 #include <chrono>

@@ -1,0 +1,134 @@
+package com.kestrune.tmqkci;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertSame;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.nio.ByteBuffer;
+import java.nio.ByteOrder;
+import java.nio.charset.StandardCharsets;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.List;
+import java.util.concurrent.TimeUnit;
+
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.io.TempDir;
+
+/** Texts and reports from the installation's English messages, and from damaged copies of them. */
+class KciMessagesTest {
+    private static final String RULE = "-----------------------------------------------------\n";
+
+    @TempDir
+    Path folder;
+
+    private static TmqKciException error(String message, long... args) {
+        TmqKciException error = new TmqKciException(message);
+        error.category = 3613;
+        error.number = 2010;
+        error.context = 20;
+        error.args = args;
+        error.argCount = args.length;
+        return error;
+    }
+
+    @Test
+    void textsSayWhatIsWrong() {
+        assertTrue(KciMessages.text(3613, 2010).startsWith("The receiver has no method for this selector."));
+        assertTrue(KciMessages.text(3613, 1).startsWith("The error has a number that this release does not know."));
+        assertEquals("errmsg.userErrTxt", KciMessages.text(10, 2010));
+    }
+
+    @Test
+    void reportsShowArgumentsByPrinterOrIdentifier() {
+        TmqKciException error = error("no such method: \u00e4\u20ac\ud83d\ude00", 4294967295L, 20);
+        String start = RULE + "Error                    The session goes on.\n"
+                + "no such method: \u00e4\u20ac\ud83d\ude00\n[SYSTEM]  Number: 2010    Arguments: 2\n";
+        assertEquals(start + "Argument 1: 4294967295\nArgument 2: 20\n", KciMessages.report(error));
+        assertEquals(start + "Argument 1: <\u20ac4294967295>\nArgument 2: 20\n",
+                KciMessages.report(error, 1, false, 1, object -> object == 20 ? null : "<\u20ac" + object + ">"));
+        error.fatal = true;
+        String numbered = KciMessages.report(error, 2, true, 3, object -> KciMessages.report(error("inner")).strip());
+        assertTrue(numbered.startsWith(RULE + "Error 2 of 3             FATAL: the session has ended.\n"), numbered);
+        assertTrue(numbered.contains("Category: 3613 [SYSTEM]  Number: 2010  Arguments: 2  Context: 20\n"), numbered);
+        assertTrue(numbered.contains("Argument 2: " + RULE + "Error   "), numbered);
+    }
+
+    @Test
+    void oddErrorsAreReported() {
+        TmqKciException error = new TmqKciException();
+        assertTrue(KciMessages.report(error).contains("\n\n[APPLICATION]  Number: 0"));
+        error.argCount = 5;
+        assertTrue(KciMessages.report(error).contains("Arguments: 0"));
+        error.args = new long[12];
+        error.argCount = 20;
+        assertTrue(KciMessages.report(error).contains("Argument 10: 0\n"));
+        error.argCount = -1;
+        assertFalse(KciMessages.report(error).contains("Argument 1"));
+        // A message longer than an error record holds is cut between characters, and lines between characters, too.
+        error.message = "\u20ac".repeat(1000);
+        String report = KciMessages.report(error);
+        assertEquals(133, report.chars().filter(c -> c == '\u20ac').count());
+        assertEquals(-1, report.indexOf('\ufffd'));
+        assertThrows(NullPointerException.class, () -> KciMessages.report(null));
+        RuntimeException mine = new RuntimeException("printer");
+        assertSame(mine, assertThrows(RuntimeException.class,
+                () -> KciMessages.report(error("message", 1, 2), 1, false, 1, object -> {
+                    throw mine;
+                })));
+        assertTrue(KciMessages.report(error("message", 7)).endsWith("Argument 1: 7\n"));
+    }
+
+    @Test
+    void manyReportsLeaveNothingBehind() {
+        TmqKciException error = error("message", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10);
+        for (int i = 0; i < 20000; ++i) {
+            assertEquals(14, KciMessages.report(error, 1, true, 1, Long::toString).lines().count());
+        }
+    }
+
+    private String probe(byte[] messageFile) throws Exception {
+        Path file = Files.write(folder.resolve("damaged.err"), messageFile);
+        Process process = withCatalogue(file).start();
+        String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
+        assertTrue(process.waitFor(60, TimeUnit.SECONDS));
+        assertEquals(0, process.exitValue(), output);
+        return output;
+    }
+
+    private static ProcessBuilder withCatalogue(Path file) {
+        ProcessBuilder builder = new ProcessBuilder(List.of(System.getProperty("java.home") + "/bin/java",
+                "-Xcheck:jni", "-cp", System.getProperty("java.class.path"), MessagesProbe.class.getName()));
+        builder.redirectError(ProcessBuilder.Redirect.DISCARD);
+        builder.environment().put("KESTRUNE_LANG", file.toString());
+        // A report of a fatal error, were there one, would wait this long.
+        builder.environment().put("KS_CORE_TIME_OUT", "129600");
+        return builder;
+    }
+
+    @Test
+    void damagedFilesEndInBrackets() throws Exception {
+        byte[] good = Files.readAllBytes(Path.of(System.getenv("KESTRUNE_LANG")));
+        String bracketed = "[errmsg.rtErrDoesNotUnderstand]\n" + RULE + "[errmsg.line1a]         [errmsg.line1c]\n"
+                + "message\n[errmsg.line3g [errmsg.line3d] 2010][errmsg.line3h 0]\n";
+        assertEquals(bracketed.repeat(3), probe(new byte[0]));
+        assertEquals(bracketed.repeat(3), probe("rubbish".repeat(100).getBytes(StandardCharsets.US_ASCII)));
+
+        byte[] hugeTable = good.clone();
+        ByteBuffer.wrap(hugeTable).order(ByteOrder.LITTLE_ENDIAN).putInt(12, -5);
+        assertTrue(probe(hugeTable).contains(bracketed));
+
+        byte[] emptyLines = good.clone();
+        int textBegin = ByteBuffer.wrap(good).order(ByteOrder.LITTLE_ENDIAN).getInt(16);
+        java.util.Arrays.fill(emptyLines, textBegin, emptyLines.length, (byte) '\n');
+        assertTrue(probe(emptyLines).contains(bracketed));
+
+        byte[] notUtf8 = good.clone();
+        for (int i = textBegin; i < notUtf8.length; ++i) {
+            notUtf8[i] = notUtf8[i] == 'e' && notUtf8[i - 1] == 'h' ? (byte) 0xFF : notUtf8[i];
+        }
+        assertTrue(probe(notUtf8).contains("Th\ufffd r"));
+    }
+}

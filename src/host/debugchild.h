@@ -1,0 +1,7 @@
+#pragma once
+
+#include "kcitypes.h"
+
+// Set in a debugger: the next process that HostFork or HostForkServer starts waits for a debugger in
+// HostWaitForDebugger.
+extern volatile BoolType debugchild;

@@ -1,0 +1,24 @@
+// Runs in a signal handler: no lock, no stdio stream, no allocation.
+#include <cerrno>
+#include <sys/wait.h>
+
+#include "host/faulthandler.h"
+#include "host/interrupted.h"
+#include "host/signalprint.h"
+#include "hostsignal.h"
+#include "utlhost.h"
+
+void hostReapChildren() {
+    for (;;) {
+        int status = 0;
+        const pid_t pid = waitpid(-1, &status, WNOHANG | WUNTRACED);
+        if (pid > 0)
+            continue;
+        if (pid == 0 || errno == ECHILD)
+            break;
+        if (hostWasInterrupted(errno) && HostGetSigTerm(__FILE_NAME__, __LINE__) == 0)
+            continue;
+        hostSafePrintf("handleChild: peculiar wait3 errno = %d\n", errno);
+        UtlExit(4);
+    }
+}

@@ -1,0 +1,16 @@
+#include "host/guarantee.h"
+#include "host/handlerscope.h"
+#include "host/hostfork.h"
+#include "hostunwind.h"
+
+__thread uintptr_t HandlerScope::innermost;
+
+namespace {
+constexpr char utlModule[] = "utl";
+}
+
+// What a jump would leave behind: signals that stay blocked, a lock that nobody gives back.
+void UtlCheckUnwindAllowed() {
+    UTL_GUARANTEE(!HandlerScope::isActive());
+    UTL_GUARANTEE(!hostForkLockHeldHere());
+}

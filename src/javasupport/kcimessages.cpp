@@ -1,0 +1,217 @@
+// Natives of com.kestrune.tmqkci.KciMessages: the message catalogue for Java.
+#include <algorithm>
+#include <jni.h>
+#include <pthread.h>
+#include <stdio.h>
+#include <string.h>
+
+#include "errmsg.h"
+#include "hostdebug.h"
+#include "javasupport/utf16text.h"
+
+namespace {
+
+// Fields of the exception and the printer's method. A virtual machine gives classes of one loader to one library, so
+// they are resolved once; the classes are kept because the identifiers live as long as these.
+struct JavaIds {
+    jclass exceptionClass;
+    jclass printerClass;
+    jfieldID number, message, category, context, fatal, argCount, args;
+    jmethodID print;
+};
+
+JavaIds ids;
+pthread_mutex_t idsMutex = PTHREAD_MUTEX_INITIALIZER;
+bool idsResolved;
+
+jclass globalClass(JNIEnv* env, const char* name) {
+    jclass const local = env->FindClass(name);
+    if (!local)
+        return nullptr;
+    auto* const global = static_cast<jclass>(env->NewGlobalRef(local));
+    env->DeleteLocalRef(local);
+    return global;
+}
+
+struct FieldRow {
+    jfieldID JavaIds::*id;
+    const char* name;
+    const char* signature;
+};
+
+constexpr FieldRow fieldRows[] = {
+    {&JavaIds::number, "number", "I"},     {&JavaIds::message, "message", "Ljava/lang/String;"},
+    {&JavaIds::category, "category", "J"}, {&JavaIds::context, "context", "J"},
+    {&JavaIds::fatal, "fatal", "Z"},       {&JavaIds::argCount, "argCount", "I"},
+    {&JavaIds::args, "args", "[J"},
+};
+
+bool lookUpIds(JNIEnv* env, JavaIds& found) {
+    found.exceptionClass = globalClass(env, "com/kestrune/tmqkci/TmqKciException");
+    if (!found.exceptionClass)
+        return false;
+    found.printerClass = globalClass(env, "com/kestrune/tmqkci/KciMessages$ObjectPrinter");
+    if (!found.printerClass)
+        return false;
+    for (const FieldRow& row : fieldRows) {
+        found.*row.id = env->GetFieldID(found.exceptionClass, row.name, row.signature);
+        if (!(found.*row.id))
+            return false;
+    }
+    found.print = env->GetMethodID(found.printerClass, "print", "(J)Ljava/lang/String;");
+    return found.print != nullptr;
+}
+
+// FALSE with the virtual machine's own error pending, which names the class or member that is missing.
+bool resolveIds(JNIEnv* env) {
+    pthread_mutex_lock(&idsMutex);
+    if (!idsResolved) {
+        JavaIds found{};
+        idsResolved = lookUpIds(env, found);
+        if (idsResolved) {
+            ids = found;
+        } else {
+            for (jclass kept : {found.exceptionClass, found.printerClass}) {
+                if (kept)
+                    env->DeleteGlobalRef(kept);
+            }
+        }
+    }
+    const bool resolved = idsResolved;
+    pthread_mutex_unlock(&idsMutex);
+    return resolved;
+}
+
+// Opens the catalogue for a process that has not done so. A damaged one must not end or stall a virtual machine: its
+// fatal reports return at once. Set every time, because HostInit clears it.
+void prepareCatalogue() {
+    static pthread_once_t once = PTHREAD_ONCE_INIT;
+    pthread_once(&once, [] {
+        if (!ErrUtlIsUp())
+            ErrMsgInit();
+    });
+    noHalt = TRUE;
+}
+
+// NULL with an OutOfMemoryError pending.
+jstring toJava(JNIEnv* env, Utf16Text& text) {
+    text.finish();
+    if (text.failed()) {
+        if (jclass const error = env->FindClass("java/lang/OutOfMemoryError")) {
+            env->ThrowNew(error, "no memory for a message");
+            env->DeleteLocalRef(error);
+        }
+        return nullptr;
+    }
+    constexpr jchar nothing = 0;
+    return env->NewString(text.size() > 0 ? text.data() : &nothing, static_cast<jsize>(text.size()));
+}
+
+// The report under way on this thread: the catalogue's callbacks carry no argument of ours.
+struct Report {
+    JNIEnv* env;
+    jobject printer;
+    Utf16Text text;
+};
+thread_local Report* report;
+
+void collect(const char* text) {
+    report->text.appendUtf8(text);
+}
+
+void printIdentifier(ErrMsgPrinterFuncType* printer, OopType object) {
+    char text[16];
+    snprintf(text, sizeof text, "%lu", static_cast<unsigned long>(object));
+    printer(text);
+}
+
+void printObject(ErrMsgPrinterFuncType* printer, OopType object) {
+    JNIEnv* const env = report->env;
+    // After a failure of the Java printer the rest is only gone through.
+    if (!report->printer || env->ExceptionCheck()) {
+        printIdentifier(printer, object);
+        return;
+    }
+    // The Java printer may ask for a report of its own.
+    Report* const outer = report;
+    auto* const shown =
+        static_cast<jstring>(env->CallObjectMethod(outer->printer, ids.print, static_cast<jlong>(object)));
+    report = outer;
+    if (env->ExceptionCheck())
+        return;
+    if (!shown) {
+        printIdentifier(printer, object);
+        return;
+    }
+    const jsize length = env->GetStringLength(shown);
+    if (jchar* const place = report->text.extend(static_cast<size_t>(length)))
+        env->GetStringRegion(shown, 0, length, place);
+    env->DeleteLocalRef(shown);
+}
+
+void readMessage(JNIEnv* env, jobject error, KciErrSType& record) {
+    auto* const message = static_cast<jstring>(env->GetObjectField(error, ids.message));
+    if (!message)
+        return;
+    jchar units[KCI_ERR_MESSAGE_SIZE];
+    const jsize count = std::min(env->GetStringLength(message), static_cast<jsize>(KCI_ERR_MESSAGE_SIZE));
+    env->GetStringRegion(message, 0, count, units);
+    utf16ToUtf8(units, static_cast<size_t>(count), record.message, sizeof record.message);
+    env->DeleteLocalRef(message);
+}
+
+void readArguments(JNIEnv* env, jobject error, KciErrSType& record) {
+    record.argCount = 0;
+    auto* const args = static_cast<jlongArray>(env->GetObjectField(error, ids.args));
+    if (!args)
+        return;
+    jlong values[KCI_ERR_MAX_ARGS];
+    const jsize count = std::clamp<jsize>(
+        std::min<jsize>(env->GetIntField(error, ids.argCount), env->GetArrayLength(args)), 0, KCI_ERR_MAX_ARGS);
+    env->GetLongArrayRegion(args, 0, count, values);
+    env->DeleteLocalRef(args);
+    for (jsize i = 0; i < count; ++i)
+        record.args[i] = static_cast<OopType>(values[i]);
+    record.argCount = count;
+}
+
+KciErrSType readError(JNIEnv* env, jobject error) {
+    KciErrSType record{};
+    record.category = static_cast<OopType>(env->GetLongField(error, ids.category));
+    record.number = env->GetIntField(error, ids.number);
+    record.context = static_cast<OopType>(env->GetLongField(error, ids.context));
+    record.fatal = env->GetBooleanField(error, ids.fatal) ? TRUE : FALSE;
+    readMessage(env, error, record);
+    readArguments(env, error, record);
+    return record;
+}
+
+} // namespace
+
+TMQKCI_C_BEGIN
+
+TMQKCI_API jstring Java_com_kestrune_tmqkci_KciMessages_text(JNIEnv* env, jclass, jlong category, jint number) {
+    prepareCatalogue();
+    ErrMsgStrType message;
+    ErrMsgToTxt(static_cast<OopType>(category), number, message, sizeof message);
+    Utf16Text text;
+    text.appendUtf8(message);
+    return toJava(env, text);
+}
+
+TMQKCI_API jstring Java_com_kestrune_tmqkci_KciMessages_render(JNIEnv* env, jclass, jobject error, jint errorNumber,
+                                                               jboolean displayOops, jint errorsInProgress,
+                                                               jobject printer) {
+    if (!resolveIds(env))
+        return nullptr;
+    prepareCatalogue();
+    const KciErrSType record = readError(env, error);
+    Report here{env, printer, {}};
+    Report* const outer = report;
+    report = &here;
+    ErrMsgWriteError(collect, printObject, &record, errorNumber, displayOops ? TRUE : FALSE, errorsInProgress);
+    report = outer;
+    return env->ExceptionCheck() ? nullptr : toJava(env, here.text);
+}
+
+TMQKCI_C_END

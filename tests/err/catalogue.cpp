@@ -1,0 +1,43 @@
+#include "err/catalogue.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+
+TempFolder::TempFolder() {
+    char pattern[] = "/tmp/errmsg-test-XXXXXX";
+    folder = mkdtemp(pattern);
+}
+
+TempFolder::~TempFolder() {
+    std::filesystem::remove_all(folder);
+}
+
+std::string TempFolder::write(const std::string& name, const std::string& contents) const {
+    std::ofstream(path(name), std::ios::binary) << contents;
+    return path(name);
+}
+
+std::string compileText(const std::string& text, const errmsgc::Transform& transform) {
+    const TempFolder folder;
+    std::vector<errmsgc::Entry> entries;
+    EXPECT_TRUE(errmsgc::readCatalogue(folder.write("catalogue.msg", text), entries));
+    return errmsgc::buildImage(entries, transform);
+}
+
+OpenCatalogue::OpenCatalogue(const std::string& image) : name(folder.write("messages.err", image)) {
+    setenv("KESTRUNE_LANG", name.c_str(), 1);
+    ErrMsgInit();
+}
+
+uint32_t wordAt(const std::string& image, size_t position) {
+    uint32_t value = 0;
+    memcpy(&value, image.data() + position, sizeof value);
+    return value;
+}
+
+void setWord(std::string& image, size_t position, uint32_t value) {
+    memcpy(image.data() + position, &value, sizeof value);
+}

@@ -1,0 +1,53 @@
+// Message files for tests: in a folder of their own, opened as the process's catalogue.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "errmsg.h"
+#include "errmsgc/source.h"
+
+inline constexpr errmsgc::Transform littleEndian{0, 1, 2, 3};
+inline constexpr errmsgc::Transform bigEndian{3, 2, 1, 0};
+inline constexpr errmsgc::Transform mixedEndian{2, 3, 0, 1};
+
+// A folder that goes with the object.
+class TempFolder {
+public:
+    TempFolder();
+    ~TempFolder();
+    TempFolder(const TempFolder&) = delete;
+    TempFolder& operator=(const TempFolder&) = delete;
+
+    std::string path(const std::string& name) const { return folder + "/" + name; }
+    // Writes a file and returns its path.
+    std::string write(const std::string& name, const std::string& contents) const;
+
+private:
+    std::string folder;
+};
+
+// Compiles the text of a catalogue, which must be good.
+std::string compileText(const std::string& text, const errmsgc::Transform& transform = littleEndian);
+
+// Opens a message file, given as its bytes, as the process's catalogue.
+class OpenCatalogue {
+public:
+    explicit OpenCatalogue(const std::string& image);
+    ~OpenCatalogue() { ErrMsgShutdown(); }
+
+    const TempFolder folder;
+    const std::string name;
+};
+
+// The little-endian number at a position of an image, to be looked at and changed.
+uint32_t wordAt(const std::string& image, size_t position);
+void setWord(std::string& image, size_t position, uint32_t value);
+
+// ErrMsgSymToText with a buffer of the usual size.
+template <class... Args>
+std::string message(const char* sym, const char* kinds, Args... args) {
+    ErrMsgStrType text;
+    ErrMsgSymToText(sym, text, sizeof text, kinds, args...);
+    return text;
+}

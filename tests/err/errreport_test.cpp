@@ -1,0 +1,142 @@
+// Reports of client errors, and the banner lines.
+#include <cstring>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "err/catalogue.h"
+#include "vermsg.h"
+
+namespace {
+
+std::vector<std::string> pieces;
+void collect(const char* text) {
+    pieces.emplace_back(text);
+}
+void showObject(ErrMsgPrinterFuncType* printer, OopType object) {
+    printer(("<" + std::to_string(object) + ">").c_str());
+}
+
+KciErrSType makeError(const char* text) {
+    KciErrSType error{3613, 2010, 20, {}, {100, 4294967295u}, 2, FALSE};
+    snprintf(error.message, sizeof error.message, "%s", text);
+    return error;
+}
+
+std::string report(const KciErrSType& error, int errorNum, BoolType displayOops, int errsInProgress) {
+    pieces.clear();
+    ErrMsgWriteError(collect, showObject, &error, errorNum, displayOops, errsInProgress);
+    std::string all;
+    for (const std::string& piece : pieces)
+        all += piece;
+    return all;
+}
+
+const std::string rule = "-----------------------------------------------------\n";
+
+TEST(ErrMsgWriteError, RendersEveryVariant) {
+    const OpenCatalogue catalogue(compileText(
+        "errmsg.line1(1 2):E %d/%d\nerrmsg.line1a:E\nerrmsg.line1b:fatal\nerrmsg.line1c:mild\nerrmsg.line3b:int\n"
+        "errmsg.line3c:fint\nerrmsg.line3d:sys\nerrmsg.line3e:user\nerrmsg.line3f(1 2 3):C %d %s N %d\n"
+        "errmsg.line3g(1 2):%s N %d\nerrmsg.line3h(1):A %d\nerrmsg.line3i(1): X %d\nerrmsg.line4(1):Arg %d: \n"));
+    KciErrSType error = makeError("two\nlines");
+    EXPECT_EQ(report(error, 1, FALSE, 1), rule + "E                       mild\ntwo\nlines\n"
+                                                 "sys N 2010              A 2\nArg 1: <100>\nArg 2: <4294967295>\n");
+    const std::vector<std::string> expected = {rule,      "E                       mild",
+                                               "\n",      "two",
+                                               "\n",      "lines",
+                                               "\n",      "sys N 2010              A 2",
+                                               "\n",      "Arg 1: ",
+                                               "<100>",   "\n",
+                                               "Arg 2: ", "<4294967295>",
+                                               "\n"};
+    EXPECT_EQ(pieces, expected);
+    error.fatal = TRUE;
+    error.argCount = 0;
+    error.number = 2183;
+    EXPECT_EQ(report(error, 2, TRUE, 3), rule + "E 2/3                   fatal\ntwo\nlines\n"
+                                                "C 3613 int N 2183       A 0 X 20\n");
+    error.number = 4126;
+    EXPECT_NE(report(error, 1, FALSE, 1).find("\nfint N 4126"), std::string::npos);
+    error.category = 0xFFFFFFFFu;
+    error.argCount = 12;
+    memset(error.message, 'm', sizeof error.message);
+    const std::string full = report(error, 1, TRUE, 1);
+    EXPECT_NE(full.find("\nC -1 user N 4126        A 12 X 20\n"), std::string::npos) << full;
+    EXPECT_NE(full.find("Arg 10: "), std::string::npos);
+    EXPECT_EQ(full.find("Arg 11: "), std::string::npos);
+    EXPECT_NE(full.find("\n" + std::string(80, 'm') + "\nm\nC"), std::string::npos) << full;
+    error.argCount = -1;
+    EXPECT_EQ(report(error, 1, TRUE, 1).find("Arg"), std::string::npos);
+}
+
+TEST(ErrMsgWriteError, WithoutCatalogueIsBracketed) {
+    EXPECT_EQ(report(makeError(""), 1, FALSE, 2),
+              rule +
+                  "[errmsg.line1 1 2]      [errmsg.line1c]\n\n[errmsg.line3g [errmsg.line3d] 2010][errmsg.line3h 2]\n"
+                  "[errmsg.line4 1]<100>\n[errmsg.line4 2]<4294967295>\n");
+}
+
+TEST(ErrMsgWriteError, WrapsLines) {
+    const auto a = [](size_t count) { return std::string(count, 'a'); };
+    struct Case {
+        std::string text;
+        std::vector<std::string> lines;
+    };
+    const Case cases[] = {
+        {"", {""}},
+        {"\n", {"", ""}},
+        {"text\n", {"text", ""}},
+        {a(80), {a(80)}},
+        {a(81), {a(80), "a"}},
+        {a(80) + "\nb", {a(80), "b"}},
+        {a(80) + " b", {a(80), "b"}},
+        {a(64) + " b", {a(64) + " b"}},
+        {a(65) + " b", {a(65), "b"}},
+        {a(65) + "  b", {a(65), " b"}},
+        {a(79) + "\1b", {a(79) + "\1", "b"}},
+        {a(78) + "\1b", {a(78) + "\1", "b"}},
+        {a(77) + "\t\r\a" + "b", {a(77) + "\t\r\a", "b"}},
+        {a(78) + "\x7F"
+                 "b",
+         {a(78) + "\x7F", "b"}},
+        {a(79) + "\xC3"
+                 "b",
+         {a(79) + "\xC3", "b"}},
+    };
+    for (const Case& c : cases) {
+        KciErrSType error = makeError(c.text.c_str());
+        error.argCount = 0;
+        report(error, 1, FALSE, 1);
+        // The rule, line one and its end come first, line three and its end last.
+        std::vector<std::string> lines(pieces.begin() + 3, pieces.end() - 2);
+        std::vector<std::string> expected;
+        for (const std::string& line : c.lines) {
+            expected.push_back(line);
+            expected.push_back("\n");
+        }
+        EXPECT_EQ(lines, expected) << c.text;
+    }
+}
+
+TEST(VerMessage, WritesPlainLines) {
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* const f = open_memstream(&text, &size);
+    VerLeadingEdge(f);
+    VerMessage(f, "100% plain");
+    VerMessage(f, "ended\n");
+    VerCenteredMessage(f, "middle");
+    VerCenteredMessage(f, std::string(100, 'w').c_str());
+    VerEndEdge(f);
+    fflush(f);
+    const std::string edge(78, '_');
+    EXPECT_EQ(std::string(text), edge + "\n100% plain\nended\n" + std::string(36, ' ') + "middle\n" +
+                                     std::string(100, 'w') + "\n" + edge + "\n");
+    VerInfo(f);
+    fclose(f);
+    EXPECT_NE(strstr(text, "3.1.3"), nullptr);
+    free(text);
+}
+
+} // namespace

@@ -1,0 +1,455 @@
+// The fault handler in the real library, whose faults it tells from others'.
+#include "hostfault.h"
+
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <csetjmp>
+#include <csignal>
+#include <cstring>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <thread>
+#include <ucontext.h>
+#include <unistd.h>
+#include <vector>
+
+#include "host/faulttools.h"
+#include "host/unixiosignal.h"
+#include "hostdebug.h"
+#include "hostsignal.h"
+#include "hosttime.h"
+#include "syserror.h"
+#include "utlhost.h"
+
+namespace {
+// What abort, replaced below for recursion into the handler, does before it aborts: so many faults.
+std::atomic<int> faultsInAbort;
+
+void unblock(int sig) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, sig);
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+}
+
+void keptHandler(int) {}
+
+TEST(Install, TakesOverInTheDocumentedManner) {
+    struct Case {
+        int sig;
+        enum { ignored, taken, takenNoRestart, kept } outcome;
+    };
+    const auto check = [](const std::vector<Case>& cases) {
+        for (const auto& [sig, outcome] : cases) {
+            SCOPED_TRACE(sig);
+            const struct sigaction action = actionOf(sig);
+            if (outcome == Case::ignored || outcome == Case::kept) {
+                EXPECT_EQ(action.sa_handler, outcome == Case::ignored ? SIG_IGN : keptHandler);
+                continue;
+            }
+            EXPECT_EQ(action.sa_sigaction, HostFaultHandler);
+            EXPECT_EQ(action.sa_flags & (SA_SIGINFO | SA_RESTART | SA_ONSTACK | SA_NODEFER),
+                      outcome == Case::taken ? SA_SIGINFO | SA_RESTART : SA_SIGINFO);
+            EXPECT_TRUE(sigismember(&action.sa_mask, SIGUSR2) && sigismember(&action.sa_mask, SIGSEGV));
+        }
+    };
+    const ChildResult fresh = runInChild([&] {
+        install();
+        check({{SIGPIPE, Case::ignored},
+               {SIGHUP, Case::ignored},
+               {SIGQUIT, Case::taken},
+               {SIGILL, Case::taken},
+               {SIGFPE, Case::taken},
+               {SIGABRT, Case::taken},
+               {SIGBUS, Case::taken},
+               {SIGSEGV, Case::taken},
+               {SIGTERM, Case::takenNoRestart},
+               {SIGUSR1, Case::taken},
+               {SIGCHLD, Case::taken},
+               {SIGXFSZ, Case::taken},
+               {SIGXCPU, Case::taken}});
+        hostUnInstallFaultHandler();
+        for (const int sig : {SIGQUIT, SIGFPE, SIGSEGV, SIGTERM, SIGCHLD, SIGXCPU})
+            EXPECT_EQ(actionOf(sig).sa_handler, SIG_DFL);
+        EXPECT_EQ(actionOf(SIGPIPE).sa_handler, SIG_IGN);
+        install(); // once per process
+        EXPECT_EQ(actionOf(SIGSEGV).sa_handler, SIG_DFL);
+    });
+    EXPECT_EQ(fresh.exitStatus, 0) << fresh.out;
+    const ChildResult occupied = runInChild([&] {
+        for (const int sig : {SIGPIPE, SIGHUP, SIGFPE, SIGCHLD, SIGSEGV})
+            setPlain(sig, keptHandler);
+        install();
+        check({{SIGPIPE, Case::kept},
+               {SIGHUP, Case::kept},
+               {SIGFPE, Case::kept},
+               {SIGCHLD, Case::kept},
+               {SIGSEGV, Case::taken}});
+    });
+    EXPECT_EQ(occupied.exitStatus, 0) << occupied.out;
+}
+
+TEST(Install, FamilyOfInstallers) {
+    const ChildResult child = runInChild([] {
+        UnixIoSignalHandlerFuncType* const handler = HostFaultHandler;
+        struct sigaction previous = {};
+        const auto flags = [] { return actionOf(SIGUSR2).sa_flags & ~0x04000000; }; // SA_RESTORER is the kernel's
+        UNIXIO_DO_SIGNAL_(SIGUSR2, handler, &previous, SA_ONSTACK);
+        EXPECT_EQ(previous.sa_handler, SIG_DFL);
+        EXPECT_EQ(flags(), SA_SIGINFO | SA_RESTART | SA_ONSTACK);
+        UNIXIO_DO_SIGNAL(SIGUSR2, handler, &previous);
+        EXPECT_EQ(previous.sa_sigaction, handler);
+        EXPECT_EQ(flags(), SA_SIGINFO | SA_RESTART);
+        UNIXIO_DO_SIGNAL_noRestart(SIGUSR2, handler, nullptr);
+        EXPECT_EQ(flags(), SA_SIGINFO);
+        UNIXIO_DO_SIGNAL_1ARG(
+            SIGUSR2, [](int) {}, nullptr);
+        EXPECT_EQ(flags(), SA_RESTART);
+        UNIXIO_DO_SIGNAL(SIGUSR2, unixioPlain(SIG_IGN), nullptr);
+        EXPECT_EQ(actionOf(SIGUSR2).sa_handler, SIG_IGN);
+        UNIXIO_DO_SIGNAL(SIGKILL, handler, nullptr);
+    });
+    EXPECT_TRUE(has(child.out, "^sigaction failed for sig 9 with errno 22\nUTL_GUARANTEE failure in file hostunix at "
+                               "line [0-9]+\n$"))
+        << child.out;
+}
+
+TEST(Interrupts, KeyboardAndBlocking) {
+    const ChildResult child = runInChild([] {
+        HostEnableKbInt([](int) { say("int "); });
+        raise(SIGINT);
+        setPlain(SIGINT, SIG_IGN);
+        HostEnableKbInt([](int) { say("wrong"); });
+        raise(SIGINT);
+        HostIgnoreSigIo();
+        HostIgnoreSigTerm();
+        raise(SIGIO);
+        raise(SIGTERM);
+        setPlain(SIGUSR2, [](int) { say("usr2 "); });
+        errno = 7;
+        HostDisableInterrupts();
+        raise(SIGUSR2);
+        say("blocked ");
+        HostDisableInterrupts();
+        HostEnableInterrupts();
+        EXPECT_EQ(errno, 7);
+    });
+    EXPECT_EQ(child.err, "int blocked usr2 ");
+    EXPECT_EQ(child.exitStatus, 0) << child.out;
+}
+
+// The handler that was there before: opens the page at fault, and looks at how it was called.
+char* closedPage;
+sigset_t maskInside;
+siginfo_t* infoInside;
+void* contextInside;
+uintptr_t stackInside;
+
+void openClosedPage(int, siginfo_t* info, void* context) {
+    stackInside = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+    infoInside = info;
+    contextInside = context;
+    pthread_sigmask(SIG_BLOCK, nullptr, &maskInside);
+    mprotect(closedPage, UtlGetPageSize(), PROT_READ | PROT_WRITE);
+    errno = ENOTTY;
+}
+
+void closePageAndFault() {
+    mprotect(closedPage, UtlGetPageSize(), PROT_NONE);
+    faultInCLibrary(closedPage);
+}
+
+TEST(Chaining, EarlierHandlerRunsUnderItsMask) {
+    struct Case {
+        int flags;
+        bool blocksItself;
+    };
+    for (const auto& [flags, blocksItself] : {Case{SA_SIGINFO, true}, Case{SA_SIGINFO | SA_NODEFER, false}}) {
+        const ChildResult child = runInChild([=] {
+            closedPage = newPage(PROT_NONE);
+            struct sigaction old = {};
+            old.sa_sigaction = openClosedPage;
+            old.sa_flags = flags;
+            sigaddset(&old.sa_mask, SIGUSR2);
+            sigaction(SIGSEGV, &old, nullptr);
+            install();
+            errno = EDOM;
+            for (int i = 0; i < 2; ++i)
+                closePageAndFault();
+            EXPECT_EQ(errno, EDOM);
+            EXPECT_EQ(infoInside->si_addr, closedPage);
+            EXPECT_NE(contextInside, nullptr);
+            EXPECT_EQ(sigismember(&maskInside, SIGSEGV), blocksItself);
+            EXPECT_TRUE(sigismember(&maskInside, SIGUSR2));
+            EXPECT_FALSE(sigismember(&maskInside, SIGINT));
+            sigset_t after;
+            pthread_sigmask(SIG_BLOCK, nullptr, &after);
+            EXPECT_FALSE(sigismember(&after, SIGUSR2));
+        });
+        EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+    }
+}
+
+TEST(Chaining, PlainAndOneShotDispositions) {
+    const ReportFolder folder;
+    const ChildResult child = runToItsEnd([] {
+        setPlain(SIGXFSZ, [](int) { say("one argument "); });
+        setAction(
+            SIGQUIT, [](int, siginfo_t*, void*) { say("once "); }, SA_SIGINFO | int(SA_RESETHAND));
+        setPlain(SIGILL, SIG_IGN);
+        install();
+        raise(SIGXFSZ);
+        siginfo_t info = arrival(SIGILL, ILL_ILLOPC);
+        HostFaultHandler(SIGILL, &info, nullptr);
+        say("ignored ");
+        raise(SIGQUIT);
+        raise(SIGQUIT);
+    });
+    EXPECT_TRUE(has(child.err, "^one argument ignored once \n\nKS Signal Handler: Unhandled signal 3, SIGQUIT "))
+        << child.err;
+    EXPECT_EQ(child.exitStatus, 3);
+}
+
+TEST(Chaining, FaultsOfThisLibraryAreNotPassedOn) {
+    const ReportFolder folder;
+    const ChildResult child = runToItsEnd([] {
+        setAction(SIGSEGV, [](int, siginfo_t*, void*) { say("earlier handler\n"); });
+        install();
+        faultInLibrary();
+    });
+    // It is only called on the way out.
+    EXPECT_TRUE(
+        has(child.err, "Unhandled signal 11, SIGSEGV Received at [0-9]+ \n[^]*earlier handler\n\nBegin attempt"))
+        << child.err;
+    EXPECT_EQ(child.exitStatus, 3);
+}
+
+#if !defined(__SANITIZE_ADDRESS__)
+TEST(Chaining, NeedsLittleStack) {
+    const ChildResult child = runInChild([] {
+        closedPage = newPage(PROT_NONE);
+        setAction(SIGSEGV, openClosedPage);
+        const auto depth = [] {
+            closePageAndFault();
+            const auto* context = static_cast<ucontext_t*>(contextInside);
+            return static_cast<uintptr_t>(context->uc_mcontext.gregs[REG_ESP]) - stackInside;
+        };
+        const uintptr_t direct = depth();
+        install();
+        const uintptr_t chained = depth();
+        EXPECT_LT(chained - direct, 1024U);
+        printf("a chained fault needs %u bytes of stack, %u of them for the chaining\n", unsigned(chained),
+               unsigned(chained - direct));
+    });
+    EXPECT_EQ(child.exitStatus, 0) << child.out;
+    fputs(child.out.c_str(), stdout);
+}
+#endif
+
+TEST(Chaining, ManyThreadsAtOnceAreNoRecursion) {
+    const ChildResult child = runInChild([] {
+        constexpr int threads = 8;
+        static std::atomic<int> inside;
+        static thread_local char* page;
+        setAction(SIGSEGV, [](int, siginfo_t*, void*) {
+            ++inside;
+            while (inside < threads)
+                HostMilliSleep(1);
+            mprotect(page, UtlGetPageSize(), PROT_READ);
+        });
+        install();
+        std::vector<std::thread> all;
+        for (int i = 0; i < threads; ++i) {
+            all.emplace_back([] {
+                page = newPage(PROT_NONE);
+                faultInCLibrary(page);
+            });
+        }
+        for (std::thread& thread : all)
+            thread.join();
+        EXPECT_EQ(inside, threads);
+    });
+    EXPECT_EQ(child.exitStatus, 0) << child.err;
+}
+
+TEST(Recursion, LimitsOnOneThread) {
+    struct Case {
+        int faultsOfAbort; // 0: the third activation aborts for good, 1: the fourth does, 2: the fifth ends the process
+        int signal;
+        int exitStatus;
+    };
+    for (const Case& c : {Case{0, SIGABRT, -1}, Case{1, SIGABRT, -1}, Case{2, 0, 2}}) {
+        const ChildResult child = runToItsEnd([&] {
+            faultsInAbort = c.faultsOfAbort;
+            setAction(
+                SIGSEGV, [](int, siginfo_t*, void*) { say("fault in handler\n"), jumpToNowhere(); },
+                SA_SIGINFO | SA_NODEFER);
+            install();
+            jumpToNowhere();
+        });
+        EXPECT_EQ(child.err, "fault in handler\nfault in handler\nKS signal handler: Recursive SEGV detected, "
+                             "attempting to dump core\n");
+        EXPECT_EQ(child.signal, c.signal);
+        EXPECT_EQ(child.exitStatus, c.exitStatus);
+    }
+}
+
+sigjmp_buf escape;
+
+TEST(Recursion, JumpsOutOfAHandlerDoNotCount) {
+    const ChildResult child = runInChild([] {
+        setAction(SIGSEGV, [](int, siginfo_t*, void*) { siglongjmp(escape, 1); });
+        install();
+        static int count;
+        sigsetjmp(escape, 1);
+        if (++count < 10)
+            jumpToNowhere();
+    });
+    EXPECT_EQ(child.exitStatus, 0) << child.err;
+}
+
+TEST(ExitModes, EndAtOnce) {
+    struct Case {
+        const char* name;
+        void (*provoke)();
+        const char* err;
+    };
+    const std::array<Case, 3> cases{{
+        {"fault", [] { HostExitOnFault(), jumpToNowhere(); },
+         "^\n\\*\\*\\* Received signal 11 \\(SIGSEGV\\) at [0-9]+ \\*\\*\\*.\nGoodbye.\n$"},
+        {"sent", [] { HostExitOnFault(), raise(SIGILL); },
+         "^KS signal handler: signal 4 [^]*\n\n\\*\\*\\* Received signal 4 \\(SIGILL\\) at [0-9]+ "
+         "\\*\\*\\*.\nGoodbye.\n$"},
+        {"guard page",
+         [] {
+             char* page = newPage(PROT_READ | PROT_WRITE);
+             HostProtectPage(
+                 page, [](char*, char*) { return BoolType(TRUE); }, nullptr);
+             HostExitOnGuardPageAccess();
+             touch(page);
+         },
+         "^\n\\*\\*\\* Kestrune detected a SIGSEGV caused by an attempt to access guard page address 0x[0-9a-f]+.  "
+         "time=[0-9]+ \\*\\*\\*.\nGoodbye.\n$"},
+    }};
+    for (const Case& c : cases) {
+        const ChildResult child = runToItsEnd([&] { install([] { say("flushed"); }), c.provoke(); });
+        EXPECT_TRUE(has(child.err, c.err)) << c.name << child.err;
+        EXPECT_EQ(child.exitStatus, 1);
+    }
+}
+
+TEST(GuardPages, OpenOnTouch) {
+    const ChildResult child = runInChild([] {
+        install();
+        static char *toldPage, *toldAddress;
+        const HostProtectHandlerFType allow = [](char* page, char* address) {
+            toldPage = page;
+            toldAddress = address;
+            return BoolType(TRUE);
+        };
+        char* const page = newPage(PROT_READ | PROT_WRITE);
+        EXPECT_TRUE(HostProtectPage(
+            page, [](char*, char*) { return BoolType(FALSE); }, nullptr));
+        EXPECT_TRUE(HostProtectPage(page, allow, nullptr)); // in its place
+        touch(page + 17);
+        EXPECT_EQ(toldPage, page);
+        EXPECT_EQ(toldAddress, page + 17);
+        EXPECT_FALSE(HostUnProtectPage(page)); // opened already
+        page[1] = 1;
+        EXPECT_TRUE(HostProtectPage(page, allow, nullptr));
+        page[UtlGetPageSize() - 1] = 2;
+        EXPECT_TRUE(HostProtectPage(page, allow, nullptr));
+        EXPECT_TRUE(HostUnProtectPage(page));
+        page[0] = 3;
+    });
+    EXPECT_EQ(child.exitStatus, 0) << child.out;
+    const std::string line = "\n\\[Debug\\]: Kestrune ignored signal SIGSEGV caused by attempted guard page access at "
+                             "address 0x[0-9a-f]+.  time=[0-9]+\n";
+    EXPECT_TRUE(has(child.err, "^" + line + line + "$")) << child.err;
+}
+
+TEST(GuardPages, SetupFailures) {
+    const ChildResult child = runInChild([] {
+        SysErrorSType err;
+        char expected[128];
+        char* const page = newPage(PROT_READ);
+        EXPECT_FALSE(HostProtectPage(page + 4, nullptr, &err));
+        snprintf(expected, sizeof expected, "Page pointer %p was not aligned on page boundary %ld.", page + 4,
+                 long(UtlGetPageSize()));
+        EXPECT_STREQ(err.errMsg, expected);
+        munmap(page, UtlGetPageSize());
+        EXPECT_FALSE(HostProtectPage(page, nullptr, &err));
+        snprintf(expected, sizeof expected, "mprotect(%p,%ld,PROT_NONE): Cannot allocate memory", page,
+                 long(UtlGetPageSize()));
+        EXPECT_STREQ(err.errMsg, expected);
+        EXPECT_FALSE(HostUnProtectPage(page));
+        for (int i = 0; i < 16; ++i)
+            EXPECT_TRUE(HostProtectPage(newPage(PROT_NONE), nullptr, &err));
+        EXPECT_FALSE(HostProtectPage(newPage(PROT_NONE), nullptr, &err));
+        EXPECT_STREQ(err.errMsg, "System only supports protecting 16 pages.");
+
+        char* const pages = newPage(PROT_NONE);
+        EXPECT_TRUE(HostBasicProtectPageReadOnly(pages, UtlGetPageSize()));
+        touch(pages);
+        EXPECT_TRUE(HostBasicUnprotectPage(pages, UtlGetPageSize()));
+        pages[0] = 1;
+        EXPECT_FALSE(HostBasicUnprotectPage(pages + 1, UtlGetPageSize()));
+        HostBasicProtectPageReadOnly(pages, 5);
+    });
+    EXPECT_EQ(child.exitStatus, 0);
+    EXPECT_TRUE(has(child.out, "^(UTL_GUARANTEE failure in file hostunix at line [0-9]+\n){2}$")) << child.out;
+}
+
+#if !defined(__SANITIZE_ADDRESS__)
+// While it is set, asking for memory is fatal.
+std::atomic<bool> noAllocation;
+
+TEST(SignalContext, AllocatesNothing) {
+    const ReportFolder folder(ReportFolder::Printer::fake);
+    const ChildResult child = runInChild([] {
+        closedPage = newPage(PROT_NONE);
+        setAction(SIGSEGV, openClosedPage);
+        install();
+        HostDelaySigExit([] {}, nullptr);
+        char* const page = newPage(PROT_NONE);
+        HostProtectPage(
+            page, [](char*, char*) { return BoolType(TRUE); }, nullptr);
+        noAllocation = true;
+        closePageAndFault();
+        touch(page);
+        raise(SIGUSR1);
+        raise(SIGCHLD);
+        raise(SIGTERM);
+        siginfo_t info = arrival(SIGXFSZ, SI_KERNEL);
+        HostFaultHandler(SIGXFSZ, &info, nullptr); // unhandled, reported, postponed
+        noAllocation = false;
+    });
+    EXPECT_EQ(child.exitStatus, 0) << child.err;
+    EXPECT_TRUE(has(child.err, "Unhandled signal 25, SIGXFSZ"));
+}
+#endif
+
+} // namespace
+
+// Replaces the C library's, for this program and the library.
+extern "C" void abort() noexcept {
+    unblock(SIGSEGV);
+    if (faultsInAbort-- > 0)
+        jumpToNowhere();
+    reinterpret_cast<void (*)()>(dlsym(RTLD_NEXT, "abort"))();
+    _exit(98);
+}
+
+#if !defined(__SANITIZE_ADDRESS__)
+extern "C" void* __libc_malloc(size_t size);
+extern "C" void* malloc(size_t size) {
+    if (noAllocation) {
+        say("malloc in a signal handler\n");
+        _exit(97);
+    }
+    return __libc_malloc(size);
+}
+#endif

@@ -1,0 +1,124 @@
+#include "host/faulttools.h"
+
+#include <cstdlib>
+#include <dlfcn.h>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "hostatomic.h"
+#include "hostdebug.h"
+#include "hostsignal.h"
+#include "utlhost.h"
+
+namespace fs = std::filesystem;
+
+// The handlers under test are to meet the faults, not the sanitizer's.
+extern "C" const char* __asan_default_options();
+extern "C" const char* __asan_default_options() {
+    return "handle_segv=0:handle_sigbus=0:handle_abort=0:handle_sigill=0:handle_sigfpe=0:detect_leaks=0";
+}
+
+ReportFolder::ReportFolder(Printer printer) {
+    char name[] = "/tmp/faultsXXXXXX";
+    if (mkdtemp(name) == nullptr)
+        abort();
+    path_ = name;
+    fs::create_directory(path_ + "/bin");
+    if (printer != Printer::none) {
+        const std::string gstack = path_ + "/bin/gstack";
+        std::ofstream(gstack) << "#!/bin/sh\necho stack of $1\nsleep 0.2\n";
+        chmod(gstack.c_str(), printer == Printer::fake ? 0755 : 0644);
+    }
+    setenv("KESTRUNE", path_.c_str(), 1);
+    setenv("KS_CORE_TIME_OUT", "0", 1);
+    unsetenv("KESTRUNE_CHILD_DEBUG");
+    fs::current_path(path_);
+}
+
+ReportFolder::~ReportFolder() {
+    fs::current_path("/");
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+}
+
+ChildResult runToItsEnd(const std::function<void()>& body, const std::function<void(pid_t)>& whileItRuns,
+                        std::chrono::milliseconds timeOut) {
+    return runInChild(
+        [&] {
+            noHalt = FALSE;
+            rlimit limit;
+            getrlimit(RLIMIT_CORE, &limit);
+            constexpr rlim_t smallCore = 4 << 20;
+            limit.rlim_cur = std::min(limit.rlim_max, smallCore);
+            setrlimit(RLIMIT_CORE, &limit);
+            body();
+        },
+        whileItRuns, timeOut);
+}
+
+bool has(const std::string& text, const std::string& pattern) {
+    return std::regex_search(text, std::regex(pattern));
+}
+
+void touch(const void* address) {
+    asm volatile("movb (%0), %%al" : : "r"(address) : "eax");
+}
+
+void say(const char* text) {
+    HostSignalSafePrint(text);
+}
+
+struct sigaction actionOf(int sig) {
+    struct sigaction action = {};
+    sigaction(sig, nullptr, &action);
+    return action;
+}
+
+void setAction(int sig, void (*handler)(int, siginfo_t*, void*), int flags) {
+    struct sigaction action = {};
+    action.sa_sigaction = handler;
+    action.sa_flags = flags;
+    sigaction(sig, &action, nullptr);
+}
+
+void setPlain(int sig, sighandler_t disposition) {
+    signal(sig, disposition);
+}
+
+void install(HostFaultFuncType* flush) {
+    HostInstallFaultHandler(flush, nullptr);
+}
+
+char* newPage(int protection) {
+    return static_cast<char*>(mmap(nullptr, UtlGetPageSize(), protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+}
+
+// A fault whose instruction lies in the C library.
+void faultInCLibrary(const char* address) {
+    static size_t (*volatile length)(const char*) =
+        reinterpret_cast<size_t (*)(const char*)>(dlsym(RTLD_DEFAULT, "strlen"));
+    length(address);
+}
+
+void jumpToNowhere() {
+    void (*volatile nowhere)() = nullptr;
+    nowhere();
+}
+
+// Faults in the library itself.
+void faultInLibrary() {
+    HostAsmSyncCtrAdd(reinterpret_cast<int*>(64), 1);
+}
+
+siginfo_t arrival(int sig, int code, int error) {
+    siginfo_t info = {};
+    info.si_signo = sig;
+    info.si_code = code;
+    info.si_errno = error;
+    return info;
+}

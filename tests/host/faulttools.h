@@ -1,0 +1,53 @@
+// What the tests of faults, reports and core files share.
+#pragma once
+
+#include <csignal>
+#include <string>
+
+#include "hostfault.h"
+#include "support/child.h"
+
+// A folder of its own for a report: $KESTRUNE points to it, its bin/gstack prints "stack of <pid>", it is the working
+// folder, and a report waits for no debugger. Removed with everything in it.
+class ReportFolder {
+public:
+    enum class Printer { fake, none, notExecutable };
+    explicit ReportFolder(Printer printer = Printer::fake);
+    ~ReportFolder();
+    ReportFolder(const ReportFolder&) = delete;
+    ReportFolder& operator=(const ReportFolder&) = delete;
+
+    const std::string& path() const { return path_; }
+
+private:
+    std::string path_;
+};
+
+// runInChild with reports that end the process, and core files of limited size where the system allows any.
+ChildResult runToItsEnd(const std::function<void()>& body, const std::function<void(pid_t)>& whileItRuns = nullptr,
+                        std::chrono::milliseconds timeOut = std::chrono::milliseconds(20000));
+
+// Whether a text contains a match of the pattern (ECMAScript).
+bool has(const std::string& text, const std::string& pattern);
+
+// Writes to standard error, also from a handler.
+void say(const char* text);
+
+struct sigaction actionOf(int sig);
+void setAction(int sig, void (*handler)(int, siginfo_t*, void*), int flags = SA_SIGINFO);
+void setPlain(int sig, sighandler_t disposition);
+
+// HostInstallFaultHandler.
+void install(HostFaultFuncType* flush = nullptr);
+
+// What comes with a signal.
+siginfo_t arrival(int sig, int code, int error = 0);
+
+char* newPage(int protection);
+
+// Faults. The first loads from an address by an instruction of this file, the second by one of the C library; the last
+// happens in the library under test.
+void touch(const void* address);
+void faultInCLibrary(const char* address);
+void jumpToNowhere();
+void faultInLibrary();

@@ -1,0 +1,167 @@
+import java.io.RandomAccessFile;
+import java.nio.MappedByteBuffer;
+import java.nio.channels.FileChannel;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
+
+/** A virtual machine with the fault handler installed; the first argument says what it does. */
+public final class Faults {
+    static native void install();
+    static native int segvCount();
+    static native void faultInLibrary();
+    static native void faultInForeignCode();
+    static native void faultInTwoThreads();
+    static native void putFaultingHandler();
+    static native void postponeExits();
+    static native boolean isTermPending();
+    static native void keepSigChld();
+    static native void killFromOutside(int sig);
+
+    private int field = 1;
+    private static volatile Faults nothing;
+
+    public static void main(String[] args) throws Exception {
+        System.load(args[1]);
+        switch (args[0]) {
+            case "handler" -> putFaultingHandler();
+            case "children" -> children(1); // the virtual machine resets SIGCHLD before its first child
+            case "childrenkept" -> {
+                children(1);
+                keepSigChld();
+            }
+        }
+        install();
+        int argument = args.length > 2 ? Integer.parseInt(args[2]) : 0;
+        switch (args[0]) {
+            case "healthy" -> healthy(argument);
+            case "children", "childrenkept" -> System.out.println("children: " + children(60));
+            case "library" -> faultInLibrary();
+            case "foreign" -> faultInForeignCode();
+            case "two" -> faultInTwoThreads();
+            case "handler" -> faultInForeignCode();
+            case "postponed" -> waitForPostponedTerm(argument);
+            case "signal" -> waitForSignal(argument);
+            default -> throw new IllegalArgumentException(args[0]);
+        }
+        System.out.println("done");
+    }
+
+    private static void waitForSignal(int sig) throws Exception {
+        Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
+        killFromOutside(sig);
+        Thread.sleep(2000);
+    }
+
+    /** What an application does that wants its shutdown hooks to run. */
+    private static void waitForPostponedTerm(int sig) throws Exception {
+        postponeExits();
+        Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
+        killFromOutside(sig);
+        while (!isTermPending())
+            Thread.sleep(20);
+        System.exit(0);
+    }
+
+    private static void healthy(int checks) throws Exception {
+        System.out.println("null checks: " + (nullChecks(checks) == 8 * checks));
+        System.out.println("faults passed on: " + (segvCount() >= 7 * checks));
+        System.out.println("stack overflow: " + stackOverflow());
+        System.out.println("division: " + division());
+        System.out.println("truncated file: " + truncatedFile());
+        System.out.println("safepoints: " + safepoints());
+        System.out.println("children: " + children(20));
+    }
+
+    private static int nullChecks(int checks) throws InterruptedException {
+        int[] caught = new int[8];
+        List<Thread> threads = new ArrayList<>();
+        for (int i = 0; i < caught.length; ++i) {
+            int index = i;
+            threads.add(new Thread(() -> {
+                for (int n = 0; n < checks; ++n) {
+                    try {
+                        nothing.field++;
+                    } catch (NullPointerException e) {
+                        caught[index]++;
+                    }
+                }
+            }));
+        }
+        for (Thread thread : threads)
+            thread.start();
+        int sum = 0;
+        for (int i = 0; i < caught.length; ++i) {
+            threads.get(i).join();
+            sum += caught[i];
+        }
+        return sum;
+    }
+
+    private static int depth(int n) {
+        return depth(n + 1) + 1;
+    }
+
+    private static String stackOverflow() {
+        try {
+            return "none " + depth(0);
+        } catch (StackOverflowError e) {
+            return "caught";
+        }
+    }
+
+    private static String division() {
+        int caught = 0;
+        for (int i = 0; i < 20_000; ++i) {
+            try {
+                caught += i / (nothing == null ? 0 : 1);
+            } catch (ArithmeticException e) {
+                caught++;
+            }
+        }
+        return caught == 20_000 ? "caught" : "none";
+    }
+
+    private static String truncatedFile() throws Exception {
+        Path file = Files.createTempFile("faults", "");
+        try (RandomAccessFile access = new RandomAccessFile(file.toFile(), "rw")) {
+            access.setLength(1 << 20);
+            MappedByteBuffer map = access.getChannel().map(FileChannel.MapMode.READ_ONLY, 0, 1 << 20);
+            access.setLength(0);
+            return "none " + map.get(1 << 19);
+        } catch (InternalError e) {
+            return "caught";
+        } finally {
+            Files.delete(file);
+        }
+    }
+
+    private static volatile boolean stop;
+
+    private static String safepoints() throws InterruptedException {
+        Thread spinner = new Thread(() -> {
+            long n = 0;
+            while (!stop)
+                n++;
+        });
+        spinner.start();
+        for (int i = 0; i < 20; ++i) {
+            System.gc();
+            Thread.getAllStackTraces();
+        }
+        stop = true;
+        spinner.join();
+        return "passed";
+    }
+
+    /** Whether waitFor gives the right exit status for children that end with 7. */
+    private static String children(int count) throws Exception {
+        int lost = 0;
+        for (int i = 0; i < count; ++i) {
+            if (new ProcessBuilder("/bin/sh", "-c", "exit 7").start().waitFor() != 7)
+                lost++;
+        }
+        return lost == 0 ? "right" : "some lost";
+    }
+}

@@ -1,0 +1,95 @@
+// Natives of Faults.java: they install the fault handler in a Java virtual machine and provoke faults.
+#include <atomic>
+#include <csignal>
+#include <jni.h>
+#include <pthread.h>
+#include <unistd.h>
+
+#include "hostatomic.h"
+#include "hostdebug.h"
+#include "hostfault.h"
+#include "hostsignal.h"
+
+namespace {
+std::atomic<int> segvCount;
+
+void countThenHandle(int sig, siginfo_t* info, void* context) {
+    ++segvCount;
+    HostFaultHandler(sig, info, context);
+}
+
+void faultHere() {
+    asm volatile("movl $0, 64");
+}
+
+// A handler that faults itself, in the place of the virtual machine's.
+void faultingHandler(int, siginfo_t*, void*) {
+    faultHere();
+}
+
+void* faultInThread(void* barrier) {
+    pthread_barrier_wait(static_cast<pthread_barrier_t*>(barrier));
+    faultHere();
+    return nullptr;
+}
+} // namespace
+
+extern "C" {
+JNIEXPORT void JNICALL Java_Faults_install(JNIEnv*, jclass) {
+    HostInstallFaultHandler(nullptr, nullptr);
+    UNIXIO_DO_SIGNAL(SIGSEGV, countThenHandle, nullptr);
+}
+
+JNIEXPORT jint JNICALL Java_Faults_segvCount(JNIEnv*, jclass) {
+    return segvCount;
+}
+
+JNIEXPORT void JNICALL Java_Faults_faultInLibrary(JNIEnv*, jclass) {
+    HostAsmSyncCtrAdd(reinterpret_cast<int*>(64), 1);
+}
+
+JNIEXPORT void JNICALL Java_Faults_faultInForeignCode(JNIEnv*, jclass) {
+    faultHere();
+}
+
+JNIEXPORT void JNICALL Java_Faults_faultInTwoThreads(JNIEnv*, jclass) {
+    pthread_barrier_t barrier;
+    pthread_barrier_init(&barrier, nullptr, 2);
+    pthread_t threads[2];
+    for (pthread_t& thread : threads)
+        pthread_create(&thread, nullptr, faultInThread, &barrier);
+    for (const pthread_t thread : threads)
+        pthread_join(thread, nullptr);
+}
+
+// Before install: what install finds and passes faults on to.
+JNIEXPORT void JNICALL Java_Faults_putFaultingHandler(JNIEnv*, jclass) {
+    struct sigaction action = {};
+    action.sa_sigaction = faultingHandler;
+    action.sa_flags = SA_SIGINFO | SA_NODEFER;
+    sigaction(SIGSEGV, &action, nullptr);
+}
+
+JNIEXPORT void JNICALL Java_Faults_postponeExits(JNIEnv*, jclass) {
+    HostDelaySigExit([] {}, nullptr);
+}
+
+JNIEXPORT jboolean JNICALL Java_Faults_isTermPending(JNIEnv*, jclass) {
+    return HostGetSigTerm_() != 0;
+}
+
+// Before install: the handler of another component, which install leaves alone.
+JNIEXPORT void JNICALL Java_Faults_keepSigChld(JNIEnv*, jclass) {
+    signal(SIGCHLD, [](int) {});
+}
+
+// Has another process send a signal, a moment later.
+JNIEXPORT void JNICALL Java_Faults_killFromOutside(JNIEnv*, jclass, jint sig) {
+    const pid_t target = getpid();
+    if (fork() == 0) {
+        usleep(200000);
+        kill(target, sig);
+        _exit(0);
+    }
+}
+}

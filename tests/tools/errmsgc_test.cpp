@@ -1,0 +1,161 @@
+// The message compiler as a user meets it: statuses, texts, files.
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <set>
+#include <sstream>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+#include "err/catalogue.h"
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string output; // standard output and standard error
+};
+
+Outcome errmsgc(const std::string& arguments) {
+    FILE* const pipe = popen((ERRMSGC " " + arguments + " 2>&1").c_str(), "re");
+    Outcome run{};
+    char buffer[4096];
+    for (size_t count; (count = fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+        run.output.append(buffer, count);
+    const int status = pclose(pipe);
+    run.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+std::string contentsOf(const std::string& name) {
+    std::stringstream text;
+    text << std::ifstream(name, std::ios::binary).rdbuf();
+    return text.str();
+}
+
+const char* const catalogue = "# comment\n\nb( 2 1 ) : two %s\\n\\\n%d\na:one\nc.bmhp:A\nc.cdfa:B\n";
+
+TEST(Errmsgc, CompilesListsAndLooksUpInEveryByteOrder) {
+    const TempFolder folder;
+    const std::string source = folder.write("catalogue.msg", catalogue);
+    for (const char* const order : {"", "--order little ", "--order big ", "--order mixed ", "--order 1032 "}) {
+        const std::string output = folder.path("out.err");
+        const Outcome compiled = errmsgc(order + ("-o " + output + " " + source));
+        EXPECT_EQ(compiled.status, 0);
+        EXPECT_EQ(compiled.output, "");
+        EXPECT_EQ(errmsgc("--list " + output).output, "b(2 1): two %s\\n%d\na:one\nc.bmhp:A\nc.cdfa:B\n");
+        EXPECT_EQ(errmsgc("--get b " + output).output, " two %s\n%d\n");
+        EXPECT_EQ(errmsgc("--get c.cdfa " + output).output, "B\n");
+        const Outcome missing = errmsgc("--get x " + output);
+        EXPECT_EQ(missing.status, 1);
+        EXPECT_EQ(missing.output, "errmsgc: " + output + " has no text for \"x\"\n");
+        const Outcome checked = errmsgc("--check " + output);
+        EXPECT_EQ(checked.status, 0);
+        EXPECT_EQ(checked.output, "");
+    }
+    struct stat status {};
+    EXPECT_EQ(stat(folder.path("out.err").c_str(), &status), 0);
+    const mode_t mask = umask(0);
+    umask(mask);
+    EXPECT_EQ(status.st_mode & 0777, 0666 & ~mask);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 2);
+}
+
+TEST(Errmsgc, PlacesKeysOnlyWhereTheyAreNeeded) {
+    const std::string image = compileText(catalogue);
+    const size_t begin = wordAt(image, 16);
+    std::set<std::string> keys;
+    for (size_t slot = 20; slot < 20 + 12 * wordAt(image, 12); slot += 12) {
+        if (wordAt(image, slot + 4) != 0)
+            keys.insert(image.c_str() + wordAt(image, slot + 4));
+    }
+    EXPECT_EQ(keys, (std::set<std::string>{"c.bmhp", "c.cdfa"}));
+    EXPECT_EQ(image.substr(begin), "b(2 1): two %s\\n%d\na:one\nc.bmhp:A\nc.cdfa:B\n");
+    EXPECT_EQ(memcmp(image.data(), "\xDE\xAD\xBE\xEF\3\2\1\0", 4), 0);
+}
+
+TEST(Errmsgc, RefusesFaultyCatalogues) {
+    const TempFolder folder;
+    struct Case {
+        std::string text;
+        std::string fault; // behind the file's name
+    };
+    const Case cases[] = {
+        {"a:x\n\na : y\n", " near line 3: symbol \"a\" already defined near line 1\n"},
+        {"a:x\nb(1:y\n", " near line 2: \")\" expected\n"},
+        {"a:x\\\n" + std::string(2050, 'y') + "\n", " near line 2: entry too long\n"},
+        {std::string("a:x\0y\n", 6), " near line 1: zero byte\n"},
+        {"a:x\nb:y\\\n", " near line 2: unexpected eof\n"},
+        {"a:x\nb:y\\", " near line 2: unexpected eof\n"},
+    };
+    const std::string output = folder.write("out.err", "kept");
+    for (const Case& c : cases) {
+        const std::string source = folder.write("catalogue.msg", c.text);
+        const Outcome run = errmsgc("-o " + output + " " + source);
+        EXPECT_EQ(run.status, 1);
+        EXPECT_EQ(run.output, source + c.fault);
+        EXPECT_EQ(contentsOf(output), "kept");
+    }
+    const std::string longest = folder.write("longest.msg", "a:\\\n" + std::string(2045, 'y') + "\n");
+    EXPECT_EQ(errmsgc("-o " + output + " " + longest).status, 0);
+    EXPECT_EQ(errmsgc("-o " + output + " " + folder.path("missing")).status, 1);
+    EXPECT_EQ(errmsgc("-o " + output + " " + folder.path("")).status, 1);
+    EXPECT_EQ(errmsgc("-o /nonexistent/out.err " + longest).status, 1);
+    const std::string empty = folder.write("empty.msg", "");
+    EXPECT_EQ(errmsgc("-o " + output + " " + empty).status, 0);
+    EXPECT_EQ(errmsgc("--check " + output).status, 0);
+}
+
+TEST(Errmsgc, RefusesWrongCommandLines) {
+    for (const char* const arguments :
+         {"", "file", "-o", "-o out", "--order 0122 -o out file", "--order 01234 -o out file", "--list",
+          "--list --check f", "--get f", "--check -o out f", "-o out one two", "--unknown f"})
+        EXPECT_EQ(errmsgc(arguments).status, 2) << arguments;
+    const Outcome help = errmsgc("--help");
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(help.output.starts_with("Usage: errmsgc"));
+    EXPECT_EQ(errmsgc("--help >/dev/full").status, 1);
+}
+
+TEST(Errmsgc, CheckFindsEveryKindOfDamage) {
+    const TempFolder folder;
+    const std::string good = compileText(catalogue);
+    const size_t end = 20 + 12 * wordAt(good, 12);
+    size_t keyed = 20, occupied = 20;
+    while (wordAt(good, keyed + 4) == 0)
+        keyed += 12;
+    while (wordAt(good, occupied + 8) == 0 || wordAt(good, occupied + 4) != 0)
+        occupied += 12;
+    struct Case {
+        size_t position;
+        uint32_t value;
+        const char* fault;
+    };
+    const Case cases[] = {
+        {0, 0, "the header is not valid"},
+        {12, 0x10000000, "reaches beyond the end"},
+        {16, 20, "the text begins at 20"},
+        {16, 0xFFFFFFFF, "the text begins at 4294967295"},
+        {keyed, 1, "the hash is not that of"},
+        {keyed + 4, 0, "shares its hash but has no key"},
+        {keyed + 4, 20, "the key is not"},
+        {occupied + 8, 0xFFFFFFF0, "no entry at 4294967280"},
+        {occupied + 8, static_cast<uint32_t>(end), "no entry at"},
+        {occupied, 1, "is not found by its hash"},
+    };
+    for (const Case& c : cases) {
+        std::string image = good;
+        setWord(image, c.position, c.value);
+        const Outcome run = errmsgc("--check " + folder.write("damaged.err", image));
+        EXPECT_EQ(run.status, 1) << c.fault;
+        EXPECT_NE(run.output.find(c.fault), std::string::npos) << run.output;
+        EXPECT_NE(errmsgc("--list " + folder.path("damaged.err")).status, -1);
+        EXPECT_NE(errmsgc("--get b " + folder.path("damaged.err")).status, -1);
+    }
+    for (size_t size = 0; size < good.size(); size += 7)
+        EXPECT_EQ(errmsgc("--check " + folder.write("cut.err", good.substr(0, size))).status, 1) << size;
+}
+
+} // namespace

@@ -1,0 +1,16 @@
+#include "failing_malloc.h"
+
+#include <cstdlib>
+
+MallocControl mallocControl;
+
+extern "C" void* __real_malloc(size_t size);
+extern "C" void* __wrap_malloc(size_t size) {
+    MallocControl& control = mallocControl;
+    ++control.calls;
+    control.lastSize = size;
+    if (control.failAt != 0 &&
+        (control.calls == control.failAt || (control.failFromThere && control.calls > control.failAt)))
+        return nullptr;
+    return __real_malloc(size);
+}

@@ -1,0 +1,259 @@
+#include "hash.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <deque>
+#include <gtest/gtest.h>
+#include <random>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "failing_malloc.h"
+#include "support/child.h"
+#include "utl.h"
+#include "utl/pearson.h"
+#include "utlheap.h"
+
+namespace {
+unsigned hashCalls;
+uint32_t hashNumber(const void* key) {
+    ++hashCalls;
+    return *static_cast<const uint32_t*>(key);
+}
+BoolType equalNumbers(const void* a, const void* b) {
+    return *static_cast<const uint32_t*>(a) == *static_cast<const uint32_t*>(b);
+}
+
+struct Numbers : HashTableSType {
+    explicit Numbers(BoolType copies = TRUE) {
+        HashTableInit(this, copies, sizeof(uint32_t), hashNumber, equalNumbers);
+    }
+    bool add(const uint32_t& number) { return HashTableInsert(this, HashTableLookup(this, &number), &number); }
+    bool has(uint32_t number) { return *HashTableLookup(this, &number) != nullptr; }
+    std::multiset<uint32_t> contents() {
+        std::multiset<uint32_t> found;
+        VoidPtrType* cursor = nullptr;
+        while (HashTableEnumerate(this, &cursor), cursor)
+            found.insert(*static_cast<uint32_t*>(*cursor));
+        return found;
+    }
+};
+
+TEST(HashTable, GrowsThroughThePrimes) {
+    Numbers table;
+    EXPECT_EQ(table.indexOfPrime, 5);
+    int32_t size = 37;
+    std::vector<int32_t> sizes{size};
+    for (uint32_t i = 0; i < 60000; ++i) {
+        const bool grows = table.numEntries >= table.tableSize / 2 && size != 65537;
+        hashCalls = 0;
+        ASSERT_TRUE(table.add(i * 2654435761U));
+        // One to look up; to grow: one for each old key and one to look up again.
+        ASSERT_EQ(hashCalls, grows ? i + 2 : 1);
+        ASSERT_EQ(grows, table.tableSize != size);
+        if (table.tableSize != size)
+            sizes.push_back(size = table.tableSize);
+        ASSERT_EQ(table.halfTableSize, size / 2);
+        ASSERT_EQ(table.quarterTableSize, size / 4);
+        ASSERT_EQ(table.endPtr - table.table, size);
+    }
+    EXPECT_EQ(sizes, (std::vector<int32_t>{37, 67, 131, 257, 521, 1031, 2053, 4099, 8209, 16411, 32771, 65537}));
+    for (uint32_t i = 0; i < 60000; ++i)
+        ASSERT_TRUE(table.has(i * 2654435761U));
+    HashTableClear(&table);
+    EXPECT_EQ(table.tableSize, 37);
+    EXPECT_EQ(table.numEntries, 0);
+}
+
+TEST(HashTable, LinearProbingAndTheHoleThatRemovalLeaves) {
+    Numbers table;
+    const std::array<uint32_t, 5> keys{35, 72, 36 + 37, 35 + 74, 1}; // slots 35, 36, 0 (wrapped), 1, 2
+    const std::array<int32_t, 5> slots{35, 36, 0, 1, 2};
+    for (size_t i = 0; i < keys.size(); ++i) {
+        EXPECT_EQ(HashTableLookup(&table, &keys[i]) - table.table, slots[i]);
+        table.add(keys[i]);
+    }
+    EXPECT_FALSE(HashTableRemove(&table, &table.table[3]));
+    EXPECT_TRUE(HashTableRemove(&table, &table.table[36]));
+    EXPECT_EQ(table.numEntries, 4);
+    // The keys beyond the hole are there and cannot be found until the table grows.
+    EXPECT_FALSE(table.has(36 + 37));
+    EXPECT_FALSE(table.has(35 + 74));
+    EXPECT_TRUE(table.has(35));
+    EXPECT_TRUE(table.has(1));
+    for (uint32_t i = 10; table.tableSize == 37; ++i)
+        table.add(i);
+    EXPECT_TRUE(table.has(36 + 37));
+    EXPECT_TRUE(table.has(35 + 74));
+}
+
+// Lookups between a lookup and its insertion, of other keys and of the same buffer with other contents.
+TEST(HashTable, InsertionAfterOtherLookups) {
+    Numbers table;
+    uint32_t buffer = 5;
+    VoidPtrType* posn = HashTableLookup(&table, &buffer);
+    const uint32_t other = 5 + 37;
+    EXPECT_EQ(HashTableLookup(&table, &other), posn);
+    buffer = 5 + 74;
+    EXPECT_EQ(HashTableLookup(&table, &buffer), posn);
+    buffer = 5;
+    EXPECT_TRUE(HashTableInsert(&table, posn, &buffer));
+    EXPECT_TRUE(table.has(5));
+    EXPECT_FALSE(table.has(other));
+    EXPECT_FALSE(table.has(5 + 74));
+}
+
+TEST(HashTable, FailedAllocations) {
+    Numbers table;
+    const auto failNext = [](unsigned nth) { mallocControl = {.failAt = nth}; };
+    failNext(1);
+    EXPECT_FALSE(table.add(3)); // the copy: counted all the same
+    EXPECT_EQ(table.numEntries, 1);
+    EXPECT_FALSE(table.has(3));
+    for (uint32_t i = 100; table.numEntries < 18; ++i)
+        EXPECT_TRUE(table.add(i));
+    failNext(1);
+    EXPECT_FALSE(table.add(4)); // the larger table: nothing has changed
+    EXPECT_EQ(table.numEntries, 18);
+    EXPECT_EQ(table.tableSize, 37);
+    EXPECT_EQ(table.indexOfPrime, 5);
+    EXPECT_TRUE(table.add(4));
+    EXPECT_EQ(table.tableSize, 67);
+
+    failNext(1);
+    Numbers empty;
+    EXPECT_EQ(empty.table, nullptr);
+    const uint32_t key = 9;
+    EXPECT_EQ(HashTableLookup(&empty, &key), nullptr);
+    EXPECT_TRUE(empty.contents().empty());
+    EXPECT_TRUE(HashTableInsert(&empty, nullptr, &key));
+    EXPECT_TRUE(empty.has(9));
+}
+
+TEST(HashTable, ClearReportsSurplusSlots) {
+    const ChildResult child = runInChild([] {
+        Numbers table;
+        for (uint32_t i = 0; i < 10; ++i)
+            table.add(i);
+        table.numEntries = 7;
+        HashTableClear(&table);
+        EXPECT_TRUE(table.contents().empty());
+        EXPECT_EQ(table.tableSize, 37);
+        EXPECT_EQ(UtlHeapSizeKB(), 0U); // the keys' copies are gone
+    });
+    EXPECT_EQ(child.out, "corrupt hash table\ncorrupt hash table\ncorrupt hash table\n");
+    EXPECT_EQ(child.exitStatus, 0);
+}
+
+// Against a model that places keys by the same rules without any shortcut.
+TEST(HashTable, RandomUseAgainstAModel) {
+    std::mt19937 random(3);
+    for (const BoolType copies : {FALSE, TRUE}) {
+        Numbers table(copies);
+        std::vector<const uint32_t*> model(37, nullptr);
+        std::deque<uint32_t> keys;
+        const auto probe = [&](uint32_t key) {
+            size_t index = key % model.size();
+            while (model[index] && *model[index] != key)
+                index = (index + 1) % model.size();
+            return index;
+        };
+        for (int i = 0; i < 50000; ++i) {
+            const uint32_t key = random() % 4000 * (1 + (random() % 8 == 0)) * 65599;
+            VoidPtrType* posn = HashTableLookup(&table, &key);
+            const size_t index = probe(key);
+            ASSERT_EQ(posn - table.table, static_cast<long>(index));
+            ASSERT_EQ(*posn != nullptr, model[index] != nullptr);
+            if (!*posn) {
+                keys.push_back(key);
+                ASSERT_TRUE(HashTableInsert(&table, posn, &keys.back()));
+                if (table.tableSize != static_cast<long>(model.size())) {
+                    std::vector<const uint32_t*> old(table.tableSize, nullptr);
+                    old.swap(model);
+                    for (const uint32_t* moved : old) {
+                        // No comparison: equal keys behind a hole stay apart.
+                        size_t at = moved ? *moved % model.size() : 0;
+                        while (moved && model[at])
+                            at = (at + 1) % model.size();
+                        if (moved)
+                            model[at] = moved;
+                    }
+                }
+                model[probe(key)] = &keys.back();
+            } else if (random() % 4 != 0) {
+                ASSERT_TRUE(HashTableRemove(&table, posn));
+                model[index] = nullptr;
+            }
+        }
+        std::multiset<uint32_t> expected;
+        for (const uint32_t* key : model) {
+            if (key)
+                expected.insert(*key);
+        }
+        ASSERT_EQ(table.contents(), expected);
+        ASSERT_EQ(table.numEntries, static_cast<long>(expected.size()));
+        HashTableClear(&table);
+        UtlFree(table.table);
+    }
+    UtlHeapCheck();
+    EXPECT_EQ(UtlHeapSizeKB(), 0U);
+}
+
+TEST(HashStrings, Values) {
+    const auto hash = [](std::string_view text, BoolType caseSensitive) {
+        return HashStrHash(reinterpret_cast<const ByteType*>(text.data()), static_cast<unsigned>(text.size()),
+                           caseSensitive);
+    };
+    EXPECT_EQ(hash("", TRUE), 0);
+    EXPECT_EQ(hash({"\0", 1}, TRUE), 49 * 65536 + 87 * 256 + 1);
+    EXPECT_EQ(hash("\xFE", TRUE), 1 * 65536 + 209 * 256 + 184);
+    // The three chains, one after the other.
+    const std::string text = "errmsg.Line4\x80\xFF";
+    int expected = 0;
+    for (int chain = 2; chain >= 0; --chain) {
+        uint8_t state = pearsonPermutation[static_cast<uint8_t>(text[0] + chain)];
+        for (size_t i = 1; i < text.size(); ++i)
+            state = pearsonPermutation[static_cast<uint8_t>(text[i]) ^ state];
+        expected = expected << 8 | state;
+    }
+    EXPECT_EQ(hash(text, TRUE), expected);
+    EXPECT_NE(hash(text, FALSE), expected);
+    EXPECT_EQ(hash("eRRmsg", FALSE), hash("ERRMSG", TRUE));
+    EXPECT_EQ(HashCStrHash(text.c_str()), expected);
+    std::array<bool, 256> seen{};
+    for (const uint8_t value : pearsonPermutation)
+        seen[value] = true;
+    EXPECT_EQ(std::count(seen.begin(), seen.end(), true), 256);
+
+    const auto dbHash = [](std::u16string_view wide, BoolType caseSensitive) {
+        return HashDbStrHash(reinterpret_cast<const ByteType*>(wide.data()), wide.size() * 2, caseSensitive);
+    };
+    EXPECT_EQ(dbHash(u"", TRUE), 0);
+    EXPECT_NE(dbHash(u"ab", TRUE), dbHash(u"ba", TRUE));
+    EXPECT_NE(dbHash(u"\x6141", TRUE), dbHash(u"\x4141", TRUE));
+    EXPECT_EQ(dbHash(u"Ab", FALSE), dbHash(u"aB", FALSE));
+    EXPECT_NE(dbHash(u"Ab", TRUE), dbHash(u"ab", TRUE));
+    EXPECT_NE(dbHash(u"\x0161", FALSE), dbHash(u"\x0141", FALSE)); // no letters of one byte
+
+    EXPECT_TRUE(HashCStrCompare("same", "same"));
+    EXPECT_FALSE(HashCStrCompare("same", "sam"));
+    EXPECT_FALSE(HashCStrCompare("", "x"));
+}
+
+TEST(Utl, MemcmpAndSwizzleTransforms) {
+    EXPECT_EQ(UtlMemcmp(nullptr, nullptr, 0), 0);
+    EXPECT_GT(UtlMemcmp("a\xFF", "a\x01", 2), 0);
+    struct Case {
+        std::array<ByteType, 4> transform;
+        std::array<ByteType, 2> shortTransform;
+        BoolType valid;
+    };
+    for (const Case& c :
+         {Case{{0, 1, 2, 3}, {0, 1}, TRUE}, Case{{3, 2, 1, 0}, {1, 0}, TRUE}, Case{{0, 1, 2, 2}, {0, 1}, FALSE},
+          Case{{0, 1, 2, 4}, {0, 1}, FALSE}, Case{{0, 1, 2, 35}, {0, 1}, FALSE}, Case{{0, 1, 2, 3}, {1, 1}, FALSE},
+          Case{{0, 1, 2, 3}, {0, 2}, FALSE}})
+        EXPECT_EQ(UtlValidateSwizzleTransforms(c.transform.data(), c.shortTransform.data()), c.valid);
+}
+} // namespace

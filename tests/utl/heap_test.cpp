@@ -1,0 +1,345 @@
+#include "utlheap.h"
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <random>
+#include <regex>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "failing_malloc.h"
+#include "support/child.h"
+#include "utl/heapchunk.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool addressSanitizer = true;
+#else
+constexpr bool addressSanitizer = false;
+#endif
+
+namespace {
+char* take(unsigned size, const char* reason = "test") {
+    return static_cast<char*>(UtlMalloc(size, reason));
+}
+
+HeapChunk& headerOf(void* block) {
+    return static_cast<HeapChunk*>(block)[-1];
+}
+
+// The number of guarantee failures that the heap reported; anything else on standard output counts as -1.
+int violationsIn(const ChildResult& child) {
+    static const std::regex line("UTL_GUARANTEE failure in file utlheap at line [1-9][0-9]*\n");
+    const std::string rest = std::regex_replace(child.out, line, "#");
+    return std::all_of(rest.begin(), rest.end(), [](char c) { return c == '#'; }) ? static_cast<int>(rest.size()) : -1;
+}
+
+TEST(UtlHeap, BlockLayout) {
+    char* block = take(10, "/a/b/src/utl/a_very_long_name.c");
+    const HeapChunk& header = headerOf(block);
+    EXPECT_EQ(mallocControl.lastSize, 12 + heapOverhead);
+    if (sizeof(void*) == 4) {
+        EXPECT_EQ(mallocControl.lastSize, 80U);
+        EXPECT_EQ(block - reinterpret_cast<const char*>(&header), 56);
+    }
+    EXPECT_STREQ(header.fName, "utl/a_very_long");
+    EXPECT_EQ(header.userSize, 10U);
+    const std::array<uint32_t, 3> guards{0x0102030E, 0x0102030E, 0x0102030E};
+    EXPECT_EQ(memcmp(header.guard, guards.data(), sizeof guards), 0);
+    EXPECT_EQ(memcmp(block + 12, guards.data(), sizeof guards), 0);
+    ASSERT_NE(header.ref, nullptr);
+    EXPECT_EQ(header.ref->c, &header);
+
+    void* named = UtlMallocF(1, 77, "plain_name_of_more_than_15");
+    EXPECT_STREQ(headerOf(named).fName, "plain_name_of_m");
+    EXPECT_EQ(headerOf(named).lineNum, 77);
+    EXPECT_EQ(headerOf(named).next, &header);
+    EXPECT_EQ(header.prev, &headerOf(named));
+    EXPECT_EQ(headerOf(named).num_mallocs, header.num_mallocs + 1);
+    void* nameless = UtlMalloc_(4, 5);
+    EXPECT_STREQ(headerOf(nameless).fName, "");
+    // The last record given back is the next one taken.
+    HeapChunkRef* ref = headerOf(named).ref;
+    UtlFree(named);
+    named = UtlMalloc_(1, 1);
+    EXPECT_EQ(headerOf(named).ref, ref);
+}
+
+TEST(UtlHeap, DamageIsReportedOnRelease) {
+    struct Case {
+        const char* name;
+        std::function<void(char*)> damage; // of a block of 10 bytes that has neighbours on both sides
+        int expected;
+    };
+    // Damaged front guards are reported twice: by the scan of the records and for the block.
+    const std::array<Case, 9> cases{{
+        {"none", [](char*) {}, 0},
+        {"within the rounded size", [](char* b) { b[11] = 1; }, 0},
+        {"one byte behind", [](char* b) { b[12] = 1; }, 1},
+        {"last guard byte behind", [](char* b) { b[23] = 0; }, 1},
+        {"one byte before", [](char* b) { b[-1] = 0; }, 2},
+        {"both sides", [](char* b) { b[-12] = b[12] = 0; }, 4},
+        {"link to the newer block", [](char* b) { headerOf(b).prev = reinterpret_cast<HeapChunk*>(8); }, 1},
+        {"link to the older block", [](char* b) { headerOf(b).next = nullptr; }, 1},
+        {"whole header", [](char* b) { memset(&headerOf(b), 0x5A, sizeof(HeapChunk)); }, 5},
+    }};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const ChildResult child = runInChild([&] {
+            take(5);
+            char* block = take(10);
+            take(3);
+            c.damage(block);
+            fflush(stdout);
+            UtlFree(block);
+            // What is left is whole again.
+            char* another = take(1);
+            UtlHeapCheck();
+            UtlFree(another);
+            EXPECT_EQ(UtlHeapSizeKB(), 0U);
+        });
+        EXPECT_EQ(violationsIn(child), c.expected) << child.out;
+        EXPECT_EQ(child.exitStatus, 0);
+    }
+}
+
+TEST(UtlHeap, PointersThatAreNoLiveBlocksAreReportedAndLeftAlone) {
+    static std::array<char, 1024> foreign;
+    const ChildResult child = runInChild([] {
+        char* block = take(100);
+        char* other = take(100);
+        UtlFree(block);
+        UtlFree(block); // released twice
+        UtlFree(foreign.data() + 512);
+        UtlFree(other + 16); // within a block
+        UtlFree(other + 1);
+        UtlFree(reinterpret_cast<void*>(4096));
+        UtlFree(other);
+        UtlHeapCheck();
+    });
+    EXPECT_EQ(violationsIn(child), 5) << child.out;
+    EXPECT_EQ(child.exitStatus, 0);
+    EXPECT_EQ(runInChild([] { UtlFree(nullptr); }).out.find("Freeing a NULL pointer\nUTL_GUARANTEE failure"), 0U);
+}
+
+TEST(UtlHeap, ChecksFindDamageAnywhereInTheList) {
+    struct Case {
+        const char* name;
+        std::function<void(char*)> damage;
+    };
+    const std::array<Case, 5> cases{{
+        {"front", [](char* b) { b[-1] = 0; }},
+        {"end", [](char* b) { b[8] = 0; }},
+        {"older link gone", [](char* b) { headerOf(b).next = nullptr; }},
+        {"older link wild", [](char* b) { headerOf(b).next = reinterpret_cast<HeapChunk*>(0xDEADBEE0); }},
+        {"newer link wild", [](char* b) { headerOf(b).prev = reinterpret_cast<HeapChunk*>(0xDEADBEE0); }},
+    }};
+    for (const Case& c : cases) {
+        // The oldest, an inner and a new block; each with the check of the 300th allocation and on request.
+        for (const size_t place : {0U, 20U, 98U}) {
+            SCOPED_TRACE(std::string(c.name) + " at " + std::to_string(place));
+            if (place == 0 && strcmp(c.name, "older link gone") == 0)
+                continue; // it is gone already
+            const ChildResult child = runInChild([&] {
+                std::vector<char*> blocks;
+                for (int i = 0; i < 150; ++i) {
+                    char* block = take(8);
+                    if (i % 3 != 0)
+                        blocks.push_back(block);
+                    else
+                        UtlFree(block); // a gap
+                }
+                c.damage(blocks[place]);
+                for (int i = 151; i < 300; ++i)
+                    UtlFree(take(8));
+                puts("now");
+                take(8);
+                puts("and");
+                UtlHeapCheck();
+            });
+            EXPECT_TRUE(std::regex_match(
+                child.out,
+                std::regex("(UTL_G.*\n)?now\nUTL_GUARANTEE failure.*\n(UTL_G.*\n)?and\nUTL_G.*\n(UTL_G.*\n)?")))
+                << child.out;
+        }
+    }
+    for (const BoolType debugged : {FALSE, TRUE}) {
+        const ChildResult child = runInChild([debugged] {
+            heapCheckDebug = debugged;
+            char* block = take(8);
+            block[-1] = 0;
+            UtlFree(block);
+        });
+        EXPECT_EQ(violationsIn(child), debugged ? 1 : 2);
+    }
+}
+
+TEST(UtlHeap, Summary) {
+    const ChildResult child = runInChild([] {
+        take(5, "first");
+        UtlFree(UtlMalloc_(7, 1));
+        UtlMallocF(2000, 12, "src/x.c");
+        UtlHeapPrint();
+        printf("%u\n", UtlHeapSizeKB());
+        take(43);
+        printf("%u\n", UtlHeapSizeKB());
+    });
+    EXPECT_TRUE(std::regex_match(child.out, std::regex("--- C Heap summary \n"
+                                                       "   numMallocs 3 numFrees 1 totalSize 2005 \n"
+                                                       " 2000 bytes  name x.c line 12 mallocSeq 3 \n"
+                                                       " 5 bytes  name first line [0-9]+ mallocSeq 1 \n"
+                                                       "--- End C Heap summary \n1\n2\n")))
+        << child.out;
+}
+
+TEST(UtlHeap, FailuresOfAllocation) {
+    const ChildResult child = runInChild([] {
+        mallocControl.failAt = 1;
+        mallocControl.failFromThere = true;
+        EXPECT_EQ(UtlMalloc(10, nullptr), nullptr);
+        EXPECT_EQ(UtlMalloc_(10, 1), nullptr);
+        EXPECT_EQ(UtlMalloc(10, "me"), nullptr);
+        EXPECT_EQ(UtlMallocF(11, 3, "f.c"), nullptr);
+        EXPECT_EQ(UtlMallocExe(12, 4, "g.c"), nullptr);
+        mallocControl.failAt = 0;
+        if (sizeof(void*) == 4) {
+            for (unsigned size : {UINT_MAX, UINT_MAX - 3, UINT_MAX - 67, UINT_MAX - 70, UINT_MAX - 71})
+                EXPECT_EQ(UtlMalloc(size, nullptr), nullptr);
+            EXPECT_EQ(mallocControl.calls, 6U); // one size alone does not wrap around
+        }
+        EXPECT_EQ(UtlHeapSizeKB(), 0U);
+        UtlFree(take(1));
+    });
+    EXPECT_EQ(child.err, "malloc failure allocating 10 bytes: me\n"
+                         "malloc failure allocating 11 bytes from f.c line 3\n"
+                         "malloc failure allocating 12 bytes from g.c line 4\n");
+    EXPECT_EQ(child.out, "\n\n\n");
+
+    const ChildResult misuse = runInChild([] {
+        EXPECT_NE(UtlMalloc(0, "empty"), nullptr);
+        EXPECT_NE(UtlMallocF(0, 0, "empty"), nullptr);
+        EXPECT_NE(UtlMalloc_(1, 0), nullptr);
+    });
+    EXPECT_EQ(violationsIn(misuse), 4);
+}
+
+TEST(UtlHeap, PlainMode) {
+    const ChildResult child = runInChild([] {
+        debugCHeap = FALSE;
+        char* block = take(10);
+        EXPECT_EQ(mallocControl.lastSize, 10U);
+        UtlFree(block);
+        UtlHeapCheck();
+        UtlHeapPrint();
+    });
+    EXPECT_EQ(child.out, "--- C Heap summary not available\n");
+}
+
+TEST(UtlHeap, ExecutableMemory) {
+    const ChildResult child = runInChild([] {
+        auto* code = static_cast<unsigned char*>(UtlMallocExe(10000, 1, "exe"));
+        for (const int offset : {0, 9990}) {
+            code[offset] = 0xC3; // ret, on both x86 processors
+            reinterpret_cast<void (*)()>(code + offset)();
+        }
+        UtlFree(code);
+    });
+    EXPECT_EQ(child.exitStatus, 0);
+    EXPECT_EQ(child.out, "");
+}
+
+TEST(UtlHeap, MoreBlocksThanRecords) {
+    if (addressSanitizer)
+        GTEST_SKIP() << "needs more memory than the sanitizer leaves at 32 bits";
+    const ChildResult child = runInChild(
+        [] {
+            std::vector<void*> blocks;
+            for (int i = 0; i < REF_ARRAY_SIZE + 1000; ++i)
+                blocks.push_back(UtlMalloc_(4, 1));
+            EXPECT_NE(headerOf(blocks[REF_ARRAY_SIZE - 1]).ref, nullptr);
+            EXPECT_EQ(headerOf(blocks[REF_ARRAY_SIZE]).ref, nullptr);
+            static_cast<char*>(blocks.back())[4] = 0;
+            UtlFree(blocks.back());
+            blocks.pop_back();
+            std::shuffle(blocks.begin(), blocks.end(), std::mt19937(1));
+            for (void* block : blocks)
+                UtlFree(block);
+            EXPECT_EQ(UtlHeapSizeKB(), 0U);
+            EXPECT_NE(headerOf(UtlMalloc_(1, 1)).ref, nullptr);
+            UtlHeapCheck();
+        },
+        std::chrono::seconds(100));
+    EXPECT_EQ(violationsIn(child), 1) << child.out;
+    EXPECT_EQ(child.exitStatus, 0);
+}
+
+// Random allocations and releases with the blocks' contents as the model, over every kind of gap.
+TEST(UtlHeap, RandomUse) {
+    const ChildResult child = runInChild([] {
+        std::mt19937 random(7);
+        std::vector<std::pair<char*, unsigned>> live;
+        for (int i = 0; i < 100000; ++i) {
+            const size_t target = i / 10000 % 2 == 0 ? 3000 : 10;
+            if (live.size() < target && random() % 3 != 0) {
+                const unsigned size = 1 + random() % 100;
+                live.emplace_back(take(size), size);
+                memset(live.back().first, static_cast<int>(size), size);
+            } else if (!live.empty()) {
+                // Sometimes the ends, sometimes neighbours in a row.
+                const size_t place = std::array<size_t, 3>{0, live.size() - 1, random() % live.size()}[random() % 3];
+                const auto [block, size] = live[place];
+                for (unsigned k = 0; k < size; ++k)
+                    ASSERT_EQ(block[k], static_cast<char>(size));
+                UtlFree(block);
+                live.erase(live.begin() + static_cast<long>(place));
+            }
+        }
+        UtlHeapCheck();
+        for (size_t i = 1; i < live.size(); ++i)
+            ASSERT_EQ(headerOf(live[i].first).next, &headerOf(live[i - 1].first));
+    });
+    EXPECT_EQ(child.out, "");
+    EXPECT_EQ(child.exitStatus, 0);
+}
+
+TEST(UtlHeap, ThreadsShareItAndForkFindsItWhole) {
+    std::atomic<bool> stop{false};
+    const auto work = [&] {
+        std::array<void*, 50> blocks{};
+        for (unsigned i = 0; !stop; ++i) {
+            void*& block = blocks[i * 7 % blocks.size()];
+            if (block)
+                UtlFree(block);
+            block = UtlMalloc(1 + i % 60, "thread");
+            UtlHeapSizeKB();
+        }
+        for (void* block : blocks) {
+            if (block)
+                UtlFree(block);
+        }
+    };
+    std::array<std::thread, 3> threads{std::thread(work), std::thread(work), std::thread(work)};
+    for (int i = 0; i < 50; ++i) {
+        const pid_t pid = fork();
+        if (pid == 0) {
+            alarm(20);
+            for (int k = 0; k < 400; ++k)
+                UtlFree(UtlMalloc(20, "child"));
+            _exit(0);
+        }
+        int status = -1;
+        ASSERT_EQ(waitpid(pid, &status, 0), pid);
+        EXPECT_EQ(status, 0);
+    }
+    stop = true;
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(UtlHeapSizeKB(), 0U);
+}
+} // namespace
