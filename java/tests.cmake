@@ -59,6 +59,7 @@ tmqkci_java_test(DoubleByteTest)
 # The session API sends double-byte strings, too.
 tmqkci_java_test(KciSessionTest)
 tmqkci_java_test(KciThreadsTest)
+tmqkci_java_test(SecondCopyTest)
 tmqkci_java_test(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE:tmqkci313>" -Xcheck:jni)
 set_tests_properties(Java.ScriptedClientTest PROPERTIES ENVIRONMENT "KESTRUNE=${scripted_installation}")
 tmqkci_java_test(LibraryTest "-Dtests.java64=${JAVA64}" "-Dtests.needsAbsent=$<TARGET_FILE:java_test_needs_absent>"
