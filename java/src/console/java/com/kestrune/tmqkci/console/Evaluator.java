@@ -1,5 +1,7 @@
 package com.kestrune.tmqkci.console;
 
+import com.kestrune.tmqkci.KciConversionException;
+import com.kestrune.tmqkci.KciInterruptedException;
 import com.kestrune.tmqkci.KciMessages;
 import com.kestrune.tmqkci.KciObject;
 import com.kestrune.tmqkci.KciSession;
@@ -34,6 +36,7 @@ final class Evaluator {
     private final Shown shown = new Shown();
     private TmqKciException lastError;
     private boolean ended;
+    private boolean interrupted;
 
     Evaluator(KciSession session, Format format, PrintStream out, PrintStream err) {
         this.session = session;
@@ -47,8 +50,14 @@ final class Evaluator {
         return ended || !session.isOpen();
     }
 
+    /** Whether the last input was given up before its result came. */
+    boolean wasInterrupted() {
+        return interrupted;
+    }
+
     /** Runs an input; answers whether it succeeded. */
     boolean run(String input) {
+        interrupted = false;
         try {
             if (input.startsWith(":")) {
                 return command(input);
@@ -59,9 +68,12 @@ final class Evaluator {
             lastError = error;
             fail(input, error);
             return false;
-        } catch (RuntimeException refused) {
-            // An interrupt, or what the API refuses by itself.
+        } catch (KciInterruptedException interrupt) {
             Thread.interrupted();
+            interrupted = true;
+            fail(input, new TmqKciException("interrupted; the server goes on with it, and the next input waits for its end"));
+            return false;
+        } catch (KciConversionException | IllegalStateException refused) {
             fail(input, new TmqKciException(refused.getMessage()));
             return false;
         }

@@ -1,6 +1,7 @@
 package com.kestrune.tmqkci.console;
 
 import com.kestrune.tmqkci.KciBridge;
+import com.kestrune.tmqkci.KciInterruptedException;
 import com.kestrune.tmqkci.KciSession;
 import com.kestrune.tmqkci.TmqKciException;
 
@@ -121,7 +122,7 @@ final class Tmqkci implements Callable<Integer> {
             }
             return runStandardInput(evaluator);
         } finally {
-            close(session);
+            close(session, evaluator.wasInterrupted());
         }
     }
 
@@ -188,9 +189,15 @@ final class Tmqkci implements Callable<Integer> {
         return status;
     }
 
-    private void close(KciSession session) {
+    /** A logout would wait for a call that still runs on the server; one that was given up is not waited for long. */
+    private void close(KciSession session, boolean afterInterrupt) {
+        if (afterInterrupt) {
+            Thread.currentThread().interrupt();
+        }
         try {
             session.close();
+        } catch (KciInterruptedException stillBusy) {
+            // The end of this process ends the session.
         } catch (TmqKciException error) {
             err.println("While logging out: " + Evaluator.line(error));
         }
