@@ -288,6 +288,22 @@ public final class KciObject {
     }
 
     /**
+     * Whether both are the same object of the same session.
+     *
+     * @param other an object
+     * @return whether they are
+     */
+    @Override
+    public boolean equals(Object other) {
+        return other instanceof KciObject object && object.session == session && object.oop == oop;
+    }
+
+    @Override
+    public int hashCode() {
+        return oop;
+    }
+
+    /**
      * Shows the object without asking the server: its value, or what is known of it.
      *
      * @return the text

@@ -262,8 +262,12 @@ public final class KciSession implements AutoCloseable {
      *
      * @param oop the identifier
      * @return the object
+     * @throws IllegalArgumentException if it is no identifier of an object: below 2 or beyond 32 bits
      */
     public KciObject object(long oop) {
+        if (oop < 2 || oop >>> Integer.SIZE != 0) {
+            throw new IllegalArgumentException(oop + " identifies no object");
+        }
         TmqKciReport report = TmqKciReport.ofOop(oop);
         calls.enter();
         try {
