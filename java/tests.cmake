@@ -59,6 +59,7 @@ tmqkci_java_test(DoubleByteTest)
 # The session API sends double-byte strings, too.
 tmqkci_java_test(KciSessionTest)
 tmqkci_java_test(KciThreadsTest)
+tmqkci_java_test(ReferenceCountTest)
 tmqkci_java_test(SecondCopyTest)
 tmqkci_java_test(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE:tmqkci313>" -Xcheck:jni)
 set_tests_properties(Java.ScriptedClientTest PROPERTIES ENVIRONMENT "KESTRUNE=${scripted_installation}")
@@ -79,4 +80,5 @@ add_test(NAME Java.Examples COMMAND src/test/run-snippets "${JAVAC}" "${product_
   WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
 add_test(NAME Java.Demo COMMAND src/test/run-demo "${product_jar}:${demo_jar}"
   WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-set_tests_properties(Java.Documentation Java.Examples Java.Demo PROPERTIES ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)
+set_tests_properties(Java.Documentation Java.Examples Java.Demo PROPERTIES
+  ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)

@@ -96,7 +96,12 @@ public final class KciSession implements AutoCloseable {
                 if (id < 0) {
                     throw KciBridge.failure(id, report);
                 }
-                return new KciSession(id, options.toString(), KciBridge.maxReferences(id));
+                try {
+                    return new KciSession(id, options.toString(), KciBridge.maxReferences(id));
+                } catch (TmqKciException unusable) {
+                    TmqKciInterface._logout(id, report);
+                    throw unusable;
+                }
             } finally {
                 KciBridge.lock().unlock();
             }

@@ -110,8 +110,9 @@ public class TmqKciException extends RuntimeException {
         if (arguments == null) {
             List<KciObject> described = new ArrayList<>();
             for (int i = 0; session != null && args != null && i < Math.min(argCount, args.length); ++i) {
+                long oop = args[i];
                 // Other identifiers carry their value in themselves, or are none.
-                described.add(ExportSet.holds(args[i]) ? session.object(args[i]) : new KciObject(session, args[i], null));
+                described.add(ExportSet.holds(oop) ? session.object(oop) : new KciObject(session, oop, null));
             }
             arguments = List.copyOf(described);
         }

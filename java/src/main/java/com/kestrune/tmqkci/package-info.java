@@ -1,7 +1,7 @@
 /**
  * A Java program's access to an object database server.
  *
- * <p>{@link com.kestrune.tmqkci.KciSession} is the way in: it runs code on the server and moves the contents of objects,
+ * <p>{@link com.kestrune.tmqkci.KciSession} is the way in: it runs code on the server, moves the contents of objects,
  * throws errors as exceptions, may be used by several threads, and gives up by itself what the program forgets.
  *
  * <p>Below it are the native methods of {@link com.kestrune.tmqkci.TmqKciInterface} and the three plain records that
