@@ -29,7 +29,10 @@ public final class KciObject {
     KciObject(KciSession session, long oop, TmqKciReport description) {
         this.session = session;
         this.oop = (int) oop;
-        this.description = description;
+        if (description != null) {
+            // A volatile write is dear, and elements come without a description.
+            this.description = description;
+        }
         reference = ExportSet.holds(oop) ? session.cleaner().register(this, new Release(session.exports(), oop)) : null;
     }
 

@@ -221,13 +221,6 @@ final class SessionCalls {
         return true;
     }
 
-    /** Counts references to what a native call handed out. Inside {@link #call}'s function. */
-    void retain(TmqKciReport[] reports, int count) {
-        for (int i = 0; i < count; ++i) {
-            exports.retain(reports[i].oop);
-        }
-    }
-
     /** Gives up what nobody refers to any more, with the bridge's lock held. */
     private void sendReleases() {
         while (exports.hasQueued()) {
