@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
-#include <cstring>
 #include <string_view>
 
 static_assert(offsetof(SysErrorSType, errCode) == 4 && offsetof(SysErrorSType, errMsg) == 8);
@@ -16,7 +15,7 @@ constexpr size_t maxLength = SYSERROR_MAX_ERROR - 1;
 // Appends what fits to a text of the given length; returns the new length.
 size_t append(char* text, size_t length, std::string_view addition) {
     const size_t fitting = std::min(addition.size(), maxLength - length);
-    memcpy(text + length, addition.data(), fitting);
+    std::copy_n(addition.data(), fitting, text + length);
     text[length + fitting] = '\0';
     return length + fitting;
 }
@@ -24,9 +23,9 @@ size_t append(char* text, size_t length, std::string_view addition) {
 // Most callers name the call without arguments.
 size_t formatText(char* text, const char* format, va_list args) __attribute__((format(printf, 2, 0)));
 size_t formatText(char* text, const char* format, va_list args) {
-    const size_t length = strlen(format);
-    if (!memchr(format, '%', length))
-        return append(text, 0, {format, length});
+    const std::string_view literal(format);
+    if (literal.find('%') == literal.npos)
+        return append(text, 0, literal);
     const int written = vsnprintf(text, SYSERROR_MAX_ERROR, format, args);
     if (written < 0) {
         text[0] = '\0';

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstddef>
 #include <cstring>
+#include <emmintrin.h>
 
 #include "hostdebug.h"
 #include "utl/prefetch.h"
@@ -40,7 +41,7 @@ constexpr int32_t smallestIndex = 5;
 constexpr int32_t largestIndex = 16;
 
 // The largest table runs up to 92 % full, with probe runs of dozens of slots. Looking into each key there would miss
-// the cache each time, so every slot has a byte of its key's hash, its tag, and a search reads tags four at a time. The
+// the cache each time, so every slot has a byte of its key's hash, its tag, and a search reads tags by the group. The
 // tags lie behind the slots in the same block, and behind them this record:
 struct SearchState {
     // What insertion needs to know of the lookups since the last change: how many found an empty slot, and the last
@@ -51,8 +52,8 @@ struct SearchState {
 };
 
 constexpr uint8_t emptyTag = 0;
-// A search reads whole words, also at the last tag. The tags added behind it are empty and end the search there.
-constexpr int32_t wordSize = sizeof(uint32_t);
+// A search reads whole groups, also at the last tag. The tags added behind it are empty and end the search there.
+constexpr int32_t groupSize = 16;
 
 struct TableBlock {
     VoidPtrType* slots;
@@ -60,7 +61,7 @@ struct TableBlock {
     SearchState* state;
 
     static size_t tagBytes(int32_t slotCount) {
-        return (slotCount + wordSize + alignof(SearchState) - 1) / alignof(SearchState) * alignof(SearchState);
+        return (slotCount + groupSize + alignof(SearchState) - 1) / alignof(SearchState) * alignof(SearchState);
     }
     static size_t bytes(int32_t slotCount) {
         return slotCount * sizeof(VoidPtrType) + tagBytes(slotCount) + sizeof(SearchState);
@@ -77,21 +78,25 @@ uint8_t tagOf(uint32_t hash) {
     return tag != emptyTag ? tag : 1;
 }
 
-// Bit 7 of each zero byte of a word. Bits above the lowest one may be wrong.
-uint32_t zeroBytes(uint32_t word) {
-    return (word - 0x01010101U) & ~word & 0x80808080U;
+// The first index from start whose tag is the given one or empty.
+[[gnu::target("sse2")]] int32_t findTagBySse2(const uint8_t* tags, int32_t start, uint8_t tag) {
+    const __m128i wanted = _mm_set1_epi8(static_cast<char>(tag));
+    const __m128i empty = _mm_set1_epi8(static_cast<char>(emptyTag));
+    for (const uint8_t* at = tags + start;; at += groupSize) {
+        const __m128i group = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(at));
+        const __m128i either = _mm_or_si128(_mm_cmpeq_epi8(group, wanted), _mm_cmpeq_epi8(group, empty));
+        if (const int found = _mm_movemask_epi8(either))
+            return static_cast<int32_t>(at - tags) + __builtin_ctz(found);
+    }
 }
 
-// The first index from start whose tag is the given one or empty.
+// Not every i386 processor has SSE2.
 int32_t findTag(const uint8_t* tags, int32_t start, uint8_t tag) {
-    const uint32_t pattern = tag * 0x01010101U;
-    for (const uint8_t* at = tags + start;; at += wordSize) {
-        uint32_t word;
-        memcpy(&word, at, wordSize);
-        const uint32_t found = zeroBytes(word) | zeroBytes(word ^ pattern);
-        if (found)
-            return static_cast<int32_t>(at - tags) + __builtin_ctz(found) / 8;
-    }
+    if (__builtin_cpu_supports("sse2")) [[likely]]
+        return findTagBySse2(tags, start, tag);
+    while (tags[start] != tag && tags[start] != emptyTag)
+        ++start;
+    return start;
 }
 
 // The first empty slot from where a hash belongs.
@@ -180,7 +185,7 @@ VoidPtrType* HashTableLookup(HashTableSType* hashTable, const void* key) {
             index = 0;
             continue;
         }
-        const VoidPtrType candidate = block.slots[index];
+        const void* candidate = block.slots[index];
         if (!candidate)
             break;
         if (hashTable->compareFunc(key, candidate))

@@ -1,8 +1,9 @@
 #include "ksdstring.h"
 
+#include <algorithm>
+#include <array>
 #include <climits>
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
 
 #include "utlheap.h"
@@ -10,30 +11,29 @@
 static_assert(sizeof(void*) != 4 || (offsetof(KsDString, staticSpace) == 12 && sizeof(KsDString) == 212));
 
 namespace {
-struct Words {
-    uint32_t first, second;
-};
+// Texts grow by short pieces, for which a call of memmove would cost more than the copy.
+constexpr size_t shortPiece = 32;
 
-template <typename Unit>
+template <size_t unit>
 void copyEnds(char* to, const char* from, size_t count) {
-    Unit head, tail;
-    memcpy(&head, from, sizeof head);
-    memcpy(&tail, from + count - sizeof tail, sizeof tail);
-    memcpy(to, &head, sizeof head);
-    memcpy(to + count - sizeof tail, &tail, sizeof tail);
+    std::array<char, unit> head;
+    std::array<char, unit> tail;
+    memcpy(head.data(), from, unit);
+    memcpy(tail.data(), from + count - unit, unit);
+    memcpy(to, head.data(), unit);
+    memcpy(to + count - unit, tail.data(), unit);
 }
 
-// memmove. Texts grow by short pieces, for which the call would cost more than the copy: those go as their first and
-// last bytes, which may overlap.
-void copyPiece(char* to, const char* from, size_t count) {
-    if (count > 2 * sizeof(Words))
-        memmove(to, from, count);
-    else if (count >= sizeof(Words))
-        copyEnds<Words>(to, from, count);
-    else if (count >= sizeof(uint32_t))
-        copyEnds<uint32_t>(to, from, count);
-    else if (count >= sizeof(uint16_t))
-        copyEnds<uint16_t>(to, from, count);
+// Copies a short piece as its first and its last bytes, which may overlap; so may source and destination.
+inline void copyShort(char* to, const char* from, size_t count) {
+    if (count > 16)
+        copyEnds<16>(to, from, count);
+    else if (count >= 8)
+        copyEnds<8>(to, from, count);
+    else if (count >= 4)
+        copyEnds<4>(to, from, count);
+    else if (count >= 2)
+        copyEnds<2>(to, from, count);
     else if (count == 1)
         *to = *from;
 }
@@ -50,7 +50,7 @@ char* copyToLarger(const KsDString& ds, unsigned long space) {
     const auto size = static_cast<unsigned>(space < UINT_MAX ? space : UINT_MAX);
     char* larger = static_cast<char*>(UtlMalloc(size, "ksdstring"));
     if (larger)
-        memcpy(larger, ds.string, ds.length);
+        std::copy_n(ds.string, ds.length, larger);
     return larger;
 }
 
@@ -60,6 +60,27 @@ void replaceSpace(KsDString& ds, char* larger, unsigned long space) {
     ds.string = larger;
     ds.spaceAvl = static_cast<long>(space);
 }
+
+// Everything but a short piece that fits.
+[[gnu::noinline]] char* appendAny(KsDString& ds, const char* string, long length) {
+    const size_t added = length < 0 ? strlen(string) : length;
+    const unsigned long newLength = ds.length + added;
+    if (newLength < static_cast<unsigned long>(ds.spaceAvl)) {
+        memmove(ds.string + ds.length, string, added);
+    } else {
+        // Both terms are below half the address space: only the doubling can wrap around.
+        const unsigned long space = newLength <= ULONG_MAX / 2 ? 2 * newLength : ULONG_MAX;
+        char* larger = copyToLarger(ds, space);
+        if (!larger)
+            return nullptr;
+        // The addition may be a part of the old text, so it is copied before the old space goes.
+        std::copy_n(string, added, larger + ds.length);
+        replaceSpace(ds, larger, space);
+    }
+    ds.length = static_cast<long>(newLength);
+    ds.string[newLength] = '\0';
+    return ds.string;
+}
 } // namespace
 
 void KsDStringInit(KsDString* dsPtr) {
@@ -67,22 +88,12 @@ void KsDStringInit(KsDString* dsPtr) {
 }
 
 char* KsDStringAppend(KsDString* dsPtr, const char* string, long length) {
-    const size_t added = length < 0 ? strlen(string) : length;
-    const unsigned long newLength = dsPtr->length + added;
-    if (newLength < static_cast<unsigned long>(dsPtr->spaceAvl)) [[likely]] {
-        copyPiece(dsPtr->string + dsPtr->length, string, added);
-    } else {
-        // Both terms are below half the address space: only the doubling can wrap around.
-        const unsigned long space = newLength <= ULONG_MAX / 2 ? 2 * newLength : ULONG_MAX;
-        char* larger = copyToLarger(*dsPtr, space);
-        if (!larger)
-            return nullptr;
-        // The addition may be a part of the old text, so it is copied before the old space goes.
-        memcpy(larger + dsPtr->length, string, added);
-        replaceSpace(*dsPtr, larger, space);
-    }
-    dsPtr->length = static_cast<long>(newLength);
-    dsPtr->string[newLength] = '\0';
+    const long space = dsPtr->spaceAvl - dsPtr->length;
+    if (static_cast<unsigned long>(length) > shortPiece || length >= space)
+        return appendAny(*dsPtr, string, length);
+    copyShort(dsPtr->string + dsPtr->length, string, length);
+    dsPtr->length += length;
+    dsPtr->string[dsPtr->length] = '\0';
     return dsPtr->string;
 }
 

@@ -277,9 +277,9 @@ void* UtlMallocExe(unsigned length, int lineNum, const char* fileName) {
     }
     const uintptr_t mask = pageSize - uintptr_t{1};
     const auto address = reinterpret_cast<uintptr_t>(block);
-    const uintptr_t start = address & ~mask;
-    const uintptr_t end = (address + length + mask) & ~mask;
-    UTL_GUARANTEE(mprotect(reinterpret_cast<void*>(start), end - start, PROT_READ | PROT_WRITE | PROT_EXEC) == 0);
+    const uintptr_t lead = address & mask;
+    const uintptr_t bytes = (lead + length + mask) & ~mask;
+    UTL_GUARANTEE(mprotect(static_cast<char*>(block) - lead, bytes, PROT_READ | PROT_WRITE | PROT_EXEC) == 0);
     return block;
 }
 

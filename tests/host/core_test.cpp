@@ -172,7 +172,7 @@ TEST(Coredump, WaitsADayAndAHalfUnlessToldAndSigTermEndsIt) {
             HostInstallFaultHandler(nullptr, nullptr);
             raise(SIGILL);
         },
-        [](pid_t pid) { HostMilliSleep(1500), kill(pid, SIGTERM); });
+        [](pid_t pid) { waitUntilHandled(pid, SIGTERM), HostMilliSleep(1500), kill(pid, SIGTERM); });
     EXPECT_TRUE(has(child.out, "Sleeping for 129600 seconds")) << child.out;
     EXPECT_TRUE(has(child.err, "Signal 15, SIGTERM")) << child.err;
     EXPECT_EQ(child.exitStatus, 0);

@@ -153,7 +153,7 @@ TEST(Termination, SigTermAndSigXcpu) {
             },
             [&](pid_t pid) {
                 if (c.fromOutside)
-                    HostMilliSleep(300), kill(pid, SIGTERM);
+                    waitUntilHandled(pid, SIGTERM), HostMilliSleep(100), kill(pid, SIGTERM);
             });
         EXPECT_TRUE(has(child.err, c.err)) << c.name << child.err;
         EXPECT_EQ(child.exitStatus, 0);
@@ -196,13 +196,14 @@ TEST(Termination, PostponedExit) {
 TEST(Termination, StormDuringSleep) {
     const ChildResult child = runToItsEnd(
         [] {
-            install();
             HostDelaySigExit([] {}, nullptr);
+            install();
             HostSleep(15);
             EXPECT_GT(HostClearSigTerm(), 0);
             HostDoSigExit();
         },
         [](pid_t pid) {
+            waitUntilHandled(pid, SIGTERM);
             for (int i = 0; i < 200; ++i)
                 HostMilliSleep(2), kill(pid, SIGTERM);
         });

@@ -18,7 +18,7 @@
 namespace fs = std::filesystem;
 
 // The handlers under test are to meet the faults, not the sanitizer's.
-extern "C" const char* __asan_default_options();
+extern "C" [[gnu::visibility("default")]] const char* __asan_default_options();
 extern "C" const char* __asan_default_options() {
     return "handle_segv=0:handle_sigbus=0:handle_abort=0:handle_sigill=0:handle_sigfpe=0:detect_leaks=0";
 }
@@ -59,6 +59,16 @@ ChildResult runToItsEnd(const std::function<void()>& body, const std::function<v
             body();
         },
         whileItRuns, timeOut);
+}
+
+void waitUntilHandled(pid_t pid, int sig) {
+    for (int i = 0; i < 1000; ++i, usleep(10000)) {
+        std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+        for (std::string line; std::getline(status, line);) {
+            if (line.starts_with("SigCgt:") && std::stoull(line.substr(7), nullptr, 16) >> (sig - 1) & 1)
+                return;
+        }
+    }
 }
 
 bool has(const std::string& text, const std::string& pattern) {

@@ -27,6 +27,9 @@ private:
 ChildResult runToItsEnd(const std::function<void()>& body, const std::function<void(pid_t)>& whileItRuns = nullptr,
                         std::chrono::milliseconds timeOut = std::chrono::milliseconds(20000));
 
+// Waits until the process handles the signal.
+void waitUntilHandled(pid_t pid, int sig);
+
 // Whether a text contains a match of the pattern (ECMAScript).
 bool has(const std::string& text, const std::string& pattern);
 

@@ -37,7 +37,7 @@ ChildResult runGstack(const char* argument, const string& path) {
             });
             second.join();
         }
-        usleep(100000);
+        usleep(300000);
         setenv("PATH", path.c_str(), 1);
         setenv("GSTACK_TIME_OUT", path == "sleepers" ? "1" : "30", 1);
         // As a fault handler starts it.

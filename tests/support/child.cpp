@@ -13,10 +13,15 @@
 
 #include "hostdebug.h"
 
-// Programs without the library's objects have none.
+// Programs without the library have none.
 #pragma weak noHalt
 
 namespace {
+[[gnu::constructor]] void goOnAfterFatalErrors() {
+    if (&noHalt != nullptr)
+        noHalt = TRUE;
+}
+
 constexpr int failedExpectation = 99;
 
 [[noreturn]] void die(const char* what) {
@@ -48,8 +53,6 @@ int failureCount() {
     if (dup2(out.writeEnd, STDOUT_FILENO) < 0 || dup2(err.writeEnd, STDERR_FILENO) < 0)
         die("runInChild: dup2");
     const int failuresBefore = failureCount();
-    if (&noHalt != nullptr)
-        noHalt = TRUE;
     body();
     fflush(stdout);
     fflush(stderr);

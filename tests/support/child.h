@@ -7,7 +7,7 @@
 // and shows up in `out`. After the time-out it is killed. Do not fork while another thread of the test runs unless that
 // is what is tested.
 //
-// A fatal error in the child is announced and the child goes on (noHalt), unless the body clears noHalt.
+// In a program with these, a fatal error is announced and the program goes on (noHalt), unless a test clears noHalt.
 #pragma once
 
 #include <chrono>
