@@ -59,6 +59,7 @@ tmqkci_java_test(DoubleByteTest)
 # The session API sends double-byte strings, too.
 tmqkci_java_test(KciSessionTest)
 tmqkci_java_test(KciThreadsTest)
+tmqkci_java_test(ReferenceCountTest)
 tmqkci_java_test(SecondCopyTest)
 tmqkci_java_test(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE:tmqkci313>" -Xcheck:jni)
 set_tests_properties(Java.ScriptedClientTest PROPERTIES ENVIRONMENT "KESTRUNE=${scripted_installation}")
@@ -72,6 +73,12 @@ add_dependencies(tmqkci_java_tests messages)
 
 add_test(NAME Java.Documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
   "${PROJECT_SOURCE_DIR}/docs/using-the-bridge.md" WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+set(documents session-api threading security upgrading)
+list(TRANSFORM documents PREPEND "${PROJECT_SOURCE_DIR}/docs/")
+list(TRANSFORM documents APPEND ".md")
+add_test(NAME Java.Examples COMMAND src/test/run-snippets "${JAVAC}" "${product_jar}" ${documents}
+  WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
 add_test(NAME Java.Demo COMMAND src/test/run-demo "${product_jar}:${demo_jar}"
   WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-set_tests_properties(Java.Documentation Java.Demo PROPERTIES ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)
+set_tests_properties(Java.Documentation Java.Examples Java.Demo PROPERTIES
+  ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)

@@ -275,8 +275,7 @@ static void initAppName(const char* name, BoolType flag) {
     (void)name, (void)flag;
 }
 
-static void nothing(void) {
-}
+static void nothing(void) {}
 
 TMQKCI_API const KciRtlJumpSType* KciGetRtlTable(void);
 

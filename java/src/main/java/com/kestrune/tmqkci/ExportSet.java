@@ -12,11 +12,15 @@ import java.util.Arrays;
  */
 final class ExportSet {
     private static final int SMALLEST = 64;
+    /** A count of one in an entry. */
+    private static final long ONE = 1L << 32;
 
-    // An open-addressing table with linear probing. A key of 0, which is no object, marks an empty place; a count of 0
-    // an identifier that waits for its release, and stands in the queue at least once.
-    private int[] keys = new int[SMALLEST];
-    private int[] counts = new int[SMALLEST];
+    /** How many consecutive identifiers stand side by side in the table, as far as there is room: a cache line. */
+    private static final int NEIGHBOURS = 8;
+
+    // An open-addressing table with linear probing; an entry holds a count above 32 bits of identifier. An entry of 0 is
+    // an empty place; a count of 0 is an identifier that waits for its release, and stands in the queue at least once.
+    private long[] entries = new long[SMALLEST];
     private int size;
 
     private int[] queue = new int[SMALLEST];
@@ -34,14 +38,20 @@ final class ExportSet {
             return;
         }
         int place = place((int) oop);
-        if (keys[place] == 0) {
-            keys[place] = (int) oop;
-            counts[place] = 1;
-            if (++size > keys.length / 2) {
+        if (entries[place] != 0) {
+            entries[place] += ONE;
+        } else {
+            entries[place] = oop | ONE;
+            if (++size > entries.length / 2) {
                 grow();
             }
-        } else {
-            ++counts[place];
+        }
+    }
+
+    /** Counts one more reference to each of the first reports' objects. */
+    synchronized void retain(TmqKciReport[] reports, int count) {
+        for (int i = 0; i < count; ++i) {
+            retain(reports[i].oop);
         }
     }
 
@@ -51,7 +61,11 @@ final class ExportSet {
             return;
         }
         int place = place((int) oop);
-        if (keys[place] != 0 && counts[place] > 0 && --counts[place] == 0) {
+        if (entries[place] < ONE) {
+            return;
+        }
+        entries[place] -= ONE;
+        if (entries[place] < ONE) {
             if (queued == queue.length) {
                 queue = Arrays.copyOf(queue, 2 * queued);
             }
@@ -68,11 +82,10 @@ final class ExportSet {
     synchronized int take(long[] batch) {
         int taken = 0;
         while (queued > 0 && taken < batch.length) {
-            int oop = queue[--queued];
-            int place = place(oop);
+            int place = place(queue[--queued]);
             // It may have been retained since, or stand in the queue twice.
-            if (keys[place] != 0 && counts[place] == 0) {
-                batch[taken++] = Integer.toUnsignedLong(oop);
+            if (entries[place] != 0 && entries[place] < ONE) {
+                batch[taken++] = entries[place];
                 remove(place);
             }
         }
@@ -89,50 +102,48 @@ final class ExportSet {
         closed = true;
         size = 0;
         queued = 0;
-        keys = new int[0];
-        counts = keys;
-        queue = keys;
+        entries = new long[0];
+        queue = new int[0];
     }
 
     private int home(int oop) {
-        // Identifiers go up in steps of 4; multiplying spreads them over the high bits.
-        return (oop * 0x9E3779B1) >>> Integer.numberOfLeadingZeros(keys.length - 1);
+        // Identifiers go up in steps of 4. Neighbours stay together; multiplying spreads their groups.
+        int number = oop >>> 2;
+        int groups = entries.length / NEIGHBOURS;
+        int group = (number / NEIGHBOURS * 0x9E3779B1) >>> Integer.numberOfLeadingZeros(groups - 1);
+        return group * NEIGHBOURS + number % NEIGHBOURS;
     }
 
     /** Where the identifier is, or would be put. */
     private int place(int oop) {
         int place = home(oop);
-        while (keys[place] != 0 && keys[place] != oop) {
-            place = (place + 1) & (keys.length - 1);
+        while (entries[place] != 0 && (int) entries[place] != oop) {
+            place = (place + 1) & (entries.length - 1);
         }
         return place;
     }
 
     /** Empties a place, and moves up what was put behind it for want of that place. */
     private void remove(int place) {
-        int mask = keys.length - 1;
+        int mask = entries.length - 1;
         int hole = place;
-        for (int next = (hole + 1) & mask; keys[next] != 0; next = (next + 1) & mask) {
-            if (((next - home(keys[next])) & mask) >= ((next - hole) & mask)) {
-                keys[hole] = keys[next];
-                counts[hole] = counts[next];
+        for (int next = (hole + 1) & mask; entries[next] != 0; next = (next + 1) & mask) {
+            int distance = (next - home((int) entries[next])) & mask;
+            if (distance >= ((next - hole) & mask)) {
+                entries[hole] = entries[next];
                 hole = next;
             }
         }
-        keys[hole] = 0;
+        entries[hole] = 0;
         --size;
     }
 
     private void grow() {
-        int[] oldKeys = keys;
-        int[] oldCounts = counts;
-        keys = new int[2 * oldKeys.length];
-        counts = new int[keys.length];
-        for (int i = 0; i < oldKeys.length; ++i) {
-            if (oldKeys[i] != 0) {
-                int place = place(oldKeys[i]);
-                keys[place] = oldKeys[i];
-                counts[place] = oldCounts[i];
+        long[] old = entries;
+        entries = new long[2 * old.length];
+        for (long entry : old) {
+            if (entry != 0) {
+                entries[place((int) entry)] = entry;
             }
         }
     }

@@ -13,6 +13,8 @@ public final class KciBridge {
     /** How many references one native call can move; 0 until a session has asked. Guarded by the lock. */
     private static int maxReferences;
 
+    private static boolean faultReports;
+
     private KciBridge() {
     }
 
@@ -46,10 +48,31 @@ public final class KciBridge {
             if (status < 0) {
                 throw failure(status, report);
             }
+            faultReports(faultReports);
         } finally {
             LOCK.unlock();
         }
     }
+
+    /**
+     * Chooses what a fatal report of the native support layer does. As long as reports are not wanted, it is announced
+     * in a line on standard output, and the process goes on. Wanted, it prints the C stacks, waits for a debugger,
+     * writes a core file and ends the process: a virtual machine should do so only to find a fault.
+     *
+     * @param wanted whether fault reports are wanted; they are not unless this was called
+     */
+    public static void setFaultReports(boolean wanted) {
+        TmqKciLibrary.load();
+        acquire();
+        try {
+            faultReports = wanted;
+            faultReports(wanted);
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    private static native void faultReports(boolean wanted);
 
     /**
      * Answers the version of the client library.

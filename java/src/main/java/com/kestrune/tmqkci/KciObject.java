@@ -29,7 +29,10 @@ public final class KciObject {
     KciObject(KciSession session, long oop, TmqKciReport description) {
         this.session = session;
         this.oop = (int) oop;
-        this.description = description;
+        if (description != null) {
+            // A volatile write is dear, and elements come without a description.
+            this.description = description;
+        }
         reference = ExportSet.holds(oop) ? session.cleaner().register(this, new Release(session.exports(), oop)) : null;
     }
 
@@ -285,6 +288,22 @@ public final class KciObject {
     /** The description if there is one already. */
     TmqKciReport knownDescription() {
         return description;
+    }
+
+    /**
+     * Whether both are the same object of the same session.
+     *
+     * @param other an object
+     * @return whether they are
+     */
+    @Override
+    public boolean equals(Object other) {
+        return other instanceof KciObject object && object.session == session && object.oop == oop;
+    }
+
+    @Override
+    public int hashCode() {
+        return oop;
     }
 
     /**

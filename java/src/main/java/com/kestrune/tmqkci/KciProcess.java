@@ -1,5 +1,9 @@
 package com.kestrune.tmqkci;
 
+import java.lang.ref.Reference;
+import java.util.Arrays;
+import java.util.Objects;
+
 /**
  * A computation on the server that an error suspended (see {@link TmqKciException#process}). As long as this object is
  * reachable, the server keeps the computation.
@@ -20,7 +24,29 @@ public final class KciProcess {
      * @throws TmqKciException if the computation fails; it is suspended again when the error has a process
      */
     public KciObject continueWith(Object value) {
-        return process.session().resume(process, value);
+        KciSession session = process.session();
+        TmqKciReport result = new TmqKciReport();
+        session.calls().enter();
+        try {
+            Arguments arguments = new Arguments(session, process, value);
+            try {
+                session.calls().call(report -> {
+                    int status = TmqKciInterface._continue(session.id(), arguments.receiver, false,
+                            arguments.reports[0], result, null, null, report);
+                    arguments.retainCreated(session.exports());
+                    if (status == 0) {
+                        session.exports().retain(result.oop);
+                    }
+                    return status;
+                });
+            } finally {
+                arguments.releaseCreated(session.exports());
+            }
+            return new KciObject(session, result.oop, result);
+        } finally {
+            session.calls().leave();
+            Reference.reachabilityFence(process);
+        }
     }
 
     /**
@@ -34,7 +60,30 @@ public final class KciProcess {
      * @throws TmqKciException always
      */
     public TmqKciException failWith(String message, String stack) {
-        throw process.session().failWith(process, message, stack);
+        Objects.requireNonNull(message, "message");
+        Objects.requireNonNull(stack, "stack");
+        KciSession session = process.session();
+        TmqKciReport suspended = TmqKciReport.ofOop(process.oopFor(session));
+        session.calls().enter();
+        try {
+            session.calls().call(report -> {
+                int status = TmqKciInterface._continue(session.id(), suspended, true, null, null, message, stack,
+                        report);
+                if (status == TmqKciInterface.FAILED && report.number == TmqKciException.ERROR_CONTINUE) {
+                    Arrays.stream(report.args).forEach(session.exports()::retain);
+                }
+                return status;
+            });
+            throw new IllegalStateException("a Java error was taken for a success");
+        } catch (TmqKciException error) {
+            if (error.number == TmqKciException.ERROR_CONTINUE) {
+                error.keeping(Arrays.stream(error.args).mapToObj(oop -> new KciObject(session, oop, null)).toList());
+            }
+            throw error;
+        } finally {
+            session.calls().leave();
+            Reference.reachabilityFence(process);
+        }
     }
 
     /**

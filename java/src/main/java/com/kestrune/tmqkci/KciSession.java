@@ -1,17 +1,11 @@
 package com.kestrune.tmqkci;
 
 import java.lang.ref.Cleaner;
-import java.lang.ref.Reference;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Objects;
 import java.util.concurrent.CompletableFuture;
-import java.util.concurrent.Executor;
-import java.util.concurrent.LinkedBlockingQueue;
-import java.util.concurrent.ThreadPoolExecutor;
-import java.util.concurrent.TimeUnit;
 import java.util.function.BooleanSupplier;
-import java.util.function.Function;
 import java.util.stream.Stream;
 
 /**
@@ -37,34 +31,20 @@ import java.util.stream.Stream;
  * Float, Double, String, LocalDateTime (its milliseconds; the rest is dropped) and byte[].
  */
 public final class KciSession implements AutoCloseable {
-    private static final int IDLE_SECONDS = 1;
-
     private final int id;
     private final String name;
     private final ExportSet exports = new ExportSet();
     private final Cleaner cleaner = Cleaner.create();
     private final SessionCalls calls;
     private final Transfers transfers;
-    private final Executor waiters;
+    private final FutureCalls futures;
 
     private KciSession(int id, String name, int maxReferences) {
         this.id = id;
         this.name = name;
         calls = new SessionCalls(this, id, exports, maxReferences);
         transfers = new Transfers(this, calls, maxReferences);
-        waiters = newWaiters(id);
-    }
-
-    /** One thread that waits for results, in the order of the calls; it is there only while there are any. */
-    private static Executor newWaiters(int id) {
-        ThreadPoolExecutor executor = new ThreadPoolExecutor(1, 1, IDLE_SECONDS, TimeUnit.SECONDS,
-                new LinkedBlockingQueue<>(), work -> {
-                    Thread thread = new Thread(work, "tmqkci session " + id);
-                    thread.setDaemon(true);
-                    return thread;
-                });
-        executor.allowCoreThreadTimeOut(true);
-        return executor;
+        futures = new FutureCalls(id);
     }
 
     /**
@@ -96,7 +76,12 @@ public final class KciSession implements AutoCloseable {
                 if (id < 0) {
                     throw KciBridge.failure(id, report);
                 }
-                return new KciSession(id, options.toString(), KciBridge.maxReferences(id));
+                try {
+                    return new KciSession(id, options.toString(), KciBridge.maxReferences(id));
+                } catch (TmqKciException unusable) {
+                    TmqKciInterface._logout(id, report);
+                    throw unusable;
+                }
             } finally {
                 KciBridge.lock().unlock();
             }
@@ -172,7 +157,7 @@ public final class KciSession implements AutoCloseable {
      */
     public CompletableFuture<KciObject> executeAsync(String source) {
         Objects.requireNonNull(source, "source");
-        return begin(abandoned -> {
+        return futures.begin(abandoned -> {
             calls.enter();
             try {
                 return object(calls.run(source, null, abandoned));
@@ -193,7 +178,7 @@ public final class KciSession implements AutoCloseable {
      */
     public CompletableFuture<KciObject> sendAsync(Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(selector, "selector");
-        return begin(abandoned -> run(abandoned, selector, receiver, arguments));
+        return futures.begin(abandoned -> run(abandoned, selector, receiver, arguments));
     }
 
     private KciObject run(BooleanSupplier abandoned, String selector, Object receiver, Object... arguments) {
@@ -203,29 +188,6 @@ public final class KciSession implements AutoCloseable {
         } finally {
             calls.leave();
         }
-    }
-
-    private CompletableFuture<KciObject> begin(Function<BooleanSupplier, KciObject> call) {
-        CompletableFuture<KciObject> future = new CompletableFuture<>();
-        waiters.execute(() -> {
-            if (future.isDone()) {
-                return;
-            }
-            Runnable completion;
-            try {
-                KciObject result = call.apply(future::isDone);
-                completion = () -> {
-                    if (!future.complete(result) && result != null) {
-                        result.release();
-                    }
-                };
-            } catch (Throwable failure) {
-                completion = () -> future.completeExceptionally(failure);
-            }
-            // Not here: what depends on the future may call the session, and wait for this very thread.
-            future.defaultExecutor().execute(completion);
-        });
-        return future;
     }
 
     private KciObject object(TmqKciReport result) {
@@ -262,8 +224,12 @@ public final class KciSession implements AutoCloseable {
      *
      * @param oop the identifier
      * @return the object
+     * @throws IllegalArgumentException if it is no identifier of an object: below 2 or beyond 32 bits
      */
     public KciObject object(long oop) {
+        if (oop < 2 || oop >>> Integer.SIZE != 0) {
+            throw new IllegalArgumentException(oop + " identifies no object");
+        }
         TmqKciReport report = TmqKciReport.ofOop(oop);
         calls.enter();
         try {
@@ -447,58 +413,6 @@ public final class KciSession implements AutoCloseable {
         }
     }
 
-    /** Continues a suspended process. */
-    KciObject resume(KciObject process, Object value) {
-        TmqKciReport result = new TmqKciReport();
-        calls.enter();
-        try {
-            Arguments arguments = new Arguments(this, process, value);
-            try {
-                calls.call(report -> {
-                    int status = TmqKciInterface._continue(id, arguments.receiver, false, arguments.reports[0], result,
-                            null, null, report);
-                    arguments.retainCreated(exports);
-                    if (status == 0) {
-                        exports.retain(result.oop);
-                    }
-                    return status;
-                });
-            } finally {
-                arguments.releaseCreated(exports);
-            }
-            return object(result);
-        } finally {
-            calls.leave();
-            Reference.reachabilityFence(process);
-        }
-    }
-
-    /** Reports a Java error in place of continuing; answers the error to be thrown. */
-    TmqKciException failWith(KciObject process, String message, String stack) {
-        Objects.requireNonNull(message, "message");
-        Objects.requireNonNull(stack, "stack");
-        TmqKciReport suspended = TmqKciReport.ofOop(process.oopFor(this));
-        calls.enter();
-        try {
-            calls.call(report -> {
-                int status = TmqKciInterface._continue(id, suspended, true, null, null, message, stack, report);
-                if (status == TmqKciInterface.FAILED && report.number == TmqKciException.ERROR_CONTINUE) {
-                    Arrays.stream(report.args).forEach(exports::retain);
-                }
-                return status;
-            });
-            throw new IllegalStateException("a Java error was taken for a success");
-        } catch (TmqKciException error) {
-            if (error.number == TmqKciException.ERROR_CONTINUE) {
-                error.keeping(Arrays.stream(error.args).mapToObj(oop -> new KciObject(this, oop, null)).toList());
-            }
-            return error;
-        } finally {
-            calls.leave();
-            Reference.reachabilityFence(process);
-        }
-    }
-
     /**
      * Closes the session, after waiting for what it runs. A second close, and one after a fatal error, do nothing.
      *
@@ -508,6 +422,10 @@ public final class KciSession implements AutoCloseable {
     @Override
     public void close() {
         calls.close();
+    }
+
+    SessionCalls calls() {
+        return calls;
     }
 
     Cleaner cleaner() {

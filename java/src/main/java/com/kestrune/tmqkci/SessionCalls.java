@@ -104,25 +104,31 @@ final class SessionCalls {
      * @return the result, counted as a reference; null if it was no longer wanted
      */
     TmqKciReport run(String text, Arguments args, BooleanSupplier abandoned) {
-        if (abandoned != null && abandoned.getAsBoolean()) {
-            return null;
-        }
+        arguments = args;
         TmqKciReport result = new TmqKciReport();
-        KciBridge.acquire();
         try {
-            sendReleases();
-            start(text, args);
-            if (poll(result)) {
-                return result;
+            if (abandoned != null && abandoned.getAsBoolean()) {
+                return null;
+            }
+            KciBridge.acquire();
+            try {
+                sendReleases();
+                start(text, args);
+                if (poll(result)) {
+                    return result;
+                }
+            } finally {
+                KciBridge.lock().unlock();
             }
         } finally {
-            KciBridge.lock().unlock();
+            if (!running) {
+                releaseArguments();
+            }
         }
         return await(result, abandoned) ? result : null;
     }
 
     private void start(String text, Arguments args) {
-        arguments = args;
         int status = TmqKciInterface.FAILED;
         try {
             if (args == null) {
@@ -132,16 +138,13 @@ final class SessionCalls {
             } else {
                 status = TmqKciInterface._perform(id, args.receiver, text, args.reports, args.reports.length, report);
             }
-            running = status == 0;
         } finally {
             if (args != null) {
                 args.retainCreated(exports);
             }
-            if (!running) {
-                releaseArguments();
-            }
         }
         check(status);
+        running = true;
     }
 
     /** Asks for the result once, with the bridge's lock held; answers whether the call has ended. */
@@ -216,13 +219,6 @@ final class SessionCalls {
             }
         }
         return true;
-    }
-
-    /** Counts references to what a native call handed out. Inside {@link #call}'s function. */
-    void retain(TmqKciReport[] reports, int count) {
-        for (int i = 0; i < count; ++i) {
-            exports.retain(reports[i].oop);
-        }
     }
 
     /** Gives up what nobody refers to any more, with the bridge's lock held. */

@@ -17,6 +17,9 @@ public class TmqKciException extends RuntimeException {
     /** The {@link #number} with which an error continue answers (see {@link TmqKciInterface#_continue}). */
     public static final int ERROR_CONTINUE = 2372;
 
+    /** How a text that the catalogue does not hold begins. */
+    private static final String MISSING_TEXT = "[errmsg.";
+
     private static final long serialVersionUID = 1L;
 
     /** The error number, whose meaning its {@link #category} sets. */
@@ -107,11 +110,31 @@ public class TmqKciException extends RuntimeException {
         if (arguments == null) {
             List<KciObject> described = new ArrayList<>();
             for (int i = 0; session != null && args != null && i < Math.min(argCount, args.length); ++i) {
-                described.add(session.object(args[i]));
+                long oop = args[i];
+                // Other identifiers carry their value in themselves, or are none.
+                described.add(ExportSet.holds(oop) ? session.object(oop) : new KciObject(session, oop, null));
             }
             arguments = List.copyOf(described);
         }
         return arguments;
+    }
+
+    /**
+     * Renders the error for a person: as the report of {@link KciMessages} where the message catalogue is installed,
+     * else as a line with its number and message.
+     *
+     * @return the text
+     */
+    public String render() {
+        try {
+            String report = KciMessages.report(this);
+            if (report.lines().noneMatch(line -> line.startsWith(MISSING_TEXT))) {
+                return report;
+            }
+        } catch (LinkageError noBridge) {
+            // An error that Java code made where there is no bridge.
+        }
+        return "Error " + number + ": " + message + "\n";
     }
 
     /**

@@ -187,9 +187,7 @@ final class Transfers {
                 int got = calls.call(error -> {
                     int status = named ? TmqKciInterface._getNamedObjs(id, source, from, length, reports, error)
                             : TmqKciInterface._getObjs(id, source, from, length, reports, error);
-                    for (int i = 0; i < status; ++i) {
-                        session.exports().retain(reports[i].oop);
-                    }
+                    session.exports().retain(reports, status);
                     return status;
                 });
                 for (int i = 0; i < got; ++i) {

@@ -16,6 +16,7 @@ import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
 import java.util.stream.IntStream;
+import java.util.stream.Stream;
 
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.BeforeEach;
@@ -158,6 +159,7 @@ class KciSessionTest {
         TmqKciException error = assertThrows(TmqKciException.class, () -> session.execute("(nil foo: 3) + 1"));
         assertEquals(2010, error.number);
         assertEquals(3613, error.category);
+        assertEquals("Error 2010: nil does not understand #foo:\n", error.render(), "there is no catalogue here");
         assertEquals(Arrays.asList(null, "foo:"),
                 error.arguments().subList(0, 2).stream().map(each -> each.as(String.class)).toList());
 
@@ -188,7 +190,10 @@ class KciSessionTest {
         assertEquals("Array(1 2 3)", array.printString());
         assertTrue(array.isKindOf(session.execute("Array")));
         assertFalse(session.isKindOf("text", session.execute("Array")));
-        assertEquals(array.oop(), session.object(array.oop()).oop());
+        assertEquals(array, session.object(array.oop()));
+        assertEquals(1, Stream.of(array, session.object(array.oop())).distinct().count());
+        assertThrows(IllegalArgumentException.class, () -> session.object(1));
+        assertThrows(IllegalArgumentException.class, () -> session.object(1L << 32));
         assertEquals(3, session.execute(session.create("1 + 2")).intValue());
         assertEquals(Object.class, session.execute("Object new").as(Object.class) instanceof KciObject
                 ? Object.class : null);

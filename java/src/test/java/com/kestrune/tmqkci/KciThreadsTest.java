@@ -1,8 +1,8 @@
 package com.kestrune.tmqkci;
 
 import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
 import static org.junit.jupiter.api.Assertions.assertInstanceOf;
-import static org.junit.jupiter.api.Assertions.assertNotEquals;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -55,7 +55,7 @@ class KciThreadsTest {
             thread.interrupt();
             ExecutionException end = assertThrows(ExecutionException.class, () -> task.get(5, TimeUnit.SECONDS));
             assertInstanceOf(KciInterruptedException.class, end.getCause());
-            assertTrue(System.nanoTime() - begin < 300_000_000L, "at once");
+            assertTrue(System.nanoTime() - begin < 1_000_000_000L, "at once");
         }
     }
 
@@ -113,17 +113,17 @@ class KciThreadsTest {
         session.execute("waited := 0");
         long begin = System.nanoTime();
         CompletableFuture<KciObject> cancelled = session.executeAsync(
-                "System waitMilliseconds: 300. waited := waited + 1. Array new: 5");
+                "System waitMilliseconds: 1000. waited := waited + 1. Array new: 5");
         CompletableFuture<KciObject> neverBegun = session.executeAsync("waited := 1000");
         Thread.sleep(50);
         assertTrue(cancelled.cancel(true));
         neverBegun.cancel(true);
         assertThrows(CancellationException.class, cancelled::get);
-        assertTrue(System.nanoTime() - begin < 250_000_000L, "the future is done at once");
+        assertTrue(System.nanoTime() - begin < 800_000_000L, "the future is done at once");
         assertEquals(1, session.execute("waited").intValue(), "the server's call went on");
-        assertTrue(System.nanoTime() - begin >= 290_000_000L, "the next call waited for it");
+        assertTrue(System.nanoTime() - begin >= 990_000_000L, "the next call waited for it");
 
-        CompletableFuture<KciObject> late = session.executeAsync("System waitMilliseconds: 200. nil foo")
+        CompletableFuture<KciObject> late = session.executeAsync("System waitMilliseconds: 600. nil foo")
                 .orTimeout(50, TimeUnit.MILLISECONDS);
         assertInstanceOf(TimeoutException.class, assertThrows(ExecutionException.class, late::get).getCause());
         assertEquals(7, session.execute("3 + 4").intValue(), "the error of a late call concerns nobody");
@@ -136,13 +136,13 @@ class KciThreadsTest {
     @Test
     void everyWaitAnswersToInterrupts() throws Exception {
         // For the result of one's own call.
-        Worker.start(() -> session.execute("System waitMilliseconds: 600")).waiting().interruptedAtOnce();
+        Worker.start(() -> session.execute("System waitMilliseconds: 2500")).waiting().interruptedAtOnce();
         // For the end of the abandoned call.
         Worker.start(() -> session.execute("1")).waiting().interruptedAtOnce();
         assertEquals(2, session.execute("2").intValue());
 
         // For the session's turn.
-        CompletableFuture<KciObject> busy = session.executeAsync("System waitMilliseconds: 400");
+        CompletableFuture<KciObject> busy = session.executeAsync("System waitMilliseconds: 2500");
         Thread.sleep(50);
         Worker.start(() -> session.execute("1")).waiting().interruptedAtOnce();
         Worker.start(() -> session.fetchElements(session.object(10))).waiting().interruptedAtOnce();
@@ -175,7 +175,7 @@ class KciThreadsTest {
         assertThrows(IllegalStateException.class, () -> quick.execute("1"));
 
         KciSession slow = KciSessionTest.login();
-        slow.executeAsync("System waitMilliseconds: 1800").orTimeout(20, TimeUnit.MILLISECONDS);
+        slow.executeAsync("System waitMilliseconds: 2800").orTimeout(20, TimeUnit.MILLISECONDS);
         Thread.sleep(50);
         Thread.currentThread().interrupt();
         assertThrows(KciInterruptedException.class, slow::close);
@@ -185,12 +185,12 @@ class KciThreadsTest {
             slow.close();
             return null;
         }).waiting().task.get();
-        assertTrue(!slow.isOpen());
+        assertFalse(slow.isOpen());
     }
 
     @Test
     void waitingBurnsNoProcessorAndHoldsNoLock() throws Exception {
-        CompletableFuture<KciObject> call = session.executeAsync("System waitMilliseconds: 700");
+        CompletableFuture<KciObject> call = session.executeAsync("System waitMilliseconds: 1500");
         Thread.sleep(100);
         long cpuBefore = processorMillis();
         try (KciSession other = KciSessionTest.login()) {
@@ -198,10 +198,10 @@ class KciThreadsTest {
                 assertEquals(i, other.execute(String.valueOf(i)).intValue());
             }
         }
-        assertNotEquals(true, call.isDone(), "another session was served meanwhile");
+        assertFalse(call.isDone(), "another session was served meanwhile");
         call.get();
         long used = processorMillis() - cpuBefore;
-        assertTrue(used < 350, "used " + used + " ms of the processor");
+        assertTrue(used < 750, "used " + used + " ms of the processor");
     }
 
     private static long processorMillis() {

@@ -8,6 +8,8 @@ import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
+import java.io.PrintWriter;
+import java.io.StringWriter;
 import java.util.List;
 import java.util.Map;
 import java.util.concurrent.CompletableFuture;
@@ -21,6 +23,8 @@ import org.junit.jupiter.api.function.Executable;
 /** The session API over a client library that answers late, and fails at each step, as source texts tell it. */
 @Timeout(60)
 class ScriptedClientTest {
+    private static final String SECRET = "k9-unlikely-secret";
+
     private KciSession session;
 
     private static KciSession login(String failingEntry) {
@@ -181,7 +185,14 @@ class ScriptedClientTest {
     @Test
     void failingLoginsAndLogouts() {
         for (String entry : List.of("KciSetNet", "KciLogin", "KciGetSessionId", "KciDirtyObjsInit")) {
-            assertEquals(4000, assertThrows(TmqKciException.class, () -> login(entry)).number, entry);
+            char[] secret = SECRET.toCharArray();
+            TmqKciException error = assertThrows(TmqKciException.class, () -> KciSession.login(
+                    new KciLoginOptions().server(entry).user("u").password(secret).hostPassword(SECRET.toCharArray())));
+            assertEquals(4000, error.number, entry);
+            assertEquals(0, secret[0]);
+            StringWriter trace = new StringWriter();
+            error.printStackTrace(new PrintWriter(trace));
+            assertFalse((trace + error.render()).contains(SECRET), entry);
         }
         KciSession other = login("none");
         other.execute("break KciLogout fatal 0");
@@ -195,7 +206,7 @@ class ScriptedClientTest {
     void interruptsWhileAnotherCallIsInNativeCode() throws Exception {
         try (KciSession other = login("none")) {
             KciObject bytes = other.object(4008);
-            other.execute("delay KciFetchBytes by 500");
+            other.execute("delay KciFetchBytes by 2000");
             CompletableFuture<byte[]> transfer = CompletableFuture.supplyAsync(() -> other.fetchBytes(bytes, 1, 10));
             Thread.sleep(100);
             Thread waiter = Thread.currentThread();
