@@ -20,6 +20,13 @@ target_link_libraries(java_test_needs_future PRIVATE java_test_future_libc)
 set_target_properties(java_test_absent java_test_needs_absent java_test_future_libc java_test_needs_future PROPERTIES
   C_VISIBILITY_PRESET default SKIP_BUILD_RPATH ON)
 
+# A client library that answers late and fails at each step, as the tests tell it; alone in an installation.
+set(scripted_installation "${CMAKE_CURRENT_BINARY_DIR}/scripted")
+add_library(java_test_scripted SHARED src/test/c/scripted.c)
+target_include_directories(java_test_scripted PRIVATE "${PROJECT_SOURCE_DIR}/include")
+set_target_properties(java_test_scripted PROPERTIES OUTPUT_NAME kcilnk67
+  LIBRARY_OUTPUT_DIRECTORY "${scripted_installation}/lib")
+
 # What the tests see as an installation.
 set(test_installation "${CMAKE_CURRENT_BINARY_DIR}/kestrune")
 set(links)
@@ -32,7 +39,8 @@ add_custom_command(OUTPUT "${test_installation}/.made"
   ${links}
   COMMAND "${CMAKE_COMMAND}" -E touch "${test_installation}/.made"
   VERBATIM)
-add_custom_target(tmqkci_java_tests ALL DEPENDS "${test_jar}" "${test_installation}/.made" tmqkci313 kcilnk67)
+add_custom_target(tmqkci_java_tests ALL DEPENDS "${test_jar}" "${test_installation}/.made" tmqkci313 kcilnk67
+  java_test_scripted)
 
 # tmqkci_java_test(CLASS [option...]): a class of tests, run with the given options of the virtual machine.
 function(tmqkci_java_test class)
@@ -48,6 +56,13 @@ foreach(class InitializationTest FailedInitializationTest SessionTest ExecutionT
 endforeach()
 # The release of a double-byte string that was lent ends a checked virtual machine.
 tmqkci_java_test(DoubleByteTest)
+# The session API sends double-byte strings, too.
+tmqkci_java_test(KciSessionTest)
+tmqkci_java_test(KciThreadsTest)
+tmqkci_java_test(ReferenceCountTest)
+tmqkci_java_test(SecondCopyTest)
+tmqkci_java_test(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE:tmqkci313>" -Xcheck:jni)
+set_tests_properties(Java.ScriptedClientTest PROPERTIES ENVIRONMENT "KESTRUNE=${scripted_installation}")
 tmqkci_java_test(LibraryTest "-Dtests.java64=${JAVA64}" "-Dtests.needsAbsent=$<TARGET_FILE:java_test_needs_absent>"
   "-Dtests.needsFuture=$<TARGET_FILE:java_test_needs_future>")
 
@@ -58,6 +73,12 @@ add_dependencies(tmqkci_java_tests messages)
 
 add_test(NAME Java.Documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
   "${PROJECT_SOURCE_DIR}/docs/using-the-bridge.md" WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
+set(documents session-api threading security upgrading)
+list(TRANSFORM documents PREPEND "${PROJECT_SOURCE_DIR}/docs/")
+list(TRANSFORM documents APPEND ".md")
+add_test(NAME Java.Examples COMMAND src/test/run-snippets "${JAVAC}" "${product_jar}" ${documents}
+  WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
 add_test(NAME Java.Demo COMMAND src/test/run-demo "${product_jar}:${demo_jar}"
   WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-set_tests_properties(Java.Documentation Java.Demo PROPERTIES ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)
+set_tests_properties(Java.Documentation Java.Examples Java.Demo PROPERTIES
+  ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)

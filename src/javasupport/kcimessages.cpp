@@ -6,7 +6,7 @@
 #include <string.h>
 
 #include "errmsg.h"
-#include "hostdebug.h"
+#include "javasupport/faultreports.h"
 #include "javasupport/utf16text.h"
 
 namespace {
@@ -83,14 +83,14 @@ bool resolveIds(JNIEnv* env) {
 }
 
 // Opens the catalogue for a process that has not done so. A damaged one must not end or stall a virtual machine: its
-// fatal reports return at once. Set every time, because HostInit clears it.
+// fatal reports return at once.
 void prepareCatalogue() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] {
         if (!ErrUtlIsUp())
             ErrMsgInit();
     });
-    noHalt = TRUE;
+    keepVirtualMachineAlive();
 }
 
 // NULL with an OutOfMemoryError pending.

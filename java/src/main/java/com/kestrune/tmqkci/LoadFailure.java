@@ -88,6 +88,11 @@ final class LoadFailure {
     }
 
     private String linkerCause(String text) {
+        if (text.contains(OtherCopy.SAME_FILE)) {
+            remedies.add("Load the bridge once in a process: put tmqkci.jar where one class loader, common to all its"
+                    + " users, finds it.");
+            return text;
+        }
         Matcher dependency = MISSING_DEPENDENCY.matcher(text);
         if (dependency.matches()) {
             String name = dependency.group(1);

@@ -1,5 +1,8 @@
 package com.kestrune.tmqkci;
 
+import java.util.ArrayList;
+import java.util.List;
+
 /**
  * The report of a failed call. The caller creates one and passes it as the last argument of a native method; when that
  * method answers {@link TmqKciInterface#FAILED}, the fields tell what went wrong and the caller may throw the object.
@@ -13,6 +16,9 @@ public class TmqKciException extends RuntimeException {
 
     /** The {@link #number} with which an error continue answers (see {@link TmqKciInterface#_continue}). */
     public static final int ERROR_CONTINUE = 2372;
+
+    /** How a text that the catalogue does not hold begins. */
+    private static final String MISSING_TEXT = "[errmsg.";
 
     private static final long serialVersionUID = 1L;
 
@@ -40,6 +46,11 @@ public class TmqKciException extends RuntimeException {
     /** Identifiers of the error's arguments. */
     public long[] args;
 
+    /** What a session knows beyond the fields; null in a report that native methods fill. */
+    private transient KciSession session;
+    private transient KciProcess process;
+    private transient List<KciObject> arguments;
+
     /** Makes an empty report. */
     public TmqKciException() {
     }
@@ -52,6 +63,78 @@ public class TmqKciException extends RuntimeException {
     public TmqKciException(String message) {
         super(message);
         this.message = message;
+    }
+
+    /** A copy of a report's fields that can be thrown. */
+    TmqKciException(TmqKciException report) {
+        super(report.message);
+        number = report.number;
+        message = report.message;
+        category = report.category;
+        context = report.context;
+        fatal = report.fatal;
+        argCount = report.argCount;
+        args = report.args;
+    }
+
+    /** Tells where the error comes from: its session, and the process that it suspended, or null. */
+    TmqKciException from(KciSession origin, KciProcess suspended) {
+        session = origin;
+        process = suspended;
+        return this;
+    }
+
+    /** Takes the arguments over, so that they stay on the server as long as this error is reachable. */
+    TmqKciException keeping(List<KciObject> objects) {
+        arguments = objects;
+        return this;
+    }
+
+    /**
+     * Answers the computation that the error suspended.
+     *
+     * @return the computation; null if nothing was suspended, or if the error did not come from a {@link KciSession}
+     */
+    public KciProcess process() {
+        return process;
+    }
+
+    /**
+     * Answers the error's arguments as objects. They are asked for when they are first wanted, which works as long as
+     * the session is open and the server keeps them.
+     *
+     * @return the arguments; none if the error did not come from a {@link KciSession}
+     * @throws TmqKciException if the server no longer has them
+     */
+    public synchronized List<KciObject> arguments() {
+        if (arguments == null) {
+            List<KciObject> described = new ArrayList<>();
+            for (int i = 0; session != null && args != null && i < Math.min(argCount, args.length); ++i) {
+                long oop = args[i];
+                // Other identifiers carry their value in themselves, or are none.
+                described.add(ExportSet.holds(oop) ? session.object(oop) : new KciObject(session, oop, null));
+            }
+            arguments = List.copyOf(described);
+        }
+        return arguments;
+    }
+
+    /**
+     * Renders the error for a person: as the report of {@link KciMessages} where the message catalogue is installed,
+     * else as a line with its number and message.
+     *
+     * @return the text
+     */
+    public String render() {
+        try {
+            String report = KciMessages.report(this);
+            if (report.lines().noneMatch(line -> line.startsWith(MISSING_TEXT))) {
+                return report;
+            }
+        } catch (LinkageError noBridge) {
+            // An error that Java code made where there is no bridge.
+        }
+        return "Error " + number + ": " + message + "\n";
     }
 
     /**

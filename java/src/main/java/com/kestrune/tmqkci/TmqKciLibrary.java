@@ -93,7 +93,7 @@ public final class TmqKciLibrary {
         }
         File file = new File(value + below).getAbsoluteFile();
         try {
-            System.load(file.getPath());
+            OtherCopy.loadUnlessThereIsOne(file);
             return file.getPath();
         } catch (UnsatisfiedLinkError error) {
             failed.add(new Attempt(place, file, null, error));
@@ -112,8 +112,12 @@ public final class TmqKciLibrary {
             }
         }
         try {
-            System.loadLibrary(NAME);
-            return file != null ? file.getPath() : FILE_NAME;
+            if (file == null) {
+                System.loadLibrary(NAME);
+                return FILE_NAME;
+            }
+            OtherCopy.loadUnlessThereIsOne(file);
+            return file.getPath();
         } catch (UnsatisfiedLinkError error) {
             failed.add(new Attempt(LIBRARY_PATH, file, "no " + FILE_NAME + " in " + path, error));
             return null;

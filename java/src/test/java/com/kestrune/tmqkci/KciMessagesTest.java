@@ -47,6 +47,7 @@ class KciMessagesTest {
         String start = RULE + "Error                    The session goes on.\n"
                 + "no such method: \u00e4\u20ac\ud83d\ude00\n[SYSTEM]  Number: 2010    Arguments: 2\n";
         assertEquals(start + "Argument 1: 4294967295\nArgument 2: 20\n", KciMessages.report(error));
+        assertEquals(KciMessages.report(error), error.render());
         assertEquals(start + "Argument 1: <\u20ac4294967295>\nArgument 2: 20\n",
                 KciMessages.report(error, 1, false, 1, object -> object == 20 ? null : "<\u20ac" + object + ">"));
         error.fatal = true;

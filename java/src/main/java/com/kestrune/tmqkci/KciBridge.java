@@ -1,0 +1,151 @@
+package com.kestrune.tmqkci;
+
+import java.util.concurrent.locks.ReentrantLock;
+
+/**
+ * What all sessions of the process share: the bridge's initialization, and the lock that keeps native calls apart. The
+ * native library's state belongs to the process, which is why this state is static.
+ */
+public final class KciBridge {
+    private static final ReentrantLock LOCK = new ReentrantLock(true);
+    private static final String TOO_MANY = "releaseOops(): buffer size exceeded";
+
+    /** How many references one native call can move; 0 until a session has asked. Guarded by the lock. */
+    private static int maxReferences;
+
+    private static boolean faultReports;
+
+    private KciBridge() {
+    }
+
+    /**
+     * Answers the lock that every call of every session takes for as long as it is inside native code. A program that
+     * uses the methods of {@link TmqKciInterface} beside sessions holds it around each of them, and around a call and
+     * the evaluation of its reports. It is fair. A thread that holds it must not call a session: that is refused.
+     *
+     * @return the lock, the same one always
+     */
+    public static ReentrantLock lock() {
+        return LOCK;
+    }
+
+    /**
+     * Initializes the bridge. The first initialization of the process counts, by this method or by
+     * {@link TmqKciInterface#_initialize}; a later one can only raise the trace level.
+     *
+     * @param options how
+     * @throws TmqKciException if the client library cannot be used
+     * @throws UnsatisfiedLinkError if the native library cannot be loaded
+     */
+    public static void initialize(KciBridgeOptions options) {
+        TmqKciLibrary.load();
+        TmqKciException report = new TmqKciException();
+        long[] kernelOops = new long[TmqKciInterface.KERNEL_OOPS];
+        acquire();
+        try {
+            int status = TmqKciInterface._initialize(options.linked() ? 1 : 0, options.applicationName(),
+                    options.bufferSize(), options.preloadSize(), options.traceLevel(), kernelOops, report);
+            if (status < 0) {
+                throw failure(status, report);
+            }
+            faultReports(faultReports);
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /**
+     * Chooses what a fatal report of the native support layer does. As long as reports are not wanted, it is announced
+     * in a line on standard output, and the process goes on. Wanted, it prints the C stacks, waits for a debugger,
+     * writes a core file and ends the process: a virtual machine should do so only to find a fault.
+     *
+     * @param wanted whether fault reports are wanted; they are not unless this was called
+     */
+    public static void setFaultReports(boolean wanted) {
+        TmqKciLibrary.load();
+        acquire();
+        try {
+            faultReports = wanted;
+            faultReports(wanted);
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    private static native void faultReports(boolean wanted);
+
+    /**
+     * Answers the version of the client library.
+     *
+     * @return the version's text
+     * @throws TmqKciException if the bridge is not initialized
+     */
+    public static String clientVersion() {
+        TmqKciException report = new TmqKciException();
+        String[] version = new String[1];
+        acquire();
+        try {
+            int status = TmqKciInterface._kciVersion(version, report);
+            if (status < 0) {
+                throw failure(status, report);
+            }
+        } finally {
+            LOCK.unlock();
+        }
+        return version[0];
+    }
+
+    /** Takes the lock; answers to an interrupt. */
+    static void acquire() {
+        try {
+            LOCK.lockInterruptibly();
+        } catch (InterruptedException interrupt) {
+            throw KciInterruptedException.whileWaiting("the bridge's lock");
+        }
+    }
+
+    /** The error of a native call, with the stack of this thread. */
+    static TmqKciException failure(int status, TmqKciException report) {
+        return status == TmqKciInterface.FAILED ? new TmqKciException(report)
+                : new TmqKciException("the virtual machine did not lend a string or an array to the bridge");
+    }
+
+    /**
+     * How many references one native call can move. The buffer may have been sized by someone else, so the bridge is
+     * asked: it judges a count before anything else, and a missing array ends the question. With the lock held.
+     */
+    static int maxReferences(int session) {
+        if (maxReferences == 0) {
+            int guess = KciBridgeOptions.DEFAULTS.bufferSize() / 4;
+            if (fits(session, guess) && !fits(session, guess + 1)) {
+                maxReferences = guess;
+            } else {
+                maxReferences = Math.max(1, searchMaxReferences(session));
+            }
+        }
+        return maxReferences;
+    }
+
+    private static int searchMaxReferences(int session) {
+        int fitting = 0;
+        int above = Integer.MAX_VALUE;
+        while (above - fitting > 1) {
+            int middle = fitting + (above - fitting) / 2;
+            if (fits(session, middle)) {
+                fitting = middle;
+            } else {
+                above = middle;
+            }
+        }
+        return fitting;
+    }
+
+    private static boolean fits(int session, int count) {
+        TmqKciException report = new TmqKciException();
+        TmqKciInterface._releaseOops(session, null, count, report);
+        if (report.number != TmqKciException.BRIDGE_ERROR) {
+            throw new TmqKciException(report);
+        }
+        return !TOO_MANY.equals(report.message);
+    }
+}

@@ -1,0 +1,15 @@
+package com.kestrune.tmqkci;
+
+/** Tells that a value cannot be converted between Java and the server without loss. */
+public class KciConversionException extends RuntimeException {
+    private static final long serialVersionUID = 1L;
+
+    /**
+     * Makes an exception with a text.
+     *
+     * @param message which value cannot become what
+     */
+    public KciConversionException(String message) {
+        super(message);
+    }
+}

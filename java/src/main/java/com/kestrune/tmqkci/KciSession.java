@@ -1,0 +1,463 @@
+package com.kestrune.tmqkci;
+
+import java.lang.ref.Cleaner;
+import java.util.Arrays;
+import java.util.List;
+import java.util.Objects;
+import java.util.concurrent.CompletableFuture;
+import java.util.function.BooleanSupplier;
+import java.util.stream.Stream;
+
+/**
+ * A session with the database: runs code on the server and moves the contents of objects.
+ *
+ * <pre>{@code
+ * try (KciSession session = KciSession.login(
+ *         new KciLoginOptions().server("local").user("guest").password(password))) {
+ *     int seven = session.execute("3 + 4").intValue();
+ * }
+ * }</pre>
+ *
+ * <p>All methods are thread-safe. A session runs one call at a time; threads that want more wait for their turn, in the
+ * order in which they came. While a thread waits, for its turn or for a result, an interrupt ends the wait with a
+ * {@link KciInterruptedException}; logging in, continuing a process and each slice of a transfer wait in native code,
+ * and end only by themselves. What the server has begun it finishes: the session's next call waits for that first.
+ *
+ * <p>Every method throws {@link TmqKciException} for an error of the server or the bridge, {@link
+ * IllegalStateException} when the session has ended, and {@link KciConversionException} for a value that has no
+ * counterpart. A thread that holds {@link KciBridge#lock} is refused.
+ *
+ * <p>Arguments may be objects of the session, null, Boolean, Character, Byte, Short, Integer, Long (within 32 bits),
+ * Float, Double, String, LocalDateTime (its milliseconds; the rest is dropped) and byte[].
+ */
+public final class KciSession implements AutoCloseable {
+    private final int id;
+    private final String name;
+    private final ExportSet exports = new ExportSet();
+    private final Cleaner cleaner = Cleaner.create();
+    private final SessionCalls calls;
+    private final Transfers transfers;
+    private final FutureCalls futures;
+
+    private KciSession(int id, String name, int maxReferences) {
+        this.id = id;
+        this.name = name;
+        calls = new SessionCalls(this, id, exports, maxReferences);
+        transfers = new Transfers(this, calls, maxReferences);
+        futures = new FutureCalls(id);
+    }
+
+    /**
+     * Opens a session, after initializing the bridge with {@link KciBridgeOptions#DEFAULTS} unless it is initialized.
+     * The passwords among the options are overwritten in any case.
+     *
+     * @param options who logs in, and where
+     * @return the session
+     */
+    public static KciSession login(KciLoginOptions options) {
+        return login(options, KciBridgeOptions.DEFAULTS);
+    }
+
+    /**
+     * Opens a session, after initializing the bridge unless it is initialized. The passwords among the options are
+     * overwritten in any case.
+     *
+     * @param options who logs in, and where
+     * @param bridge how to initialize the bridge
+     * @return the session
+     */
+    public static KciSession login(KciLoginOptions options, KciBridgeOptions bridge) {
+        try {
+            KciBridge.initialize(bridge);
+            TmqKciException report = new TmqKciException();
+            KciBridge.acquire();
+            try {
+                int id = options.login(report);
+                if (id < 0) {
+                    throw KciBridge.failure(id, report);
+                }
+                try {
+                    return new KciSession(id, options.toString(), KciBridge.maxReferences(id));
+                } catch (TmqKciException unusable) {
+                    TmqKciInterface._logout(id, report);
+                    throw unusable;
+                }
+            } finally {
+                KciBridge.lock().unlock();
+            }
+        } finally {
+            options.wipe();
+        }
+    }
+
+    /**
+     * Answers the session's number, for the methods of {@link TmqKciInterface}.
+     *
+     * @return the number
+     */
+    public int id() {
+        return id;
+    }
+
+    /**
+     * Whether the session can be used: it was neither closed nor ended by a fatal error.
+     *
+     * @return whether it can
+     */
+    public boolean isOpen() {
+        return calls.isOpen();
+    }
+
+    /**
+     * Runs source text on the server and waits for its result.
+     *
+     * @param source the text
+     * @return the result
+     */
+    public KciObject execute(String source) {
+        Objects.requireNonNull(source, "source");
+        calls.enter();
+        try {
+            return object(calls.run(source, null, null));
+        } finally {
+            calls.leave();
+        }
+    }
+
+    /**
+     * Runs source text that is a string on the server, and waits for its result.
+     *
+     * @param source the string
+     * @return the result
+     */
+    public KciObject execute(KciObject source) {
+        return run(null, null, Objects.requireNonNull(source, "source"));
+    }
+
+    /**
+     * Sends a message and waits for its result.
+     *
+     * @param receiver the receiver, an object or a value
+     * @param selector the message's selector
+     * @param arguments the message's arguments, {@link TmqKciInterface#MAX_ARGUMENTS} at most
+     * @return the result
+     */
+    public KciObject send(Object receiver, String selector, Object... arguments) {
+        return run(null, Objects.requireNonNull(selector, "selector"), receiver, arguments);
+    }
+
+    /**
+     * Begins what {@link #execute(String)} does, without waiting. When the future is completed from outside, by {@link
+     * CompletableFuture#cancel}, {@link CompletableFuture#orTimeout} or otherwise, nobody waits for the result any
+     * more; what the server has begun goes on, and the session is busy until then. Calls are run in the order in which
+     * they were begun, one at a time.
+     *
+     * @param source the text
+     * @return the future result
+     */
+    public CompletableFuture<KciObject> executeAsync(String source) {
+        Objects.requireNonNull(source, "source");
+        return futures.begin(abandoned -> {
+            calls.enter();
+            try {
+                return object(calls.run(source, null, abandoned));
+            } finally {
+                calls.leave();
+            }
+        });
+    }
+
+    /**
+     * Begins what {@link #send} does, without waiting; as {@link #executeAsync} does. The arguments are converted when
+     * the call's turn has come.
+     *
+     * @param receiver the receiver, an object or a value
+     * @param selector the message's selector
+     * @param arguments the message's arguments, {@link TmqKciInterface#MAX_ARGUMENTS} at most
+     * @return the future result
+     */
+    public CompletableFuture<KciObject> sendAsync(Object receiver, String selector, Object... arguments) {
+        Objects.requireNonNull(selector, "selector");
+        return futures.begin(abandoned -> run(abandoned, selector, receiver, arguments));
+    }
+
+    private KciObject run(BooleanSupplier abandoned, String selector, Object receiver, Object... arguments) {
+        calls.enter();
+        try {
+            return object(calls.run(selector, new Arguments(this, receiver, arguments), abandoned));
+        } finally {
+            calls.leave();
+        }
+    }
+
+    private KciObject object(TmqKciReport result) {
+        return result == null ? null : new KciObject(this, result.oop, result);
+    }
+
+    /**
+     * Tells whether an object is an instance of a class or of one of its subclasses.
+     *
+     * @param object the object or value
+     * @param cls the class
+     * @return whether it is
+     */
+    public boolean isKindOf(Object object, KciObject cls) {
+        calls.enter();
+        try {
+            Arguments arguments = new Arguments(this, object, cls);
+            try {
+                return calls.call(report -> {
+                    int status = TmqKciInterface._isKindOf(id, arguments.receiver, arguments.reports[0], report);
+                    arguments.retainCreated(exports);
+                    return status;
+                }) != 0;
+            } finally {
+                arguments.releaseCreated(exports);
+            }
+        } finally {
+            calls.leave();
+        }
+    }
+
+    /**
+     * Describes the object with an identifier.
+     *
+     * @param oop the identifier
+     * @return the object
+     * @throws IllegalArgumentException if it is no identifier of an object: below 2 or beyond 32 bits
+     */
+    public KciObject object(long oop) {
+        if (oop < 2 || oop >>> Integer.SIZE != 0) {
+            throw new IllegalArgumentException(oop + " identifies no object");
+        }
+        TmqKciReport report = TmqKciReport.ofOop(oop);
+        calls.enter();
+        try {
+            calls.call(error -> {
+                int status = TmqKciInterface._setup(id, report, error);
+                if (status == 0) {
+                    exports.retain(report.oop);
+                }
+                return status;
+            });
+            return object(report);
+        } finally {
+            calls.leave();
+        }
+    }
+
+    /**
+     * Puts a Java value on the server, as a new object if it is not one whose identifier carries its value.
+     *
+     * @param value the value
+     * @return the object
+     */
+    public KciObject create(Object value) {
+        return value instanceof KciObject object ? object : transfers.create(value);
+    }
+
+    /**
+     * Reads all bytes of a byte object, as they are now.
+     *
+     * @param object the object
+     * @return the bytes
+     */
+    public byte[] fetchBytes(KciObject object) {
+        return transfers.bytes(object);
+    }
+
+    /**
+     * Reads bytes of a byte object.
+     *
+     * @param object the object
+     * @param start where to begin, from 1
+     * @param count how many; fewer are an error
+     * @return the bytes
+     */
+    public byte[] fetchBytes(KciObject object, long start, int count) {
+        return transfers.bytes(object, start, count);
+    }
+
+    /**
+     * Reads the whole text of a string of either width, as it is now: a character for each byte of a plain string, the
+     * UTF-16 units of a double-byte string, surrogates and NUL as they are.
+     *
+     * @param string the string
+     * @return the text
+     */
+    public String fetchString(KciObject string) {
+        if (!string.isString()) {
+            throw Values.refused(string, String.class);
+        }
+        return Values.decode(transfers.bytes(string), string.description().isDBString);
+    }
+
+    /**
+     * Reads all indexed elements, as they are now; those of an unordered collection come in its internal order.
+     *
+     * @param object the object
+     * @return the elements, without descriptions
+     */
+    public List<KciObject> fetchElements(KciObject object) {
+        return transfers.references(object, false);
+    }
+
+    /**
+     * Reads indexed elements.
+     *
+     * @param object the object
+     * @param start where to begin, from 1
+     * @param count how many at most
+     * @return the elements, fewer where the object ends
+     */
+    public List<KciObject> fetchElements(KciObject object, long start, int count) {
+        return transfers.references(object, start, count, false);
+    }
+
+    /**
+     * Reads all named variables, as they are now.
+     *
+     * @param object the object
+     * @return the variables' values, without descriptions
+     */
+    public List<KciObject> fetchNamed(KciObject object) {
+        return transfers.references(object, true);
+    }
+
+    /**
+     * Reads named variables.
+     *
+     * @param object the object
+     * @param start the number of the first variable, from 1
+     * @param count how many at most
+     * @return the variables' values, fewer where there are no more
+     */
+    public List<KciObject> fetchNamed(KciObject object, long start, int count) {
+        return transfers.references(object, start, count, true);
+    }
+
+    /**
+     * Writes bytes into a byte object.
+     *
+     * @param object the object
+     * @param start where to begin, from 1
+     * @param bytes the bytes
+     */
+    public void storeBytes(KciObject object, long start, byte[] bytes) {
+        transfers.storeBytes(object, start, bytes);
+    }
+
+    /**
+     * Writes characters into a string, in its width.
+     *
+     * @param string the string
+     * @param start the index of the first character, from 1
+     * @param text the characters
+     * @throws KciConversionException if the string holds bytes, and a character is beyond U+00FF
+     */
+    public void storeString(KciObject string, long start, String text) {
+        if (!string.isString()) {
+            throw Values.refused(string, String.class);
+        }
+        boolean doubleByte = string.description().isDBString;
+        transfers.storeBytes(string, doubleByte ? 2 * start - 1 : start, Values.encode(text, doubleByte));
+    }
+
+    /**
+     * Writes indexed elements. A slice that fails is not written, those before it are.
+     *
+     * @param object the object
+     * @param start where to begin, from 1
+     * @param elements the elements, objects and values
+     */
+    public void storeElements(KciObject object, long start, List<?> elements) {
+        transfers.storeReferences(object, start, elements, false);
+    }
+
+    /**
+     * Writes named variables, as {@link #storeElements} writes elements.
+     *
+     * @param object the object
+     * @param start the number of the first variable, from 1
+     * @param values the variables' values, objects and values
+     */
+    public void storeNamed(KciObject object, long start, List<?> values) {
+        transfers.storeReferences(object, start, values, true);
+    }
+
+    /**
+     * Answers the objects that have changed since this was last asked, each once. All are read before this returns.
+     *
+     * @return the objects, without descriptions
+     */
+    public Stream<KciObject> changedObjects() {
+        return transfers.changed().stream();
+    }
+
+    /**
+     * Gives objects up at once, rather than when they are no longer reachable.
+     *
+     * @param objects the objects
+     */
+    public void release(KciObject... objects) {
+        Arrays.stream(objects).forEach(KciObject::release);
+    }
+
+    /** Throws the error that waits in the session, if there is one. */
+    public void checkErrors() {
+        calls.enter();
+        try {
+            calls.call(report -> TmqKciInterface._checkErrors(id, report));
+        } finally {
+            calls.leave();
+        }
+    }
+
+    /**
+     * Closes the session, after waiting for what it runs. A second close, and one after a fatal error, do nothing.
+     *
+     * @throws KciInterruptedException if the thread was interrupted and the running call does not end within a second;
+     *     the session stays open then and can be closed later
+     */
+    @Override
+    public void close() {
+        calls.close();
+    }
+
+    SessionCalls calls() {
+        return calls;
+    }
+
+    Cleaner cleaner() {
+        return cleaner;
+    }
+
+    ExportSet exports() {
+        return exports;
+    }
+
+    Transfers transfers() {
+        return transfers;
+    }
+
+    byte[] wholeBody(KciObject object) {
+        TmqKciReport description = object.description();
+        return description.valueBytes != null && description.valueBytes.length == description.indexedSize
+                ? description.valueBytes.clone()
+                : transfers.bytes(object);
+    }
+
+    TmqKciReport describe(KciObject object) {
+        return transfers.describe(object);
+    }
+
+    /**
+     * Tells number, user and server.
+     *
+     * @return the text
+     */
+    @Override
+    public String toString() {
+        return "session " + id + " of " + name;
+    }
+}

@@ -1,0 +1,274 @@
+package com.kestrune.tmqkci;
+
+import static org.junit.jupiter.api.Assertions.assertArrayEquals;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.PrintWriter;
+import java.io.StringWriter;
+import java.time.LocalDateTime;
+import java.util.ArrayList;
+import java.util.Arrays;
+import java.util.Collections;
+import java.util.List;
+import java.util.stream.IntStream;
+import java.util.stream.Stream;
+
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+
+/** The session API over the local store, with buffers so small that most transfers take several slices. */
+class KciSessionTest {
+    static final KciBridgeOptions SMALL = KciBridgeOptions.DEFAULTS.withSizes(1024, 64);
+
+    private KciSession session;
+
+    static KciSession login() {
+        return KciSession.login(
+                new KciLoginOptions().server("local").user("guest").password("guest".toCharArray()), SMALL);
+    }
+
+    @BeforeEach
+    void open() {
+        session = login();
+    }
+
+    @AfterEach
+    void close() {
+        session.close();
+    }
+
+    @Test
+    void valuesGoBothWays() {
+        KciObject list = session.execute("List new");
+        for (Object value : new Object[] {true, false, 'a', '\u00E9', '\u20AC', 0, -1, Integer.MAX_VALUE,
+            Integer.MIN_VALUE, 1 << 29, -(1 << 29) - 1, 1.5, -0.0, Double.NaN, 1e300, "", "plain", "it's",
+            "caf\u00E9 \u00FF\u0080", "nul\0inside", "\u20AC\0", "\uD83D\uDE00", "\uDC00 alone \uD800",
+            "x".repeat(3000), "\u00E9".repeat(3000), "\u20AC".repeat(3000), LocalDateTime.of(2024, 2, 29, 23, 59, 58),
+            LocalDateTime.of(1969, 12, 31, 0, 0, 0, 1_000_000)}) {
+            KciObject object = session.send(list, "add:", value);
+            assertEquals(value, object.as(value.getClass()), String.valueOf(value));
+            assertEquals(value, session.send(list, "last").as(value.getClass()));
+            if (value instanceof String text) {
+                assertEquals(text.length(), session.send(text, "size").intValue(), "a character stays a character");
+                assertEquals(text.chars().anyMatch(c -> c > 0xFF), object.description().isDBString);
+                assertEquals(text, session.fetchString(session.create(text)));
+            }
+        }
+        assertNull(session.send(list, "add:", (Object) null).as(String.class));
+        assertTrue(session.execute("nil").isNil());
+        for (int length : new int[] {0, 1, 64, 65, 1024, 1025, 5000}) {
+            byte[] bytes = new byte[length];
+            for (int i = 0; i < length; ++i) {
+                bytes[i] = (byte) (i * 7);
+            }
+            assertArrayEquals(bytes, session.send(list, "add:", bytes).as(byte[].class));
+        }
+        assertEquals(0.1f, session.send(0.1f, "yourself").as(Float.class));
+        assertEquals(7.0, session.execute("7").as(double.class));
+        assertEquals(10_000_000_000L, session.execute("100000 * 100000").longValue());
+        assertEquals(LocalDateTime.of(2024, 1, 1, 0, 0, 0, 123_000_000),
+                session.send(LocalDateTime.of(2024, 1, 1, 0, 0, 0, 123_999_999), "yourself").dateTimeValue());
+    }
+
+    @Test
+    void whatDoesNotFitIsRefused() {
+        assertRefused("the integer 2147483648 does not fit 32 bits", () -> session.send(1L << 31, "abs"));
+        assertRefused("a java.util.Date has no counterpart on the server",
+                () -> session.send(1, "max:", new java.util.Date()));
+        assertRefused("the integer 10000000000 does not fit a Integer",
+                () -> session.execute("100000 * 100000").intValue());
+        assertRefused("the integer 128 does not fit a Byte", () -> session.execute("128").as(Byte.class));
+        assertRefused("7 cannot become a String", () -> session.execute("7").stringValue());
+        assertRefused("1.5 cannot become a Integer", () -> session.execute("1.5").intValue());
+        assertRefused("nil cannot become a Boolean", () -> session.execute("nil").booleanValue());
+        assertRefused("'42' cannot become a Long", () -> session.execute("'42'").longValue());
+        KciObject plain = session.create("plain");
+        assertRefused("the text has characters beyond U+00FF, and the string holds bytes",
+                () -> session.storeString(plain, 1, "\u20AC"));
+        assertThrows(NullPointerException.class, () -> session.execute((String) null));
+        try (KciSession other = login()) {
+            assertThrows(IllegalArgumentException.class, () -> other.send(plain, "size"));
+        }
+        plain.release();
+        assertThrows(IllegalStateException.class, () -> session.send(plain, "size"));
+        assertThrows(IllegalArgumentException.class, () -> KciBridgeOptions.DEFAULTS.withSizes(64, 65));
+    }
+
+    private static void assertRefused(String text, org.junit.jupiter.api.function.Executable call) {
+        assertEquals(text, assertThrows(KciConversionException.class, call).getMessage());
+    }
+
+    @Test
+    void contentsMoveInSlices() {
+        KciObject array = session.execute("Array new: 1000");
+        List<Object> values = new ArrayList<>(Collections.nCopies(1000, "text"));
+        values.set(500, array);
+        values.set(999, 12);
+        session.storeElements(array, 1, values);
+        List<KciObject> elements = session.fetchElements(array);
+        assertEquals(1000, elements.size());
+        assertEquals("text", elements.get(998).stringValue());
+        assertEquals(array.oop(), elements.get(500).oop());
+        assertEquals(12, elements.get(999).intValue());
+        assertEquals(List.of("object " + array.oop(), "12"), Arrays.asList(
+                elements.get(500).toString(), session.fetchElements(array, 1000, 5).get(0).toString()));
+        assertEquals(300, session.fetchElements(array, 701, 10_000).size());
+        assertEquals(0, session.fetchElements(array, 1, 0).size());
+        assertThrows(IndexOutOfBoundsException.class, () -> session.fetchElements(array, 0, 1));
+
+        session.execute("Object subclass: #Pair variables: #(#left #right)");
+        KciObject pair = session.execute("Pair new");
+        session.storeNamed(pair, 2, List.of("right"));
+        session.storeNamed(pair, 1, Arrays.asList((Object) null));
+        assertEquals(Arrays.asList(null, "right"),
+                session.fetchNamed(pair).stream().map(each -> each.as(String.class)).toList());
+        assertEquals(1, session.fetchNamed(pair, 2, 1).size());
+
+        KciObject bytes = session.create(new byte[3000]);
+        byte[] part = new byte[2000];
+        Arrays.fill(part, (byte) 5);
+        session.storeBytes(bytes, 1001, part);
+        assertArrayEquals(part, session.fetchBytes(bytes, 1001, 2000));
+        assertEquals(0, session.fetchBytes(bytes)[999]);
+        KciObject wide = session.create("\u20ACabc");
+        session.storeString(wide, 3, "\uD800");
+        assertEquals("\u20ACa\uD800c", session.fetchString(wide));
+        assertEquals(3, session.execute("Set new add: 1; add: 2; add: 3; yourself").namedSize()
+                + session.fetchElements(session.execute("Set new add: 1; add: 2; add: 3; yourself")).size());
+    }
+
+    @Test
+    void changedObjectsAreDrained() {
+        session.changedObjects();
+        KciObject array = session.execute("all := Array new: 600. 1 to: 600 do: [:i | all at: i put: (List new)]. all");
+        List<KciObject> elements = session.fetchElements(array);
+        session.execute("System commit. all do: [:each | each add: 1]");
+        assertEquals(elements.stream().map(KciObject::oop).sorted().toList(),
+                session.changedObjects().map(KciObject::oop).filter(oop -> oop != array.oop()).sorted().toList());
+        assertEquals(0, session.changedObjects().count());
+    }
+
+    @Test
+    void suspendedProcessesContinueOrFail() {
+        TmqKciException error = assertThrows(TmqKciException.class, () -> session.execute("(nil foo: 3) + 1"));
+        assertEquals(2010, error.number);
+        assertEquals(3613, error.category);
+        assertEquals("Error 2010: nil does not understand #foo:\n", error.render(), "there is no catalogue here");
+        assertEquals(Arrays.asList(null, "foo:"),
+                error.arguments().subList(0, 2).stream().map(each -> each.as(String.class)).toList());
+
+        TmqKciException mine = assertThrows(TmqKciException.class,
+                () -> error.process().failWith("it broke", "at line 1"));
+        assertEquals(TmqKciException.ERROR_CONTINUE, mine.number);
+        assertEquals("it broke", mine.getMessage());
+        assertEquals(List.of("it broke", "at line 1"),
+                mine.arguments().subList(1, 3).stream().map(KciObject::stringValue).toList());
+        assertEquals(42, error.process().continueWith(41).intValue(), "it stayed suspended");
+
+        TmqKciException second = assertThrows(TmqKciException.class, () -> session.execute("(1 foo) bar"));
+        TmqKciException third = assertThrows(TmqKciException.class, () -> second.process().continueWith("\u00E9"));
+        assertEquals("\u00E9", third.arguments().get(0).stringValue());
+        assertEquals("done", third.process().continueWith("done").stringValue());
+        assertNull(assertThrows(TmqKciException.class, () -> session.execute("3 +")).process());
+    }
+
+    @Test
+    void objectsTellWhatTheyAre() {
+        assertEquals("7 -3 nil true $a 1.5 'it''s' 'wide\u20AC'", String.join(" ", IntStream.range(0, 8)
+                .mapToObj(i -> session.execute(
+                        "{7. -3. nil. true. $a. 1.5. 'it''s'. 'wide\u20AC'} at: " + (i + 1)).toString()).toList()));
+        KciObject long100 = session.execute("'" + "y".repeat(100) + "'");
+        assertEquals("'" + "y".repeat(60) + "...'", long100.toString());
+        KciObject array = session.execute("#(1 2 3)");
+        assertTrue(array.toString().matches("object \\d+ of class \\d+ \\(0 named, 3 indexed\\)"), array.toString());
+        assertEquals("Array(1 2 3)", array.printString());
+        assertTrue(array.isKindOf(session.execute("Array")));
+        assertFalse(session.isKindOf("text", session.execute("Array")));
+        assertEquals(array, session.object(array.oop()));
+        assertEquals(1, Stream.of(array, session.object(array.oop())).distinct().count());
+        assertThrows(IllegalArgumentException.class, () -> session.object(1));
+        assertThrows(IllegalArgumentException.class, () -> session.object(1L << 32));
+        assertEquals(3, session.execute(session.create("1 + 2")).intValue());
+        assertEquals(Object.class, session.execute("Object new").as(Object.class) instanceof KciObject
+                ? Object.class : null);
+        session.checkErrors();
+        assertEquals("6.7.local", KciBridge.clientVersion());
+        assertTrue(session.toString().contains("guest on local"));
+    }
+
+    @Test
+    void whatIsNotReferencedIsReleased() throws Exception {
+        session.execute("System collectGarbage");
+        int before = session.execute("System objectCount").intValue();
+        KciObject kept = session.execute("List new");
+        for (int i = 0; i < 2000; ++i) {
+            session.send(session.execute("Array new: 10"), "at:put:", 1, "value " + i);
+        }
+        session.fetchElements(session.execute("(1 to: 3000) collect: [:i | Array new: 1]"));
+        for (int i = 0; i < 20 && session.exports().size() > 50; ++i) {
+            System.gc();
+            Thread.sleep(50);
+            session.execute("nil");
+        }
+        assertTrue(session.exports().size() <= 50, session.exports().size() + " identifiers are still referred to");
+        session.execute("System collectGarbage");
+        int after = session.execute("System objectCount").intValue();
+        assertTrue(after - before < 100, after + " objects, before " + before);
+        assertEquals(1, session.send(kept, "add:", 1).intValue(), "what is referenced stays");
+    }
+
+    @Test
+    void theBufferSizeOfSomeoneElseIsFound() {
+        KciBridge.lock().lock();
+        try {
+            assertEquals(256, KciBridge.maxReferences(session.id()));
+        } finally {
+            KciBridge.lock().unlock();
+        }
+    }
+
+    @Test
+    void endedSessionsAndHoldersOfTheLockAreRefused() {
+        KciSession other = login();
+        KciObject object = other.execute("Object new");
+        assertTrue(other.isOpen());
+        KciBridge.lock().lock();
+        try {
+            assertThrows(IllegalStateException.class, () -> other.execute("1"));
+            assertThrows(IllegalStateException.class, other::close);
+        } finally {
+            KciBridge.lock().unlock();
+        }
+        other.close();
+        other.close();
+        assertFalse(other.isOpen());
+        assertTrue(assertThrows(IllegalStateException.class, () -> object.send("yourself")).getMessage()
+                .endsWith("is closed"));
+        object.release();
+    }
+
+    @Test
+    void secretsAreWipedAndNowhereShown() {
+        String secret = "k9-unlikely-secret";
+        char[] password = secret.toCharArray();
+        char[] hostPassword = secret.toCharArray();
+        KciLoginOptions options = new KciLoginOptions().server("local").user("guest").password(password)
+                .networkService("net").hostUser("me").hostPassword(hostPassword);
+        StringWriter all = new StringWriter();
+        all.append(options.toString());
+        TmqKciException error = assertThrows(TmqKciException.class, () -> KciSession.login(options, SMALL));
+        assertEquals(4051, error.number);
+        error.printStackTrace(new PrintWriter(all));
+        assertFalse(all.toString().contains(secret), all.toString());
+        assertArrayEquals(new char[secret.length()], password);
+        assertArrayEquals(new char[secret.length()], hostPassword);
+        assertNotNull(assertThrows(TmqKciException.class,
+                () -> KciSession.login(new KciLoginOptions().server("local"))).getMessage());
+    }
+}

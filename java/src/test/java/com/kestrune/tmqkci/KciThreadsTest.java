@@ -1,0 +1,211 @@
+package com.kestrune.tmqkci;
+
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertInstanceOf;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.util.ArrayList;
+import java.util.List;
+import java.util.concurrent.Callable;
+import java.util.concurrent.CancellationException;
+import java.util.concurrent.CompletableFuture;
+import java.util.concurrent.ExecutionException;
+import java.util.concurrent.FutureTask;
+import java.util.concurrent.TimeUnit;
+import java.util.concurrent.TimeoutException;
+
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.Timeout;
+
+/** Threads, futures, cancellation and interrupts over the local store. */
+@Timeout(60)
+class KciThreadsTest {
+    private KciSession session;
+
+    @BeforeEach
+    void open() {
+        session = KciSessionTest.login();
+    }
+
+    @AfterEach
+    void close() {
+        session.close();
+    }
+
+    /** A thread that runs a task and is given time to reach its waiting state. */
+    private record Worker<T>(Thread thread, FutureTask<T> task) {
+        static <T> Worker<T> start(Callable<T> work) {
+            FutureTask<T> task = new FutureTask<>(work);
+            Thread thread = new Thread(task);
+            thread.start();
+            return new Worker<>(thread, task);
+        }
+
+        Worker<T> waiting() throws InterruptedException {
+            Thread.sleep(100);
+            return this;
+        }
+
+        void interruptedAtOnce() throws Exception {
+            long begin = System.nanoTime();
+            thread.interrupt();
+            ExecutionException end = assertThrows(ExecutionException.class, () -> task.get(5, TimeUnit.SECONDS));
+            assertInstanceOf(KciInterruptedException.class, end.getCause());
+            assertTrue(System.nanoTime() - begin < 1_000_000_000L, "at once");
+        }
+    }
+
+    @Test
+    void fourThreadsShareTwoSessions() throws Exception {
+        try (KciSession second = KciSessionTest.login()) {
+            KciSession[] sessions = {session, second};
+            List<Worker<Integer>> workers = new ArrayList<>();
+            for (int t = 0; t < 4; ++t) {
+                int thread = t;
+                workers.add(Worker.start(() -> {
+                    KciSession mine = sessions[thread % 2];
+                    int sum = 0;
+                    for (int i = 0; i < 300; ++i) {
+                        int n = thread * 1000 + i;
+                        assertEquals(n + 1, mine.execute(n + " + 1").intValue());
+                        String text = "thread " + thread + " \u00E9".repeat(i);
+                        assertEquals(text, mine.fetchString(mine.send(text, "yourself")));
+                        assertEquals(n, mine.sendAsync(n, "yourself").get().intValue());
+                        TmqKciException error = assertThrows(TmqKciException.class,
+                                () -> mine.send(n, "noSuchMessage"));
+                        assertEquals(n, error.arguments().get(0).intValue());
+                        sum += mine.fetchElements(mine.execute("#(1 2 3)")).size();
+                    }
+                    return sum;
+                }));
+            }
+            for (Worker<Integer> worker : workers) {
+                assertEquals(900, worker.task.get());
+            }
+        }
+    }
+
+    @Test
+    void futuresArriveInOrderAndCarryErrors() throws Exception {
+        List<CompletableFuture<KciObject>> futures = new ArrayList<>();
+        session.execute("log := List new");
+        for (int i = 0; i < 20; ++i) {
+            futures.add(session.executeAsync("log add: " + i + ". log size"));
+        }
+        for (int i = 0; i < 20; ++i) {
+            assertEquals(i + 1, futures.get(i).get().intValue());
+        }
+        ExecutionException error = assertThrows(ExecutionException.class, () -> session.executeAsync("nil foo").get());
+        assertEquals(2010, ((TmqKciException) error.getCause()).number);
+        // What depends on a future may call the session and wait for further futures.
+        assertEquals(9, session.executeAsync("4").thenApply(
+                four -> session.sendAsync(four, "+", session.execute("5")).join().intValue()).get());
+        assertInstanceOf(KciConversionException.class, assertThrows(ExecutionException.class,
+                () -> session.sendAsync(1, "+", 1L << 40).get()).getCause());
+    }
+
+    @Test
+    void cancelledAndLateCallsKeepTheSessionBusy() throws Exception {
+        session.execute("waited := 0");
+        long begin = System.nanoTime();
+        CompletableFuture<KciObject> cancelled = session.executeAsync(
+                "System waitMilliseconds: 1000. waited := waited + 1. Array new: 5");
+        CompletableFuture<KciObject> neverBegun = session.executeAsync("waited := 1000");
+        Thread.sleep(50);
+        assertTrue(cancelled.cancel(true));
+        neverBegun.cancel(true);
+        assertThrows(CancellationException.class, cancelled::get);
+        assertTrue(System.nanoTime() - begin < 800_000_000L, "the future is done at once");
+        assertEquals(1, session.execute("waited").intValue(), "the server's call went on");
+        assertTrue(System.nanoTime() - begin >= 990_000_000L, "the next call waited for it");
+
+        CompletableFuture<KciObject> late = session.executeAsync("System waitMilliseconds: 600. nil foo")
+                .orTimeout(50, TimeUnit.MILLISECONDS);
+        assertInstanceOf(TimeoutException.class, assertThrows(ExecutionException.class, late::get).getCause());
+        assertEquals(7, session.execute("3 + 4").intValue(), "the error of a late call concerns nobody");
+        CompletableFuture<KciObject> endless = session.executeAsync("System waitMilliseconds: 100");
+        assertEquals(8, session.executeAsync("8").get().intValue());
+        endless.cancel(false);
+        assertEquals(7, session.execute("3 + 4").intValue());
+    }
+
+    @Test
+    void everyWaitAnswersToInterrupts() throws Exception {
+        // For the result of one's own call.
+        Worker.start(() -> session.execute("System waitMilliseconds: 2500")).waiting().interruptedAtOnce();
+        // For the end of the abandoned call.
+        Worker.start(() -> session.execute("1")).waiting().interruptedAtOnce();
+        assertEquals(2, session.execute("2").intValue());
+
+        // For the session's turn.
+        CompletableFuture<KciObject> busy = session.executeAsync("System waitMilliseconds: 2500");
+        Thread.sleep(50);
+        Worker.start(() -> session.execute("1")).waiting().interruptedAtOnce();
+        Worker.start(() -> session.fetchElements(session.object(10))).waiting().interruptedAtOnce();
+        busy.get();
+
+        // For the bridge's lock.
+        KciBridge.lock().lock();
+        try {
+            Worker.start(() -> session.execute("1")).waiting().interruptedAtOnce();
+            Worker.start(() -> KciSessionTest.login()).waiting().interruptedAtOnce();
+        } finally {
+            KciBridge.lock().unlock();
+        }
+        // Before the call.
+        Thread.currentThread().interrupt();
+        assertThrows(KciInterruptedException.class, () -> session.execute("1"));
+        assertTrue(Thread.interrupted(), "the status is set again");
+        assertEquals(7, session.execute("3 + 4").intValue());
+    }
+
+    @Test
+    void closingAfterAnInterrupt() throws Exception {
+        KciSession quick = KciSessionTest.login();
+        CompletableFuture<KciObject> call = quick.executeAsync("System waitMilliseconds: 300");
+        Thread.sleep(50);
+        call.cancel(true);
+        Thread.currentThread().interrupt();
+        quick.close();
+        assertTrue(Thread.interrupted(), "the status is kept");
+        assertThrows(IllegalStateException.class, () -> quick.execute("1"));
+
+        KciSession slow = KciSessionTest.login();
+        slow.executeAsync("System waitMilliseconds: 2800").orTimeout(20, TimeUnit.MILLISECONDS);
+        Thread.sleep(50);
+        Thread.currentThread().interrupt();
+        assertThrows(KciInterruptedException.class, slow::close);
+        assertTrue(Thread.interrupted());
+        assertTrue(slow.isOpen());
+        Worker.start(() -> {
+            slow.close();
+            return null;
+        }).waiting().task.get();
+        assertFalse(slow.isOpen());
+    }
+
+    @Test
+    void waitingBurnsNoProcessorAndHoldsNoLock() throws Exception {
+        CompletableFuture<KciObject> call = session.executeAsync("System waitMilliseconds: 1500");
+        Thread.sleep(100);
+        long cpuBefore = processorMillis();
+        try (KciSession other = KciSessionTest.login()) {
+            for (int i = 0; i < 10; ++i) {
+                assertEquals(i, other.execute(String.valueOf(i)).intValue());
+            }
+        }
+        assertFalse(call.isDone(), "another session was served meanwhile");
+        call.get();
+        long used = processorMillis() - cpuBefore;
+        assertTrue(used < 750, "used " + used + " ms of the processor");
+    }
+
+    private static long processorMillis() {
+        return ((com.sun.management.OperatingSystemMXBean) java.lang.management.ManagementFactory
+                .getOperatingSystemMXBean()).getProcessCpuTime() / 1_000_000;
+    }
+}

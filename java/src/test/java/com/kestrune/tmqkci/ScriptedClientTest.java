@@ -1,0 +1,221 @@
+package com.kestrune.tmqkci;
+
+import static org.junit.jupiter.api.Assertions.assertDoesNotThrow;
+import static org.junit.jupiter.api.Assertions.assertEquals;
+import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertNotNull;
+import static org.junit.jupiter.api.Assertions.assertNull;
+import static org.junit.jupiter.api.Assertions.assertThrows;
+import static org.junit.jupiter.api.Assertions.assertTrue;
+
+import java.io.PrintWriter;
+import java.io.StringWriter;
+import java.util.List;
+import java.util.Map;
+import java.util.concurrent.CompletableFuture;
+
+import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
+import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.Timeout;
+import org.junit.jupiter.api.function.Executable;
+
+/** The session API over a client library that answers late, and fails at each step, as source texts tell it. */
+@Timeout(60)
+class ScriptedClientTest {
+    private static final String SECRET = "k9-unlikely-secret";
+
+    private KciSession session;
+
+    private static KciSession login(String failingEntry) {
+        return KciSession.login(new KciLoginOptions().server(failingEntry).user("u").password(new char[0]),
+                KciSessionTest.SMALL);
+    }
+
+    @BeforeEach
+    void open() {
+        session = login("none");
+    }
+
+    @AfterEach
+    void close() {
+        session.close();
+    }
+
+    private int released(long oop) {
+        return session.execute("released " + oop).intValue();
+    }
+
+    @Test
+    void lateAnswersAreWaitedFor() {
+        assertEquals(4000, session.execute("answer 4000 after 0").oop());
+        assertEquals(4000, session.execute("answer 4000 after 1000").oop());
+        TmqKciException error = assertThrows(TmqKciException.class,
+                () -> session.execute("fail 2010 context 4040 after 300"));
+        assertEquals(2010, error.number);
+        assertEquals(4040, error.process().oop());
+        assertEquals(7, session.execute("answer 31 after 0").intValue());
+    }
+
+    @Test
+    void onlyTheLastReferenceReleases() {
+        KciObject first = session.execute("answer 4400 after 0");
+        KciObject second = session.execute("answer 4400 after 0");
+        first.release();
+        first.release();
+        assertEquals(0, released(4400), "another reference is left");
+        second.release();
+        KciObject again = session.object(4400);
+        assertEquals(1, released(4400), "the batch went out with the call that asked for it again");
+        again.release();
+        assertEquals(2, released(4400));
+
+        KciObject kept = session.execute("answer 4404 after 0");
+        session.changedObjects().forEach(KciObject::release);
+        for (int i = 0; i < 3; ++i) {
+            // Handed out again by the very call that would have sent the release.
+            List<KciObject> elements = session.fetchElements(kept);
+            session.release(elements.toArray(KciObject[]::new));
+        }
+        assertEquals(0, released(4404), "an element of 10,000 was the kept object, too");
+        kept.release();
+        assertEquals(1, released(4404));
+    }
+
+    @Test
+    void abandonedCallsAreFinishedAndReleased() throws Exception {
+        int started = session.execute("started").intValue();
+        CompletableFuture<KciObject> call = session.executeAsync("answer 4800 after 300");
+        Thread.sleep(50);
+        call.cancel(true);
+        assertEquals(started + 2, session.execute("started").intValue());
+        assertEquals(1, released(4800), "its result");
+
+        CompletableFuture<KciObject> failing = session.executeAsync("fail 2010 context 4804 after 300");
+        Thread.sleep(50);
+        failing.cancel(true);
+        session.execute("answer 31 after 0");
+        assertEquals(1, released(4804), "the process that its error suspended");
+
+        TmqKciException error = assertThrows(TmqKciException.class,
+                () -> session.execute("fail 2010 context 4808 after 0"));
+        error.process().release();
+        assertEquals(1, released(4808));
+    }
+
+    @Test
+    void whatACallCreatesLivesAsLongAsTheCall() {
+        long oop = session.create("x").oop();
+        assertEquals(oop, session.send(session.object(oop), "any", "text", "caf\u00E9").oop());
+        assertEquals(1, released(oop + 4));
+        assertEquals(1, released(oop + 8));
+        arm("KciNewOop", 0);
+        assertThrows(TmqKciException.class, () -> session.send(1, "any", "text"));
+        arm("KciNbPerform", 0);
+        assertThrows(TmqKciException.class, () -> session.send(1, "any", "text"));
+        assertEquals(1, released(oop + 12), "also when the call fails");
+        arm("KciStoreBytesInstanceOf", 0);
+        assertThrows(TmqKciException.class, () -> session.send(1, "any", "caf\u00E9"));
+        assertEquals(1, released(oop + 16), "or was never begun");
+        arm("KciStoreOops", 0);
+        assertThrows(TmqKciException.class, () -> session.storeElements(session.object(oop), 1, List.of("text")));
+        assertEquals(1, released(oop + 20));
+    }
+
+    private void arm(String entry, int fatal) {
+        session.execute("break " + entry + " fatal " + fatal);
+    }
+
+    /** What calls each entry that can fail. */
+    private Map<String, Executable> calls() {
+        KciObject bytes = session.object(4008);
+        KciObject array = session.object(4012);
+        return Map.ofEntries(Map.entry("KciNbExecuteStr", () -> session.execute("answer 31 after 0")),
+                Map.entry("KciNbEnd", () -> session.execute("answer 31 after 3")),
+                Map.entry("KciSaveObjs", () -> session.execute("answer 4000 after 3")),
+                Map.entry("KciFetchObjInfo", () -> session.execute("answer 4000 after 0")),
+                Map.entry("KciNbPerform", () -> session.send(array, "size")),
+                Map.entry("KciSetSessionId", () -> session.execute("answer 31 after 0")),
+                Map.entry("KciFetchBytes", () -> session.fetchBytes(bytes)),
+                Map.entry("KciFetchOops", () -> session.fetchElements(array)),
+                Map.entry("KciStoreBytesInstanceOf", () -> session.storeBytes(bytes, 1, new byte[5000])),
+                Map.entry("KciStoreOops", () -> session.storeNamed(array, 1, List.of(1, 2))),
+                Map.entry("KciDirtySaveObjs", () -> session.changedObjects()),
+                Map.entry("KciNewOop", () -> session.create("text")),
+                Map.entry("KciIsKindOf", () -> session.isKindOf(1, array)),
+                Map.entry("KciPollForSignal", () -> session.checkErrors()),
+                Map.entry("KciContinueWith", () -> new KciProcess(session.object(4040)).continueWith(1)));
+    }
+
+    @Test
+    void errorsAtEachStepReachTheCaller() {
+        calls().forEach((entry, call) -> {
+            assertDoesNotThrow(call, entry);
+            arm(entry, 0);
+            TmqKciException error = assertThrows(TmqKciException.class, call, entry);
+            assertEquals(4000, error.number, entry);
+            assertEquals("as told", error.getMessage());
+            assertNull(error.process(), entry);
+            assertDoesNotThrow(call, entry + ": the session goes on");
+        });
+    }
+
+    @Test
+    void fatalErrorsEndTheSession() {
+        for (String entry : calls().keySet()) {
+            Executable call = calls().get(entry);
+            arm(entry, 1);
+            assertTrue(assertThrows(TmqKciException.class, call, entry).fatal);
+            assertFalse(session.isOpen(), entry);
+            assertTrue(assertThrows(IllegalStateException.class, call).getMessage().endsWith(
+                    "was ended by error 4000: as told"));
+            session.close();
+            session = login("none");
+        }
+    }
+
+    @Test
+    void failingReleasesDoNotDisturb() {
+        session.execute("answer 4804 after 0").release();
+        arm("KciReleaseOops", 0);
+        session.execute("answer 4804 after 0").release();
+        assertEquals(7, session.execute("answer 31 after 0").intValue());
+    }
+
+    @Test
+    void failingLoginsAndLogouts() {
+        for (String entry : List.of("KciSetNet", "KciLogin", "KciGetSessionId", "KciDirtyObjsInit")) {
+            char[] secret = SECRET.toCharArray();
+            TmqKciException error = assertThrows(TmqKciException.class, () -> KciSession.login(
+                    new KciLoginOptions().server(entry).user("u").password(secret).hostPassword(SECRET.toCharArray())));
+            assertEquals(4000, error.number, entry);
+            assertEquals(0, secret[0]);
+            StringWriter trace = new StringWriter();
+            error.printStackTrace(new PrintWriter(trace));
+            assertFalse((trace + error.render()).contains(SECRET), entry);
+        }
+        KciSession other = login("none");
+        other.execute("break KciLogout fatal 0");
+        assertThrows(TmqKciException.class, other::close);
+        assertTrue(other.isOpen(), "it can be closed again");
+        other.close();
+        assertFalse(other.isOpen());
+    }
+
+    @Test
+    void interruptsWhileAnotherCallIsInNativeCode() throws Exception {
+        try (KciSession other = login("none")) {
+            KciObject bytes = other.object(4008);
+            other.execute("delay KciFetchBytes by 2000");
+            CompletableFuture<byte[]> transfer = CompletableFuture.supplyAsync(() -> other.fetchBytes(bytes, 1, 10));
+            Thread.sleep(100);
+            Thread waiter = Thread.currentThread();
+            CompletableFuture.runAsync(waiter::interrupt,
+                    CompletableFuture.delayedExecutor(100, java.util.concurrent.TimeUnit.MILLISECONDS));
+            assertThrows(KciInterruptedException.class, () -> session.execute("started"));
+            assertTrue(Thread.interrupted());
+            assertFalse(transfer.isDone(), "the waiter left before the lock was free");
+            assertNotNull(transfer.get());
+        }
+    }
+}
