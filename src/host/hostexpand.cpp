@@ -88,9 +88,9 @@ void substituteHeadVariable(string_view src, Name& name) {
     if (!src.starts_with('$'))
         return;
     const size_t end = std::min(src.find('/'), src.size());
-    const char* value = findVariable(src.substr(1, end - 1));
+    const char* value = findVariable({src.data() + 1, end - 1});
     if (value != nullptr)
-        name.replace(0, name.length(), value, src.substr(end));
+        name.replace(0, name.length(), value, {src.data() + end, src.size() - end});
 }
 
 void makeAbsolute(Name& name) {

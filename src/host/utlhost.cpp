@@ -13,7 +13,8 @@ namespace {
 using std::string_view;
 
 string_view lastComponent(string_view name) {
-    return name.substr(name.rfind('/') + 1);
+    name.remove_prefix(name.rfind('/') + 1);
+    return name;
 }
 
 // Text in the caller's buffer that either fits as a whole or counts as failed.

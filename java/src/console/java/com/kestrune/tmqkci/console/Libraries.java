@@ -1,0 +1,125 @@
+package com.kestrune.tmqkci.console;
+
+import java.io.IOException;
+import java.nio.file.DirectoryStream;
+import java.nio.file.Files;
+import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.Comparator;
+import java.util.LinkedHashSet;
+import java.util.List;
+import java.util.Set;
+
+/** Where the dynamic linker finds 32-bit libraries, as far as that can be told without running it. */
+final class Libraries {
+    static final String INSTALL_C_LIBRARY = "install the 32-bit C library (Debian, on amd64: dpkg --add-architecture "
+            + "i386 && apt-get update && apt-get install libc6:i386)";
+    private static final List<String> SYSTEM_FOLDERS = List.of("/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu", "/lib32",
+            "/usr/lib32", "/lib", "/usr/lib", "/usr/local/lib");
+    private static final String VERSION_PREFIX = "GLIBC_";
+
+    private Libraries() {
+    }
+
+    static List<Path> folders() {
+        Set<Path> folders = new LinkedHashSet<>();
+        String path = System.getenv("LD_LIBRARY_PATH");
+        for (String folder : path == null ? new String[0] : path.split("[:;]")) {
+            if (!folder.isEmpty()) {
+                folders.add(Path.of(folder));
+            }
+        }
+        SYSTEM_FOLDERS.forEach(folder -> folders.add(Path.of(folder)));
+        addConfigured(Path.of("/etc/ld.so.conf.d"), folders);
+        return List.copyOf(folders);
+    }
+
+    private static void addConfigured(Path configuration, Set<Path> folders) {
+        List<String> lines = new ArrayList<>();
+        try (DirectoryStream<Path> files = Files.newDirectoryStream(configuration, "*.conf")) {
+            for (Path file : files) {
+                lines.addAll(Files.readAllLines(file));
+            }
+        } catch (IOException none) {
+            // Then there are no further folders.
+        }
+        lines.stream().map(String::strip).filter(line -> line.startsWith("/")).map(Path::of).forEach(folders::add);
+    }
+
+    /** The file that stands for a name, of the wanted machine; null if there is none. */
+    static Path find(String name, ElfFile wanted) {
+        for (Path folder : folders()) {
+            Path file = folder.resolve(name);
+            try {
+                if (Files.isRegularFile(file)) {
+                    ElfFile found = ElfFile.of(file);
+                    if (found.bits == wanted.bits && found.machine == wanted.machine) {
+                        return file;
+                    }
+                }
+            } catch (IOException unfit) {
+                // The dynamic linker passes over it, too.
+            }
+        }
+        return null;
+    }
+
+    /** What a library needs and this system lacks: libraries, and a newer C library. */
+    static List<String> lacking(ElfFile library) {
+        List<String> lacking = new ArrayList<>();
+        Set<String> offered = new LinkedHashSet<>();
+        for (String name : library.needed) {
+            Path file = find(name, library);
+            if (file == null) {
+                lacking.add("the library " + name);
+                continue;
+            }
+            try {
+                offered.addAll(ElfFile.of(file).versionsDefined);
+            } catch (IOException vanished) {
+                lacking.add("the library " + name);
+            }
+        }
+        if (lacking.isEmpty()) {
+            library.versionsNeeded.stream().filter(version -> version.startsWith(VERSION_PREFIX))
+                    .filter(version -> !offered.contains(version)).max(byVersion())
+                    .ifPresent(version -> lacking.add("a C library with " + version));
+        }
+        return lacking;
+    }
+
+    /** The version of the 32-bit C library, as "2.36"; null if there is none. */
+    static String cLibraryVersion(ElfFile wanted) {
+        Path file = find("libc.so.6", wanted);
+        try {
+            return file == null ? null : newest(ElfFile.of(file).versionsDefined);
+        } catch (IOException unreadable) {
+            return null;
+        }
+    }
+
+    /** The newest C library version among symbol versions, as "2.36"; null if there is none. */
+    static String newest(Set<String> versions) {
+        return versions.stream().filter(version -> version.matches(VERSION_PREFIX + "[0-9.]+")).max(byVersion())
+                .map(version -> version.substring(VERSION_PREFIX.length())).orElse(null);
+    }
+
+    static Comparator<String> byVersion() {
+        return (a, b) -> {
+            int[] left = numbers(a);
+            int[] right = numbers(b);
+            for (int i = 0; i < Math.min(left.length, right.length); ++i) {
+                if (left[i] != right[i]) {
+                    return Integer.compare(left[i], right[i]);
+                }
+            }
+            return Integer.compare(left.length, right.length);
+        };
+    }
+
+    private static int[] numbers(String version) {
+        String digits = version.replaceAll("^[^0-9]*|[^0-9.].*$", "");
+        return digits.isEmpty() ? new int[0] : java.util.stream.Stream.of(digits.split("\\."))
+                .mapToInt(Integer::parseInt).toArray();
+    }
+}

@@ -1,0 +1,38 @@
+# The rest of an installation (headers, CMake package, pkg-config file, Maven description), and its packages.
+include(CMakePackageConfigHelpers)
+
+set(packaging "${CMAKE_CURRENT_LIST_DIR}")
+set(package_files "${PROJECT_BINARY_DIR}/packaging")
+
+install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/" DESTINATION include FILES_MATCHING PATTERN "*.h")
+
+# Whether a consumer is a 32-bit one is asked in the configuration file, which can say so.
+write_basic_package_version_file("${package_files}/tmqkciConfigVersion.cmake" COMPATIBILITY SameMajorVersion
+  ARCH_INDEPENDENT)
+configure_file("${packaging}/tmqkci.pc.in" "${package_files}/tmqkci.pc" @ONLY)
+configure_file("${packaging}/tmqkci.pom.in" "${package_files}/tmqkci.pom" @ONLY)
+install(FILES "${packaging}/tmqkciConfig.cmake" "${package_files}/tmqkciConfigVersion.cmake"
+  DESTINATION lib/cmake/tmqkci)
+install(FILES "${package_files}/tmqkci.pc" DESTINATION lib/pkgconfig)
+install(FILES "${package_files}/tmqkci.pom" DESTINATION share/java)
+
+set(CPACK_PACKAGE_NAME tmqkci)
+set(CPACK_PACKAGE_VENDOR Kestrune)
+set(CPACK_PACKAGE_CONTACT "Kestrune <tmqkci@kestrune.example>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Java bridge to an object database, with console and local store")
+set(CPACK_PACKAGE_DESCRIPTION "A 32-bit library with the native methods of com.kestrune.tmqkci, the Java package over it,
+a console, a diagnosis of what works on this system,\nand a store inside the process for work without a server.")
+set(CPACK_PACKAGE_FILE_NAME "tmqkci-${PROJECT_VERSION}-linux-i386")
+set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_GENERATOR TGZ DEB)
+set(CPACK_PROJECT_CONFIG_FILE "${packaging}/generators.cmake")
+
+set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE i386)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION database)
+# The highest version that the libraries need of it; a test of the library holds it there.
+set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.35)")
+set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "openjdk-17-jre-headless | java17-runtime-headless")
+set(CPACK_PRE_BUILD_SCRIPTS "${packaging}/command_link.cmake")
+include(CPack)
