@@ -91,8 +91,8 @@ public final class SessionBench {
         try (KciSession session = KciSession.login(
                 new KciLoginOptions().server("local").user("guest").password("guest".toCharArray()))) {
             int id = session.id();
-            System.out.printf("%-34s %12s %12s %7s %7s %6s %9s %10s%n", "row", "ours ns", "native ns", "ratio", "limit", "",
-                    "our bytes", "its bytes");
+            System.out.printf("%-34s %12s %12s %7s %7s %6s %9s %10s%n", "row", "ours ns", "native ns", "ratio",
+                    "limit", "", "our bytes", "its bytes");
             row("execute(\"3 + 4\")", 1.3, new Side(() -> session.execute("3 + 4"), CALLS),
                     new Side(() -> nativeExecute(id), CALLS));
             KciObject array = session.execute("all := Array new: " + OBJECTS + ". 1 to: " + OBJECTS

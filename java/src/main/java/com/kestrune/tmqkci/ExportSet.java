@@ -18,8 +18,8 @@ final class ExportSet {
     /** How many consecutive identifiers stand side by side in the table, as far as there is room: a cache line. */
     private static final int NEIGHBOURS = 8;
 
-    // An open-addressing table with linear probing; an entry holds a count above 32 bits of identifier. An entry of 0 is
-    // an empty place; a count of 0 is an identifier that waits for its release, and stands in the queue at least once.
+    // An open-addressing table with linear probing; an entry holds a count above 32 bits of identifier. An entry of 0
+    // is an empty place; a count of 0 is an identifier that waits for its release, and stands in the queue at least once.
     private long[] entries = new long[SMALLEST];
     private int size;
 

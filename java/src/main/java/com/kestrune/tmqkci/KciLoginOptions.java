@@ -6,7 +6,8 @@ import java.util.Arrays;
  * What a login needs. The arrays with passwords are kept as they are given, and overwritten when the login has ended,
  * whether it succeeded or not; an object of this class serves one login.
  *
- * <p>The native method takes passwords as Java strings, which cannot be overwritten: a copy lives until it is collected.
+ * <p>The native method takes passwords as Java strings, which cannot be overwritten: a copy lives until it is
+ * collected.
  */
 public final class KciLoginOptions {
     private String server;

@@ -189,7 +189,7 @@ final class Values {
     }
 
     /**
-     * An integer beyond the immediate ones is an object of bytes, whose layout is the server's own: it is asked to print
+     * An integer beyond the immediate ones is an object of bytes, whose layout is the server's own: the server prints
      * it.
      */
     private static Object largeInteger(KciObject object) {
@@ -254,7 +254,8 @@ final class Values {
             case TmqKciReport.VALUE_DATE_TIME -> "year " + description.valueInt1 + ", day " + description.valueInt2
                     + ", " + description.valueLong + " ms";
             default -> name + " of class " + description.classOop + " (" + description.namedSize + " named, "
-                    + description.indexedSize + (description.objType == TmqKciReport.KIND_BYTE ? " bytes)" : " indexed)");
+                    + description.indexedSize
+                    + (description.objType == TmqKciReport.KIND_BYTE ? " bytes)" : " indexed)");
         };
     }
 

@@ -58,7 +58,7 @@ class ScriptedClientTest {
     }
 
     @Test
-    void onlyTheLastReferenceReleases() {
+    void onlyTheLastReferenceReleases() throws Exception {
         KciObject first = session.execute("answer 4400 after 0");
         KciObject second = session.execute("answer 4400 after 0");
         first.release();
@@ -70,16 +70,19 @@ class ScriptedClientTest {
         again.release();
         assertEquals(2, released(4400));
 
-        KciObject kept = session.execute("answer 4404 after 0");
-        session.changedObjects().forEach(KciObject::release);
-        for (int i = 0; i < 3; ++i) {
-            // Handed out again by the very call that would have sent the release.
-            List<KciObject> elements = session.fetchElements(kept);
-            session.release(elements.toArray(KciObject[]::new));
-        }
-        assertEquals(0, released(4404), "an element of 10,000 was the kept object, too");
-        kept.release();
+        KciObject held = session.execute("answer 4404 after 0");
+        CompletableFuture<KciObject> same = session.executeAsync("answer 4404 after 300");
+        Thread.sleep(50);
+        held.release();
+        assertFalse(same.isDone());
+        same.get();
+        assertEquals(0, released(4404), "handed out again before the batch left");
+        same.get().release();
         assertEquals(1, released(4404));
+
+        List<KciObject> elements = session.fetchElements(session.object(4020), 1, 3);
+        session.release(elements.get(1), elements.get(2));
+        assertEquals(List.of(0, 1, 1), elements.stream().map(each -> released(each.oop())).toList());
     }
 
     @Test

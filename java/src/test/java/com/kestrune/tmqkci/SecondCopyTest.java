@@ -30,7 +30,8 @@ class SecondCopyTest {
             assertNotSame(TmqKciLibrary.class, second);
             for (Path file : new Path[] {copy, loaded}) {
                 System.setProperty(TmqKciLibrary.PROPERTY, file.toString());
-                UnsatisfiedLinkError cause = (UnsatisfiedLinkError) second.getMethod("unavailabilityCause").invoke(null);
+                UnsatisfiedLinkError cause =
+                        (UnsatisfiedLinkError) second.getMethod("unavailabilityCause").invoke(null);
                 assertTrue(cause.getMessage().contains("already loaded in another classloader"), cause.getMessage());
                 assertTrue(cause.getMessage().contains("Load the bridge once in a process"), cause.getMessage());
                 assertEquals(file == copy, cause.getMessage().contains("another copy of the bridge"));
