@@ -91,9 +91,9 @@ final class BundledLibrary implements AutoCloseable {
 
     private static Path cache() throws IOException {
         String named = System.getenv("XDG_CACHE_HOME");
-        Path cache = named != null && named.startsWith("/") ? Path.of(named)
-                : Path.of(System.getProperty("user.home"), ".cache");
-        return Files.createDirectories(cache);
+        String home = System.getenv("HOME");
+        return Files.createDirectories(named != null && named.startsWith("/") ? Path.of(named)
+                : Path.of(home != null ? home : System.getProperty("user.home"), ".cache"));
     }
 
     private static Path ownFolder(Path folder) throws IOException {
