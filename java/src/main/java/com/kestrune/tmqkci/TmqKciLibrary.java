@@ -3,6 +3,7 @@ package com.kestrune.tmqkci;
 import com.kestrune.tmqkci.LoadFailure.Attempt;
 
 import java.io.File;
+import java.io.IOException;
 import java.util.ArrayList;
 import java.util.List;
 
@@ -13,7 +14,11 @@ import java.util.List;
  * <li>the file that the system property {@value #PROPERTY} names;
  * <li>{@value #FILE_NAME} in the folder {@code lib} of the installation that the environment variable
  * {@code KESTRUNE} names;
- * <li>{@value #FILE_NAME} in the folders of {@code java.library.path}.
+ * <li>{@value #FILE_NAME} in the folders of {@code java.library.path};
+ * <li>when neither the property nor {@code KESTRUNE} is set, the copy in the jar, which is unpacked into the user's cache,
+ * {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its content. What
+ * others could write to is refused there. When the cache cannot be used the copy goes into a temporary folder, which is
+ * removed at once.
  * </ol>
  */
 public final class TmqKciLibrary {
@@ -83,11 +88,42 @@ public final class TmqKciLibrary {
             loaded = loadFile("environment variable " + INSTALLATION, System.getenv(INSTALLATION), "/lib/" + FILE_NAME,
                     failed);
         }
-        return loaded != null ? loaded : loadFromLibraryPath(failed);
+        if (loaded == null) {
+            loaded = loadFromLibraryPath(failed);
+        }
+        return loaded != null ? loaded : loadFromJar(failed);
+    }
+
+    private static String loadFromJar(List<Attempt> failed) {
+        String place = "copy in the jar";
+        if (isSet(System.getProperty(PROPERTY)) || isSet(System.getenv(INSTALLATION))) {
+            failed.add(new Attempt(place, null, "not used, since another place is named", null));
+            return null;
+        }
+        if (!new ElfHeader(Integer.SIZE, ElfHeader.MACHINE_386).equals(ElfHeader.ofThisProcess())) {
+            failed.add(new Attempt(place, null, "it is for a 32-bit (i386) Java", null));
+            return null;
+        }
+        try (BundledLibrary copy = BundledLibrary.unpack()) {
+            File file = copy.file().toFile();
+            try {
+                OtherCopy.loadUnlessThereIsOne(file);
+                return file.getPath();
+            } catch (UnsatisfiedLinkError error) {
+                failed.add(new Attempt(place, file, null, error));
+            }
+        } catch (IOException cause) {
+            failed.add(new Attempt(place, null, cause.getMessage(), null));
+        }
+        return null;
+    }
+
+    private static boolean isSet(String value) {
+        return value != null && !value.isBlank();
     }
 
     private static String loadFile(String place, String value, String below, List<Attempt> failed) {
-        if (value == null || value.isBlank()) {
+        if (!isSet(value)) {
             failed.add(new Attempt(place, null, "it is not set", null));
             return null;
         }

@@ -5,7 +5,6 @@ import com.kestrune.tmqkci.KciSession;
 
 import java.io.IOException;
 import java.io.PrintStream;
-import java.io.UncheckedIOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 import java.nio.file.attribute.PosixFilePermissions;
@@ -64,8 +63,9 @@ final class Prompt {
     /** Where former inputs are kept, for this user alone. */
     private static Path historyFile() {
         String state = System.getenv("XDG_STATE_HOME");
+        String home = System.getenv("HOME");
         Path folder = (state != null && state.startsWith("/") ? Path.of(state)
-                : Path.of(System.getProperty("user.home"), ".local", "state")).resolve("tmqkci");
+                : Path.of(home != null ? home : System.getProperty("user.home"), ".local", "state")).resolve("tmqkci");
         Path file = folder.resolve("history");
         try {
             Files.createDirectories(folder);
@@ -74,7 +74,7 @@ final class Prompt {
                         PosixFilePermissions.fromString("rw-------")));
             }
             return file;
-        } catch (IOException | UncheckedIOException readOnly) {
+        } catch (IOException readOnly) {
             // A history for this run only: nothing can be kept in a home that cannot be written to.
             return Path.of("/dev/null");
         }
