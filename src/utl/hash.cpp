@@ -1,10 +1,11 @@
 #include "hash.h"
 
 #include <array>
+#include <atomic>
+#include <cpuid.h>
 #include <cstddef>
 #include <cstring>
 #include <emmintrin.h>
-#include <sys/auxv.h>
 
 #include "hostdebug.h"
 #include "utl/prefetch.h"
@@ -91,12 +92,23 @@ uint8_t tagOf(uint32_t hash) {
     }
 }
 
-// Not every i386 processor has SSE2. The kernel tells: asking the processor is slow where it is a virtual one. A table
-// that is used before this is known is searched the slow way.
-const bool hasSse2 = (getauxval(AT_HWCAP) & 1UL << 26) != 0;
+// Not every i386 processor has SSE2. Asked when it is first needed: a virtual processor takes its time to answer.
+std::atomic<signed char> sse2Answer{-1};
+
+[[gnu::cold, gnu::noinline]] bool askForSse2() {
+    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    const bool has = __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (edx & bit_SSE2) != 0;
+    sse2Answer.store(has, std::memory_order_relaxed);
+    return has;
+}
+
+bool hasSse2() {
+    const signed char answer = sse2Answer.load(std::memory_order_relaxed);
+    return answer >= 0 ? answer != 0 : askForSse2();
+}
 
 int32_t findTag(const uint8_t* tags, int32_t start, uint8_t tag) {
-    if (hasSse2) [[likely]]
+    if (hasSse2()) [[likely]]
         return findTagBySse2(tags, start, tag);
     while (tags[start] != tag && tags[start] != emptyTag)
         ++start;
