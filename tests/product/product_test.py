@@ -96,6 +96,16 @@ class Console(Case):
         self.assertEqual((second["value"], second["printed"], second["oop"]), (None, "nil", 10))
         self.assertEqual((third["ok"], third["error"]["number"]), (False, 2094))
 
+    def test_the_documented_transcript(self):
+        with open(HERE + "/../../docs/console.md", encoding="utf-8") as file:
+            transcript = re.search(r"```\n\$ tar.*?\n\$ cd .*?\n(.*?)```", file.read(), re.S)[1]
+        script = "\n".join(re.findall(r"^\$ (.*)$", transcript, re.M))
+        expected = re.sub(r"^\$ .*\n", "", transcript, flags=re.M)
+        out = subprocess.run(["sh"], input=script, cwd=INSTALLATION, env=self.environment(), timeout=100, text=True,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT).stdout
+        numbers = re.compile(r'"(oop|microseconds)":[0-9]+')
+        self.assertEqual(numbers.sub("", out), numbers.sub("", expected))
+
     def test_passwords_stay_secret(self):
         users = {"KCILOCAL_USERS": "bob:" + SECRET}
         file = self.write("secret", SECRET + "\nsecond line\n")
