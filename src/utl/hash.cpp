@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstring>
 #include <emmintrin.h>
+#include <sys/auxv.h>
 
 #include "hostdebug.h"
 #include "utl/prefetch.h"
@@ -90,9 +91,12 @@ uint8_t tagOf(uint32_t hash) {
     }
 }
 
-// Not every i386 processor has SSE2.
+// Not every i386 processor has SSE2. The kernel tells: asking the processor is slow where it is a virtual one. A table
+// that is used before this is known is searched the slow way.
+const bool hasSse2 = (getauxval(AT_HWCAP) & 1UL << 26) != 0;
+
 int32_t findTag(const uint8_t* tags, int32_t start, uint8_t tag) {
-    if (__builtin_cpu_supports("sse2")) [[likely]]
+    if (hasSse2) [[likely]]
         return findTagBySse2(tags, start, tag);
     while (tags[start] != tag && tags[start] != emptyTag)
         ++start;
