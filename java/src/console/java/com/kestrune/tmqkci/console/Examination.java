@@ -99,8 +99,8 @@ final class Examination {
             }
             absent.add(place);
         }
-        findings.add(Finding.failure("bridge", "not in " + String.join(", ", absent), "set KESTRUNE, or name the file with "
-                + "-D" + TmqKciLibrary.PROPERTY + "=FILE"));
+        findings.add(Finding.failure("bridge", "not in " + String.join(", ", absent),
+                "set KESTRUNE, or name the file with -D" + TmqKciLibrary.PROPERTY + "=FILE"));
     }
 
     /** Every place of the client library of one flavour; whether the first that exists can be opened. */
@@ -174,7 +174,8 @@ final class Examination {
         String version = Libraries.cLibraryVersion(elf);
         if (version != null && Libraries.byVersion().compare(version, STRICT_STACKS) >= 0 && !allowed) {
             findings.add(Finding.failure(subject, text + ", which this C library refuses",
-                    "set GLIBC_TUNABLES=glibc.rtld.execstack=2, or clear the mark with \"patchelf --clear-execstack\""));
+                    "set GLIBC_TUNABLES=glibc.rtld.execstack=2, or clear the mark in a copy with "
+                            + "\"patchelf --clear-execstack\""));
             return false;
         }
         findings.add(Finding.warning(subject, text + ": thread stacks become executable and lose their guard pages",
@@ -187,7 +188,8 @@ final class Examination {
         Map<String, String> told = new LinkedHashMap<>();
         try {
             List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java",
-                    "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Dfile.encoding=UTF-8", "-cp",
+                    "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-XX:ErrorFile=/dev/null",
+                    "-XX:-CreateCoredumpOnCrash", "-Dfile.encoding=UTF-8", "-cp",
                     System.getProperty("java.class.path")));
             for (String property : List.of(TmqKciLibrary.PROPERTY, "java.library.path")) {
                 if (System.getProperty(property) != null) {
@@ -245,7 +247,8 @@ final class Examination {
             findings.add(Finding.note("signals of Java", names(before)));
             if (probed.containsKey("signalsAfter")) {
                 long added = Long.parseUnsignedLong(probed.get("signalsAfter"), 16) & ~before;
-                findings.add(Finding.note("signals of the libraries", added == 0 ? "none beside those of Java" : names(added)));
+                findings.add(Finding.note("signals of the libraries",
+                        added == 0 ? "none beside those of Java" : names(added)));
             }
         }
     }
