@@ -82,22 +82,22 @@ constexpr char letterKind(char c) {
     }
 }
 
-// The kind of a conversion spec; one without a letter counts as a number's.
-char baseKind(std::string_view spec) {
-    const char kind = letterKind(spec.back());
+// The kind of a conversion; one without a letter counts as a number's.
+char baseKind(std::string_view conversion) {
+    const char kind = letterKind(conversion.back());
     return kind ? kind : 'd';
 }
 
-// A conversion spec made safe to hand to snprintf: it takes exactly one argument of the type that belongs to its
+// A conversion made safe to hand to snprintf: it takes exactly one argument of the type that belongs to its
 // letter, its width and precision are bounded, and it writes nowhere but to the output.
-struct SafeSpec {
+struct SafeConversion {
     // Enough for '%', five flags, a width, a precision, two modifiers and the letter.
     char text[24];
     char letter = 0;
     bool plain = false; // nothing stands between percent sign and letter that has a meaning
 
-    // FALSE for what is no spec.
-    bool parse(std::string_view spec);
+    // FALSE for what is no conversion.
+    bool parse(std::string_view conversion);
 };
 
 int takeNumber(std::string_view& rest) {
@@ -114,11 +114,11 @@ bool takeCharacter(std::string_view& rest, char c) {
     return true;
 }
 
-bool SafeSpec::parse(std::string_view spec) {
-    letter = spec.back();
-    if (spec.size() < 2 || !letterKind(letter))
+bool SafeConversion::parse(std::string_view conversion) {
+    letter = conversion.back();
+    if (conversion.size() < 2 || !letterKind(letter))
         return false;
-    std::string_view rest = spec.substr(1, spec.size() - 2);
+    std::string_view rest = conversion.substr(1, conversion.size() - 2);
     if (rest.empty()) {
         plain = true;
         return true;
@@ -169,36 +169,36 @@ bool SafeSpec::parse(std::string_view spec) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
-void appendWord(TextSink& out, const SafeSpec& spec, int32_t word) {
-    if (spec.letter == 'n')
+void appendWord(TextSink& out, const SafeConversion& conversion, int32_t word) {
+    if (conversion.letter == 'n')
         return;
-    if (spec.plain && (spec.letter == 'd' || spec.letter == 'i')) {
+    if (conversion.plain && (conversion.letter == 'd' || conversion.letter == 'i')) {
         appendDecimal(out, word);
         return;
     }
-    char plainText[] = {'%', spec.letter, 0};
-    const char* const format = spec.plain ? plainText : spec.text;
-    if (spec.letter == 'p')
+    char plainText[] = {'%', conversion.letter, 0};
+    const char* const format = conversion.plain ? plainText : conversion.text;
+    if (conversion.letter == 'p')
         out.format(format, reinterpret_cast<void*>(static_cast<uintptr_t>(static_cast<uint32_t>(word))));
     else
         out.format(format, word);
 }
 
-void appendReal(TextSink& out, const SafeSpec& spec, double real) {
-    char plainText[] = {'%', spec.letter, 0};
-    out.format(spec.plain ? plainText : spec.text, real);
+void appendReal(TextSink& out, const SafeConversion& conversion, double real) {
+    char plainText[] = {'%', conversion.letter, 0};
+    out.format(conversion.plain ? plainText : conversion.text, real);
 }
 
-void appendString(TextSink& out, const SafeSpec& spec, const char* text) {
+void appendString(TextSink& out, const SafeConversion& conversion, const char* text) {
     const std::string_view argument = argumentText(text);
-    if (spec.plain) {
+    if (conversion.plain) {
         out.append(argument);
     } else if (argument.size() < maxArgumentText) {
-        out.format(spec.text, argument.data());
+        out.format(conversion.text, argument.data());
     } else {
         char cut[maxArgumentText + 1];
         cut[argument.copy(cut, maxArgumentText)] = 0;
-        out.format(spec.text, cut);
+        out.format(conversion.text, cut);
     }
 }
 
@@ -225,20 +225,20 @@ bool appendByKind(TextSink& out, char kind, const MessageArg& arg, const char* h
     }
 }
 
-// Takes the conversion spec at the beginning of the pattern off it: up to the first conversion letter, or all of it.
-std::string_view takeSpec(std::string_view& pattern) {
+// Takes the conversion at the beginning of the pattern off it: up to the first conversion letter, or all of it.
+std::string_view takeConversion(std::string_view& pattern) {
     size_t length = 1;
     while (length < pattern.size() && !letterKind(pattern[length++])) {
     }
-    const std::string_view spec = pattern.substr(0, length);
+    const std::string_view conversion = pattern.substr(0, length);
     pattern.remove_prefix(length);
-    return spec;
+    return conversion;
 }
 
-void appendConversion(TextSink& out, std::string_view spec, int index, const ParsedEntry& entry,
+void appendConversion(TextSink& out, std::string_view conversion, int index, const ParsedEntry& entry,
                       const MessageArgs& args) {
     if (index >= entry.argListSize) {
-        out.append(spec);
+        out.append(conversion);
         return;
     }
     char kind = 's';
@@ -250,16 +250,16 @@ void appendConversion(TextSink& out, std::string_view spec, int index, const Par
         value = args.values[argument];
     }
 
-    if (kind != baseKind(spec)) {
+    if (kind != baseKind(conversion)) {
         if (kind == 's')
             out.append(argumentText(value.text));
         else
             appendByKind(out, kind, value, "", "mySprintf");
         return;
     }
-    SafeSpec safe;
-    if (!safe.parse(spec))
-        out.append(spec);
+    SafeConversion safe;
+    if (!safe.parse(conversion))
+        out.append(conversion);
     else if (kind == 'd')
         appendWord(out, safe, value.word);
     else if (kind == 'g')
@@ -342,7 +342,7 @@ void mySprintf(TextSink& out, const ParsedEntry& entry, const MessageArgs& args)
             pattern.remove_prefix(2);
             out.append('%');
         } else {
-            appendConversion(out, takeSpec(pattern), conversion++, entry, args);
+            appendConversion(out, takeConversion(pattern), conversion++, entry, args);
         }
     }
 }
