@@ -216,6 +216,7 @@ class Doctor(Case):
                 status, possible, found = self.doctor(KESTRUNE=self.home + "/k")
                 self.assertEqual((status, possible), (3, False), found)
                 self.assertIn(expected, str(found))
+                self.assertEqual(glob.glob("hs_err*"), [])
 
 
 class Launcher(Case):

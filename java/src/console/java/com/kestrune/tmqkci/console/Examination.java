@@ -187,19 +187,11 @@ final class Examination {
     private Map<String, String> probe() {
         Map<String, String> told = new LinkedHashMap<>();
         try {
-            List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java",
-                    "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-XX:ErrorFile=/dev/null",
-                    "-XX:-CreateCoredumpOnCrash", "-Dfile.encoding=UTF-8", "-cp",
-                    System.getProperty("java.class.path")));
-            for (String property : List.of(TmqKciLibrary.PROPERTY, "java.library.path")) {
-                if (System.getProperty(property) != null) {
-                    command.add(1, "-D" + property + "=" + System.getProperty(property));
-                }
-            }
-            command.addAll(List.of(Probe.class.getName(), linkedFound || !rpcFound ? "linked" : "rpc"));
-            Path output = Files.createTempFile("tmqkci", ".txt");
+            Path folder = Files.createTempDirectory("tmqkci");
+            Path output = folder.resolve("output");
+            Path crashReport = folder.resolve("crash");
             try {
-                Process process = new ProcessBuilder(command).redirectOutput(output.toFile())
+                Process process = new ProcessBuilder(probeCommand(crashReport)).redirectOutput(output.toFile())
                         .redirectError(ProcessBuilder.Redirect.DISCARD).start();
                 boolean ended = process.waitFor(PROBE_SECONDS, TimeUnit.SECONDS);
                 process.destroyForcibly();
@@ -211,7 +203,9 @@ final class Examination {
                     }
                 }
             } finally {
-                Files.delete(output);
+                Files.deleteIfExists(output);
+                Files.deleteIfExists(crashReport);
+                Files.delete(folder);
             }
         } catch (IOException failed) {
             told.put("error", "the probe could not be run: " + failed.getMessage());
@@ -219,6 +213,19 @@ final class Examination {
             Thread.currentThread().interrupt();
         }
         return told;
+    }
+
+    private List<String> probeCommand(Path crashReport) {
+        List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java",
+                "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-XX:-CreateCoredumpOnCrash",
+                "-XX:ErrorFile=" + crashReport, "-Dfile.encoding=UTF-8", "-cp", System.getProperty("java.class.path")));
+        for (String property : List.of(TmqKciLibrary.PROPERTY, "java.library.path")) {
+            if (System.getProperty(property) != null) {
+                command.add(1, "-D" + property + "=" + System.getProperty(property));
+            }
+        }
+        command.addAll(List.of(Probe.class.getName(), linkedFound || !rpcFound ? "linked" : "rpc"));
+        return command;
     }
 
     private void initialization(Map<String, String> probed) {
