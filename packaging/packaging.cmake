@@ -20,8 +20,9 @@ set(CPACK_PACKAGE_NAME tmqkci)
 set(CPACK_PACKAGE_VENDOR Kestrune)
 set(CPACK_PACKAGE_CONTACT "Kestrune <tmqkci@kestrune.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Java bridge to an object database, with console and local store")
-set(CPACK_PACKAGE_DESCRIPTION "A 32-bit library with the native methods of com.kestrune.tmqkci, the Java package over it,
-a console, a diagnosis of what works on this system,\nand a store inside the process for work without a server.")
+set(CPACK_PACKAGE_DESCRIPTION "A 32-bit library with the native methods of com.kestrune.tmqkci, the Java package
+over it, a console, a diagnosis of what works on this system, and a store inside
+the process for work without a server.")
 set(CPACK_PACKAGE_FILE_NAME "tmqkci-${PROJECT_VERSION}-linux-i386")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)

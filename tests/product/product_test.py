@@ -65,7 +65,8 @@ class Console(Case):
                     self.assertEqual(err, expected[2])
 
     def test_inputs_of_several_lines(self):
-        text = "#(1\n2) size\n\n| a b |\na := 3.\nb := 4.\na * b\n\n'one\n\ntwo' size\n3 \\\n+ 4\n5 max: 9;\n+ 1\n\"end"
+        text = "#(1\n2) size\n\n| a b |\na := 3.\nb := 4.\na * b\n\n'one\n\ntwo' size\n" \
+               "3 \\\n+ 4\n5 max: 9;\n+ 1\n\"end"
         expected = "2\n12\n8\n7\n6\n"
         status, out, err = self.tmqkci(text=text)
         self.assertEqual((status, out), (1, expected), err)
@@ -90,11 +91,22 @@ class Console(Case):
                               "   \u251c\u2500 1: 5\n   \u2514\u2500 2: Array(6)\n")
 
     def test_json(self):
-        status, out, _ = self.tmqkci("--json", "-e", "'a\"\\\u20ac', (10 asCharacter) asString", "-e", "nil", "-e", "1/0")
+        text = "'a\"\\\u20ac', (10 asCharacter) asString"
+        status, out, _ = self.tmqkci("--json", "-e", text, "-e", "nil", "-e", "1/0")
         first, second, third = map(json.loads, out.splitlines())
         self.assertEqual((status, first["value"], first["ok"]), (1, "a\"\\\u20ac\n", True))
         self.assertEqual((second["value"], second["printed"], second["oop"]), (None, "nil", 10))
         self.assertEqual((third["ok"], third["error"]["number"]), (False, 2094))
+
+    def test_the_documented_transcript(self):
+        with open(HERE + "/../../docs/console.md", encoding="utf-8") as file:
+            transcript = re.search(r"```\n\$ tar.*?\n\$ cd .*?\n(.*?)```", file.read(), re.S)[1]
+        script = "\n".join(re.findall(r"^\$ (.*)$", transcript, re.M))
+        expected = re.sub(r"^\$ .*\n", "", transcript, flags=re.M)
+        out = subprocess.run(["sh"], input=script, cwd=INSTALLATION, env=self.environment(), timeout=100, text=True,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT).stdout
+        numbers = re.compile(r'"(oop|microseconds)":[0-9]+')
+        self.assertEqual(numbers.sub("", out), numbers.sub("", expected))
 
     def test_passwords_stay_secret(self):
         users = {"KCILOCAL_USERS": "bob:" + SECRET}
@@ -204,6 +216,7 @@ class Doctor(Case):
                 status, possible, found = self.doctor(KESTRUNE=self.home + "/k")
                 self.assertEqual((status, possible), (3, False), found)
                 self.assertIn(expected, str(found))
+                self.assertEqual(glob.glob("hs_err*"), [])
 
 
 class Launcher(Case):
@@ -300,8 +313,9 @@ class Consumers(Case):
         self.assertRegex(self.run_program(self.home + "/consumer")[1], r"^1 .*open\(nowhere\)")
 
     def test_pkg_config_in_cxx20(self):
-        flags = subprocess.run(["pkg-config", "--cflags", "--libs", "tmqkci"], check=True, text=True, capture_output=True,
-                               env={**os.environ, "PKG_CONFIG_PATH": INSTALLATION + "/lib/pkgconfig"}).stdout.split()
+        flags = subprocess.run(["pkg-config", "--cflags", "--libs", "tmqkci"], check=True, text=True,
+                               env={**os.environ, "PKG_CONFIG_PATH": INSTALLATION + "/lib/pkgconfig"},
+                               capture_output=True).stdout.split()
         program = self.home + "/consumer"
         subprocess.run(["g++", "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-o", program,
                         HERE + "/consumer-cpp/main.cpp", *flags, "-Wl,-rpath," + INSTALLATION + "/lib"], check=True)
@@ -314,7 +328,8 @@ class DebianPackage(Case):
         subprocess.run(["cpack", "-G", "DEB", "-B", packages, "--config", BUILD + "/CPackConfig.cmake"], check=True,
                        capture_output=True)
         package = glob.glob(packages + "/tmqkci_*_i386.deb")[0]
-        depends = subprocess.run(["dpkg-deb", "-f", package, "Depends"], check=True, capture_output=True, text=True).stdout
+        depends = subprocess.run(["dpkg-deb", "-f", package, "Depends"], check=True, capture_output=True,
+                                 text=True).stdout
         self.assertRegex(depends, r"^libc6 \(>= [0-9.]+\)\n$")
         root = self.home + "/root"
         subprocess.run(["dpkg-deb", "-x", package, root], check=True)

@@ -19,8 +19,8 @@ import java.util.Set;
 
 /**
  * The copy of the library that the jar carries, as a file. In the cache, everything from the folder {@code tmqkci} down
- * must be this user's, no symbolic link, and closed to others' writing. A file appears there by being renamed, whole; of
- * several virtual machines that do so at once, each puts the same bytes in the place.
+ * must be this user's, no symbolic link, and closed to others' writing. A file appears there by being renamed, whole;
+ * of several virtual machines that do so at once, each puts the same bytes in the place.
  */
 final class BundledLibrary implements AutoCloseable {
     private static final String RESOURCE = "/META-INF/native/linux-i386/" + TmqKciLibrary.FILE_NAME;

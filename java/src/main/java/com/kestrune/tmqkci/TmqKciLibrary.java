@@ -15,10 +15,10 @@ import java.util.List;
  * <li>{@value #FILE_NAME} in the folder {@code lib} of the installation that the environment variable
  * {@code KESTRUNE} names;
  * <li>{@value #FILE_NAME} in the folders of {@code java.library.path};
- * <li>when neither the property nor {@code KESTRUNE} is set, the copy in the jar, which is unpacked into the user's cache,
- * {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its content. What
- * others could write to is refused there. When the cache cannot be used the copy goes into a temporary folder, which is
- * removed at once.
+ * <li>when neither the property nor {@code KESTRUNE} is set, the copy in the jar, which is unpacked into the user's
+ * cache, {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its content.
+ * What others could write to is refused there. When the cache cannot be used the copy goes into a temporary folder,
+ * which is removed at once.
  * </ol>
  */
 public final class TmqKciLibrary {

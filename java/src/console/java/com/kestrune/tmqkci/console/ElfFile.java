@@ -12,7 +12,8 @@ import java.util.Set;
 import java.util.TreeSet;
 
 /**
- * What a shared library's file tells before anyone opens it, read as the System V ABI and its GNU extensions lay it out.
+ * What a shared library's file tells before anyone opens it, read as the System V ABI and its GNU extensions lay it
+ * out.
  * Of a foreign byte order only {@link #bits} and {@link #machine} are read.
  */
 final class ElfFile {
@@ -182,7 +183,8 @@ final class ElfFile {
             int section = table + i * size;
             if (file.getInt(section + 4) == SECTION_DYNAMIC_SYMBOLS) {
                 int linked = table + toOffset(word(section + (wide ? 40 : 24))) * size;
-                readSymbols(toOffset(natural(section + (wide ? 24 : 16))), toOffset(natural(section + (wide ? 32 : 20))),
+                readSymbols(toOffset(natural(section + (wide ? 24 : 16))),
+                        toOffset(natural(section + (wide ? 32 : 20))),
                         toOffset(natural(linked + (wide ? 24 : 16))));
             }
         }

@@ -71,9 +71,10 @@ final class Evaluator {
         } catch (KciInterruptedException interrupt) {
             Thread.interrupted();
             interrupted = true;
-            fail(input, new TmqKciException("interrupted; the server goes on with it, and the next input waits for its end"));
+            fail(input, new TmqKciException("interrupted; the server goes on with it, and the next input waits for its "
+                    + "end"));
             return false;
-        } catch (KciConversionException | IllegalStateException refused) {
+        } catch (KciConversionException | IllegalStateException | IllegalArgumentException refused) {
             fail(input, new TmqKciException(refused.getMessage()));
             return false;
         }
@@ -85,7 +86,7 @@ final class Evaluator {
         switch (words[0]) {
             case "help", "h", "?" -> out.print(Help.TEXT);
             case "quit", "q" -> ended = true;
-            case "error" -> out.println(lastError == null ? "There was no error yet." : report(lastError).stripTrailing());
+            case "error" -> out.println(lastError == null ? "There was no error yet." : report(lastError));
             case "table" -> show(rest, true, 0);
             case "tree" -> tree(rest);
             case "time" -> format.time = !rest.equals("off");
@@ -168,7 +169,7 @@ final class Evaluator {
         return fields;
     }
 
-    /** The error in full: message, number, category, arguments as they print themselves, and what the catalogue says. */
+    /** The error in full: message, number, category, arguments as they print themselves, and the catalogue's text. */
     private String report(TmqKciException error) {
         if (error.number == 0) {
             return line(error);

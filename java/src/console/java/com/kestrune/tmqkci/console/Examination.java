@@ -99,8 +99,8 @@ final class Examination {
             }
             absent.add(place);
         }
-        findings.add(Finding.failure("bridge", "not in " + String.join(", ", absent), "set KESTRUNE, or name the file with "
-                + "-D" + TmqKciLibrary.PROPERTY + "=FILE"));
+        findings.add(Finding.failure("bridge", "not in " + String.join(", ", absent),
+                "set KESTRUNE, or name the file with -D" + TmqKciLibrary.PROPERTY + "=FILE"));
     }
 
     /** Every place of the client library of one flavour; whether the first that exists can be opened. */
@@ -174,7 +174,8 @@ final class Examination {
         String version = Libraries.cLibraryVersion(elf);
         if (version != null && Libraries.byVersion().compare(version, STRICT_STACKS) >= 0 && !allowed) {
             findings.add(Finding.failure(subject, text + ", which this C library refuses",
-                    "set GLIBC_TUNABLES=glibc.rtld.execstack=2, or clear the mark with \"patchelf --clear-execstack\""));
+                    "set GLIBC_TUNABLES=glibc.rtld.execstack=2, or clear the mark in a copy with "
+                            + "\"patchelf --clear-execstack\""));
             return false;
         }
         findings.add(Finding.warning(subject, text + ": thread stacks become executable and lose their guard pages",
@@ -186,18 +187,11 @@ final class Examination {
     private Map<String, String> probe() {
         Map<String, String> told = new LinkedHashMap<>();
         try {
-            List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java",
-                    "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-Dfile.encoding=UTF-8", "-cp",
-                    System.getProperty("java.class.path")));
-            for (String property : List.of(TmqKciLibrary.PROPERTY, "java.library.path")) {
-                if (System.getProperty(property) != null) {
-                    command.add(1, "-D" + property + "=" + System.getProperty(property));
-                }
-            }
-            command.addAll(List.of(Probe.class.getName(), linkedFound || !rpcFound ? "linked" : "rpc"));
-            Path output = Files.createTempFile("tmqkci", ".txt");
+            Path folder = Files.createTempDirectory("tmqkci");
+            Path output = folder.resolve("output");
+            Path crashReport = folder.resolve("crash");
             try {
-                Process process = new ProcessBuilder(command).redirectOutput(output.toFile())
+                Process process = new ProcessBuilder(probeCommand(crashReport)).redirectOutput(output.toFile())
                         .redirectError(ProcessBuilder.Redirect.DISCARD).start();
                 boolean ended = process.waitFor(PROBE_SECONDS, TimeUnit.SECONDS);
                 process.destroyForcibly();
@@ -209,7 +203,9 @@ final class Examination {
                     }
                 }
             } finally {
-                Files.delete(output);
+                Files.deleteIfExists(output);
+                Files.deleteIfExists(crashReport);
+                Files.delete(folder);
             }
         } catch (IOException failed) {
             told.put("error", "the probe could not be run: " + failed.getMessage());
@@ -217,6 +213,19 @@ final class Examination {
             Thread.currentThread().interrupt();
         }
         return told;
+    }
+
+    private List<String> probeCommand(Path crashReport) {
+        List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java",
+                "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-XX:-CreateCoredumpOnCrash",
+                "-XX:ErrorFile=" + crashReport, "-Dfile.encoding=UTF-8", "-cp", System.getProperty("java.class.path")));
+        for (String property : List.of(TmqKciLibrary.PROPERTY, "java.library.path")) {
+            if (System.getProperty(property) != null) {
+                command.add(1, "-D" + property + "=" + System.getProperty(property));
+            }
+        }
+        command.addAll(List.of(Probe.class.getName(), linkedFound || !rpcFound ? "linked" : "rpc"));
+        return command;
     }
 
     private void initialization(Map<String, String> probed) {
@@ -245,7 +254,8 @@ final class Examination {
             findings.add(Finding.note("signals of Java", names(before)));
             if (probed.containsKey("signalsAfter")) {
                 long added = Long.parseUnsignedLong(probed.get("signalsAfter"), 16) & ~before;
-                findings.add(Finding.note("signals of the libraries", added == 0 ? "none beside those of Java" : names(added)));
+                findings.add(Finding.note("signals of the libraries",
+                        added == 0 ? "none beside those of Java" : names(added)));
             }
         }
     }

@@ -14,8 +14,8 @@ import java.util.Set;
 final class Libraries {
     static final String INSTALL_C_LIBRARY = "install the 32-bit C library (Debian, on amd64: dpkg --add-architecture "
             + "i386 && apt-get update && apt-get install libc6:i386)";
-    private static final List<String> SYSTEM_FOLDERS = List.of("/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu", "/lib32",
-            "/usr/lib32", "/lib", "/usr/lib", "/usr/local/lib");
+    private static final List<String> SYSTEM_FOLDERS = List.of("/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu",
+            "/lib32", "/usr/lib32", "/lib", "/usr/lib", "/usr/local/lib");
     private static final String VERSION_PREFIX = "GLIBC_";
 
     private Libraries() {
