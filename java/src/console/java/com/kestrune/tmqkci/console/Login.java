@@ -35,7 +35,7 @@ final class Login {
     private boolean rpc;
 
     /** Logs in. Errors of the command line are reported as such; others are the session's. */
-    KciSession open(CommandSpec spec) throws IOException {
+    KciSession open(CommandSpec command) throws IOException {
         KciBridgeOptions bridge = KciBridgeOptions.DEFAULTS.withLinked(!rpc).withApplicationName("tmqkci");
         KciBridge.initialize(bridge);
         boolean local = KciBridge.clientVersion().contains(LOCAL_VERSION);
@@ -45,26 +45,26 @@ final class Login {
             options.user(LOCAL_USER).password(LOCAL_USER.toCharArray());
         } else {
             if (user == null || server == null && !local) {
-                throw new ParameterException(spec.commandLine(), "give --server and --user");
+                throw new ParameterException(command.commandLine(), "give --server and --user");
             }
-            options.user(user).password(secret(spec, passwordFile, "TMQKCI_PASSWORD", "Password of " + user + ": "));
+            options.user(user).password(secret(command, passwordFile, "TMQKCI_PASSWORD", "Password of " + user + ": "));
         }
         if (hostUser != null) {
-            options.hostUser(hostUser).hostPassword(secret(spec, hostPasswordFile, "TMQKCI_HOST_PASSWORD",
+            options.hostUser(hostUser).hostPassword(secret(command, hostPasswordFile, "TMQKCI_HOST_PASSWORD",
                     "Password of " + hostUser + " on the host: "));
         }
         return KciSession.login(options, bridge);
     }
 
-    private static char[] secret(CommandSpec spec, Path file, String variable, String prompt) throws IOException {
+    private static char[] secret(CommandSpec command, Path file, String variable, String prompt) throws IOException {
         char[] password;
         try {
             password = Secrets.password(file, variable, prompt);
         } catch (IOException unreadable) {
-            throw new ParameterException(spec.commandLine(), "cannot read the password file " + file);
+            throw new ParameterException(command.commandLine(), "cannot read the password file " + file);
         }
         if (password == null) {
-            throw new ParameterException(spec.commandLine(), "no password: name a file with one, set " + variable
+            throw new ParameterException(command.commandLine(), "no password: name a file with one, set " + variable
                     + ", or run this at a terminal");
         }
         return password;

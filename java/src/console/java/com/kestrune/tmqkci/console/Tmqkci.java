@@ -70,7 +70,7 @@ final class Tmqkci implements Callable<Integer> {
     @Option(names = "--time", description = "show how long each expression takes")
     private boolean time;
     @Spec
-    private CommandSpec spec;
+    private CommandSpec command;
 
     private final PrintStream out = Terminals.out();
     private final PrintStream err = Terminals.err();
@@ -94,12 +94,12 @@ final class Tmqkci implements Callable<Integer> {
     @Override
     public Integer call() throws IOException {
         if (limit < 1 || treeDepth < 0) {
-            throw new ParameterException(spec.commandLine(), "--limit must be positive, and --tree not negative");
+            throw new ParameterException(command.commandLine(), "--limit must be positive, and --tree not negative");
         }
         List<String> given = given();
         KciSession session;
         try {
-            session = login.open(spec);
+            session = login.open(command);
         } catch (TmqKciException error) {
             return refused(error, Evaluator.fields(error), Evaluator.line(error));
         } catch (UnsatisfiedLinkError error) {
@@ -153,9 +153,9 @@ final class Tmqkci implements Callable<Integer> {
                 all.add(input);
             }
         } catch (CharacterCodingException notUtf8) {
-            throw new ParameterException(spec.commandLine(), inputs.file + " is not UTF-8 text");
+            throw new ParameterException(command.commandLine(), inputs.file + " is not UTF-8 text");
         } catch (IOException unreadable) {
-            throw new ParameterException(spec.commandLine(), "cannot read " + inputs.file + ": "
+            throw new ParameterException(command.commandLine(), "cannot read " + inputs.file + ": "
                     + unreadable.getMessage());
         }
         return all;
