@@ -25,17 +25,17 @@ typedef BoolType (*HashCompareFType)(const void* a, const void* b);
 
 /* The slots are read freely, and changed only through the functions below. */
 typedef struct HashTableSType {
-    int32_t indexOfPrime;     /* which size of the list */
-    BoolType copyKeys;        /* the table owns a copy of each key */
-    int32_t keySize;          /* bytes copied per key */
-    int32_t tableSize;        /* slots */
-    int32_t halfTableSize;    /* the number of entries at which the next insertion grows the table */
+    int32_t indexOfPrime;  /* which size of the list */
+    BoolType copyKeys;     /* the table owns a copy of each key */
+    int32_t keySize;       /* bytes copied per key */
+    int32_t tableSize;     /* slots */
+    int32_t halfTableSize; /* the number of entries at which the next insertion grows the table */
     int32_t quarterTableSize;
-    int32_t numEntries;       /* occupied slots */
+    int32_t numEntries; /* occupied slots */
     HashFType hashFunc;
     HashCompareFType compareFunc;
-    VoidPtrType* table;       /* tableSize slots, NULL when empty */
-    VoidPtrType* endPtr;      /* behind the last slot */
+    VoidPtrType* table;  /* tableSize slots, NULL when empty */
+    VoidPtrType* endPtr; /* behind the last slot */
 } HashTableSType;
 
 TMQKCI_C_BEGIN
@@ -55,9 +55,9 @@ TMQKCI_API void HashTableInit(HashTableSType* hashTable, BoolType copyKeys, unsi
 TMQKCI_API VoidPtrType* HashTableLookup(HashTableSType* hashTable, const void* key);
 
 /*
- * Stores a key at the empty slot that HashTableLookup gave for it, the table being unchanged since. A table that is half
- * full grows first. FALSE without memory: for larger slots with the table unchanged, for the key's copy with the entry
- * counted all the same (kept so on purpose).
+ * Stores a key at the empty slot that HashTableLookup gave for it, the table being unchanged since. A table that is
+ * half full grows first. FALSE without memory: for larger slots with the table unchanged, for the key's copy with the
+ * entry counted all the same (kept so on purpose).
  */
 TMQKCI_API BoolType HashTableInsert(HashTableSType* hashTable, VoidPtrType* posn, const void* key);
 

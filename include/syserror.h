@@ -24,7 +24,9 @@ typedef struct SysErrorSType {
     char errMsg[SYSERROR_MAX_ERROR];
 
 #ifdef __cplusplus
-    SysErrorSType() { initialize(); }
+    SysErrorSType() {
+        initialize();
+    }
     /* Clears the number, the code and the text. Signal-safe. */
     void initialize() {
         hostError = 0;
@@ -32,7 +34,9 @@ typedef struct SysErrorSType {
         errMsg[0] = '\0';
     }
     /* Sets only the code, from a value of errno. Signal-safe. */
-    void setErr(int anErrno) { errCode = UnixErrOsErrToSysErr(anErrno, SYSERRCAT_ERRNO); }
+    void setErr(int anErrno) {
+        errCode = UnixErrOsErrToSysErr(anErrno, SYSERRCAT_ERRNO);
+    }
 #endif
 } SysErrorSType;
 

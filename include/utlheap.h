@@ -4,8 +4,8 @@
  *
  * Every block carries its origin, guard words before and after the caller's bytes, and a place in the list of live
  * blocks. Each 300th allocation and each 300th release checks all live blocks; a release checks its own. Damage, double
- * releases and foreign pointers are reported as guarantee failures, after which the heap goes on: see HostCallDebuggerMsg
- * for what a report does. Reports are made while the heap is not locked, so they may use the heap.
+ * releases and foreign pointers are reported as guarantee failures, after which the heap goes on: see
+ * HostCallDebuggerMsg for what a report does. Reports are made while the heap is not locked, so they may use the heap.
  *
  * All functions are thread-safe; a child made by fork may use them whatever other threads did. None is signal-safe.
  * Blocks are aligned to 8 bytes on i386 (56 behind the system's 16).
@@ -18,10 +18,10 @@
 TMQKCI_C_BEGIN
 
 /*
- * A block of length bytes, uninitialized, released with UtlFree; NULL when there is no memory. A length of 0 is reported
- * as a guarantee failure and gives an empty block. reason names the requester in reports and in the summary (up to 15
- * characters, counted from behind the first "src/"); it is copied. When memory runs out and reason is not NULL, one line
- * goes to standard error and HostCallDebuggerMsg is called with an empty text.
+ * A block of length bytes, uninitialized, released with UtlFree; NULL when there is no memory. A length of 0 is
+ * reported as a guarantee failure and gives an empty block. reason names the requester in reports and in the summary
+ * (up to 15 characters, counted from behind the first "src/"); it is copied. When memory runs out and reason is not
+ * NULL, one line goes to standard error and HostCallDebuggerMsg is called with an empty text.
  */
 TMQKCI_API void* UtlMalloc(unsigned length, const char* reason);
 
