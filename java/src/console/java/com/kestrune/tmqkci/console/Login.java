@@ -8,7 +8,7 @@ import com.kestrune.tmqkci.KciSession;
 import java.io.IOException;
 import java.nio.file.Path;
 
-import picocli.CommandLine.Model.CommandSpec;
+import picocli.CommandLine;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
 
@@ -35,7 +35,7 @@ final class Login {
     private boolean rpc;
 
     /** Logs in. Errors of the command line are reported as such; others are the session's. */
-    KciSession open(CommandSpec command) throws IOException {
+    KciSession open(CommandLine command) throws IOException {
         KciBridgeOptions bridge = KciBridgeOptions.DEFAULTS.withLinked(!rpc).withApplicationName("tmqkci");
         KciBridge.initialize(bridge);
         boolean local = KciBridge.clientVersion().contains(LOCAL_VERSION);
@@ -45,7 +45,7 @@ final class Login {
             options.user(LOCAL_USER).password(LOCAL_USER.toCharArray());
         } else {
             if (user == null || server == null && !local) {
-                throw new ParameterException(command.commandLine(), "give --server and --user");
+                throw new ParameterException(command, "give --server and --user");
             }
             options.user(user).password(secret(command, passwordFile, "TMQKCI_PASSWORD", "Password of " + user + ": "));
         }
@@ -56,15 +56,15 @@ final class Login {
         return KciSession.login(options, bridge);
     }
 
-    private static char[] secret(CommandSpec command, Path file, String variable, String prompt) throws IOException {
+    private static char[] secret(CommandLine command, Path file, String variable, String prompt) throws IOException {
         char[] password;
         try {
             password = Secrets.password(file, variable, prompt);
         } catch (IOException unreadable) {
-            throw new ParameterException(command.commandLine(), "cannot read the password file " + file);
+            throw new ParameterException(command, "cannot read the password file " + file);
         }
         if (password == null) {
-            throw new ParameterException(command.commandLine(), "no password: name a file with one, set " + variable
+            throw new ParameterException(command, "no password: name a file with one, set " + variable
                     + ", or run this at a terminal");
         }
         return password;

@@ -24,10 +24,8 @@ import picocli.CommandLine;
 import picocli.CommandLine.ArgGroup;
 import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
-import picocli.CommandLine.Spec;
 
 /** The program {@code tmqkci}. */
 @Command(name = "tmqkci", mixinStandardHelpOptions = true, versionProvider = Tmqkci.Version.class, sortOptions = false,
@@ -69,8 +67,8 @@ final class Tmqkci implements Callable<Integer> {
     private int limit;
     @Option(names = "--time", description = "show how long each expression takes")
     private boolean time;
-    @Spec
-    private CommandSpec command;
+    /** What parses the options and tells how they are used. */
+    private final CommandLine command = new CommandLine(this);
 
     private final PrintStream out = Terminals.out();
     private final PrintStream err = Terminals.err();
@@ -82,7 +80,7 @@ final class Tmqkci implements Callable<Integer> {
      */
     public static void main(String[] args) {
         PrintStream err = Terminals.err();
-        int status = new CommandLine(new Tmqkci()).setOut(new PrintWriter(Terminals.out(), true))
+        int status = new Tmqkci().command.setOut(new PrintWriter(Terminals.out(), true))
                 .setErr(new PrintWriter(err, true)).setParameterExceptionHandler((wrong, given) -> {
                     err.println("tmqkci: " + wrong.getMessage());
                     err.println("\"tmqkci --help\" lists the options.");
@@ -94,7 +92,7 @@ final class Tmqkci implements Callable<Integer> {
     @Override
     public Integer call() throws IOException {
         if (limit < 1 || treeDepth < 0) {
-            throw new ParameterException(command.commandLine(), "--limit must be positive, and --tree not negative");
+            throw new ParameterException(command, "--limit must be positive, and --tree not negative");
         }
         List<String> given = given();
         KciSession session;
@@ -153,9 +151,9 @@ final class Tmqkci implements Callable<Integer> {
                 all.add(input);
             }
         } catch (CharacterCodingException notUtf8) {
-            throw new ParameterException(command.commandLine(), inputs.file + " is not UTF-8 text");
+            throw new ParameterException(command, inputs.file + " is not UTF-8 text");
         } catch (IOException unreadable) {
-            throw new ParameterException(command.commandLine(), "cannot read " + inputs.file + ": "
+            throw new ParameterException(command, "cannot read " + inputs.file + ": "
                     + unreadable.getMessage());
         }
         return all;
