@@ -1,5 +1,6 @@
 package com.kestrune.tmqkci.demo;
 
+import com.kestrune.tmqkci.KciMessages;
 import com.kestrune.tmqkci.TmqKciException;
 import com.kestrune.tmqkci.TmqKciInterface;
 import com.kestrune.tmqkci.TmqKciReport;
@@ -141,7 +142,7 @@ final class Tour {
     }
 
     private void errors() {
-        section("An error with its arguments", "_nbEnd _setup");
+        section("An error with its arguments", "_nbEnd _setup, KciMessages");
         String source = "true fizz: 3 buzz: 5";
         try {
             database.run(source);
@@ -150,6 +151,9 @@ final class Tour {
             line("its message", error.getMessage());
             line("its arguments", LongStream.of(error.args)
                     .mapToObj(oop -> database.print(database.describe(oop))).collect(Collectors.joining(" ")));
+            System.out.println("  all of it, rendered through the message catalogue:");
+            KciMessages.report(error, 1, false, 1, oop -> database.print(database.describe(oop))).lines()
+                    .forEach(text -> System.out.println("    " + text));
         }
     }
 
