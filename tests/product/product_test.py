@@ -302,7 +302,7 @@ class BundledLibrary(Case):
 
 class Consumers(Case):
     def test_cmake_package_in_c17(self):
-        command = ["cmake", "-S", HERE + "/consumer-c", "-B", self.home, "-DCMAKE_PREFIX_PATH=" + INSTALLATION]
+        command = ["cmake", "-G", "Ninja", "-S", HERE + "/consumer-c", "-B", self.home, "-DCMAKE_PREFIX_PATH=" + INSTALLATION]
         status, out, err = self.run_program(*command)
         self.assertNotEqual(status, 0)
         self.assertIn("configure with -m32", out + err)
