@@ -123,7 +123,7 @@ void enumerateAll(benchmark::State& state) {
 }
 
 // Exported like the library's.
-[[gnu::noinline]] TMQKCI_API int plainHash(const ByteType* bytes, unsigned count, BoolType) {
+[[gnu::noinline]] TMQKCI_LEAF_API int plainHash(const ByteType* bytes, unsigned count, BoolType) {
     const ByteType* table = pearsonPermutation;
     ByteType h0 = table[bytes[0]];
     ByteType h1 = table[static_cast<ByteType>(bytes[0] + 1)];

@@ -52,7 +52,7 @@ TMQKCI_API void HashTableInit(HashTableSType* hashTable, BoolType copyKeys, unsi
  * The slot that holds a key equal to the given one, or else the empty slot where it belongs; NULL when the table has no
  * slots. A full table is searched for ever for a key that it does not hold.
  */
-TMQKCI_API VoidPtrType* HashTableLookup(HashTableSType* hashTable, const void* key);
+TMQKCI_LEAF_API VoidPtrType* HashTableLookup(HashTableSType* hashTable, const void* key);
 
 /*
  * Stores a key at the empty slot that HashTableLookup gave for it, the table being unchanged since. A table that is
@@ -83,16 +83,16 @@ TMQKCI_API void HashTableClear(HashTableSType* hashTable);
  * The Pearson hash (CACM 33, 6) of count bytes in three variants, as one 24-bit number; 0 for no bytes. Without
  * caseSensitive each byte passes through toupper first.
  */
-TMQKCI_API int HashStrHash(const ByteType* bytes, unsigned count, BoolType caseSensitive);
+TMQKCI_LEAF_API int HashStrHash(const ByteType* bytes, unsigned count, BoolType caseSensitive);
 
 /*
  * The same of two-byte characters in the machine's byte order, over both bytes of each; sizeBytes counts bytes. Without
  * caseSensitive the characters below 256 pass through toupper.
  */
-TMQKCI_API int HashDbStrHash(const ByteType* bytes, size_t sizeBytes, BoolType caseSensitive);
+TMQKCI_LEAF_API int HashDbStrHash(const ByteType* bytes, size_t sizeBytes, BoolType caseSensitive);
 
 /* Hash and equality of terminated strings, for HashTableInit. */
-TMQKCI_API int HashCStrHash(const char* str);
+TMQKCI_LEAF_API int HashCStrHash(const char* str);
 TMQKCI_API BoolType HashCStrCompare(const char* a, const char* b);
 
 TMQKCI_C_END

@@ -7,12 +7,16 @@
 
 #include <stdint.h>
 
-/* An exported function realigns its stack on i386: old callers keep it aligned to 4 bytes only. */
+/*
+ * An exported function realigns its stack on i386: old callers keep it aligned to 4 bytes only. One of the leaf kind
+ * need not: it calls nothing, or ends with a call of a function that realigns.
+ */
 #if defined(__i386__)
 #define TMQKCI_API __attribute__((visibility("default"), force_align_arg_pointer))
 #else
 #define TMQKCI_API __attribute__((visibility("default")))
 #endif
+#define TMQKCI_LEAF_API __attribute__((visibility("default")))
 #define TMQKCI_DATA __attribute__((visibility("default")))
 
 #ifdef __cplusplus

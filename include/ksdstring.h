@@ -35,7 +35,7 @@ TMQKCI_API void KsDStringInit(KsDString* dsPtr);
  * Space that no longer suffices is replaced by twice the new length. Returns the text. Without memory, which UtlMalloc
  * reports, returns NULL and leaves the text as it was.
  */
-TMQKCI_API char* KsDStringAppend(KsDString* dsPtr, const char* string, long length);
+TMQKCI_LEAF_API char* KsDStringAppend(KsDString* dsPtr, const char* string, long length);
 
 /*
  * Cuts or extends the text to length bytes (below 0: to none). Added bytes are uninitialized. Space that no longer

@@ -1,5 +1,6 @@
 #include "hash.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cpuid.h>
@@ -43,86 +44,200 @@ constexpr int32_t smallestIndex = 5;
 constexpr int32_t largestIndex = 16;
 
 // The largest table runs up to 92 % full, with probe runs of dozens of slots. Looking into each key there would miss
-// the cache each time, so every slot has a byte of its key's hash, its tag, and a search reads tags by the group. The
-// tags lie behind the slots in the same block, and behind them this record:
+// the cache each time, so every slot has two bytes of its own, in the same block:
+// - the tag, a byte of the hash of the slot's key; a search reads the tags of a group of slots at once;
+// - the filter, a bit each for the hashes of the keys that belong here and had to be put far away. Where an absent
+// key's
+//   bit is missing, only the next empty slot is left to find. Bits stay when keys are removed: they say "perhaps".
+constexpr uint8_t emptyTag = 0;
+constexpr int32_t groupSize = 32;
+
+// Where a hash belongs in a table, and what the table notes of it.
+struct Place {
+    int32_t home;
+    uint8_t tag;
+    uint8_t filterBit;
+
+    Place(uint32_t hash, int32_t tableSize) : home(homeOf(hash, tableSize)) {
+        // Multiplied, so that both depend on all bits of the hash; those of strings have only 24.
+        const uint32_t mixed = hash * 0x9E3779B1U;
+        tag = static_cast<uint8_t>(mixed >> 24);
+        if (tag == emptyTag)
+            tag = 1;
+        filterBit = static_cast<uint8_t>(1U << (mixed >> 21 & 7));
+    }
+
+private:
+    static int32_t homeOf(uint32_t hash, int32_t tableSize) {
+        if (tableSize != powerOfTwoPrime[largestIndex])
+            return static_cast<int32_t>(hash % tableSize);
+        // 2^16 is -1 modulo the largest size, 2^16 + 1: the remainder needs no division.
+        const auto difference = static_cast<int32_t>((hash & 0xFFFF) - (hash >> 16));
+        return difference + (difference >> 31 & powerOfTwoPrime[largestIndex]);
+    }
+};
+
+// What insertion needs to know of the lookups since the last change: how many found an empty slot, and the last such
+// slot with its key's place. Into a slot that one lookup alone has found goes that lookup's key.
 struct SearchState {
-    // What insertion needs to know of the lookups since the last change: how many found an empty slot, and the last
-    // such slot with its key's tag. A slot that one lookup alone has found can only be inserted with that lookup's key.
     unsigned emptyAnswers;
     int32_t emptyIndex;
-    uint8_t tag;
+    Place place;
 };
 
-constexpr uint8_t emptyTag = 0;
-// A search reads whole groups, also at the last tag. The tags added behind it are empty and end the search there.
-constexpr int32_t groupSize = 16;
-
+// The parts of a table's one allocation, in this order: slots, state, tags and filters.
 struct TableBlock {
-    VoidPtrType* slots;
-    uint8_t* tags;
-    SearchState* state;
+    // A search for an empty slot reads two groups at once. The tags added behind the last slot's are empty and end it.
+    static constexpr int32_t stride = 2 * groupSize;
 
-    static size_t tagBytes(int32_t slotCount) {
-        return (slotCount + groupSize + alignof(SearchState) - 1) / alignof(SearchState) * alignof(SearchState);
-    }
+    VoidPtrType* slots;
+    SearchState* state;
+    uint8_t* tags;
+    uint8_t* filters;
+
     static size_t bytes(int32_t slotCount) {
-        return slotCount * sizeof(VoidPtrType) + tagBytes(slotCount) + sizeof(SearchState);
+        return slotCount * (sizeof(VoidPtrType) + 2) + sizeof(SearchState) + stride;
     }
     TableBlock(VoidPtrType* table, int32_t slotCount)
-        : slots(table), tags(reinterpret_cast<uint8_t*>(table + slotCount)),
-          state(reinterpret_cast<SearchState*>(tags + tagBytes(slotCount))) {}
+        : slots(table), state(reinterpret_cast<SearchState*>(table + slotCount)),
+          tags(reinterpret_cast<uint8_t*>(state + 1)), filters(tags + slotCount + stride) {}
     explicit TableBlock(const HashTableSType& ht) : TableBlock(ht.table, ht.tableSize) {}
+
+    void occupy(int32_t index, void* key, const Place& place) const {
+        slots[index] = key;
+        tags[index] = place.tag;
+        // Far is what a search's first group does not show: also what went round to the first slots.
+        if (static_cast<uint32_t>(index - place.home) >= groupSize)
+            filters[place.home] |= place.filterBit;
+    }
 };
 
-// Multiplied, so that the tag depends on all bits of the hash; those of strings have only 24.
-uint8_t tagOf(uint32_t hash) {
-    const auto tag = static_cast<uint8_t>(hash * 0x9E3779B1U >> 24);
-    return tag != emptyTag ? tag : 1;
-}
-
-// The first index from start whose tag is the given one or empty.
-[[gnu::target("sse2")]] int32_t findTagBySse2(const uint8_t* tags, int32_t start, uint8_t tag) {
-    const __m128i wanted = _mm_set1_epi8(static_cast<char>(tag));
-    const __m128i empty = _mm_set1_epi8(static_cast<char>(emptyTag));
-    for (const uint8_t* at = tags + start;; at += groupSize) {
-        const __m128i group = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(at));
-        const __m128i either = _mm_or_si128(_mm_cmpeq_epi8(group, wanted), _mm_cmpeq_epi8(group, empty));
-        if (const int found = _mm_movemask_epi8(either))
-            return static_cast<int32_t>(at - tags) + __builtin_ctz(found);
+// Searches tags by 16-byte vectors. The finders answer with the first index from start on.
+struct VectorSearch {
+    [[gnu::target("sse2")]] static bool isNear(const uint8_t* tags, const Place& place) {
+        return equals(tags + place.home, place.tag) != 0;
     }
+    [[gnu::target("sse2")]] static int32_t findTagOrEmpty(const uint8_t* tags, int32_t start, uint8_t tag) {
+        for (const uint8_t* at = tags + start;; at += groupSize) {
+            if (const uint32_t found = equals(at, tag) | equals(at, emptyTag))
+                return static_cast<int32_t>(at - tags) + __builtin_ctz(found);
+        }
+    }
+    [[gnu::target("sse2")]] static int32_t findEmpty(const uint8_t* tags, int32_t start) {
+        for (const uint8_t* at = tags + start;; at += TableBlock::stride) {
+            const uint32_t first = equals(at, emptyTag);
+            const uint32_t second = equals(at + groupSize, emptyTag);
+            if (first | second) // which of the two is as good as random, so no branch asks
+                return static_cast<int32_t>(at - tags) +
+                       (first ? __builtin_ctz(first) : groupSize + __builtin_ctz(second));
+        }
+    }
+
+private:
+    // A bit for each tag of a group.
+    [[gnu::target("sse2")]] static uint32_t equals(const uint8_t* at, uint8_t tag) {
+        return equals16(at + 16, tag) << 16 | equals16(at, tag);
+    }
+    [[gnu::target("sse2")]] static uint32_t equals16(const uint8_t* at, uint8_t tag) {
+        const __m128i tags = _mm_loadu_si128(reinterpret_cast<const __m128i_u*>(at));
+        return _mm_movemask_epi8(_mm_cmpeq_epi8(tags, _mm_set1_epi8(static_cast<char>(tag))));
+    }
+};
+
+struct ByteSearch {
+    static bool isNear(const uint8_t* tags, const Place& place) {
+        return memchr(tags + place.home, place.tag, groupSize) != nullptr;
+    }
+    static int32_t findTagOrEmpty(const uint8_t* tags, int32_t start, uint8_t tag) {
+        while (tags[start] != tag && tags[start] != emptyTag)
+            ++start;
+        return start;
+    }
+    static int32_t findEmpty(const uint8_t* tags, int32_t start) { return findTagOrEmpty(tags, start, emptyTag); }
+};
+
+template <typename Search>
+[[gnu::always_inline]] inline VoidPtrType* lookUp(const HashTableSType& ht, const void* key) {
+    const uint32_t hash = ht.hashFunc(key);
+    if (!ht.table)
+        return nullptr;
+    const TableBlock block(ht);
+    const Place place(hash, ht.tableSize);
+    int32_t index = place.home;
+    if (Search::isNear(block.tags, place) || (block.filters[place.home] & place.filterBit)) {
+        prefetch(block.slots[index]); // the key's text comes while tags are read: half of the keys are at home
+        for (;;) {
+            index = Search::findTagOrEmpty(block.tags, index, place.tag);
+            if (index >= ht.tableSize) {
+                index = 0;
+                continue;
+            }
+            const void* candidate = block.slots[index];
+            if (!candidate)
+                break;
+            if (ht.compareFunc(key, candidate))
+                return &block.slots[index];
+            ++index; // behind the last slot the search ends at once and goes on at the first
+        }
+    } else {
+        index = Search::findEmpty(block.tags, index);
+        while (index >= ht.tableSize)
+            index = Search::findEmpty(block.tags, 0);
+    }
+    ++block.state->emptyAnswers;
+    block.state->emptyIndex = index;
+    block.state->place = place;
+    return &block.slots[index];
 }
 
-// Not every i386 processor has SSE2. Asked when it is first needed: a virtual processor takes its time to answer.
-std::atomic<signed char> sse2Answer{-1};
+// These realign the stack in place of HashTableLookup, which only jumps to one of them.
+[[gnu::target("sse2"), gnu::force_align_arg_pointer]] VoidPtrType* lookUpBySse2(HashTableSType* ht, const void* key) {
+    return lookUp<VectorSearch>(*ht, key);
+}
 
-[[gnu::cold, gnu::noinline]] bool askForSse2() {
+[[gnu::force_align_arg_pointer]] VoidPtrType* lookUpByBytes(HashTableSType* ht, const void* key) {
+    return lookUp<ByteSearch>(*ht, key);
+}
+
+using LookUp = VoidPtrType* (*)(HashTableSType*, const void*);
+VoidPtrType* chooseLookUp(HashTableSType* ht, const void* key);
+std::atomic<LookUp> bestLookUp{chooseLookUp};
+
+// Not every i386 processor has SSE2. Asked at the first look-up: a virtual processor takes its time to answer.
+[[gnu::cold, gnu::noinline, gnu::force_align_arg_pointer]] VoidPtrType* chooseLookUp(HashTableSType* ht,
+                                                                                     const void* key) {
     unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
-    const bool has = __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (edx & bit_SSE2) != 0;
-    sse2Answer.store(has, std::memory_order_relaxed);
-    return has;
+    const bool hasSse2 = __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (edx & bit_SSE2) != 0;
+    const LookUp best = hasSse2 ? lookUpBySse2 : lookUpByBytes;
+    bestLookUp.store(best, std::memory_order_relaxed);
+    return best(ht, key);
 }
 
-bool hasSse2() {
-    const signed char answer = sse2Answer.load(std::memory_order_relaxed);
-    return answer >= 0 ? answer != 0 : askForSse2();
-}
-
-int32_t findTag(const uint8_t* tags, int32_t start, uint8_t tag) {
-    if (hasSse2()) [[likely]]
-        return findTagBySse2(tags, start, tag);
-    while (tags[start] != tag && tags[start] != emptyTag)
-        ++start;
-    return start;
-}
-
-// The first empty slot from where a hash belongs.
-int32_t findEmpty(const HashTableSType& ht, const TableBlock& block, uint32_t hash) {
-    int32_t index = static_cast<int32_t>(hash % ht.tableSize);
-    while (block.slots[index]) {
-        if (++index == ht.tableSize)
-            index = 0;
+// Places the keys of old slots in their order. Some at a time: while their hashes are computed in a row, none waits for
+// the search of another's slot.
+void placeAll(const HashTableSType& ht, const VoidPtrType* old, const VoidPtrType* oldEnd) {
+    constexpr int batchSize = 32;
+    const TableBlock block(ht);
+    std::array<void*, batchSize> keys;
+    std::array<uint32_t, batchSize> hashes;
+    while (old != oldEnd) {
+        int count = 0;
+        for (const VoidPtrType* const end = old + std::min<ptrdiff_t>(batchSize, oldEnd - old); old != end; ++old) {
+            keys[count] = *old;
+            count += *old != nullptr; // no branch: occupied slots come at random
+        }
+        for (int i = 0; i < count; ++i)
+            hashes[i] = ht.hashFunc(keys[i]);
+        for (int i = 0; i < count; ++i) {
+            const Place place(hashes[i], ht.tableSize);
+            int32_t index = place.home;
+            while (block.slots[index]) {
+                if (++index == ht.tableSize)
+                    index = 0;
+            }
+            block.occupy(index, keys[i], place);
+        }
     }
-    return index;
 }
 
 // Gives the table the size of its index, with all keys placed anew. FALSE without memory; the old slots stay then.
@@ -146,24 +261,16 @@ BoolType rehash(HashTableSType& ht) {
     ht.halfTableSize = newSize / 2;
     ht.quarterTableSize = newSize / 4;
     if (oldTable) {
-        const TableBlock block(ht);
-        for (const VoidPtrType* slot = oldTable; slot != oldEnd; ++slot) {
-            if (!*slot)
-                continue;
-            const uint32_t hash = ht.hashFunc(*slot);
-            const int32_t index = findEmpty(ht, block, hash);
-            block.slots[index] = *slot;
-            block.tags[index] = tagOf(hash);
-        }
+        placeAll(ht, oldTable, oldEnd);
         UtlFree(oldTable);
     }
     return TRUE;
 }
 
-// The tag for a key that goes to the given slot: from the lookup that found the slot, where no doubt is possible.
-uint8_t tagForInsertion(const HashTableSType& ht, const SearchState& state, int32_t index, const void* key) {
+// The place of a key that goes to the given slot: from the lookup that found the slot, where no doubt is possible.
+Place placeForInsertion(const HashTableSType& ht, const SearchState& state, int32_t index, const void* key) {
     const bool known = state.emptyAnswers == 1 && state.emptyIndex == index;
-    return known ? state.tag : tagOf(ht.hashFunc(key));
+    return known ? state.place : Place(ht.hashFunc(key), ht.tableSize);
 }
 
 void resetSizes(HashTableSType& ht) {
@@ -188,31 +295,7 @@ void HashTableInit(HashTableSType* hashTable, BoolType copyKeys, unsigned keySiz
 }
 
 VoidPtrType* HashTableLookup(HashTableSType* hashTable, const void* key) {
-    const uint32_t hash = hashTable->hashFunc(key);
-    if (!hashTable->table)
-        return nullptr;
-    const TableBlock block(*hashTable);
-    const uint8_t tag = tagOf(hash);
-    int32_t index = static_cast<int32_t>(hash % hashTable->tableSize);
-    prefetch(&block.slots[index]); // comes while tags are read
-    for (;;) {
-        index = findTag(block.tags, index, tag);
-        if (index >= hashTable->tableSize) {
-            index = 0;
-            continue;
-        }
-        const void* candidate = block.slots[index];
-        if (!candidate)
-            break;
-        if (hashTable->compareFunc(key, candidate))
-            return &block.slots[index];
-        if (++index == hashTable->tableSize)
-            index = 0;
-    }
-    ++block.state->emptyAnswers;
-    block.state->emptyIndex = index;
-    block.state->tag = tag;
-    return &block.slots[index];
+    return bestLookUp.load(std::memory_order_relaxed)(hashTable, key);
 }
 
 BoolType HashTableInsert(HashTableSType* hashTable, VoidPtrType* posn, const void* key) {
@@ -234,9 +317,8 @@ BoolType HashTableInsert(HashTableSType* hashTable, VoidPtrType* posn, const voi
     }
     const TableBlock block(*hashTable);
     const auto index = static_cast<int32_t>(posn - block.slots);
-    block.tags[index] = tagForInsertion(*hashTable, *block.state, index, key);
+    block.occupy(index, stored, placeForInsertion(*hashTable, *block.state, index, key));
     block.state->emptyAnswers = 0;
-    *posn = stored;
     return TRUE;
 }
 

@@ -33,26 +33,19 @@ private:
     unsigned h2;
 };
 
+// Apart from the exported functions: toupper is called here, so the stack is realigned, at the cost of a register.
 template <typename ByteAt>
-int mix(size_t count, ByteAt byteAt) {
+[[gnu::noinline, gnu::force_align_arg_pointer]] int mixUpper(size_t count, ByteAt byteAt) {
     Mixer mixer(byteAt(0));
     for (size_t i = 1; i < count; ++i)
         mixer.add(byteAt(i));
     return mixer.value();
 }
 
-// Not part of the exported functions, whose realigned stack takes a register that this loop needs.
-[[gnu::noinline]] int mixBytes(const ByteType* bytes, const ByteType* end) {
+inline int mixBytes(const ByteType* bytes, const ByteType* end) {
     Mixer mixer(*bytes);
     while (++bytes != end)
         mixer.add(*bytes);
-    return mixer.value();
-}
-
-[[gnu::noinline]] int mixTerminated(const ByteType* bytes) {
-    Mixer mixer(*bytes);
-    while (const unsigned byte = *++bytes)
-        mixer.add(byte);
     return mixer.value();
 }
 
@@ -66,7 +59,7 @@ int HashStrHash(const ByteType* bytes, unsigned count, BoolType caseSensitive) {
         return 0;
     if (caseSensitive)
         return mixBytes(bytes, bytes + count);
-    return mix(count, [=](size_t i) { return upperByte(bytes[i]); });
+    return mixUpper(count, [=](size_t i) { return upperByte(bytes[i]); });
 }
 
 int HashDbStrHash(const ByteType* bytes, size_t sizeBytes, BoolType caseSensitive) {
@@ -75,7 +68,7 @@ int HashDbStrHash(const ByteType* bytes, size_t sizeBytes, BoolType caseSensitiv
     if (caseSensitive)
         return mixBytes(bytes, bytes + sizeBytes);
     constexpr size_t low = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? 0 : 1;
-    return mix(sizeBytes, [=](size_t i) -> unsigned {
+    return mixUpper(sizeBytes, [=](size_t i) -> unsigned {
         const size_t partner = i ^ 1;
         const bool isLowByteBelow256 = i % 2 == low && (partner >= sizeBytes || bytes[partner] == 0);
         return isLowByteBelow256 ? upperByte(bytes[i]) : bytes[i];
@@ -85,7 +78,12 @@ int HashDbStrHash(const ByteType* bytes, size_t sizeBytes, BoolType caseSensitiv
 int HashCStrHash(const char* str) {
     // HashStrHash of all characters; the terminator is found on the way.
     const auto* bytes = reinterpret_cast<const ByteType*>(str);
-    return *bytes ? mixTerminated(bytes) : 0;
+    if (!*bytes)
+        return 0;
+    Mixer mixer(*bytes);
+    while (const unsigned byte = *++bytes)
+        mixer.add(byte);
+    return mixer.value();
 }
 
 BoolType HashCStrCompare(const char* a, const char* b) {

@@ -1,7 +1,6 @@
 #include "ksdstring.h"
 
 #include <algorithm>
-#include <array>
 #include <climits>
 #include <cstddef>
 #include <cstring>
@@ -14,28 +13,38 @@ namespace {
 // Texts grow by short pieces, for which a call of memmove would cost more than the copy.
 constexpr size_t shortPiece = 32;
 
-template <size_t unit>
-void copyEnds(char* to, const char* from, size_t count) {
-    std::array<char, unit> head;
-    std::array<char, unit> tail;
-    memcpy(head.data(), from, unit);
-    memcpy(tail.data(), from + count - unit, unit);
-    memcpy(to, head.data(), unit);
-    memcpy(to + count - unit, tail.data(), unit);
+template <typename Unit>
+void copyUnit(char* to, const char* from) {
+    Unit unit;
+    memcpy(&unit, from, sizeof unit);
+    memcpy(to, &unit, sizeof unit);
 }
 
-// Copies a short piece as its first and its last bytes, which may overlap; so may source and destination.
+// Copies a short piece as units from its front and from its end, which may overlap.
 inline void copyShort(char* to, const char* from, size_t count) {
-    if (count > 16)
-        copyEnds<16>(to, from, count);
-    else if (count >= 8)
-        copyEnds<8>(to, from, count);
-    else if (count >= 4)
-        copyEnds<4>(to, from, count);
-    else if (count >= 2)
-        copyEnds<2>(to, from, count);
-    else if (count == 1)
+    if (count >= 8) {
+        if (count > 16) {
+            copyUnit<uint32_t>(to, from);
+            copyUnit<uint32_t>(to + 4, from + 4);
+            copyUnit<uint32_t>(to + 8, from + 8);
+            copyUnit<uint32_t>(to + 12, from + 12);
+            copyUnit<uint32_t>(to + count - 16, from + count - 16);
+            copyUnit<uint32_t>(to + count - 12, from + count - 12);
+        } else {
+            copyUnit<uint32_t>(to, from);
+            copyUnit<uint32_t>(to + 4, from + 4);
+        }
+        copyUnit<uint32_t>(to + count - 8, from + count - 8);
+        copyUnit<uint32_t>(to + count - 4, from + count - 4);
+    } else if (count >= 4) {
+        copyUnit<uint32_t>(to, from);
+        copyUnit<uint32_t>(to + count - 4, from + count - 4);
+    } else if (count >= 2) {
+        copyUnit<uint16_t>(to, from);
+        copyUnit<uint16_t>(to + count - 2, from + count - 2);
+    } else if (count == 1) {
         *to = *from;
+    }
 }
 
 void reset(KsDString& ds) {
@@ -62,7 +71,7 @@ void replaceSpace(KsDString& ds, char* larger, unsigned long space) {
 }
 
 // Everything but a short piece that fits.
-[[gnu::noinline]] char* appendAny(KsDString& ds, const char* string, long length) {
+[[gnu::noinline, gnu::force_align_arg_pointer]] char* appendAny(KsDString& ds, const char* string, long length) {
     const size_t added = length < 0 ? strlen(string) : length;
     const unsigned long newLength = ds.length + added;
     if (newLength < static_cast<unsigned long>(ds.spaceAvl)) {
@@ -88,12 +97,12 @@ void KsDStringInit(KsDString* dsPtr) {
 }
 
 char* KsDStringAppend(KsDString* dsPtr, const char* string, long length) {
-    const long space = dsPtr->spaceAvl - dsPtr->length;
-    if (static_cast<unsigned long>(length) > shortPiece || length >= space)
+    if (static_cast<unsigned long>(length) > shortPiece || length >= dsPtr->spaceAvl - dsPtr->length)
         return appendAny(*dsPtr, string, length);
-    copyShort(dsPtr->string + dsPtr->length, string, length);
+    char* const end = dsPtr->string + dsPtr->length;
     dsPtr->length += length;
-    dsPtr->string[dsPtr->length] = '\0';
+    copyShort(end, string, length);
+    end[length] = '\0';
     return dsPtr->string;
 }
 
