@@ -55,17 +55,14 @@ constexpr int32_t groupSize = 32;
 // Where a hash belongs in a table, and what the table notes of it.
 struct Place {
     int32_t home;
-    uint8_t tag;
-    uint8_t filterBit;
+    uint32_t mixed; // multiplied, so that its upper bits depend on all bits of the hash; those of strings have only 24
 
-    Place(uint32_t hash, int32_t tableSize) : home(homeOf(hash, tableSize)) {
-        // Multiplied, so that both depend on all bits of the hash; those of strings have only 24.
-        const uint32_t mixed = hash * 0x9E3779B1U;
-        tag = static_cast<uint8_t>(mixed >> 24);
-        if (tag == emptyTag)
-            tag = 1;
-        filterBit = static_cast<uint8_t>(1U << (mixed >> 21 & 7));
+    Place(uint32_t hash, int32_t tableSize) : home(homeOf(hash, tableSize)), mixed(hash * 0x9E3779B1U) {}
+    uint8_t tag() const {
+        const auto tag = static_cast<uint8_t>(mixed >> 24);
+        return tag != emptyTag ? tag : 1;
     }
+    uint8_t filterBit() const { return static_cast<uint8_t>(1U << (mixed >> 21 & 7)); }
 
 private:
     static int32_t homeOf(uint32_t hash, int32_t tableSize) {
@@ -105,17 +102,17 @@ struct TableBlock {
 
     void occupy(int32_t index, void* key, const Place& place) const {
         slots[index] = key;
-        tags[index] = place.tag;
+        tags[index] = place.tag();
         // Far is what a search's first group does not show: also what went round to the first slots.
         if (static_cast<uint32_t>(index - place.home) >= groupSize)
-            filters[place.home] |= place.filterBit;
+            filters[place.home] |= place.filterBit();
     }
 };
 
 // Searches tags by 16-byte vectors. The finders answer with the first index from start on.
 struct VectorSearch {
     [[gnu::target("sse2")]] static bool isNear(const uint8_t* tags, const Place& place) {
-        return equals(tags + place.home, place.tag) != 0;
+        return equals(tags + place.home, place.tag()) != 0;
     }
     [[gnu::target("sse2")]] static int32_t findTagOrEmpty(const uint8_t* tags, int32_t start, uint8_t tag) {
         for (const uint8_t* at = tags + start;; at += groupSize) {
@@ -146,7 +143,7 @@ private:
 
 struct ByteSearch {
     static bool isNear(const uint8_t* tags, const Place& place) {
-        return memchr(tags + place.home, place.tag, groupSize) != nullptr;
+        return memchr(tags + place.home, place.tag(), groupSize) != nullptr;
     }
     static int32_t findTagOrEmpty(const uint8_t* tags, int32_t start, uint8_t tag) {
         while (tags[start] != tag && tags[start] != emptyTag)
@@ -164,10 +161,10 @@ template <typename Search>
     const TableBlock block(ht);
     const Place place(hash, ht.tableSize);
     int32_t index = place.home;
-    if (Search::isNear(block.tags, place) || (block.filters[place.home] & place.filterBit)) {
+    if (Search::isNear(block.tags, place) || (block.filters[place.home] & place.filterBit())) {
         prefetch(block.slots[index]); // the key's text comes while tags are read: half of the keys are at home
         for (;;) {
-            index = Search::findTagOrEmpty(block.tags, index, place.tag);
+            index = Search::findTagOrEmpty(block.tags, index, place.tag());
             if (index >= ht.tableSize) {
                 index = 0;
                 continue;
