@@ -45,7 +45,9 @@ void exchangeTwice(benchmark::State& state) {
 BENCHMARK(tryLockUnlock)->Name("TryLock+Unlock/ours");
 BENCHMARK(exchangeTwice)->Name("TryLock+Unlock/two exchanges");
 
-// Two threads that take turns: each holds the lock for `inside` steps of work and stays away for `outside`.
+// Two threads that take turns: each holds the lock for `inside` steps of work and stays away for `outside`. As callers
+// of the primitive do, one that meets the other waits a few rounds and then lets it run; the peer does as much by
+// itself.
 absl::base_internal::SpinLock spinLock(absl::kConstInit, absl::base_internal::SCHEDULE_KERNEL_ONLY);
 alignas(64) int contendedWord;
 alignas(64) long guarded;
@@ -54,9 +56,10 @@ void work(int steps) {
     for (int i = 0; i < steps; ++i)
         benchmark::DoNotOptimize(i);
 }
+constexpr unsigned spinRounds = 4;
 void contendedTryLock(benchmark::State& state, int inside, int outside) {
     for (auto _ : state) {
-        while (HostAsmTryLock(&contendedWord, 1000) == 0)
+        while (HostAsmTryLock(&contendedWord, spinRounds) == 0)
             sched_yield();
         benchmark::DoNotOptimize(++guarded);
         work(inside);

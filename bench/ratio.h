@@ -5,13 +5,15 @@
 //   RATIO_MAIN({"strings", "std::string", 1.0})
 //
 // Repetitions of all benchmarks are interleaved at random and the quickest of each is compared, so that a noisy machine
-// disturbs both sides alike. Google Benchmark's own flags work as usual.
+// disturbs both sides alike. Of threads that wait for each other (UseRealTime) the medians are: their quickest run is
+// one in which they happened not to meet. Google Benchmark's own flags work as usual.
 #ifndef TMQKCI_BENCH_RATIO_H
 #define TMQKCI_BENCH_RATIO_H
 
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -30,11 +32,9 @@ public:
     void ReportRuns(const std::vector<Run>& runs) override {
         for (const Run& run : runs) {
             if (run.run_type == Run::RT_Iteration && !run.error_occurred) {
-                // Threads that wait for each other are measured by the wall clock: UseRealTime says so.
-                const bool byWallClock = run.run_name.time_type == "real_time";
-                const double time = byWallClock ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime();
-                auto [place, isNew] = quickest.try_emplace(run.run_name.function_name, time);
-                place->second = isNew ? time : std::min(place->second, time);
+                Times& times = timesOf[run.run_name.function_name];
+                times.byWallClock = run.run_name.time_type == "real_time";
+                times.all.push_back(times.byWallClock ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime());
             } else if (run.error_occurred) {
                 std::printf("%s: %s\n", run.run_name.function_name.c_str(), run.error_message.c_str());
             }
@@ -44,20 +44,31 @@ public:
     void Finalize() override {
         std::printf("\n%-44s %-24s %12s %12s %7s %7s\n", "row", "beside", "ours ns", "peer ns", "ratio", "limit");
         for (const RatioRow& row : rows) {
-            const auto ours = quickest.find(row.row + "/ours");
-            const auto peer = quickest.find(row.row + "/" + row.peer);
-            if (ours == quickest.end() || peer == quickest.end()) {
+            const auto ours = timesOf.find(row.row + "/ours");
+            const auto peer = timesOf.find(row.row + "/" + row.peer);
+            if (ours == timesOf.end() || peer == timesOf.end()) {
                 continue;
             }
-            const double ratio = ours->second / peer->second;
-            std::printf("%-44s %-24s %12.1f %12.1f %7.3f %7.2f%s\n", row.row.c_str(), row.peer.c_str(), ours->second,
-                        peer->second, ratio, row.limit, ratio <= row.limit ? "" : "  above");
+            const double oursTime = ours->second.representative();
+            const double peerTime = peer->second.representative();
+            const double ratio = oursTime / peerTime;
+            std::printf("%-44s %-24s %12.1f %12.1f %7.3f %7.2f%s\n", row.row.c_str(), row.peer.c_str(), oursTime,
+                        peerTime, ratio, row.limit, ratio <= row.limit ? "" : "  above");
         }
     }
 
 private:
+    struct Times {
+        bool byWallClock = false;
+        std::vector<double> all;
+        double representative() {
+            const auto wanted = all.begin() + (byWallClock ? static_cast<std::ptrdiff_t>(all.size() / 2) : 0);
+            std::nth_element(all.begin(), wanted, all.end());
+            return *wanted;
+        }
+    };
     const std::vector<RatioRow> rows;
-    std::map<std::string, double> quickest;
+    std::map<std::string, Times> timesOf;
 };
 
 inline int runRatios(int argc, char** argv, std::vector<RatioRow> rows) {
