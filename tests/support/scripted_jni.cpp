@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 
 namespace scripted {
 
@@ -22,62 +23,31 @@ unsigned referencesUsed = 0;
 
 const char* const PACKAGE = "com/kestrune/tmqkci/";
 
-struct ClassTable {
-    const char* name;
-    std::vector<std::pair<const char*, const char*>> fields;
+// Each class with the names and signatures of its fields.
+const char* const CLASSES[] = {
+    "TmqKciReport oop J classOop J classHistoryOop J objType B namedSize I indexedSize J isCollection Z isString Z "
+    "isDBString Z valueType B valueInt1 I valueInt2 I valueLong J valueDouble D valueBytes [B valueLongs [J "
+    "valueString Ljava/lang/String;",
+    "TmqKciException number I message Ljava/lang/String; category J context J fatal Z argCount I args [J",
+    "TmqKciCacheStats type I name Ljava/lang/String; pid J sid J stats32 [I stats64 [J",
+    "String",
+    "[B",
+    "[J",
+    "[Object",
+    "Class",
 };
 
 std::deque<Class>& classes() {
-    static std::deque<Class> all = [] {
-        const ClassTable tables[] = {
-            {"TmqKciReport",
-             {{"oop", "J"},
-              {"classOop", "J"},
-              {"classHistoryOop", "J"},
-              {"objType", "B"},
-              {"namedSize", "I"},
-              {"indexedSize", "J"},
-              {"isCollection", "Z"},
-              {"isString", "Z"},
-              {"isDBString", "Z"},
-              {"valueType", "B"},
-              {"valueInt1", "I"},
-              {"valueInt2", "I"},
-              {"valueLong", "J"},
-              {"valueDouble", "D"},
-              {"valueBytes", "[B"},
-              {"valueLongs", "[J"},
-              {"valueString", "Ljava/lang/String;"}}},
-            {"TmqKciException",
-             {{"number", "I"},
-              {"message", "Ljava/lang/String;"},
-              {"category", "J"},
-              {"context", "J"},
-              {"fatal", "Z"},
-              {"argCount", "I"},
-              {"args", "[J"}}},
-            {"TmqKciCacheStats",
-             {{"type", "I"},
-              {"name", "Ljava/lang/String;"},
-              {"pid", "J"},
-              {"sid", "J"},
-              {"stats32", "[I"},
-              {"stats64", "[J"}}},
-            {"String", {}},
-            {"[B", {}},
-            {"[J", {}},
-            {"[Object", {}},
-            {"Class", {}},
-        };
-        std::deque<Class> made;
-        for (const ClassTable& table : tables) {
-            Class& cls = made.emplace_back();
-            cls.name = table.name;
-            for (const auto& [name, signature] : table.fields)
+    static std::deque<Class> all;
+    if (all.empty()) {
+        for (const char* const text : CLASSES) {
+            std::istringstream in(text);
+            Class& cls = all.emplace_back();
+            in >> cls.name;
+            for (std::string name, signature; in >> name >> signature;)
                 cls.fields.push_back({&cls, name, signature});
         }
-        return made;
-    }();
+    }
     return all;
 }
 
@@ -226,6 +196,13 @@ void Jni::beginCall() {
 void Jni::endCall() {
     if (loans.size() != loansExpected)
         complaints.push_back(std::to_string(loans.size()) + " loans are not returned");
+}
+
+std::vector<std::string> Jni::fieldNames(const std::string& className) const {
+    std::vector<std::string> names;
+    for (const Field& field : findClass(className)->fields)
+        names.push_back(field.name);
+    return names;
 }
 
 unsigned Jni::count(const std::string& call) const {

@@ -59,6 +59,9 @@ public:
     Object* longArray(std::vector<jlong> longs);
     Object* objectArray(std::vector<Object*> elements);
 
+    // In the order of the class's declaration.
+    std::vector<std::string> fieldNames(const std::string& className) const;
+
     // A reference for an argument of the next native call; NULL for no object.
     jobject argument(Object* object);
     // The object behind a reference; NULL for NULL and, with a complaint, for a reference that is not valid.
