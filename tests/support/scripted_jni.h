@@ -80,7 +80,6 @@ public:
     std::vector<jobject> elementReferences; // what GetObjectArrayElement answered
     std::string pending;                    // the class name of the exception that is pending
     unsigned localReferences = 0;           // made by the native method and not deleted
-    unsigned mixedReleases = 0;             // 16-bit units given back with the release call of UTF-8
     unsigned loansExpected = 0;             // loans that endCall() finds in order
     unsigned count(const std::string& call) const;
 
@@ -88,7 +87,6 @@ private:
     friend struct Functions;
     struct Loan {
         Object* owner;
-        enum Kind { UTF, UNITS, BYTES } kind;
         std::vector<char> data;
     };
 
