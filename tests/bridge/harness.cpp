@@ -169,11 +169,12 @@ void Bridge::SetUp() {
     kernelOops = jni().longArray(std::vector<jlong>(16));
 }
 
-jint Bridge::initialize(jint debugFlag, jint bufSize, jint preloadSize) {
-    return call([&] {
-        return Java_com_kestrune_tmqkci_TmqKciInterface__1initialize(
-            jni().env(), nullptr, 1, arg(u"app"), bufSize, preloadSize, debugFlag, arg(kernelOops), arg(error));
-    });
+jint Bridge::initialize(const Arguments& given, const std::function<void()>& script) {
+    const auto native = [&] {
+        return CALL(initialize, given.useLinked, given.appName ? arg(given.appName) : null, given.bufSize,
+                    given.preloadSize, given.debugFlag, arg(kernelOops));
+    };
+    return call(native, script);
 }
 
 jint Bridge::call(const std::function<jint()>& native, const std::function<void()>& script) {
@@ -300,7 +301,8 @@ void Bridge::check(const std::vector<Story>& stories) {
     };
     refuse(0);
     for (int level = 0; level <= 2; level++) {
-        ASSERT_EQ(initialize(level), 32);
+        ASSERT_EQ(initialize({level}), 32);
+        EXPECT_TRUE(level > 0 || trace.empty());
         for (const Story& story : stories) {
             run(story, level);
             std::istringstream steps(story.steps);

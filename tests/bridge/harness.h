@@ -133,8 +133,12 @@ class Bridge : public testing::Test {
 protected:
     void SetUp() override;
 
+    struct Arguments {
+        jint debugFlag = 2, bufSize = 64, preloadSize = 16, useLinked = 1;
+        const char16_t* appName = u"app";
+    };
     // Initializes; the later calls in a process only raise the trace level.
-    jint initialize(jint debugFlag, jint bufSize = 64, jint preloadSize = 16);
+    jint initialize(const Arguments& given, const std::function<void()>& script = {});
 
     // Makes one native call; its status is in status, what it traced in trace. Breaches of the Java interface's rules
     // and exceptions left pending fail the test; after -2 the environment's own error may be pending.

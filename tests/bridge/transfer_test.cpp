@@ -137,7 +137,7 @@ TEST_P(Transfers, MoveElements) {
 
 // The string table holds 101 strings; one more is refused, and all are given back.
 TEST_F(Bridge, StringTable) {
-    initialize(0, 1024);
+    initialize({.debugFlag = 0, .bufSize = 1024});
     for (size_t count : {101u, 102u}) {
         std::vector<Object*> strings;
         for (size_t i = 0; i < count; i++)
