@@ -125,8 +125,16 @@ TEST_P(Transfers, MoveElements) {
                            each.intro(1, 2) + moved + fetched("1") + "! Number of bytes fetched does not match request",
                            [=] { use(2)(), client().bytes = {'x'}; }, [&] { EXPECT_EQ(array->bytes[0], 'x'); }});
     }
-    if (describes)
+    if (describes) {
         stories.push_back({run(1, 2), each.intro(1, 2) + moved + fetched("2") + first + nullElement, use(2, true)});
+        // A client that claims more than it was asked for is not believed.
+        stories.push_back(
+            {run(1, 1),
+             each.intro(1, 1) + made + each.clientCall + "1, 1)|KciErr|" + fetched("9") + first + completed + "1", [=] {
+                 use(2)();
+                 client().results[each.clientCall.substr(0, each.clientCall.find('('))] = {9};
+             }});
+    }
     if (converts)
         stories.push_back({run(1, 3), each.intro(1, 3) + "KciLongToOop(3)|KciErr|" + nullElement, use(3, true)});
     check(stories);
@@ -187,7 +195,9 @@ TEST_F(Bridge, ExportSet) {
         {changed(2),
          changing + "KciDirtySaveObjs(2)|KciErr|     Returning 2 changed oops:|     301|     -2147483647|"
                     "ChangedOops completed.|= 2",
-         script({301, 0x80000001, 303}),
+         [=] {
+             script({301, 0x80000001, 303})(), client().results["KciDirtySaveObjs"] = {9};
+         },
          [&] {
              EXPECT_EQ(oops->longs, (std::vector<jlong>{301, 0x80000001, -1}));
          }},

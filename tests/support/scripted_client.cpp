@@ -59,6 +59,11 @@ KciLong fetch(const std::vector<Element>& body, Element* dest, ArraySizeType cou
     return static_cast<KciLong>(fetched);
 }
 
+// What a fetch says it has fetched.
+KciLong claimed(const char* function, KciLong fetched) {
+    return theClient.results.contains(function) ? KciLong(theClient.result(function)) : fetched;
+}
+
 template <std::size_t size>
 struct FixedName {
     char text[size];
@@ -82,7 +87,7 @@ template <FixedName name>
 void scriptFetch(KciLong (*&entry)(OopType, KciLong, OopType*, ArraySizeType)) {
     entry = [](OopType object, KciLong start, OopType* dest, ArraySizeType count) {
         record(name.text, object, start, count);
-        return fetch(theClient.oops, dest, count);
+        return claimed(name.text, fetch(theClient.oops, dest, count));
     };
 }
 template <FixedName name>
@@ -144,7 +149,7 @@ KciRtlJumpSType makeTable() {
     table.KciSaveObjs = [](const OopType* oops, ArraySizeType count) { record("KciSaveObjs", list(oops, count)); };
     table.KciDirtySaveObjs = [](OopType* dest, ArraySizeType* count) {
         record("KciDirtySaveObjs", *count);
-        *count = static_cast<ArraySizeType>(fetch(theClient.changed, dest, *count));
+        *count = ArraySizeType(claimed("KciDirtySaveObjs", fetch(theClient.changed, dest, *count)));
         return BoolType(*count < theClient.changed.size());
     };
     table.KciFetchObjInfo = [](OopType object, KciLong start, ArraySizeType room, KciObjInfoSType* info, ByteType* dest,
