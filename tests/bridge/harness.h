@@ -50,7 +50,6 @@ NATIVE(KCSIgetStats, jlong, jobject, jthrowable);
 namespace bridge {
 
 using scripted::clientError;
-using scripted::Jni;
 using scripted::jni;
 using scripted::Object;
 

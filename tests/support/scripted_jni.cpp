@@ -75,9 +75,6 @@ Object* classObject(Class* cls) {
 jlong Object::number(const std::string& field) const {
     return fields.contains(field) ? fields.at(field).number : 0;
 }
-double Object::real(const std::string& field) const {
-    return fields.contains(field) ? fields.at(field).real : 0;
-}
 Object* Object::object(const std::string& field) const {
     return fields.contains(field) ? fields.at(field).object : nullptr;
 }

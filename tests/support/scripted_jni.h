@@ -39,7 +39,6 @@ struct Object {
     std::vector<Object*> elements;
 
     jlong number(const std::string& field) const;
-    double real(const std::string& field) const;
     Object* object(const std::string& field) const;
     bool wrote(const std::string& field) const { return fields.contains(field); }
 };
