@@ -4,11 +4,12 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include "hostatomic.h"
 #include "hostdebug.h"
@@ -71,10 +72,6 @@ void waitUntilHandled(pid_t pid, int sig) {
     }
 }
 
-bool has(const std::string& text, const std::string& pattern) {
-    return std::regex_search(text, std::regex(pattern));
-}
-
 void touch(const void* address) {
     asm volatile("movb (%0), %%al" : : "r"(address) : "eax");
 }
@@ -131,4 +128,12 @@ siginfo_t arrival(int sig, int code, int error) {
     info.si_code = code;
     info.si_errno = error;
     return info;
+}
+
+void inThreads(int count, void (*body)()) {
+    std::vector<std::thread> all;
+    for (int i = 0; i < count; ++i)
+        all.emplace_back(body);
+    for (std::thread& thread : all)
+        thread.join();
 }

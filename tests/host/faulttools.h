@@ -4,8 +4,8 @@
 #include <csignal>
 #include <string>
 
+#include "host/expect.h"
 #include "hostfault.h"
-#include "support/child.h"
 
 // A folder of its own for a report: $KESTRUNE points to it, its bin/gstack prints "stack of <pid>", it is the working
 // folder, and a report waits for no debugger. Removed with everything in it.
@@ -30,11 +30,9 @@ ChildResult runToItsEnd(const std::function<void()>& body, const std::function<v
 // Waits until the process handles the signal.
 void waitUntilHandled(pid_t pid, int sig);
 
-// Whether a text contains a match of the pattern (ECMAScript).
-bool has(const std::string& text, const std::string& pattern);
-
-// Writes to standard error, also from a handler.
+// Writes to standard error, also from a handler; and a handler that does.
 void say(const char* text);
+#define SAYS(text) [](int, siginfo_t*, void*) { say(text); }
 
 struct sigaction actionOf(int sig);
 void setAction(int sig, void (*handler)(int, siginfo_t*, void*), int flags = SA_SIGINFO);
@@ -54,3 +52,6 @@ void touch(const void* address);
 void faultInCLibrary(const char* address);
 void jumpToNowhere();
 void faultInLibrary();
+
+// Runs the body in so many threads at once, to their end.
+void inThreads(int count, void (*body)());

@@ -5,8 +5,9 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.atomic.AtomicInteger;
 
-/** A virtual machine with the fault handler installed; the first argument says what it does. */
+/** A virtual machine with the fault handler installed; the second argument says what it does. */
 public final class Faults {
     static native void install();
     static native int segvCount();
@@ -23,8 +24,8 @@ public final class Faults {
     private static volatile Faults nothing;
 
     public static void main(String[] args) throws Exception {
-        System.load(args[1]);
-        switch (args[0]) {
+        System.load(args[0]);
+        switch (args[1]) {
             case "handler" -> putFaultingHandler();
             case "children" -> children(1); // the virtual machine resets SIGCHLD before its first child
             case "childrenkept" -> {
@@ -34,34 +35,29 @@ public final class Faults {
         }
         install();
         int argument = args.length > 2 ? Integer.parseInt(args[2]) : 0;
-        switch (args[0]) {
+        switch (args[1]) {
             case "healthy" -> healthy(argument);
             case "children", "childrenkept" -> System.out.println("children: " + children(60));
             case "library" -> faultInLibrary();
-            case "foreign" -> faultInForeignCode();
+            case "foreign", "handler" -> faultInForeignCode();
             case "two" -> faultInTwoThreads();
-            case "handler" -> faultInForeignCode();
-            case "postponed" -> waitForPostponedTerm(argument);
-            case "signal" -> waitForSignal(argument);
-            default -> throw new IllegalArgumentException(args[0]);
+            case "postponed", "signal" -> waitForSignal(argument, args[1].equals("postponed"));
+            default -> throw new IllegalArgumentException(args[1]);
         }
         System.out.println("done");
     }
 
-    private static void waitForSignal(int sig) throws Exception {
+    /** Postponing, it does what an application does that wants its shutdown hooks to run. */
+    private static void waitForSignal(int sig, boolean postponing) throws Exception {
+        if (postponing)
+            postponeExits();
         Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
         killFromOutside(sig);
-        Thread.sleep(2000);
-    }
-
-    /** What an application does that wants its shutdown hooks to run. */
-    private static void waitForPostponedTerm(int sig) throws Exception {
-        postponeExits();
-        Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
-        killFromOutside(sig);
-        while (!isTermPending())
-            Thread.sleep(20);
-        System.exit(0);
+        for (int i = 0; i < 200; ++i) {
+            Thread.sleep(10);
+            if (postponing && isTermPending())
+                System.exit(0);
+        }
     }
 
     private static void healthy(int checks) throws Exception {
@@ -75,28 +71,23 @@ public final class Faults {
     }
 
     private static int nullChecks(int checks) throws InterruptedException {
-        int[] caught = new int[8];
+        AtomicInteger caught = new AtomicInteger();
         List<Thread> threads = new ArrayList<>();
-        for (int i = 0; i < caught.length; ++i) {
-            int index = i;
+        for (int i = 0; i < 8; ++i) {
             threads.add(new Thread(() -> {
                 for (int n = 0; n < checks; ++n) {
                     try {
                         nothing.field++;
                     } catch (NullPointerException e) {
-                        caught[index]++;
+                        caught.incrementAndGet();
                     }
                 }
             }));
+            threads.get(i).start();
         }
         for (Thread thread : threads)
-            thread.start();
-        int sum = 0;
-        for (int i = 0; i < caught.length; ++i) {
-            threads.get(i).join();
-            sum += caught[i];
-        }
-        return sum;
+            thread.join();
+        return caught.get();
     }
 
     private static int depth(int n) {
