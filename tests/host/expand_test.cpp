@@ -34,8 +34,6 @@ std::string expand(const std::string& name, LinkHandling links = LinkHandling::f
 class Expansion : public testing::Test {
 protected:
     Expansion() {
-        std::string pattern = fs::canonical(fs::temp_directory_path()) / "expand.XXXXXX";
-        root = mkdtemp(pattern.data());
         fs::current_path(root);
         fs::create_directories("dir/sub");
         fs::create_directory("real");
@@ -54,14 +52,10 @@ protected:
         setenv("BIG", std::string(1 << 20, 'b').c_str(), 1);
         unsetenv("UNSET");
     }
-    ~Expansion() override {
-        fs::current_path("/");
-        fs::remove_all(root);
-    }
-
     void expectTable(LinkHandling links) const;
 
-    std::string root;
+    const Scratch folder;
+    const std::string& root = folder.path();
 };
 
 struct Case {

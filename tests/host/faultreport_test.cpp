@@ -172,23 +172,6 @@ TEST(Termination, PostponedExit) {
     }
 }
 
-TEST(Termination, StormDuringSleep) {
-    const auto body = [] {
-        HostDelaySigExit([] {}, nullptr);
-        install();
-        HostSleep(15);
-        EXPECT_GT(HostClearSigTerm(), 0);
-        HostDoSigExit();
-    };
-    const ChildResult child = runToItsEnd(body, [](pid_t pid) {
-        waitUntilHandled(pid, SIGTERM);
-        for (int i = 0; i < 200; ++i)
-            HostMilliSleep(2), kill(pid, SIGTERM);
-    });
-    EXPECT_LT(child.elapsed.count(), 10000);
-    expectGood(child);
-}
-
 TEST(Children, FloodIsReaped) {
     const ChildResult child = runInChild([] {
         install();

@@ -6,7 +6,6 @@
 #include <fstream>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -25,26 +24,13 @@ extern "C" const char* __asan_default_options() {
 }
 
 ReportFolder::ReportFolder(Printer printer) {
-    char name[] = "/tmp/faultsXXXXXX";
-    if (mkdtemp(name) == nullptr)
-        abort();
-    path_ = name;
-    fs::create_directory(path_ + "/bin");
-    if (printer != Printer::none) {
-        const std::string gstack = path_ + "/bin/gstack";
-        std::ofstream(gstack) << "#!/bin/sh\necho stack of $1\nsleep 0.2\n";
-        chmod(gstack.c_str(), printer == Printer::fake ? 0755 : 0644);
-    }
-    setenv("KESTRUNE", path_.c_str(), 1);
+    fs::create_directory(file("bin"));
+    if (printer != Printer::none)
+        script("bin/gstack", "echo stack of $1\nsleep 0.2", printer == Printer::fake ? 0755 : 0644);
+    setenv("KESTRUNE", path().c_str(), 1);
     setenv("KS_CORE_TIME_OUT", "0", 1);
     unsetenv("KESTRUNE_CHILD_DEBUG");
-    fs::current_path(path_);
-}
-
-ReportFolder::~ReportFolder() {
-    fs::current_path("/");
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    fs::current_path(path());
 }
 
 ChildResult runToItsEnd(const std::function<void()>& body, const std::function<void(pid_t)>& whileItRuns,

@@ -8,19 +8,11 @@
 #include "hostfault.h"
 
 // A folder of its own for a report: $KESTRUNE points to it, its bin/gstack prints "stack of <pid>", it is the working
-// folder, and a report waits for no debugger. Removed with everything in it.
-class ReportFolder {
+// folder, and a report waits for no debugger.
+class ReportFolder : public Scratch {
 public:
     enum class Printer { fake, none, notExecutable };
     explicit ReportFolder(Printer printer = Printer::fake);
-    ~ReportFolder();
-    ReportFolder(const ReportFolder&) = delete;
-    ReportFolder& operator=(const ReportFolder&) = delete;
-
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
 };
 
 // runInChild with reports that end the process, and core files of limited size where the system allows any.

@@ -13,9 +13,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/expect.h"
 #include "hostenv.h"
 #include "hostunix.h"
-#include "support/child.h"
 #include "syserror.h"
 #include "utlhost.h"
 
@@ -25,20 +25,14 @@ namespace fs = std::filesystem;
 class Files : public testing::Test {
 protected:
     Files() {
-        std::string pattern = fs::temp_directory_path() / "files.XXXXXX";
-        root = mkdtemp(pattern.data());
-        fs::current_path(root);
+        fs::current_path(folder.path());
         std::ofstream("file") << "12345";
         fs::create_directory("dir");
         fs::create_symlink("file", "link");
         fs::create_symlink("nowhere", "dangling");
         mkfifo("fifo", 0600);
     }
-    ~Files() override {
-        fs::current_path("/");
-        fs::remove_all(root);
-    }
-    std::string root;
+    const Scratch folder;
 };
 
 TEST_F(Files, Kinds) {
@@ -74,7 +68,7 @@ TEST_F(Files, ExistenceAndRemovalConcernTheLinkItself) {
 }
 
 TEST_F(Files, Opening) {
-    setenv("FILES_ROOT", root.c_str(), 1);
+    setenv("FILES_ROOT", folder.path().c_str(), 1);
     SysErrorSType err;
     for (const char* mode : {"r", "rb+"}) {
         FILE* file = HostOpenFile("$FILES_ROOT/link", mode, &err, 0);

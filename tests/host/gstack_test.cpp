@@ -46,8 +46,7 @@ bool haveGdb() {
 TEST(Gstack, PrintsStacksOrSaysWhyNot) {
     const ReportFolder folder;
     mkdir("sleepers", 0755);
-    std::ofstream("sleepers/gdb") << "#!/bin/sh\nexec /bin/sleep 100\n";
-    chmod("sleepers/gdb", 0755);
+    folder.script("sleepers/gdb", "exec /bin/sleep 100");
     const string systemPath = getenv("PATH");
     const string asleep = "state S \\(sleeping\\)  waits in [^\n]+\n";
     const string threads = "^Threads of process [0-9]+ \\(no stacks\\):\nThread [0-9]+ \"[^\"]+\"  " + asleep +

@@ -13,8 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "host/expect.h"
-#include "host/scratch.h"
+#include "host/processes.h"
 
 namespace {
 // A process's dispositions and this thread's mask, as the kernel shows them, and the flags of the borrowed ones.

@@ -73,11 +73,15 @@ TEST(Unwind, Reports) {
 sigjmp_buf escape;
 
 // Far below the frame of any handler that the caller's caller had.
-[[gnu::noinline]] void checkFromADeepCall() {
+[[gnu::noinline]] void deepCall(void (*body)()) {
     volatile char room[100'000];
     room[0] = 0;
-    UtlCheckUnwindAllowed();
+    body();
     EXPECT_EQ(room[0], 0);
+}
+
+void checkFromADeepCall() {
+    deepCall(UtlCheckUnwindAllowed);
 }
 
 // Our own handlers may not be left by an unwind. An earlier handler that a signal is passed on to may, by any jump. The
@@ -108,6 +112,13 @@ TEST(Unwind, NotOutOfASignalHandler) {
         // The handler that is called on the way out.
         if (sigsetjmp(escape, 1) == 0)
             raise(SIGXCPU);
+        checkFromADeepCall();
+        // A jump of the wrong kind out of our own handler: the mark stays until the next handler.
+        HostProtectPage(
+            page, [](char*, char*) -> BoolType { siglongjmp(escape, 1); }, nullptr);
+        if (sigsetjmp(escape, 1) == 0)
+            deepCall([] { *const_cast<volatile char*>(page); });
+        raise(SIGCHLD);
         checkFromADeepCall();
     });
     expectHas(child.out, "^guard page\n" + forbidden + "earlier handlers\nflush\n" + forbidden + "$");

@@ -38,10 +38,10 @@ void PrintTo(const Case& c, std::ostream* out) {
     if (c.chaining)
         setenv("LD_PRELOAD", (javaHome() + "/lib/libjsig.so").c_str(), 1);
     // The fast compiler keeps making null checks of faults; the other replaces those that fail often.
-    const string java = javaHome() + "/bin/java";
-    const string command = "exec " + java +
-                           " -XX:TieredStopAtLevel=1 -Xmx100m -cp " CLASSES " Faults " JNI_LIBRARY " + c.words;
-                           execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+    const string command = "exec " + javaHome() +
+                           "/bin/java -XX:TieredStopAtLevel=1 -Xmx100m -cp " CLASSES " Faults " JNI_LIBRARY " " +
+                           c.words;
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
     _exit(96);
 }
 
