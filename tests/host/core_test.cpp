@@ -52,18 +52,20 @@ const string coreLines =
     "file or directory\\]\n|\\[host.core4\\]\n)";
 
 TEST(CallDebugger, ReportsAndEnds) {
-    const ReportFolder folder;
-    const ChildResult child = runToItsEnd([] { errno = EAGAIN, HostCallDebuggerMsg("out of cheese"); });
     const string reason = "\\[fault.errno 11 Resource temporarily unavailable\\]";
-    expectHas(child.out, "^out of cheese\n" + banner("HostCallDebugger") + date + "stack of [0-9]+\n" +
-                             banner("HostCoredump") + sleeping + reason + "\n" + edge + "$");
-    expectHas(child.err, "^" + reason + stackLines + coreLines + "$");
-    EXPECT_EQ(child.exitStatus, 3);
+    expectEnding([] { errno = EAGAIN, HostCallDebuggerMsg("out of cheese"); },
+                 {"^" + reason + stackLines + coreLines + "$", "^out of cheese\n" + banner("HostCallDebugger") + date +
+                                                                   "stack of [0-9]+\n" + banner("HostCoredump") +
+                                                                   sleeping + reason + "\n" + edge + "$"});
+    // An error within the report.
+    const auto twice = [] { HostInstallFatalReportHandler([] { HostCallDebugger(); }), HostCallDebugger(); };
+    expectEnding(twice, {coreLines + "$",
+                         "^(?![^]*HostCallDebugger\\])[^]*notifying trune of fatal error\nRecursive error caught!\n",
+                         -1, SIGABRT});
 }
 
 TEST(CallDebugger, HooksInOrderAndOnce) {
-    const ReportFolder folder;
-    const ChildResult child = runToItsEnd([] {
+    const auto body = [] {
         HostInstallFaultHandler([] { say("flush "); }, nullptr);
         HostOnDebug([] { say("hook "); });
         HostInstallFatalReportHandler([] { say("report "); });
@@ -79,22 +81,11 @@ TEST(CallDebugger, HooksInOrderAndOnce) {
         HostInit(); // clears noHalt and the report hook
         EXPECT_FALSE(noHalt);
         EXPECT_FALSE(HostCoredump(TRUE));
-    });
-    expectHas(child.out, "^\nodd arg:4000000000\n\nHostcalldebugger invoked in process ([0-9]+), notifying trune of "
-                         "fatal error\n\nHostCallDebugger invoked in process \\1\n");
-    expectHas(child.err, "^hook flush report hook flush flush \nBegin");
-    expectGood(child);
-}
-
-TEST(CallDebugger, ErrorWithinTheReport) {
-    const ReportFolder folder;
-    const ChildResult child = runToItsEnd([] {
-        HostInstallFatalReportHandler([] { HostCallDebugger(); });
-        HostCallDebugger();
-    });
-    expectHas(child.out, "^(?![^]*HostCallDebugger\\])[^]*notifying trune of fatal error\nRecursive error caught!\n");
-    expectHas(child.err, coreLines + "$");
-    EXPECT_EQ(child.signal, SIGABRT);
+    };
+    expectEnding(body, {"^hook flush report hook flush flush \nBegin",
+                        "^\nodd arg:4000000000\n\nHostcalldebugger invoked in process ([0-9]+), notifying trune of "
+                        "fatal error\n\nHostCallDebugger invoked in process \\1\n",
+                        0});
 }
 
 TEST(Coredump, FirstSecondThird) {

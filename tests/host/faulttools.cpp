@@ -48,6 +48,15 @@ ChildResult runToItsEnd(const std::function<void()>& body, const std::function<v
         whileItRuns, timeOut);
 }
 
+void expectEnding(const std::function<void()>& body, const Ending& expected, Where where) {
+    const ReportFolder folder;
+    const ChildResult child = runToItsEnd(body);
+    expectHas(child.err, expected.err, where);
+    expectHas(child.out, expected.out, where);
+    EXPECT_EQ(child.exitStatus, expected.exitStatus) << where.line() << child.out << child.err;
+    EXPECT_EQ(child.signal, expected.signal) << where.line();
+}
+
 void waitUntilHandled(pid_t pid, int sig) {
     for (int i = 0; i < 1000; ++i, usleep(10000)) {
         std::ifstream status("/proc/" + std::to_string(pid) + "/status");

@@ -19,6 +19,14 @@ public:
 ChildResult runToItsEnd(const std::function<void()>& body, const std::function<void(pid_t)>& whileItRuns = nullptr,
                         std::chrono::milliseconds timeOut = std::chrono::milliseconds(20000));
 
+// How a process ends, with a report: what its streams match, its status.
+struct Ending {
+    std::string err, out = "";
+    int exitStatus = 3, signal = 0;
+};
+// Runs the body to its end in a report folder of its own.
+void expectEnding(const std::function<void()>& body, const Ending& expected, Where where = Where::current());
+
 // Waits until the process handles the signal.
 void waitUntilHandled(pid_t pid, int sig);
 
