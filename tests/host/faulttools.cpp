@@ -35,17 +35,19 @@ ReportFolder::ReportFolder(Printer printer) {
 
 ChildResult runToItsEnd(const std::function<void()>& body, const std::function<void(pid_t)>& whileItRuns,
                         std::chrono::milliseconds timeOut) {
-    return runInChild(
-        [&] {
-            noHalt = FALSE;
-            rlimit limit;
-            getrlimit(RLIMIT_CORE, &limit);
-            constexpr rlim_t smallCore = 4 << 20;
-            limit.rlim_cur = std::min(limit.rlim_max, smallCore);
-            setrlimit(RLIMIT_CORE, &limit);
-            body();
-        },
-        whileItRuns, timeOut);
+    const auto reported = [&] {
+        noHalt = FALSE;
+        rlimit limit;
+        getrlimit(RLIMIT_CORE, &limit);
+        constexpr rlim_t smallCore = 4 << 20;
+        limit.rlim_cur = std::min(limit.rlim_max, smallCore);
+        setrlimit(RLIMIT_CORE, &limit);
+        body();
+    };
+    const ChildResult child = runInChild(reported, whileItRuns, timeOut);
+    // A process that ends by itself does not tell in its status.
+    EXPECT_EQ(child.out.find(": Failure\n"), std::string::npos) << child.out;
+    return child;
 }
 
 void expectEnding(const std::function<void()>& body, const Ending& expected, Where where) {

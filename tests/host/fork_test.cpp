@@ -1,6 +1,7 @@
 #include "hostprocess.h"
 
 #include <atomic>
+#include <csignal>
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/resource.h>
@@ -40,6 +41,7 @@ Outcome startServer(const std::string& cmd) {
 // Runs the body in a process that has messages, and leaves nothing behind.
 ChildResult inProcess(const Scratch& scratch, const std::function<void()>& body) {
     return runInChild([&] {
+        signal(SIGHUP, SIG_DFL); // whatever this program was started with
         useMessages(scratch);
         const NothingLeft nothingLeft;
         body();
@@ -336,6 +338,26 @@ TEST(HostForkServer, InterruptedWait) {
         expectGood(child);
         EXPECT_EQ(child.err.find("got sig term at hostdofork.cpp line ") != std::string::npos, terminated) << child.err;
     }
+}
+
+// A process that another thread starts meanwhile would keep the pipe open, and its parent waiting.
+TEST(HostForkServer, OthersDoNotInheritItsPipe) {
+    const Scratch scratch;
+    const auto countPipes = [&] {
+        EXPECT_EQ(UnixIoSystem(("ls -l /proc/self/fd >" + scratch.file("fds")).c_str(), FALSE), 0);
+        const std::string list = scratch.read("fds");
+        const std::regex pipe("pipe:");
+        return std::distance(std::sregex_iterator(list.begin(), list.end(), pipe), {});
+    };
+    expectGood(inProcess(scratch, [&] {
+        const auto before = countPipes();
+        std::thread other([&] {
+            usleep(200000);
+            EXPECT_EQ(countPipes(), before);
+        });
+        EXPECT_EQ(waitFor(startServer(scratch.script("slow", "sleep 0.8; " + ready)).pid), 0);
+        other.join();
+    }));
 }
 
 // No child hangs on a lock that a thread of its parent held: the heap's, the catalogue's, a stream's.

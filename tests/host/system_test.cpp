@@ -48,6 +48,7 @@ void useOwnSignals() {
     for (const int sig : {SIGCHLD, SIGVTALRM, SIGINT, SIGTTOU})
         sigaction(sig, &action, nullptr);
     signal(SIGQUIT, SIG_IGN);
+    signal(SIGHUP, SIG_DFL); // whatever this program was started with
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGUSR2);

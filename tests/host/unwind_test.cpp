@@ -81,7 +81,7 @@ sigjmp_buf escape;
 }
 
 void checkFromADeepCall() {
-    deepCall(UtlCheckUnwindAllowed);
+    deepCall([] { deepCall(UtlCheckUnwindAllowed); });
 }
 
 // Our own handlers may not be left by an unwind. An earlier handler that a signal is passed on to may, by any jump. The

@@ -62,8 +62,7 @@ TEST_P(Jvm, EndsAsDocumented) {
     expectHas(child.err, c.err);
 }
 
-const string otherTraps = "stack overflow: caught\ndivision: caught\ntruncated file: caught\nsafepoints: passed\n"
-                          "children: right\ndone\n$";
+const string otherTraps = "stack overflow: true\ndivision: true\ntruncated file: true\nchildren: right\ndone\n$";
 const string unhandled = "KS Signal Handler: Unhandled signal 11, SIGSEGV ";
 const string ownReport = unhandled + "[^]*Begin attempt to print C-level stack";
 const string aborted = "KS signal handler: signal 6 \\(SIGABRT\\)[^]*Begin attempt to print C-level stack";
