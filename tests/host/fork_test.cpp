@@ -149,9 +149,11 @@ TEST(HostFork, WorkerOfAUser) {
     }
 }
 
+// And, for the first, a debugger that has the next child wait.
 TEST(HostFork, NameResolutionString) {
     const Scratch scratch;
-    const std::string command = scratch.script("tell", "echo \"nrs=$KESTRUNE_NRS_ALL\"");
+    const std::string command =
+        scratch.script("tell", "echo \"nrs=$KESTRUNE_NRS_ALL\"; echo \"waits=$KESTRUNE_CHILD_DEBUG\"");
     const std::string& dir = scratch.path();
     const passwd* self = getpwuid(geteuid());
     ASSERT_NE(self, nullptr);
@@ -171,11 +173,17 @@ TEST(HostFork, NameResolutionString) {
         {"abc!", "abc!", false},
     };
     for (const auto& c : cases) {
-        expectGood(inProcess(scratch, [&] {
+        const bool waits = &c == cases;
+        const ChildResult child = inProcess(scratch, [&] {
             setenv("KESTRUNE_NRS_ALL", c.before.c_str(), 1);
+            debugchild = waits;
             EXPECT_EQ(waitFor(startWorker(command, c.forUser ? self->pw_name : nullptr, "log", dir).pid), 0);
-        }));
+            EXPECT_FALSE(debugchild);
+        });
+        expectGood(child);
+        EXPECT_EQ(child.err, waits ? "child process will wait for debugger!\n" : "");
         EXPECT_EQ(value(scratch.read("log"), "nrs"), c.after) << c.before;
+        EXPECT_EQ(value(scratch.read("log"), "waits"), waits ? "1" : "");
         unlink(scratch.file("log").c_str());
     }
 }
@@ -262,20 +270,6 @@ TEST(HostFork, WhatFailsInTheWorker) {
         unlink(scratch.file("log").c_str());
         EXPECT_EQ(access(scratch.file("pelgar" + pid + ".log").c_str(), F_OK) == 0, c.logName == "%q");
     }
-}
-
-TEST(HostFork, ADebuggerCanHaveTheNextChildWait) {
-    const Scratch scratch;
-    const std::string command = scratch.script("tell", "echo \"waits=$KESTRUNE_CHILD_DEBUG\"");
-    const ChildResult child = inProcess(scratch, [&] {
-        debugchild = TRUE;
-        for (const char* log : {"first", "second"})
-            EXPECT_EQ(waitFor(startWorker(command, nullptr, log, scratch.path()).pid), 0);
-    });
-    expectGood(child);
-    EXPECT_EQ(child.err, "child process will wait for debugger!\n");
-    EXPECT_EQ(value(scratch.read("first"), "waits"), "1");
-    EXPECT_EQ(value(scratch.read("second"), "waits"), "");
 }
 
 const std::string ready = "printf x >/proc/self/fd/$KESTRUNE_SERVER_PIPE; ";
