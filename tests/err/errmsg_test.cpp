@@ -214,16 +214,13 @@ TEST(ErrMsgNumToSym, MapsTheNumbersOfTheSystem) {
     EXPECT_STREQ(ErrMsgNumToSym(1), "errmsg.invalidErr");
     EXPECT_EQ(ErrMsgGsErrNumToSym(-1), nullptr);
     std::string rows;
-    int count = 0;
     for (int number = 0; number < 10000; ++number) {
         if (const char* const sym = ErrMsgGsErrNumToSym(number)) {
-            rows += std::to_string(number) + " " + ErrMsgNumToSym(number) + "\n";
             EXPECT_STREQ(sym, ErrMsgNumToSym(number));
-            ++count;
+            rows += std::to_string(number) + " " + sym + "\n";
         }
     }
-    EXPECT_EQ(count, 128);
-    EXPECT_TRUE(rows.starts_with("2004 errmsg.rtErrBadSubscript\n") && rows.ends_with("6004 errmsg.rtErrHardBreak\n"));
+    EXPECT_TRUE(rows.starts_with("2004 errmsg.rtErrBadSubscript\n"));
     EXPECT_EQ(HashCStrHash(rows.c_str()), 0x1028A3) << "a row has changed:\n" << rows;
 }
 
@@ -246,62 +243,53 @@ TEST(FindErrSym, FindsEverySymbolInEveryByteOrder) {
     }
 }
 
-void fillTable(std::string& image, size_t) {
-    for (size_t slot = 20; slot < 20 + 12 * wordAt(image, 12); slot += 12) {
-        setWord(image, slot, 1);
-        setWord(image, slot + 8, wordAt(image, 16));
-    }
-}
-
 // A damaged file gives the bracketed form, a diagnostic and, unless the symbol just is not found, the panicked state;
 // and one call of the debugger hook, from which messages can be had.
 TEST(FindErrSym, DamagedFilesAreReportedOnce) {
-    using Change = std::function<void(std::string & image, size_t slot)>; // slot: position of the symbol's slot
-    const auto header = [](uint32_t value) -> Change {
-        return [=](std::string& image, size_t) { setWord(image, 12, value); };
-    };
-    const auto inSlot = [](size_t at, uint32_t value) -> Change {
-        return [=](std::string& image, size_t slot) { setWord(image, slot + at, value); };
-    };
     const std::string good = compileText("symbol(1):text %d\nother(1):other %d\n");
-    const auto size = static_cast<uint32_t>(good.size());
-    const auto other = static_cast<uint32_t>(good.find("other(1)"));
-    const size_t text = good.find("symbol(1)");
-    size_t symbolSlot = 20;
-    while (wordAt(good, symbolSlot + 8) != text)
-        symbolSlot += 12;
-    std::string endless;
+    const size_t entry = good.find("symbol(1)");
+    size_t slot = 20;
+    while (wordAt(good, slot + 8) != entry)
+        slot += 12;
+    const auto with = [&](size_t position, size_t value) {
+        std::string image = good;
+        setWord(image, position, static_cast<uint32_t>(value));
+        return image;
+    };
+    std::string full = good;
+    for (size_t any = 20; any < wordAt(good, 16); any += 12) {
+        setWord(full, any, 1);
+        setWord(full, any + 8, static_cast<uint32_t>(entry));
+    }
+    std::string endless = good.substr(0, entry);
     for (int i = 0; i < 100000; ++i)
         endless += "x\\\n";
     const std::string unreadable = "errmsg\\readLong:  fread() error, errno = 0\n";
     const std::string noKey = "findErrSym:  symbol fread() error, errno = 0\n";
     const struct {
         const char* name;
-        Change apply;
+        std::string image;
         std::string err; // with % for the file's name; when empty, the symbol is not found and nothing else
         const char* out = "";
     } damages[] = {
-        {"cut in a slot", [](std::string& image, size_t slot) { image.resize(slot + 11); }, unreadable},
-        {"table size near 2^32", header(0xFFFFFFFB), unreadable},
-        {"full table", fillTable, ""},
-        {"empty slot", inSlot(8, 0), ""},
-        {"key outside", inSlot(4, 0x7FFFFFFF), noKey},
-        {"key negative", inSlot(4, 0xFFFFFFF0), noKey},
-        {"key cut", inSlot(4, size - 6), noKey},
-        {"other key", inSlot(4, 20), ""},
-        {"entry outside", inSlot(8, 0x80000000), "%: unexpected eof\n"},
-        {"entry of another symbol", inSlot(8, other), ""},
-        {"entry without symbol", [=](std::string& image, size_t) { image[text] = ':'; },
+        {"cut in a slot", good.substr(0, slot + 11), unreadable},
+        {"table size near 2^32", with(12, 0xFFFFFFFB), unreadable},
+        {"full table", full, ""},
+        {"empty slot", with(slot + 8, 0), ""},
+        {"key outside", with(slot + 4, 0x7FFFFFFF), noKey},
+        {"key negative", with(slot + 4, 0xFFFFFFF0), noKey},
+        {"key cut", with(slot + 4, good.size() - 6), noKey},
+        {"other key", with(slot + 4, 20), ""},
+        {"entry outside", with(slot + 8, 0x80000000), "%: unexpected eof\n"},
+        {"entry of another symbol", with(slot + 8, good.find("other(1)")), ""},
+        {"entry without symbol", good.substr(0, entry) + ":" + good.substr(entry + 1),
          "% near line 0: symbol missing\nErrUtlNextSym:  line 0 Why is symbol missing?\n", "UTL_GUARANTEE"},
-        {"endless continuation", [=](std::string& image, size_t) { image.replace(text, std::string::npos, endless); },
-         "%: unexpected eof\n"},
+        {"endless continuation", endless, "%: unexpected eof\n"},
     };
-    for (const auto& [name, apply, err, out] : damages) {
+    for (const auto& [name, image, err, out] : damages) {
         SCOPED_TRACE(name);
-        std::string image = good;
-        apply(image, symbolSlot);
-        const ChildResult child = runInChild([&, panics = !err.empty()] {
-            const OpenCatalogue catalogue(image);
+        const OpenCatalogue catalogue(image);
+        const ChildResult child = runInChild([panics = !err.empty()] {
             countHookCalls();
             errno = 0;
             for (int i = 0; i < 2; ++i) {
@@ -309,13 +297,9 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
                 EXPECT_EQ(ErrMsgGetPanicked(), panics);
                 EXPECT_EQ(hookCalls, panics);
             }
-            fputs(("\1" + catalogue.name).c_str(), stderr);
         });
         EXPECT_EQ(child.exitStatus, 0) << child.out;
-        const size_t mark = child.err.find('\1');
-        ASSERT_NE(mark, std::string::npos) << child.err;
-        const std::string expected = err.starts_with('%') ? child.err.substr(mark + 1) + err.substr(1) : err;
-        EXPECT_EQ(child.err.substr(0, mark), expected);
+        EXPECT_EQ(child.err, err.starts_with('%') ? ErrUtlErrFileName + err.substr(1) : err);
         EXPECT_EQ(child.out.substr(0, strlen("UTL_GUARANTEE")), out);
     }
 }
@@ -323,10 +307,8 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
 TEST(FindErrSym, RubbishIsReportedForALimitedTime) {
     std::string image = compileText("symbol(1):text %d\n");
     image.replace(image.find("symbol(1)"), std::string::npos, std::string(1 << 20, '\n'));
-    const ChildResult child = runInChild([&] {
-        const OpenCatalogue catalogue(image);
-        EXPECT_EQ(message("symbol", "d", 7), "[symbol 7]");
-    });
+    const OpenCatalogue catalogue(image);
+    const ChildResult child = runInChild([] { EXPECT_EQ(message("symbol", "d", 7), "[symbol 7]"); });
     EXPECT_EQ(child.exitStatus, 0);
     EXPECT_LT(child.err.size(), 20000u);
 }

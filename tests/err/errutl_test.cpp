@@ -22,11 +22,7 @@ std::string withByte(size_t position, char value) {
 }
 
 TEST(ErrUtlReadHdr, AcceptsEveryByteOrderAndNamesEveryFault) {
-    struct Case {
-        std::string bytes;
-        const char* diagnostic;
-    };
-    const Case cases[] = {
+    const std::pair<std::string, std::string> cases[] = {
         {fileHeader, ""},
         {std::string("\xDE\xAD\xBE\xEF\3\2\1\0\0\0\0\1\0\0\0\2\0\0\0\54", 20), ""},
         {std::string("\xDE\xAD\xBE\xEF\2\3\0\1\0\0\1\0\0\0\2\0\0\0\54\0", 20), ""},
@@ -40,14 +36,14 @@ TEST(ErrUtlReadHdr, AcceptsEveryByteOrderAndNamesEveryFault) {
         {withByte(12, 0), "ErrUtlReadHdr:  zero length hash table\n"},
     };
     const TempFolder folder;
-    for (const Case& c : cases) {
-        FILE* const file = fopen(folder.write("header", c.bytes).c_str(), "r");
+    for (const auto& [bytes, diagnostic] : cases) {
+        FILE* const file = fopen(folder.write("header", bytes).c_str(), "r");
         fgetc(file);
         ErrUtlHdrSType header{};
         testing::internal::CaptureStderr();
         const bool good = ErrUtlReadHdr(file, &header);
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), c.diagnostic);
-        EXPECT_EQ(good, *c.diagnostic == 0);
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), diagnostic);
+        EXPECT_EQ(good, diagnostic.empty());
         EXPECT_TRUE(!good || (header.tabSize == 2 && header.textBegin == 44));
         fclose(file);
     }
