@@ -7,6 +7,7 @@
 
 #include <dlfcn.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -89,6 +90,14 @@ protected:
     int32_t pending() {
         error = {};
         return kci.KciErr(&error) ? error.number : 0;
+    }
+
+    // Takes the objects whose changes wait to be reported.
+    std::set<OopType> changed() {
+        OopType oops[8];
+        ArraySizeType count = 8;
+        kci.KciDirtySaveObjs(oops, &count);
+        return {oops, oops + count};
     }
 
     static OopType small(int32_t value) { return static_cast<OopType>(value) << 2 | 3; }

@@ -339,12 +339,6 @@ TEST_F(LocalClient, BodiesAreTransferred) {
 }
 
 TEST_F(LocalClient, ChangedObjectsAreReported) {
-    auto changed = [&] {
-        OopType oops[8];
-        ArraySizeType count = 8;
-        kci.KciDirtySaveObjs(oops, &count);
-        return std::set<OopType>(oops, oops + count);
-    };
     OopType array = evaluate("kept := {1. 2}");
     OopType text = string("new"); // filling it is no change
     EXPECT_EQ(changed(), std::set<OopType>{});
@@ -361,8 +355,9 @@ TEST_F(LocalClient, ChangedObjectsAreReported) {
     count = 1;
     EXPECT_FALSE(kci.KciDirtySaveObjs(&one, &count));
     EXPECT_EQ(count, 1u);
-    kci.KciReleaseOops(&array, 1);
     evaluate("kept at: 1 put: 7");
+    kci.KciReleaseOops(&array, 1);
+    evaluate("kept at: 1 put: 8");
     EXPECT_EQ(changed(), std::set<OopType>{});
     EXPECT_EQ(pending(), 0);
 }
@@ -382,6 +377,16 @@ TEST_F(LocalClient, ReleasedObjectsAreCollected) {
     EXPECT_FALSE(kci.KciFetchObjInfo(released, 1, 0, &info, nullptr, nullptr));
     EXPECT_TRUE(kci.KciErr(&error));
     EXPECT_EQ(kci.KciContinueWith(process, small(4), 0, nullptr), small(4)) << "it outlived the collection";
+
+    KciSessionIdType first = kci.KciGetSessionId();
+    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+    OopType exported = string("exported");
+    evaluate("System commit. System collectGarbage");
+    EXPECT_TRUE(kci.KciFetchObjInfo(exported, 1, 0, &info, nullptr, nullptr));
+    kci.KciLogout();
+    kci.KciSetSessionId(first);
+    evaluate("System collectGarbage");
+    EXPECT_FALSE(kci.KciFetchObjInfo(exported, 1, 0, &info, nullptr, nullptr)) << "its export set is gone";
 }
 
 TEST_F(LocalClient, TransactionsReachOtherSessions) {
@@ -403,16 +408,13 @@ TEST_F(LocalClient, TransactionsReachOtherSessions) {
     EXPECT_TRUE(commit());
     kci.KciSetSessionId(first);
     EXPECT_EQ(print("list"), "List(1)");
-    OopType dirty[4];
-    ArraySizeType count = 4;
-    kci.KciDirtySaveObjs(dirty, &count);
-    EXPECT_TRUE(std::count(dirty, dirty + count, list)) << "the other session's commit changed it";
+    EXPECT_TRUE(changed().contains(list)) << "the other session's commit changed it";
     evaluate("3 foo");
     OopType process = error.context;
-    EXPECT_EQ(print("list add: 2. System abort. list"), "List(1)");
-    count = 4;
-    kci.KciDirtySaveObjs(dirty, &count);
-    EXPECT_TRUE(std::count(dirty, dirty + count, list)) << "the abort changed it";
+    evaluate("list add: 2");
+    EXPECT_TRUE(changed().contains(list));
+    EXPECT_EQ(print("System abort. list"), "List(1)");
+    EXPECT_TRUE(changed().contains(list)) << "the abort changed it";
     EXPECT_EQ(kci.KciContinueWith(process, small(6), 0, nullptr), small(6)) << "an abort keeps processes";
     evaluate("list add: 3");
     kci.KciSetSessionId(second);

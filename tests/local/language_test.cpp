@@ -175,6 +175,7 @@ TEST_F(Language, CodeOutlivesCollections) {
         {"Shared at: #k put: {'inner' , ''}. System commit. (Shared at: #k) at: 1 put: 'other'. System collectGarbage. "
          "System abort. (Shared at: #k) first",
          "'inner'"},
+        {"k := {1}. System commit. k at: 1 put: 'x' , 'y'. System collectGarbage. k first", "'xy'"},
         {"| n | n := 1. System commit. [n := n + 1] value. System abort. n", "2"},
     });
 }

@@ -226,9 +226,9 @@ TEST(UtlHeap, PlainMode) {
 
 TEST(UtlHeap, ExecutableMemory) {
     const ChildResult child = runInChild([] {
-        auto* code = static_cast<unsigned char*>(UtlMallocExe(10000, 1, "exe"));
-        for (const int offset : {0, 9990}) {
-            code[offset] = 0xC3; // ret, on both x86 processors
+        auto* code = static_cast<unsigned char*>(UtlMallocExe(8192, 1, "exe"));
+        for (const int offset : {0, 8191}) { // the last byte stands on a third page
+            code[offset] = 0xC3;             // ret, on both x86 processors
             reinterpret_cast<void (*)()>(code + offset)();
         }
         UtlFree(code);
