@@ -45,7 +45,7 @@ public:
 uint32_t wordAt(const std::string& image, size_t position);
 void setWord(std::string& image, size_t position, uint32_t value);
 
-// For a child: from here on a fatal error does nothing but to be counted, by a hook that needs the catalogue's mutex.
+// For a child: from here on a fatal error is only counted, by a hook that takes the catalogue's mutex.
 inline int hookCalls;
 void countHookCalls();
 

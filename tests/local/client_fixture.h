@@ -29,8 +29,13 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(kci.KciInit());
         kci.KciSetNet("anywhere", nullptr, nullptr, nullptr);
-        ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+        logIn();
         kci.KciDirtyObjsInit();
+    }
+
+    KciSessionIdType logIn() {
+        EXPECT_TRUE(kci.KciLogin("guest", "guest"));
+        return kci.KciGetSessionId();
     }
 
     void TearDown() override { kci.KciShutdown(); }
@@ -52,6 +57,11 @@ protected:
     OopType perform(OopType receiver, const char* selector, std::vector<OopType> arguments = {}) {
         kci.KciNbPerform(receiver, selector, arguments.data(), static_cast<ArraySizeType>(arguments.size()));
         return finish();
+    }
+
+    bool exists(OopType object) {
+        KciObjInfoSType info{};
+        return kci.KciFetchObjInfo(object, 1, 0, &info, nullptr, nullptr) != 0;
     }
 
     // The contents of a byte object.

@@ -20,6 +20,9 @@ TEST_F(LocalClient, TableIsComplete) {
     EXPECT_LE(strcmp(kci.KciVersion(), "6.9.999"), 0);
     const auto* words = reinterpret_cast<const uint32_t*>(&kci);
     EXPECT_EQ(std::count(words + 3, words + 3 + KCI_ENTRY_COUNT, 0u), 0);
+    kci.KciHelp();
+    EXPECT_EQ(pending(), 4101);
+    EXPECT_STREQ(error.message, "KciHelp is not supported by the local store");
 }
 
 TEST_F(LocalClient, LoginIsChecked) {
@@ -45,8 +48,7 @@ TEST_F(LocalClient, SessionsKeepTheirOwnState) {
     KciSessionIdType first = kci.KciGetSessionId();
     evaluate("mine := 1");
     kci.KciFetchBytes(KCI_OOP_NIL, 1, nullptr, 0); // leaves an error pending
-    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
-    KciSessionIdType second = kci.KciGetSessionId();
+    KciSessionIdType second = logIn();
     EXPECT_NE(first, second);
     EXPECT_EQ(pending(), 0) << "the pending error is the first session's";
     EXPECT_EQ(print("mine"), "error 2189: the name mine is not known");
@@ -371,22 +373,19 @@ TEST_F(LocalClient, ReleasedObjectsAreCollected) {
     evaluate("3 foo");
     OopType process = error.context;
     evaluate("System collectGarbage");
-    KciObjInfoSType info{};
-    EXPECT_TRUE(kci.KciFetchObjInfo(kept, 1, 0, &info, nullptr, nullptr));
-    EXPECT_TRUE(kci.KciFetchObjInfo(global, 1, 0, &info, nullptr, nullptr));
-    EXPECT_FALSE(kci.KciFetchObjInfo(released, 1, 0, &info, nullptr, nullptr));
-    EXPECT_TRUE(kci.KciErr(&error));
+    EXPECT_TRUE(exists(kept) && exists(global));
+    EXPECT_FALSE(exists(released));
     EXPECT_EQ(kci.KciContinueWith(process, small(4), 0, nullptr), small(4)) << "it outlived the collection";
 
     KciSessionIdType first = kci.KciGetSessionId();
-    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+    logIn();
     OopType exported = string("exported");
     evaluate("System commit. System collectGarbage");
-    EXPECT_TRUE(kci.KciFetchObjInfo(exported, 1, 0, &info, nullptr, nullptr));
+    EXPECT_TRUE(exists(exported));
     kci.KciLogout();
     kci.KciSetSessionId(first);
     evaluate("System collectGarbage");
-    EXPECT_FALSE(kci.KciFetchObjInfo(exported, 1, 0, &info, nullptr, nullptr)) << "its export set is gone";
+    EXPECT_FALSE(exists(exported)) << "its export set is gone";
 }
 
 TEST_F(LocalClient, TransactionsReachOtherSessions) {
@@ -394,8 +393,7 @@ TEST_F(LocalClient, TransactionsReachOtherSessions) {
     auto commit = reinterpret_cast<BoolType (*)()>(kci.KciCommit);
     auto abort = reinterpret_cast<void (*)()>(kci.KciAbort);
     OopType list = evaluate("Shared at: #list put: (List new)");
-    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
-    KciSessionIdType second = kci.KciGetSessionId();
+    KciSessionIdType second = logIn();
     EXPECT_EQ(print("list"), "error 2189: the name list is not known");
     kci.KciSetSessionId(first);
     EXPECT_TRUE(commit());
@@ -431,7 +429,7 @@ TEST_F(LocalClient, ShutDownEndsEverything) {
     EXPECT_FALSE(kci.KciLogin("guest", "guest"));
     EXPECT_TRUE(kci.KciErr(&error));
     EXPECT_TRUE(kci.KciInit());
-    EXPECT_TRUE(kci.KciLogin("guest", "guest"));
+    logIn();
     EXPECT_EQ(print("3 + 4"), "7");
 }
 

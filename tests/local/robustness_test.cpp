@@ -9,19 +9,6 @@
 
 namespace local_tests {
 
-TEST_F(LocalClient, EveryUnsupportedEntrySaysSo) {
-    const std::pair<std::string, KciOtherFunc*> entries[] = {
-#define ENTRY(name) {#name, kci.name},
-#include "kci/unsupported.inc"
-#undef ENTRY
-    };
-    for (const auto& [name, entry] : entries) {
-        entry();
-        EXPECT_EQ(pending(), 4101) << name;
-        EXPECT_EQ(error.message, name + " is not supported by the local store");
-    }
-}
-
 std::vector<std::string> words(const char* text) {
     std::istringstream stream(text);
     return {std::istream_iterator<std::string>(stream), {}};
@@ -120,8 +107,7 @@ TEST_F(LocalClient, SessionsRunTheirCallsSideBySide) {
     setenv("KCILOCAL_SLICE", "50", 1);
     KciSessionIdType sessions[3] = {};
     for (KciSessionIdType& session : sessions) {
-        ASSERT_TRUE(kci.KciLogin("guest", "guest"));
-        session = kci.KciGetSessionId();
+        session = logIn();
         EXPECT_EQ(evaluate("System sliceSize"), small(50));
         kci.KciNbExecuteStr("| n | n := 0. [n < 300] whileTrue: [n := n + 1]. n + System session", KCI_OOP_NIL);
     }
