@@ -61,7 +61,9 @@ protected:
 
     bool exists(OopType object) {
         KciObjInfoSType info{};
-        return kci.KciFetchObjInfo(object, 1, 0, &info, nullptr, nullptr) != 0;
+        const bool found = kci.KciFetchObjInfo(object, 1, 0, &info, nullptr, nullptr);
+        pending();
+        return found;
     }
 
     // The contents of a byte object.

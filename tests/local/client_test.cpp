@@ -316,6 +316,7 @@ TEST_F(LocalClient, BodiesAreTransferred) {
         {"start 0", [&] { kci.KciFetchBytes(text, 0, buffer, 1); }, 2110},
         {"gap", [&] { kci.KciStoreBytesInstanceOf(10, text, 9, buffer, 1); }, 2110},
         {"far gap", [&] { kci.KciStoreBytesInstanceOf(10, text, INT32_MAX, buffer, 1); }, 2110},
+        {"beyond the limit", [&] { store(string(std::string(16 << 20, 'x')), (16 << 20) + 1, "y"); }, 2208},
         {"bytes of an array", [&] { kci.KciFetchBytes(array, 1, buffer, 1); }, 2094},
         {"references of a string", [&] { kci.KciFetchVaryingOops(text, 1, back, 1); }, 2094},
         {"other class", [&] { kci.KciStoreBytesInstanceOf(KCI_CLASS_FLOAT, text, 1, buffer, 1); }, 2094},
@@ -395,9 +396,11 @@ TEST_F(LocalClient, TransactionsReachOtherSessions) {
     OopType list = evaluate("Shared at: #list put: (List new)");
     KciSessionIdType second = logIn();
     EXPECT_EQ(print("list"), "error 2189: the name list is not known");
+    EXPECT_FALSE(exists(list)) << "not even by its identifier";
     kci.KciSetSessionId(first);
     EXPECT_TRUE(commit());
     kci.KciSetSessionId(second);
+    EXPECT_TRUE(exists(list));
     EXPECT_EQ(print("list add: 1. list"), "List(1)");
     kci.KciSetSessionId(first);
     EXPECT_EQ(print("list"), "List()");

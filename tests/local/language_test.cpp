@@ -155,6 +155,7 @@ TEST_F(Language, LimitsEndInErrors) {
          "error 2208: an object, or the local store, would become too large"},
         {"| l | l := List new. [true] whileTrue: [l add: (Array new: 1000000)]",
          "error 2208: an object, or the local store, would become too large"},
+        {"(String new: 16777216) add: 'x'; size", "error 2208: an object, or the local store, would become too large"},
         {"Array new: 100000000", "error 2094: 100000000 is not in the range 0 to 4194304"},
         {"Object method: 'down: n ^self down: n + 1'. 1 down: 1", "error 2138: the stack of 10000 calls is used up"},
         {"| b | b := nil. b := [:n | b value: n + 1]. b value: 1", "error 2138: the stack of 10000 calls is used up"},
