@@ -33,9 +33,9 @@ TMQKCI_C_BEGIN
 TMQKCI_API void ErrMsgInit(void);
 
 /*
- * Opens the message file again under the name that ErrMsgInit found, and leaves panicked. The header is not read anew: a
- * file with another table needs ErrMsgInit. FALSE, and panicked, on failure. HostFork calls it in
- * the process that starts another and in the started one.
+ * Opens the message file again under the name that ErrMsgInit found, and leaves panicked. The header is not read anew:
+ * a file with another table needs ErrMsgInit. FALSE, and panicked, on failure. HostFork calls it in the process that
+ * starts another and in the started one.
  */
 TMQKCI_API BoolType ErrMsgReset(void);
 
