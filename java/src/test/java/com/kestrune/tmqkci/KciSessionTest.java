@@ -3,6 +3,7 @@ package com.kestrune.tmqkci;
 import static org.junit.jupiter.api.Assertions.assertArrayEquals;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
+import static org.junit.jupiter.api.Assertions.assertInstanceOf;
 import static org.junit.jupiter.api.Assertions.assertNotNull;
 import static org.junit.jupiter.api.Assertions.assertNull;
 import static org.junit.jupiter.api.Assertions.assertThrows;
@@ -15,27 +16,23 @@ import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
+import java.util.Random;
 import java.util.stream.IntStream;
 import java.util.stream.Stream;
 
 import org.junit.jupiter.api.AfterEach;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
+import org.junit.jupiter.api.function.Executable;
 
 /** The session API over the local store, with buffers so small that most transfers take several slices. */
 class KciSessionTest {
     static final KciBridgeOptions SMALL = KciBridgeOptions.DEFAULTS.withSizes(1024, 64);
 
-    private KciSession session;
+    private final KciSession session = login("local");
 
-    static KciSession login() {
+    static KciSession login(String server) {
         return KciSession.login(
-                new KciLoginOptions().server("local").user("guest").password("guest".toCharArray()), SMALL);
-    }
-
-    @BeforeEach
-    void open() {
-        session = login();
+                new KciLoginOptions().server(server).user("guest").password("guest".toCharArray()), SMALL);
     }
 
     @AfterEach
@@ -53,7 +50,6 @@ class KciSessionTest {
             LocalDateTime.of(1969, 12, 31, 0, 0, 0, 1_000_000)}) {
             KciObject object = session.send(list, "add:", value);
             assertEquals(value, object.as(value.getClass()), String.valueOf(value));
-            assertEquals(value, session.send(list, "last").as(value.getClass()));
             if (value instanceof String text) {
                 assertEquals(text.length(), session.send(text, "size").intValue(), "a character stays a character");
                 assertEquals(text.chars().anyMatch(c -> c > 0xFF), object.description().isDBString);
@@ -64,9 +60,7 @@ class KciSessionTest {
         assertTrue(session.execute("nil").isNil());
         for (int length : new int[] {0, 1, 64, 65, 1024, 1025, 5000}) {
             byte[] bytes = new byte[length];
-            for (int i = 0; i < length; ++i) {
-                bytes[i] = (byte) (i * 7);
-            }
+            new Random(length).nextBytes(bytes);
             assertArrayEquals(bytes, session.send(list, "add:", bytes).as(byte[].class));
         }
         assertEquals(0.1f, session.send(0.1f, "yourself").as(Float.class));
@@ -92,7 +86,7 @@ class KciSessionTest {
         assertRefused("the text has characters beyond U+00FF, and the string holds bytes",
                 () -> session.storeString(plain, 1, "\u20AC"));
         assertThrows(NullPointerException.class, () -> session.execute((String) null));
-        try (KciSession other = login()) {
+        try (KciSession other = login("local")) {
             assertThrows(IllegalArgumentException.class, () -> other.send(plain, "size"));
         }
         plain.release();
@@ -100,7 +94,7 @@ class KciSessionTest {
         assertThrows(IllegalArgumentException.class, () -> KciBridgeOptions.DEFAULTS.withSizes(64, 65));
     }
 
-    private static void assertRefused(String text, org.junit.jupiter.api.function.Executable call) {
+    private static void assertRefused(String text, Executable call) {
         assertEquals(text, assertThrows(KciConversionException.class, call).getMessage());
     }
 
@@ -116,8 +110,8 @@ class KciSessionTest {
         assertEquals("text", elements.get(998).stringValue());
         assertEquals(array.oop(), elements.get(500).oop());
         assertEquals(12, elements.get(999).intValue());
-        assertEquals(List.of("object " + array.oop(), "12"), Arrays.asList(
-                elements.get(500).toString(), session.fetchElements(array, 1000, 5).get(0).toString()));
+        assertEquals("object " + array.oop(), elements.get(500).toString());
+        assertEquals("12", session.fetchElements(array, 1000, 5).get(0).toString());
         assertEquals(300, session.fetchElements(array, 701, 10_000).size());
         assertEquals(0, session.fetchElements(array, 1, 0).size());
         assertThrows(IndexOutOfBoundsException.class, () -> session.fetchElements(array, 0, 1));
@@ -131,16 +125,14 @@ class KciSessionTest {
         assertEquals(1, session.fetchNamed(pair, 2, 1).size());
 
         KciObject bytes = session.create(new byte[3000]);
-        byte[] part = new byte[2000];
-        Arrays.fill(part, (byte) 5);
+        byte[] part = "5".repeat(2000).getBytes();
         session.storeBytes(bytes, 1001, part);
         assertArrayEquals(part, session.fetchBytes(bytes, 1001, 2000));
         assertEquals(0, session.fetchBytes(bytes)[999]);
         KciObject wide = session.create("\u20ACabc");
         session.storeString(wide, 3, "\uD800");
         assertEquals("\u20ACa\uD800c", session.fetchString(wide));
-        assertEquals(3, session.execute("Set new add: 1; add: 2; add: 3; yourself").namedSize()
-                + session.fetchElements(session.execute("Set new add: 1; add: 2; add: 3; yourself")).size());
+        assertEquals(3, session.fetchElements(session.execute("Set new add: 1; add: 2; add: 3; yourself")).size());
     }
 
     @Test
@@ -190,13 +182,11 @@ class KciSessionTest {
         assertEquals("Array(1 2 3)", array.printString());
         assertTrue(array.isKindOf(session.execute("Array")));
         assertFalse(session.isKindOf("text", session.execute("Array")));
-        assertEquals(array, session.object(array.oop()));
         assertEquals(1, Stream.of(array, session.object(array.oop())).distinct().count());
         assertThrows(IllegalArgumentException.class, () -> session.object(1));
         assertThrows(IllegalArgumentException.class, () -> session.object(1L << 32));
-        assertEquals(3, session.execute(session.create("1 + 2")).intValue());
-        assertEquals(Object.class, session.execute("Object new").as(Object.class) instanceof KciObject
-                ? Object.class : null);
+        assertInstanceOf(KciObject.class, session.execute("Object new").as(Object.class));
+        assertEquals(2, session.execute(session.create("'\u0416' size + 1")).intValue(), "source of double bytes");
         session.checkErrors();
         assertEquals("6.7.local", KciBridge.clientVersion());
         assertTrue(session.toString().contains("guest on local"));
@@ -224,22 +214,13 @@ class KciSessionTest {
     }
 
     @Test
-    void theBufferSizeOfSomeoneElseIsFound() {
-        KciBridge.lock().lock();
-        try {
-            assertEquals(256, KciBridge.maxReferences(session.id()));
-        } finally {
-            KciBridge.lock().unlock();
-        }
-    }
-
-    @Test
     void endedSessionsAndHoldersOfTheLockAreRefused() {
-        KciSession other = login();
+        KciSession other = login("local");
         KciObject object = other.execute("Object new");
         assertTrue(other.isOpen());
         KciBridge.lock().lock();
         try {
+            assertEquals(256, KciBridge.maxReferences(other.id()), "the buffer was not sized by the defaults");
             assertThrows(IllegalStateException.class, () -> other.execute("1"));
             assertThrows(IllegalStateException.class, other::close);
         } finally {

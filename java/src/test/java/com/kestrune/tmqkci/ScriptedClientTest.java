@@ -1,5 +1,6 @@
 package com.kestrune.tmqkci;
 
+import static com.kestrune.tmqkci.KciSessionTest.login;
 import static org.junit.jupiter.api.Assertions.assertDoesNotThrow;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertFalse;
@@ -15,7 +16,6 @@ import java.util.Map;
 import java.util.concurrent.CompletableFuture;
 
 import org.junit.jupiter.api.AfterEach;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.Timeout;
 import org.junit.jupiter.api.function.Executable;
@@ -25,17 +25,7 @@ import org.junit.jupiter.api.function.Executable;
 class ScriptedClientTest {
     private static final String SECRET = "k9-unlikely-secret";
 
-    private KciSession session;
-
-    private static KciSession login(String failingEntry) {
-        return KciSession.login(new KciLoginOptions().server(failingEntry).user("u").password(new char[0]),
-                KciSessionTest.SMALL);
-    }
-
-    @BeforeEach
-    void open() {
-        session = login("none");
-    }
+    private KciSession session = login("none");
 
     @AfterEach
     void close() {
