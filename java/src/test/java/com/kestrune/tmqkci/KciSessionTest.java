@@ -57,6 +57,12 @@ class KciSessionTest {
             }
         }
         assertNull(session.send(list, "add:", (Object) null).as(String.class));
+        TmqKciException unknown = assertThrows(TmqKciException.class,
+                () -> session.send(1, "a:".repeat(20), IntStream.range(0, 20).boxed().toArray()));
+        assertEquals(2010, unknown.number);
+        assertEquals(19, session.send(unknown.arguments().get(2), "last").intValue());
+        assertEquals("perform(): numArgs exceeds 20", assertThrows(TmqKciException.class,
+                () -> session.send(1, "a:".repeat(21), new Object[21])).getMessage());
         assertTrue(session.execute("nil").isNil());
         for (int length : new int[] {0, 1, 64, 65, 1024, 1025, 5000}) {
             byte[] bytes = new byte[length];
@@ -149,8 +155,6 @@ class KciSessionTest {
     @Test
     void suspendedProcessesContinueOrFail() {
         TmqKciException error = assertThrows(TmqKciException.class, () -> session.execute("(nil foo: 3) + 1"));
-        assertEquals(2010, error.number);
-        assertEquals(3613, error.category);
         assertEquals("Error 2010: nil does not understand #foo:\n", error.render(), "there is no catalogue here");
         assertEquals(Arrays.asList(null, "foo:"),
                 error.arguments().subList(0, 2).stream().map(each -> each.as(String.class)).toList());

@@ -7,8 +7,7 @@ import static org.junit.jupiter.api.Assertions.assertTrue;
 import java.util.function.ToIntFunction;
 
 /** A session with the local store, with native calls whose failures end the test. */
-final class TestSession implements AutoCloseable {
-    static final int BUFFER_SIZE = 1024;
+final class TestSession {
     static final int PRELOAD_SIZE = 64;
 
     final int id;
@@ -21,7 +20,7 @@ final class TestSession implements AutoCloseable {
 
     static long[] initialize() {
         long[] kernelOops = new long[TmqKciInterface.KERNEL_OOPS];
-        assertEquals(TmqKciInterface.INITIALIZED, succeed(error -> TmqKciInterface._initialize(1, "tests", BUFFER_SIZE,
+        assertEquals(TmqKciInterface.INITIALIZED, succeed(error -> TmqKciInterface._initialize(1, "tests", 1024,
                 PRELOAD_SIZE, 0, kernelOops, error)));
         return kernelOops;
     }
@@ -72,20 +71,5 @@ final class TestSession implements AutoCloseable {
     TmqKciReport run(String source) {
         succeed(error -> TmqKciInterface._executeStr(id, source, error));
         return end();
-    }
-
-    TmqKciReport send(TmqKciReport receiver, String selector, TmqKciReport... args) {
-        succeed(error -> TmqKciInterface._perform(id, receiver, selector, args, args.length, error));
-        return end();
-    }
-
-    TmqKciReport describe(TmqKciReport report) {
-        assertEquals(0, succeed(error -> TmqKciInterface._setup(id, report, error)));
-        return report;
-    }
-
-    @Override
-    public void close() {
-        succeed(error -> TmqKciInterface._logout(id, error));
     }
 }
