@@ -67,14 +67,12 @@ set_property(TEST Java.KciMessagesTest APPEND PROPERTY ENVIRONMENT
   "KESTRUNE_LANG=${PROJECT_BINARY_DIR}/messages/english67.err")
 add_dependencies(tmqkci_java_tests messages)
 
-add_test(NAME Java.Documentation COMMAND src/test/run-example "${JAVAC}" "${product_jar}"
-  "${PROJECT_SOURCE_DIR}/docs/using-the-bridge.md" WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-set(documents session-api threading security upgrading)
+set(documents using-the-bridge session-api threading security upgrading)
 list(TRANSFORM documents PREPEND "${PROJECT_SOURCE_DIR}/docs/")
 list(TRANSFORM documents APPEND ".md")
 add_test(NAME Java.Examples COMMAND src/test/run-snippets "${JAVAC}" "${product_jar}" ${documents}
   WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
 add_test(NAME Java.Demo COMMAND src/test/run-demo "${product_jar}:${demo_jar}"
   WORKING_DIRECTORY "${CMAKE_CURRENT_SOURCE_DIR}")
-set_tests_properties(Java.Documentation Java.Examples Java.Demo PROPERTIES
+set_tests_properties(Java.Examples Java.Demo PROPERTIES
   ENVIRONMENT "KESTRUNE=${test_installation}" TIMEOUT 120)

@@ -253,7 +253,7 @@ class BundledLibrary(Case):
         self.assertEqual(self.where(), file)
 
     def test_equal_files_make_equal_jars(self):
-        for name, files, time_stamp in ("a", "xy", 0), ("b", "yx", 100000):
+        for name, files, time_stamp in ("a", "xy", 1000000000), ("b", "yx", 1100000000):
             os.mkdir(f"{self.home}/{name}")
             for file in files:
                 os.utime(self.write(f"{name}/{file}", file), (time_stamp, time_stamp))

@@ -1,11 +1,10 @@
 /*
- * A client library that does what source texts tell it: answers late, answers errors, and fails or dawdles at the next
- * call of any entry. One session at a time runs a call; objects are numbers without contents.
+ * A client library that does what source texts tell it: answers late, answers errors, and fails at the next call of
+ * any entry. One session at a time runs a call; objects are numbers without contents.
  *
  *   answer OOP after POLLS      the call's result, after so many polls that answer "not ready"
  *   fail NUMBER context OOP after POLLS   the call's error
  *   break ENTRY fatal FLAG      the next call of that entry fails with error 4000
- *   delay ENTRY by MS           the next call of that entry takes so long
  *   released OOP                answers how often the object was given up
  *   started                     answers how many calls have been started
  */
@@ -13,7 +12,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
 
 namespace {
 
@@ -22,9 +20,8 @@ constexpr int objects = 65536, elements = 10000, firstObject = 4000;
 KciErrSType pending;
 bool isPending;
 
-// The entry whose next call is special; named by a call, it counts from that call's end on.
+// The entry whose next call fails; named by a call, it counts from that call's end on.
 char named[64], armed[64];
-int armedDelay; // -1: fail
 int armedFatal;
 
 OopType result, failureContext, nextOop = 60000;
@@ -47,10 +44,6 @@ BoolType fails(const char* entry) {
     if (strcmp(entry, armed) != 0)
         return FALSE;
     armed[0] = '\0';
-    if (armedDelay >= 0) {
-        usleep(useconds_t(armedDelay) * 1000);
-        return FALSE;
-    }
     record(4000, KCI_OOP_NIL, armedFatal);
     return TRUE;
 }
@@ -65,12 +58,10 @@ void start(const char* source) {
     result = KCI_OOP_NIL;
     failure = pollsLeft = 0;
     if (sscanf(source, "answer %u after %d", &result, &pollsLeft) == 2 ||
-        sscanf(source, "fail %d context %u after %d", &failure, &failureContext, &pollsLeft) == 3 ||
-        sscanf(source, "delay %63s by %d", named, &armedDelay) == 2)
+        sscanf(source, "fail %d context %u after %d", &failure, &failureContext, &pollsLeft) == 3)
         return;
-    if (sscanf(source, "break %63s fatal %d", named, &armedFatal) == 2)
-        armedDelay = -1;
-    else if (sscanf(source, "released %u", &oop) == 1)
+    sscanf(source, "break %63s fatal %d", named, &armedFatal);
+    if (sscanf(source, "released %u", &oop) == 1)
         result = smallInteger(releases[oop % objects]);
     else if (strcmp(source, "started") == 0)
         result = smallInteger(started);
@@ -129,7 +120,6 @@ BoolType dirtySaveObjs(OopType* dest, ArraySizeType* count) {
 // The server's name can be an entry that fails in this login.
 void setNet(const char* server, const char*, const char*, const char*) {
     snprintf(armed, sizeof armed, "%s", server);
-    armedDelay = -1;
     armedFatal = 0;
     fails("KciSetNet");
 }

@@ -4,9 +4,7 @@ import static com.kestrune.tmqkci.TestSession.PRELOAD_SIZE;
 import static com.kestrune.tmqkci.TestSession.fail;
 import static com.kestrune.tmqkci.TestSession.refuse;
 import static com.kestrune.tmqkci.TestSession.succeed;
-import static org.junit.jupiter.api.Assertions.assertArrayEquals;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
 import java.io.ByteArrayOutputStream;
 import java.io.DataOutputStream;
