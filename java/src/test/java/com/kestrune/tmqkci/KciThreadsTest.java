@@ -147,7 +147,11 @@ class KciThreadsTest {
         // Before the call.
         Thread.currentThread().interrupt();
         assertThrows(KciInterruptedException.class, () -> session.execute("1"));
+        char[] password = "guest".toCharArray();
+        assertThrows(KciInterruptedException.class, () -> KciSession.login(
+                new KciLoginOptions().server("local").user("guest").password(password)));
         assertTrue(Thread.interrupted(), "the status is set again");
+        assertArrayEquals(new char[5], password, "wiped although no login was tried");
         assertEquals(7, session.execute("3 + 4").intValue());
     }
 

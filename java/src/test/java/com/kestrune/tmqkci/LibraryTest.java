@@ -68,6 +68,7 @@ class LibraryTest {
                         + "/elsewhere/lib/libtmqkci313.so: there is no such file\n  - java.library.path: no "
                         + "libtmqkci313.so in " + folder
                         + "\n  - copy in the jar: not used, since another place is named\n", HOW_TO_NAME_IT);
+        explains(JAVA32, "", "/elsewhere", folder, "copy in the jar: not used");
         explains(JAVA64, "", "", folder, PROPERTY + "it is not set", VARIABLE + "it is not set",
                 "copy in the jar: it is for a 32-bit (i386) Java");
     }
@@ -90,7 +91,8 @@ class LibraryTest {
             {text.toString(), "it is not a shared library", HOW_TO_NAME_IT},
             {tooShort.toString(), "it is not a shared library", HOW_TO_NAME_IT},
             {folder.toString(), "it is not a file", HOW_TO_NAME_IT}}) {
-            explains(JAVA32, row[0], "", "/nowhere", PROPERTY + row[0] + ": " + row[1], row[2]);
+            explains(JAVA32, row[0], "", "/nowhere", PROPERTY + row[0] + ": " + row[1], row[2],
+                    "copy in the jar: not used");
         }
     }
 }

@@ -93,6 +93,8 @@ class ScriptedClientTest {
         assertEquals(1, released(oop + 16), "or was never begun");
         failsAt("KciStoreOops", 0, () -> session.storeElements(session.object(oop), 1, List.of("text")));
         assertEquals(1, released(oop + 20));
+        failsAt("KciNbExecuteStr", 0, () -> session.send(1, "any", "caf\u00E9", new byte[1]));
+        assertEquals(1, released(oop + 24), "or could not be converted to its end");
     }
 
     private TmqKciException failsAt(String entry, int fatal, Executable call) {
