@@ -270,7 +270,7 @@ class BundledLibrary(Case):
 
     def test_what_others_can_write_to_is_not_used(self):
         file = self.where()
-        for prepare in [lambda: os.chmod(os.path.dirname(file), 0o777),
+        for prepare in [lambda: os.chmod(os.path.dirname(file), 0o720), lambda: os.chmod(os.path.dirname(file), 0o702),
                         lambda: (shutil.rmtree(self.cache), os.mkdir(self.home + "/trap"),
                                  os.symlink(self.home + "/trap", self.cache))]:
             prepare()
