@@ -144,7 +144,8 @@ class Terminal(Case):
 
     def test_session(self):
         self.expect("6.7.local.*tmqkci> ")
-        for keys, answer in [("3 + 4\r", "\n7\r.*tmqkci> "), ("#(1\r", r"\.\.\.> "), ("2) size + 40\r", "\n42\r.*tmqkci> "),
+        for keys, answer in [("3 + 4\r", "\n7\r.*tmqkci> "), ("#(1\r", r"\.\.\.> "),
+                             ("2) size + 40\r", "\n42\r.*tmqkci> "),
                              (":tab\t#(8)\r", "SmallInteger  8.*tmqkci> "), ("5 factori\t\r", "\n120\r.*tmqkci> "),
                              ("System waitMilliseconds: 1500\r", "1500"), ("\x03", "interrupted.*tmqkci> "),
                              ("6 * \x03", "tmqkci> "), ("6 * 7\r", "\n42\r.*tmqkci> "), ("\x04", "")]:
@@ -302,7 +303,8 @@ class Consumers(Case):
 class DebianPackage(Case):
     def test_contents_and_use(self):
         packages = self.home + "/packages"
-        self.succeed("cpack", "-G", "DEB", "-B", packages, "--config", BUILD + "/CPackConfig.cmake", LD_LIBRARY_PATH=None)
+        self.succeed("cpack", "-G", "DEB", "-B", packages, "--config", BUILD + "/CPackConfig.cmake",
+                     LD_LIBRARY_PATH=None)
         package = glob.glob(packages + "/tmqkci_*_i386.deb")[0]
         self.assertRegex(self.succeed("dpkg-deb", "-f", package, "Depends"), r"^libc6 \(>= [0-9.]+\)\n$")
         root = self.home + "/root"

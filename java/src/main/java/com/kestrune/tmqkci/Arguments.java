@@ -3,8 +3,8 @@ package com.kestrune.tmqkci;
 import java.lang.ref.Reference;
 
 /**
- * The receiver and the arguments of a call, converted. What the call creates of them lives until it has ended, and so do
- * the objects among them, which nobody else may refer to any more.
+ * The receiver and the arguments of a call, converted. What the call creates of them lives until it has ended, and so
+ * do the objects among them, which nobody else may refer to any more.
  */
 final class Arguments {
     private final Object[] values;

@@ -43,7 +43,8 @@ class NativeMethodsTest {
         record Row(TmqKciReport value, long oop, int valueType, long valueLong) {
         }
         for (Row row : List.of(new Row(TmqKciReport.ofNil(), 10, 0, 0), new Row(TmqKciReport.ofBoolean(true), 38, 1, 1),
-                new Row(TmqKciReport.ofCharacter((char) 200), 6414, 2, -56), new Row(TmqKciReport.ofInteger(0), 3, 3, 0),
+                new Row(TmqKciReport.ofCharacter((char) 200), 6414, 2, -56),
+                new Row(TmqKciReport.ofInteger(0), 3, 3, 0),
                 new Row(TmqKciReport.ofInteger(-(1 << 29)), 0x80000003L, 3, -(1 << 29)))) {
             TmqKciReport report = describe(row.value);
             assertEquals(row, new Row(row.value, report.oop, report.valueType, report.valueLong));
@@ -85,7 +86,8 @@ class NativeMethodsTest {
 
     @Test
     void aCallIsPolledAndItsErrorContinued() {
-        TmqKciReport source = TmqKciReport.ofString("| n | n := 0. 1 to: 300000 do: [:i | n := n + 1]. (nil foo: 3) + n");
+        TmqKciReport source = TmqKciReport.ofString(
+                "| n | n := 0. 1 to: 300000 do: [:i | n := n + 1]. (nil foo: 3) + n");
         succeed(error -> TmqKciInterface._executeObj(id, source, error));
         TmqKciReport result = new TmqKciReport();
         assertEquals(TmqKciInterface.NOT_READY, succeed(error -> TmqKciInterface._nbEnd(id, result, error)));
