@@ -141,7 +141,7 @@ class NativeMethodsTest {
         refuse("perform(): NULL argument array", error -> TmqKciInterface._perform(id, nil, "a:", null, 1, error));
         refuse("perform(): numArgs < 0", error -> TmqKciInterface._perform(id, nil, "a:", holed, -1, error));
         refuse("Problem with GetObjectArrayElement in perform()",
-                error -> TmqKciInterface._perform(id, nil, "a:b:c:", new TmqKciReport[] {nil, nil}, 3, error));
+                error -> TmqKciInterface._perform(id, nil, "a:b:", holed, 2, error));
         refuse("getBytes(): bytes is NULL or shorter than numBytes",
                 error -> TmqKciInterface._getBytes(id, nil, 1, 2, new byte[1], error));
         refuse("getNamedObjs(): jobjs is NULL or shorter than numObjs",
