@@ -177,7 +177,7 @@ Oop sourceOf(Interpreter& interpreter, Oop self, Arguments arguments) {
 Oop selectors(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
     Oop methods = view.slot(self, kernel::class_slot::methods);
-    Oop set = view.create({kernel::Set, Body::Unordered, false, 0}, 0);
+    Oop set = kernel::newInstance(view, kernel::Set, 0);
     for (uint32_t i = 0; i < view.size(methods); ++i) {
         insertElement(view, set, view.slot(view.slot(methods, i), kernel::association_slot::key));
     }

@@ -92,7 +92,7 @@ Oop objectCount(Interpreter& interpreter, Oop, Arguments) {
 }
 
 Oop globalNames(Interpreter& interpreter, Oop, Arguments) {
-    Oop names = interpreter.view.create({kernel::Set, Body::Unordered, false, 0}, 0);
+    Oop names = kernel::newInstance(interpreter.view, kernel::Set, 0);
     for (const auto& [name, value] : interpreter.globals) {
         insertElement(interpreter.view, names, name);
     }
