@@ -273,10 +273,10 @@ private:
     void generateName(Unit& unit, const Node& node) {
         static const std::map<std::string, Oop> constants = {
             {"nil", nil}, {"true", KCI_OOP_TRUE}, {"false", KCI_OOP_FALSE}};
-        if (node.name == "super" && !isMethod) {
-            fail(node, "super means something in a method only");
-        }
         if (node.name == "self" || node.name == "super") {
+            if (node.name == "super" && !isMethod) {
+                fail(node, "super means something in a method only");
+            }
             emit(unit, Operation::PushSelf);
         } else if (auto constant = constants.find(node.name); constant != constants.end()) {
             emit(unit, Operation::PushOop, static_cast<int32_t>(constant->second));

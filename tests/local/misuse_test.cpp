@@ -3,25 +3,7 @@
 
 namespace local_tests {
 
-struct Misuse {
-    std::string source;
-    std::string printed;
-};
-
-class LocalMisuse : public LocalClient {
-protected:
-    void check(const std::vector<Misuse>& rows) {
-        for (const Misuse& row : rows) {
-            EXPECT_EQ(print(row.source), row.printed) << row.source.substr(0, 200);
-        }
-    }
-
-    // Continues the process of the latest error.
-    int32_t continueWith(int32_t value) {
-        OopType result = kci.KciContinueWith(error.context, small(value), 0, nullptr);
-        return static_cast<int32_t>(result) >> 2;
-    }
-};
+class LocalMisuse : public LocalClient {};
 
 TEST_F(LocalMisuse, MessagesByNameAreChecked) {
     std::string keywords;
@@ -113,7 +95,7 @@ TEST_F(LocalMisuse, AnswersAtTheEdges) {
 TEST_F(LocalMisuse, ContinuedExpressionsFindTheirOperands) {
     evaluate("b := [:x | 3 + (x > 0 ifTrue: [^x])]");
     evaluate("b value: 5");
-    EXPECT_EQ(continueWith(4), 7);
+    EXPECT_EQ(kci.KciContinueWith(error.context, small(4), 0, nullptr), small(7));
     std::string nines;
     for (int i = 0; i < 20000; ++i) {
         nines += "9. ";

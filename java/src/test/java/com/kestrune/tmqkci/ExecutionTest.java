@@ -89,7 +89,7 @@ class ExecutionTest {
                 report -> TmqKciInterface._perform(session.id, nil, selector, args, -1, report));
         TestSession.refuse("perform(): NULL argument array",
                 report -> TmqKciInterface._perform(session.id, nil, "a:", null, 1, report));
-        TestSession.refuse("Problem with GetObjectArrayElement in perform()",
+        TestSession.refuse("perform(): jArgs is shorter than numArgs",
                 report -> TmqKciInterface._perform(session.id, nil, "a:b:", new TmqKciReport[] {nil}, 2, report));
         TestSession.refuse("Problem with GetObjectArrayElement in perform()",
                 report -> TmqKciInterface._perform(session.id, nil, "a:", new TmqKciReport[1], 1, report));
