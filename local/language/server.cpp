@@ -11,8 +11,6 @@
 
 namespace local {
 
-using namespace std::string_view_literals;
-
 namespace {
 
 constexpr size_t maxSessions = 100;
@@ -181,19 +179,7 @@ void Engine::State::start(ServerSession& session, const Request& request) {
     // What is wrong with the source or the message shows at the first poll, as other errors of a call do.
     try {
         if (request.kind == RequestKind::StartSend) {
-            std::u16string name = decodeText(request.text);
-            Oop selector = runtime.symbol(std::string(name.begin(), name.end()));
-            auto colons = static_cast<size_t>(std::count(name.begin(), name.end(), u':'));
-            bool isOperator =
-                !name.empty() && colons == 0 && u"+-*/\\<>=~,@%&?|"sv.find(name[0]) != std::u16string::npos;
-            size_t expected = isOperator ? 1 : colons;
-            if (request.objects.size() != expected) {
-                throw Failure(ErrorNumber::BadMessageParts,
-                              "the message " + brief(interpreter.view, selector) + " takes " +
-                                  std::to_string(expected) + " arguments, not " +
-                                  std::to_string(request.objects.size()),
-                              {selector});
-            }
+            Oop selector = needSelector(runtime, interpreter.view, decodeText(request.text), request.objects.size());
             interpreter.startSend(*process, request.object, selector, request.objects);
         } else {
             std::string source(request.text);

@@ -79,7 +79,7 @@ void Store::noteChange(const Entry& entry, SessionId session, Oop oop) {
 void Store::reserve(size_t bytes) {
     if (memoryUsed + bytes > memoryLimit) {
         collectAt = 0;
-        throw StoreFull{};
+        throw StoreFull{.wholeStore = true};
     }
 }
 

@@ -44,7 +44,9 @@ struct NoSuchObject {
 };
 
 // Thrown when an object or the whole store would exceed its limit.
-struct StoreFull {};
+struct StoreFull {
+    bool wholeStore = false;
+};
 
 class Store {
 public:

@@ -23,6 +23,11 @@ inline const KciRtlJumpSType& openTable() {
     return *table;
 }
 
+struct Example {
+    std::string source;
+    std::string printed;
+};
+
 // One logged-in session.
 class LocalClient : public testing::Test {
 protected:
@@ -83,6 +88,11 @@ protected:
             return "error " + std::to_string(error.number) + ": " + error.message;
         result = perform(result, "printString");
         return error.number != 0 ? std::string("no printString: ") + error.message : bytes(result);
+    }
+
+    void check(const std::vector<Example>& examples) {
+        for (const Example& example : examples)
+            EXPECT_EQ(print(example.source), example.printed) << example.source.substr(0, 200);
     }
 
     void store(OopType object, KciLong start, const std::string& text) {

@@ -3,18 +3,7 @@
 
 namespace local_tests {
 
-struct Example {
-    std::string source;
-    std::string printed;
-};
-
-class Language : public LocalClient {
-protected:
-    void check(const std::vector<Example>& examples) {
-        for (const Example& example : examples)
-            EXPECT_EQ(print(example.source), example.printed) << example.source.substr(0, 200);
-    }
-};
+class Language : public LocalClient {};
 
 std::string repeat(const std::string& text, int count) {
     std::string all;
@@ -40,7 +29,7 @@ TEST_F(Language, Syntax) {
         // with the place of the error and its text
         {"9223372036854775808", "1 (line 1, column 1): not a number, or one beyond 64 bits"},
         {"3\n + )", "6 (line 2, column 4): an expression should stand here"},
-        {"#(1", "4 (line 1, column 4): a literal should stand here"},
+        {"#(1", "1 (line 1, column 1): the array has no end"},
         {"\"x", "1 (line 1, column 1): the comment has no end"},
         {"| a a | a", "1 (line 1, column 1): the variable a is declared twice"},
         {"self := 3", "6 (line 1, column 6): self cannot be assigned to"},
@@ -100,8 +89,8 @@ TEST_F(Language, Classes) {
         {"String subclass: #Note variables: #(#x)",
          "error 2094: a byte object has no variables, others have at most 1000"},
         {"Block subclass: #B variables: #()", "error 2094: class Block cannot have such a subclass"},
-        {"Object method: '3 foo'",
-         "error 2005: syntax error at position 1 (line 1, column 1): expected a method's name"},
+        {"Object method: '3 foo'", "error 2005: syntax error at position 1 (line 1, column 1): expected a method's "
+                                   "name (in a method of class Object)"},
         {"Object subclass: #C variables: #('1x')", "error 2094: '1x' is not a name"},
         {"(String subclass: #Label variables: #()) new isString", "true"},
     });
@@ -142,7 +131,7 @@ TEST_F(Language, TextsAndCollections) {
         {"(1 to: 200) asArray sorted: [:a :b | a > b]. ((1 to: 200) asArray sorted: [:a :b | a > b]) first", "200"},
         {"a := Array new: 1. a at: 1 put: a. a", "Array(Array(Array(Array(Array(Array(...))))))"},
         {"(DateTime year: 2024 month: 2 day: 29) asString", "error 2010: a DateTime does not understand #asString"},
-        {"(DateTime year: 2023 month: 2 day: 29)", "error 2161: there is no such day"},
+        {"(DateTime year: 2023 month: 2 day: 29)", "error 2161: year 2023, month 2, day 29 is not a date"},
         {"(DateTime year: 9999 month: 12 day: 31) addDays: 1",
          "error 2161: year 10000, day 1, milliseconds 0 is not a date-time"},
         {"(DateTime year: 2000 month: 1 day: 1) = (DateTime year: 2000 dayOfYear: 1 milliseconds: 0)", "true"},
@@ -152,10 +141,11 @@ TEST_F(Language, TextsAndCollections) {
 TEST_F(Language, LimitsEndInErrors) {
     check({
         {"| s | s := 'x'. [true] whileTrue: [s := s , s]",
-         "error 2208: an object, or the local store, would become too large"},
+         "error 2208: an object would have more than 16 MiB of bytes or 4194304 references"},
+        {"| s | s := 'x'. 24 timesRepeat: [s := s , s]. s add: 'x'",
+         "error 2208: an object would have more than 16 MiB of bytes or 4194304 references"},
         {"| l | l := List new. [true] whileTrue: [l add: (Array new: 1000000)]",
-         "error 2208: an object, or the local store, would become too large"},
-        {"(String new: 16777216) add: 'x'; size", "error 2208: an object, or the local store, would become too large"},
+         "error 2208: the local store would hold more than 256 MiB"},
         {"Array new: 100000000", "error 2094: 100000000 is not in the range 0 to 4194304"},
         {"Object method: 'down: n ^self down: n + 1'. 1 down: 1", "error 2138: the stack of 10000 calls is used up"},
         {"| b | b := nil. b := [:n | b value: n + 1]. b value: 1", "error 2138: the stack of 10000 calls is used up"},
