@@ -78,8 +78,9 @@ public:
     ~Engine();
     // Never throws. One thread at a time.
     Reply handle(const Request& request);
-    // Makes the call that runs stop with a break error. Safe in any thread and in a signal handler.
-    void requestBreak(bool hard);
+    // Makes the call that the session runs stop with a break error. Safe in any thread and in a signal handler, whether
+    // the engine or the session still exists or not.
+    static void requestBreak(KciSessionIdType session, bool hard);
 
 private:
     struct State;

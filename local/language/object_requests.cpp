@@ -32,14 +32,6 @@ void needOwnMade(const View& view, Oop oop, const Description& description) {
     }
 }
 
-void needValues(const View& view, std::span<const Oop> values) {
-    for (Oop value : values) {
-        if (!isImmediate(value) && !view.exists(value)) {
-            throw NoSuchObject{value};
-        }
-    }
-}
-
 [[noreturn]] void failBody(const View& view, Oop oop, const char* what) {
     throw Failure(ErrorNumber::BadArgument, brief(view, oop) + what, {oop});
 }
@@ -214,6 +206,14 @@ void saveObjects(const View& view, const Request& request) {
 }
 
 } // namespace
+
+void needValues(const View& view, std::span<const Oop> values) {
+    for (Oop value : values) {
+        if (!isImmediate(value) && !view.exists(value)) {
+            throw NoSuchObject{value};
+        }
+    }
+}
 
 void handleObjectRequest(ServerSession& session, const Request& request, Reply& reply) {
     const View& view = session.interpreter.view;

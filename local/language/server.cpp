@@ -5,6 +5,7 @@
 #include "language/text.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <ctime>
 #include <new>
@@ -18,6 +19,9 @@ namespace {
 constexpr size_t maxSessions = 100;
 constexpr size_t maxSuspended = 100;
 constexpr uint32_t defaultSliceSteps = 20000;
+
+// Outside the engine, because whoever asks for a break cannot know whether there still is one.
+std::array<BreakCell, maxSessions> breakCells;
 
 // Names and passwords: KCILOCAL_USERS holds name:password pairs separated by semicolons.
 bool isKnownUser(std::string_view user, std::string_view password) {
@@ -71,8 +75,10 @@ Reply Engine::handle(const Request& request) {
     return state->handle(request);
 }
 
-void Engine::requestBreak(bool hard) {
-    state->breakRequest = static_cast<int>(hard ? ErrorNumber::HardBreak : ErrorNumber::SoftBreak);
+void Engine::requestBreak(SessionId session, bool hard) {
+    for (BreakCell& cell : breakCells) {
+        cell.request(session, hard);
+    }
 }
 
 Reply Engine::State::handle(const Request& request) {
@@ -158,8 +164,9 @@ void Engine::State::login(const Request& request, Reply& reply) {
     }
     SessionId id = ++lastSession;
     runtime.store.openSession(id);
-    sessions[id] =
-        std::make_unique<ServerSession>(runtime, SessionFacts{std::string(request.text), id, initialSliceSteps()});
+    auto& freeCell = *std::find_if(breakCells.begin(), breakCells.end(), [](auto& cell) { return cell.isFree(); });
+    sessions[id] = std::make_unique<ServerSession>(
+        runtime, SessionFacts{std::string(request.text), id, initialSliceSteps()}, freeCell);
     reply.integer = id;
 }
 
@@ -175,12 +182,14 @@ void Engine::State::start(ServerSession& session, const Request& request) {
     if (session.running) {
         throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
     }
-    breakRequest = 0; // it was meant for an earlier call
+    session.breakCell.take(); // it was meant for an earlier call
     auto process = std::make_unique<Process>();
     Interpreter& interpreter = session.interpreter;
     // What is wrong with the source or the message shows at the first poll, as other errors of a call do.
     try {
         if (request.kind == RequestKind::StartSend) {
+            needValues(interpreter.view, {&request.object, 1});
+            needValues(interpreter.view, request.objects);
             std::u16string name = decodeText(request.text);
             Oop selector = runtime.symbol(std::string(name.begin(), name.end()));
             auto colons = static_cast<size_t>(std::count(name.begin(), name.end(), u':'));
@@ -207,20 +216,23 @@ void Engine::State::start(ServerSession& session, const Request& request) {
         }
     } catch (...) {
         Interpreter::suspend(*process, caughtFailure(), false);
+        process->stack.clear(); // nothing began that could be continued
     }
     session.running = std::move(process);
 }
 
 Outcome Engine::State::runSlice(ServerSession& session) {
-    if (int number = breakRequest.exchange(0);
-        number != 0 && !session.running->failure && !session.running->frames.empty()) {
-        bool hard = number == static_cast<int>(ErrorNumber::HardBreak);
-        Interpreter::suspend(*session.running,
-                             Failure(static_cast<ErrorNumber>(number), hard ? "hard break" : "soft break"), false);
+    Process& process = *session.running;
+    bool canBreak = !process.failure && (process.wakeAt != 0 || !process.frames.empty());
+    if (uint32_t asked = canBreak ? session.breakCell.take() : 0; asked != 0) {
+        Interpreter::suspend(process,
+                             asked == 2 ? Failure(ErrorNumber::HardBreak, "hard break")
+                                        : Failure(ErrorNumber::SoftBreak, "soft break"),
+                             false);
     }
     uint32_t steps = session.facts.sliceSteps;
     for (;;) {
-        Outcome outcome = session.interpreter.run(*session.running, steps);
+        Outcome outcome = session.interpreter.run(process, steps);
         if (outcome != Outcome::Progressed || steps == 0) {
             return outcome;
         }
@@ -245,14 +257,14 @@ void Engine::State::continueProcess(ServerSession& session, const Request& reque
         throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
     }
     Oop value = request.secondObject;
-    if (value != KCI_OOP_ILLEGAL && !isImmediate(value) && !session.interpreter.view.exists(value)) {
-        throw NoSuchObject{value};
+    if (value != KCI_OOP_ILLEGAL) {
+        needValues(session.interpreter.view, {&value, 1});
     }
     auto found = session.suspended.find(request.object);
     if (found == session.suspended.end()) {
         throw Failure(ErrorNumber::BadArgument, "the object is no suspended process", {request.object});
     }
-    breakRequest = 0;
+    session.breakCell.take();
     session.running = std::move(found->second);
     forgetProcess(session, request.object);
     session.interpreter.resume(*session.running, value);
@@ -266,54 +278,52 @@ void Engine::State::continueProcess(ServerSession& session, const Request& reque
     finish(session, outcome, reply);
 }
 
-// Ends the running call: its result is exported, or its error reported and its process kept.
+// Ends the running call, whatever happens here: its result is exported, or its error reported and its process kept.
 void Engine::State::finish(ServerSession& session, Outcome outcome, Reply& reply) {
     SessionId id = session.facts.id;
+    std::unique_ptr<Process> process = std::move(session.running);
     if (outcome == Outcome::Finished) {
-        reply.object = Interpreter::resultOf(*session.running);
+        reply.object = Interpreter::resultOf(*process);
         if (isReference(reply.object)) {
             runtime.store.exportObject(id, reply.object);
         }
-        if (Oop process = session.running->oop; process != KCI_OOP_NONE) {
-            runtime.store.release(id, process);
+        if (process->oop != KCI_OOP_NONE) {
+            runtime.store.release(id, process->oop);
         }
-        session.running.reset();
         return;
     }
-    Failure failure = *session.running->failure;
+    Failure failure = *process->failure;
     // A call that never began cannot be continued.
-    bool began = session.running->failureTakesResult || !session.running->frames.empty();
+    bool began = process->failureTakesResult || !process->stack.empty();
     Oop context = nil;
     if (began) {
         try {
-            context = keepSuspended(session);
+            context = keepSuspended(session, std::move(process));
         } catch (const StoreFull&) {
             context = nil;
         }
     }
-    session.running.reset();
     fail(reply, failure.number, failure.message, failure.arguments, context);
 }
 
-Oop Engine::State::keepSuspended(ServerSession& session) {
+Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process> process) {
     const View& view = session.interpreter.view;
-    Process& process = *session.running;
-    if (process.oop == KCI_OOP_NONE) {
-        process.oop = kernel::newInstance(view, kernel::Process, 0);
+    if (process->oop == KCI_OOP_NONE) {
+        process->oop = kernel::newInstance(view, kernel::Process, 0);
     }
-    const Failure& failure = *process.failure;
+    const Failure& failure = *process->failure;
     Oop arguments =
         view.create({kernel::Array, Body::Pointer, true, 0}, static_cast<uint32_t>(failure.arguments.size()));
     for (uint32_t i = 0; i < failure.arguments.size(); ++i) {
         view.setSlot(arguments, i, failure.arguments[i]);
     }
-    Oop oop = process.oop;
+    Oop oop = process->oop;
     view.setSlot(oop, 0, smallIntegerOop(static_cast<int32_t>(failure.number)));
     view.setSlot(oop, 1, newText(view, decodeText(failure.message)));
     view.setSlot(oop, 2, arguments);
     runtime.store.exportObject(session.facts.id, oop);
     runtime.store.forgetChange(session.facts.id, oop);
-    session.suspended[oop] = std::move(session.running);
+    session.suspended[oop] = std::move(process);
     session.suspendedInOrder.push_back(oop);
     if (session.suspendedInOrder.size() > maxSuspended) {
         Oop oldest = session.suspendedInOrder.front();
