@@ -141,8 +141,7 @@ void Engine::State::dispatch(const Request& request, Reply& reply) {
         continueProcess(session, request, reply);
         break;
     case RequestKind::Commit:
-        ++runtime.methodEpoch;
-        reply.integer = runtime.store.commit(request.session) ? 1 : 0;
+        reply.integer = runtime.commit(request.session) ? 1 : 0;
         break;
     case RequestKind::Abort:
         runtime.store.abort(request.session, kernel::Scope);
@@ -340,7 +339,8 @@ void Engine::State::forgetProcess(ServerSession& session, Oop process) {
 
 // --- collection ----------------------------------------------------------------------------------------------------
 
-void Engine::State::addRoots(const std::function<void(Oop)>& mark) {
+void Engine::State::addRoots(const Mark& mark) {
+    runtime.codes.startMarking();
     runtime.addRoots(mark);
     for (const auto& [id, session] : sessions) {
         session->interpreter.addRoots(mark);
@@ -350,7 +350,7 @@ void Engine::State::addRoots(const std::function<void(Oop)>& mark) {
     }
 }
 
-void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const std::function<void(Oop)>& mark) {
+void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const Mark& mark) {
     if (cls == kernel::Process) {
         // A suspended process lives as long as the object that stands for it.
         for (const auto& [id, session] : sessions) {
@@ -359,10 +359,7 @@ void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const std::function<v
             }
         }
     }
-    if ((cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot) &&
-        smallIntegerValue(firstSlot) >= 0) {
-        runtime.codes.mark(smallIntegerValue(firstSlot), mark);
-    }
+    runtime.visitCode(cls, firstSlot, mark);
 }
 
 void Engine::State::swept(const std::function<bool(Oop)>& isLive) {

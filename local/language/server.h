@@ -50,8 +50,8 @@ struct ServerSession {
 struct Engine::State : Store::Roots {
     Reply handle(const Request& request);
 
-    void addRoots(const std::function<void(Oop)>& mark) override;
-    void visit(Oop oop, Oop cls, Oop firstSlot, const std::function<void(Oop)>& mark) override;
+    void addRoots(const Mark& mark) override;
+    void visit(Oop oop, Oop cls, Oop firstSlot, const Mark& mark) override;
     void swept(const std::function<bool(Oop)>& isLive) override;
 
 private:

@@ -39,11 +39,13 @@ protected:
         return {taken, taken + count};
     }
 
-    Oop committedObject() {
-        Oop oop = store.create(1, pointers, 1);
+    // What a shared object leads to is published.
+    Oop committedObject(Oop oop) {
+        store.setSlot(1, someClass, 0, oop);
         EXPECT_TRUE(store.commit(1));
         return oop;
     }
+    Oop committedObject() { return committedObject(store.create(1, pointers, 1)); }
 
     Store store;
     NoRoots roots;
@@ -63,7 +65,11 @@ TEST_F(StoreTest, ObjectsArePrivateUntilCommit) {
     EXPECT_FALSE(store.exists(2, oop));
     EXPECT_THROW(store.slot(2, oop, 0), NoSuchObject);
     EXPECT_TRUE(store.commit(1));
-    EXPECT_TRUE(store.exists(2, oop));
+    EXPECT_FALSE(store.exists(2, oop)) << "nothing shared leads to it";
+    Oop inner = store.create(1, bytes, 0);
+    store.setSlot(1, oop, 0, inner);
+    committedObject(oop);
+    EXPECT_TRUE(store.exists(2, oop) && store.exists(2, inner));
 }
 
 TEST_F(StoreTest, ChangesAreSeenAfterCommitAndGoneAfterAbort) {
@@ -132,7 +138,7 @@ TEST_F(StoreTest, CollectionKeepsWhatIsReached) {
     store.setSlot(1, root, 0, inner);
     store.exportObject(2, exported);
     roots.roots = {root};
-    EXPECT_TRUE(store.commit(1));
+    committedObject(root);
     store.setSlot(1, root, 0, byCopyOnly); // the committed version still leads to inner, the copy does not
     store.collect(roots);
     EXPECT_TRUE(store.exists(1, inner) && store.exists(2, exported) && store.exists(1, byCopyOnly));
