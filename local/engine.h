@@ -34,6 +34,8 @@ enum class RequestKind : uint8_t {
     FromReal,      // real; reply.object
     ToInteger,     // object; reply.integer
     ToReal,        // object; reply.real
+    ToBoolean,     // object; reply.integer: 1 or 0
+    ToCharacter,   // object; reply.integer: its code
     IsKindOf,      // object, secondObject: class; reply.integer
     Save,          // objects
     Release,       // objects

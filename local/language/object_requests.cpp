@@ -220,6 +220,9 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
     Store& store = view.store();
     bool stores = request.kind == RequestKind::StoreBytes || request.kind == RequestKind::StoreNamed ||
                   request.kind == RequestKind::StoreIndexed;
+    // What changed before it was filled stays changed.
+    bool fills =
+        stores && session.freshObjects.contains(request.object) && !store.isChanged(view.session(), request.object);
     bool makes = false;
     switch (request.kind) {
     case RequestKind::FetchInfo:
@@ -275,6 +278,15 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
     case RequestKind::ToReal:
         toReal(view, request, reply);
         break;
+    case RequestKind::ToBoolean:
+        if (!isBoolean(request.object)) {
+            throw Failure(ErrorNumber::NotBoolean, brief(view, request.object) + " is not a Boolean", {request.object});
+        }
+        reply.integer = request.object == KCI_OOP_TRUE ? 1 : 0;
+        break;
+    case RequestKind::ToCharacter:
+        reply.integer = needCharacter(view, request.object);
+        break;
     case RequestKind::IsKindOf:
         reply.integer = kernel::isKindOf(view, request.object, needClass(view, request.secondObject)) ? 1 : 0;
         break;
@@ -284,6 +296,7 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
     case RequestKind::Release:
         for (Oop oop : request.objects) {
             store.release(view.session(), oop);
+            session.freshObjects.erase(oop);
         }
         break;
     case RequestKind::TrackChanges:
@@ -300,10 +313,12 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
     }
     if (makes && isReference(reply.object)) {
         store.exportObject(view.session(), reply.object);
-        session.freshObject = reply.object;
-    } else if (stores && request.object == session.freshObject) {
+        session.freshObjects.insert(reply.object);
+    } else if (fills) {
         store.forgetChange(view.session(), request.object);
-        session.freshObject = KCI_OOP_NONE;
+    }
+    if (stores) {
+        session.freshObjects.erase(request.object);
     }
 }
 

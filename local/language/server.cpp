@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdlib>
 #include <ctime>
 #include <new>
@@ -19,6 +20,7 @@ namespace {
 constexpr size_t maxSessions = 100;
 constexpr size_t maxSuspended = 100;
 constexpr uint32_t defaultSliceSteps = 20000;
+constexpr uint32_t maxSliceSteps = 1000000000;
 
 // Outside the engine, because whoever asks for a break cannot know whether there still is one.
 std::array<BreakCell, maxSessions> breakCells;
@@ -27,6 +29,10 @@ std::array<BreakCell, maxSessions> breakCells;
 bool isKnownUser(std::string_view user, std::string_view password) {
     const char* set = std::getenv("KCILOCAL_USERS");
     std::string_view rest = set != nullptr && *set != '\0' ? set : "guest:guest";
+    if (rest.find(':') == std::string_view::npos) {
+        throw Failure(ErrorNumber::LoginDenied,
+                      "login to the local store denied: KCILOCAL_USERS holds no pair of the form name:password");
+    }
     while (!rest.empty()) {
         std::string_view entry = rest.substr(0, rest.find(';'));
         rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
@@ -41,8 +47,17 @@ bool isKnownUser(std::string_view user, std::string_view password) {
 // Instructions per poll; KCILOCAL_SLICE sets it.
 uint32_t initialSliceSteps() {
     const char* set = std::getenv("KCILOCAL_SLICE");
-    long steps = set != nullptr ? std::strtol(set, nullptr, 10) : 0;
-    return steps >= 1 && steps <= 1000000000 ? static_cast<uint32_t>(steps) : defaultSliceSteps;
+    if (set == nullptr || *set == '\0') {
+        return defaultSliceSteps;
+    }
+    std::string_view text = set;
+    uint32_t steps = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), steps);
+    if (error != std::errc() || end != text.data() + text.size() || steps < 1 || steps > maxSliceSteps) {
+        throw Failure(ErrorNumber::BadArgument, "KCILOCAL_SLICE is '" + std::string(text) +
+                                                    "', not a number from 1 to " + std::to_string(maxSliceSteps));
+    }
+    return steps;
 }
 
 void sleepOneMillisecond() {
@@ -161,11 +176,11 @@ void Engine::State::login(const Request& request, Reply& reply) {
         throw Failure(ErrorNumber::TooManySessions,
                       "the local store has at most " + std::to_string(maxSessions) + " sessions");
     }
+    SessionFacts facts{std::string(request.text), lastSession + 1, initialSliceSteps()};
     SessionId id = ++lastSession;
     runtime.store.openSession(id);
     auto& freeCell = *std::find_if(breakCells.begin(), breakCells.end(), [](auto& cell) { return cell.isFree(); });
-    sessions[id] = std::make_unique<ServerSession>(
-        runtime, SessionFacts{std::string(request.text), id, initialSliceSteps()}, freeCell);
+    sessions[id] = std::make_unique<ServerSession>(runtime, std::move(facts), freeCell);
     reply.integer = id;
 }
 
@@ -365,6 +380,7 @@ void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const Mark& mark) {
 void Engine::State::swept(const std::function<bool(Oop)>& isLive) {
     for (const auto& [id, session] : sessions) {
         std::erase_if(session->suspended, [&](const auto& item) { return !isLive(item.first); });
+        std::erase_if(session->freshObjects, [&](Oop oop) { return !isLive(oop); });
         std::erase_if(session->suspendedInOrder, [&](Oop oop) { return !isLive(oop); });
     }
     runtime.codes.sweep();

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <deque>
 #include <map>
+#include <unordered_set>
 
 namespace local {
 
@@ -44,7 +45,7 @@ struct ServerSession {
     std::unique_ptr<Process> running;
     std::map<Oop, std::unique_ptr<Process>> suspended;
     std::deque<Oop> suspendedInOrder;
-    Oop freshObject = KCI_OOP_NONE; // made by the client and not filled yet: filling it is no change
+    std::unordered_set<Oop> freshObjects; // made by the client and not filled yet: filling one is no change
 };
 
 struct Engine::State : Store::Roots {

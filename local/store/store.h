@@ -95,6 +95,7 @@ public:
     bool isTracking(SessionId session) const { return sessions.at(session).tracking; }
     // Moves changed identifiers into destination and answers how many; *more tells whether some remain.
     uint32_t takeChanged(SessionId session, std::span<Oop> destination, bool* more);
+    bool isChanged(SessionId session, Oop oop) const { return sessions.at(session).changed.contains(oop); }
     void forgetChange(SessionId session, Oop oop) { sessions.at(session).changed.erase(oop); }
 
     // Mark and sweep. The language's roots come through addRoots, which calls mark for each; visit is called for
