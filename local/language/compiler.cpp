@@ -33,7 +33,7 @@ bool isPlainBlock(const NodePointer& node) {
 }
 
 Inline inlineKind(const Node& send) {
-    static const std::map<std::string, Inline> kinds = {
+    static const auto& kinds = *new std::map<std::string, Inline>{
         {"ifTrue:", Inline::IfTrue},
         {"ifFalse:", Inline::IfFalse},
         {"ifTrue:ifFalse:", Inline::IfTrueIfFalse},
@@ -270,8 +270,8 @@ private:
     }
 
     void generateName(Unit& unit, const Node& node) {
-        static const std::map<std::string, Oop> constants = {
-            {"nil", nil}, {"true", KCI_OOP_TRUE}, {"false", KCI_OOP_FALSE}};
+        static const auto& constants =
+            *new std::map<std::string, Oop>{{"nil", nil}, {"true", KCI_OOP_TRUE}, {"false", KCI_OOP_FALSE}};
         if (node.name == "self" || node.name == "super") {
             emit(unit, Operation::PushSelf);
         } else if (auto constant = constants.find(node.name); constant != constants.end()) {

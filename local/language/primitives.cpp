@@ -6,7 +6,7 @@
 namespace local {
 
 std::span<const Primitive> primitives() {
-    // Never destroyed, as the client is not.
+    // Never destroyed, as the client is not: nothing static with a destructor may be in a call's way at the end.
     static const std::vector<Primitive>& all = []() -> auto& {
         auto& rows = *new std::vector<Primitive>;
         for (std::span<const Primitive> table :
