@@ -23,7 +23,7 @@ int64_t monotonicMilliseconds() {
 
 } // namespace
 
-void Process::addRoots(CodeTable& codes, const Mark& mark) const {
+void Process::addRoots(CodeTable& codes, const std::function<void(Oop)>& mark) const {
     mark(oop);
     for (Oop value : stack) {
         mark(value);
@@ -41,7 +41,7 @@ void Process::addRoots(CodeTable& codes, const Mark& mark) const {
     }
 }
 
-void Interpreter::addRoots(const Mark& mark) const {
+void Interpreter::addRoots(const std::function<void(Oop)>& mark) const {
     for (const auto& [name, value] : globals) {
         mark(name);
         mark(value);

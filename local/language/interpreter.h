@@ -30,7 +30,7 @@ struct Process {
     std::optional<Failure> failure; // why it is suspended
     bool failureTakesResult = true; // continuing supplies the failing expression's value
 
-    void addRoots(CodeTable& codes, const Mark& mark) const;
+    void addRoots(CodeTable& codes, const std::function<void(Oop)>& mark) const;
 };
 
 enum class Outcome : uint8_t { Finished, Suspended, Progressed, Waiting };
@@ -59,7 +59,7 @@ public:
     void resume(Process& process, Oop value);
     static void suspend(Process& process, Failure failure, bool takesResult);
 
-    void addRoots(const Mark& mark) const;
+    void addRoots(const std::function<void(Oop)>& mark) const;
 
     // For primitives. Those that begin a call answer KCI_OOP_NONE as the primitive's result.
     Oop callBlock(Oop block, uint32_t argumentCount);

@@ -201,9 +201,9 @@ void Engine::State::start(ServerSession& session, const Request& request) {
     Interpreter& interpreter = session.interpreter;
     // What is wrong with the source or the message shows at the first poll, as other errors of a call do.
     try {
+        needValues(interpreter.view, {&request.object, 1});
+        needValues(interpreter.view, request.objects);
         if (request.kind == RequestKind::StartSend) {
-            needValues(interpreter.view, {&request.object, 1});
-            needValues(interpreter.view, request.objects);
             std::u16string name = decodeText(request.text);
             Oop selector = runtime.symbol(std::string(name.begin(), name.end()));
             auto colons = static_cast<size_t>(std::count(name.begin(), name.end(), u':'));

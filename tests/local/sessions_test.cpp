@@ -16,10 +16,8 @@ int allocationsLeft = -1; // the one after these fails; negative: none
 } // namespace
 
 void* operator new(size_t size) {
-    if (allocationsLeft >= 0 && allocationsLeft-- == 0) {
-        throw std::bad_alloc();
-    }
-    if (void* memory = std::malloc(size != 0 ? size : 1)) {
+    bool fails = allocationsLeft >= 0 && allocationsLeft-- == 0;
+    if (void* memory = fails ? nullptr : std::malloc(size + 1)) {
         return memory;
     }
     throw std::bad_alloc();
@@ -37,8 +35,6 @@ namespace local_tests {
 
 using Sessions = LocalClient;
 
-constexpr const char* endlessLoop = "[true] whileTrue: [nil]";
-
 void softBreak(const KciRtlJumpSType& kci) {
     reinterpret_cast<void (*)()>(kci.KciSoftBreak)();
 }
@@ -55,33 +51,26 @@ TEST_F(Sessions, IdentifiersOfNothingSpoilNoSession) {
     }
 }
 
+// The call of one runs, that of the other waits.
 TEST_F(Sessions, BreaksReachTheSessionThatWasSelected) {
     KciSessionIdType first = kci.KciGetSessionId();
-    kci.KciNbExecuteStr(endlessLoop, KCI_OOP_NIL);
+    OopType system = evaluate("System");
+    const OopType wait = small(300);
+    kci.KciNbPerform(system, "waitMilliseconds:", &wait, 1);
     softBreak(kci);
     ASSERT_TRUE(kci.KciLogin("guest", "guest"));
     KciSessionIdType second = kci.KciGetSessionId();
-    kci.KciNbExecuteStr(endlessLoop, KCI_OOP_NIL);
+    kci.KciNbExecuteStr("[true] whileTrue: [nil]", KCI_OOP_NIL);
     void* result = nullptr;
     EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
     kci.KciSetSessionId(first);
     EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
     EXPECT_TRUE(kci.KciErr(&error) && error.number == 6003);
+    EXPECT_EQ(kci.KciContinueWith(error.context, KCI_OOP_NIL, 0, nullptr), system);
     kci.KciSetSessionId(second);
     EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
     softBreak(kci);
     EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
-}
-
-TEST_F(Sessions, WaitingCallsAreBrokenAndGoOn) {
-    OopType system = evaluate("System");
-    const OopType wait = small(300);
-    kci.KciNbPerform(system, "waitMilliseconds:", &wait, 1);
-    softBreak(kci);
-    void* result = nullptr;
-    ASSERT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
-    ASSERT_TRUE(kci.KciErr(&error) && error.number == 6003);
-    EXPECT_EQ(kci.KciContinueWith(error.context, KCI_OOP_NIL, 0, nullptr), system);
 }
 
 TEST_F(Sessions, TheProcessMayEndDuringACall) {
@@ -106,10 +95,8 @@ TEST_F(Sessions, TheProcessMayEndDuringACall) {
 TEST_F(Sessions, ACollectionWithoutMemoryLosesNothing) {
     evaluate("Object subclass: #T variables: #(#v). T method: 'foo ^#(1 (2 ''two''))'. kept := List new. "
              "1 to: 50 do: [:i | kept add: (Array with: i printString with: [i])]. Shared at: #it put: kept");
-    bool failed = true;
     int n = 0;
-    for (; failed; ++n) {
-        ASSERT_LT(n, 1000);
+    for (bool failed = true; failed; ++n) {
         kci.KciNbExecuteStr("System collectGarbage", KCI_OOP_NIL);
         allocationsLeft = n;
         void* result = nullptr;
@@ -122,7 +109,7 @@ TEST_F(Sessions, ACollectionWithoutMemoryLosesNothing) {
                   "Array(Array(1 Array(2 'two')) 1366 50)")
             << "allocation " << n;
     }
-    EXPECT_GT(n, 3);
+    EXPECT_GT(n, 10) << "few allocations were failed";
 }
 
 TEST_F(Sessions, CommitsPublishWhatSharedObjectsLeadTo) {
@@ -161,7 +148,6 @@ TEST_F(Sessions, FillingAnyFreshObjectIsNoChange) {
 TEST_F(Sessions, ErrorsNameEntryArgumentAndValue) {
     const std::pair<std::function<void()>, const char*> rows[] = {
         {[&] { kci.KciNbPerform(small(3), nullptr, nullptr, 0); }, "KciNbPerform: selector must not be NULL"},
-        {[&] { kci.KciNbPerform(small(3), "+", nullptr, 1); }, "KciNbPerform: args is NULL, not 1 elements"},
         {[&] { kci.KciStoreIdxOops(small(3), 1, nullptr, 2); }, "KciStoreIdxOops: oops is NULL, not 2 elements"},
         {[&] { kci.KciOopToBool(small(3)); }, "3 is not a Boolean"},
         {[&] { kci.KciOopToChr(evaluate("'abc'")); }, "'abc' is not a character"},
