@@ -33,7 +33,7 @@ bool isPlainBlock(const NodePointer& node) {
 }
 
 Inline inlineKind(const Node& send) {
-    static const std::map<std::string, Inline> kinds = {
+    static const auto& kinds = *new std::map<std::string, Inline>{
         {"ifTrue:", Inline::IfTrue},
         {"ifFalse:", Inline::IfFalse},
         {"ifTrue:ifFalse:", Inline::IfTrueIfFalse},
@@ -271,8 +271,8 @@ private:
     }
 
     void generateName(Unit& unit, const Node& node) {
-        static const std::map<std::string, Oop> constants = {
-            {"nil", nil}, {"true", KCI_OOP_TRUE}, {"false", KCI_OOP_FALSE}};
+        static const auto& constants =
+            *new std::map<std::string, Oop>{{"nil", nil}, {"true", KCI_OOP_TRUE}, {"false", KCI_OOP_FALSE}};
         if (node.name == "self" || node.name == "super") {
             if (node.name == "super" && !isMethod) {
                 fail(node, "super means something in a method only");

@@ -9,15 +9,17 @@
 namespace local {
 
 std::span<const Primitive> primitives() {
-    static const std::vector<Primitive> all = [] {
-        std::vector<Primitive> rows;
+    // Never destroyed, as the client is not: nothing static with a destructor may be in a call's way at the end.
+    static const std::vector<Primitive>& all = []() -> auto& {
+        auto& rows = *new std::vector<Primitive>;
         for (std::span<const Primitive> table :
              {objectPrimitives(), classPrimitives(), numberPrimitives(), textPrimitives(), collectionPrimitives(),
               dateTimePrimitives(), systemPrimitives()}) {
             rows.insert(rows.end(), table.begin(), table.end());
         }
         return rows;
-    }();
+    }
+    ();
     return all;
 }
 

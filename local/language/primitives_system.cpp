@@ -13,8 +13,7 @@ namespace {
 using Arguments = std::span<const Oop>;
 
 Oop commit(Interpreter& interpreter, Oop, Arguments) {
-    ++interpreter.runtime.methodEpoch;
-    return booleanOop(interpreter.runtime.store.commit(interpreter.facts.id));
+    return booleanOop(interpreter.runtime.commit(interpreter.facts.id));
 }
 
 Oop abortTransaction(Interpreter& interpreter, Oop self, Arguments) {

@@ -79,7 +79,21 @@ Oop Runtime::kernelGlobal(Oop name) const {
     return found == kernelGlobals.end() ? KCI_OOP_NONE : found->second;
 }
 
-void Runtime::addRoots(const std::function<void(Oop)>& mark) const {
+bool Runtime::commit(SessionId session) {
+    ++methodEpoch;
+    codes.startMarking();
+    return store.commit(session,
+                        [this](Oop, Oop cls, Oop firstSlot, const Mark& mark) { visitCode(cls, firstSlot, mark); });
+}
+
+void Runtime::visitCode(Oop cls, Oop firstSlot, const Mark& mark) {
+    if ((cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot) &&
+        smallIntegerValue(firstSlot) >= 0) {
+        codes.mark(smallIntegerValue(firstSlot), mark);
+    }
+}
+
+void Runtime::addRoots(const Mark& mark) const {
     for (const auto& [name, oop] : kernelGlobals) {
         mark(name);
     }

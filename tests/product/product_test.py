@@ -173,9 +173,11 @@ class Doctor(Case):
         self.assertIn("\nA login can be tried.\n", self.tmqkci("doctor")[1])
 
     def test_a_64_bit_java(self):
-        status, possible, found = self.doctor("--java", JAVA64_HOME, LD_LIBRARY_PATH=None)
-        self.assertEqual((status, possible, found["Java"][0]), (3, False, "failure"))
-        self.assertEqual(found["client library libkcilnk67.so"][0], "ok")
+        for arguments, named in [(["--java", JAVA64_HOME], JAVA32_HOME), (["--java", JAVA64_HOME, "--rpc"], JAVA32_HOME),
+                                 (["--rpc"], JAVA64_HOME)]:
+            status, possible, found = self.doctor(*arguments, LD_LIBRARY_PATH=None, JAVA32_HOME=named)
+            self.assertEqual((status, possible, found["Java"][0]), (3, False, "failure"))
+            self.assertEqual(found["client library libkcilnk67.so"][0] if "--rpc" not in arguments else "ok", "ok")
 
     def test_unfit_client_libraries(self):
         os.makedirs(self.home + "/k/lib")
@@ -201,12 +203,19 @@ class Doctor(Case):
 
 class Launcher(Case):
     def test_which_java(self):
+        old = self.home + "/old"
+        os.makedirs(old)
+        os.symlink(JAVA32_HOME + "/bin", old + "/bin")
+        self.write("old/release", 'JAVA_VERSION="11.0.2"\n')
         for environment, arguments, expected in [
             ({"JAVA32_HOME": None}, [], (3, "apt-get install openjdk-17-jre-headless:i386")),
             ({"JAVA32_HOME": JAVA64_HOME}, [], (3, "not a 32-bit")),
             ({"JAVA32_HOME": "/nowhere"}, [], (3, "no Java in /nowhere")),
             ({"JAVA32_HOME": "/nowhere"}, ["--java", "/elsewhere"], (2, "no Java in /elsewhere")),
             ({"JAVA32_HOME": "/nowhere"}, ["--java", JAVA32_HOME], (0, "")),
+            ({}, ["--java", ""], (2, "--java needs the folder")), ({}, ["--java="], (2, "--java needs the folder")),
+            ({"JAVA32_HOME": old}, [], (3, "of version 11, not 17 or later")),
+            ({"JAVA32_HOME": None, "JAVA_HOME": old}, [], (3, "apt-get install openjdk-17-jre-headless:i386")),
             ({"JAVA32_HOME": None, "JAVA_HOME": JAVA32_HOME}, [], (0, "")),
         ]:
             if expected[0] == 3 and environment["JAVA32_HOME"] is None and glob.glob("/usr/lib/jvm/*i386*"):
@@ -220,6 +229,8 @@ class Launcher(Case):
         os.symlink(INSTALLATION, self.home + "/installed")
         os.symlink("installed/bin/tmqkci", self.home + "/tmqkci")
         self.assertEqual(self.run_program(self.home + "/tmqkci", "-e", "3")[:2], (0, "3\n"))
+        relative = "cd " + INSTALLATION + " && exec bin/tmqkci -e 3"
+        self.assertEqual(self.run_program("sh", "-c", relative, CDPATH="/usr")[:2], (0, "3\n"))
 
 
 class BundledLibrary(Case):

@@ -139,6 +139,8 @@ class NativeMethodsTest {
         refuse("continue(): NULL result argument",
                 error -> TmqKciInterface._continue(id, nil, false, null, null, null, null, error));
         refuse("perform(): NULL argument array", error -> TmqKciInterface._perform(id, nil, "a:", null, 1, error));
+        refuse("perform(): jArgs is shorter than numArgs",
+                error -> TmqKciInterface._perform(id, nil, "a:b:c:", holed, 3, error));
         refuse("perform(): numArgs < 0", error -> TmqKciInterface._perform(id, nil, "a:", holed, -1, error));
         refuse("Problem with GetObjectArrayElement in perform()",
                 error -> TmqKciInterface._perform(id, nil, "a:b:", holed, 2, error));
