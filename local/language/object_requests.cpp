@@ -279,7 +279,7 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
         toReal(view, request, reply);
         break;
     case RequestKind::ToBoolean:
-        reply.integer = needBoolean(view, request.object) ? 1 : 0;
+        reply.integer = needBoolean(view, request.object) == KCI_OOP_TRUE ? 1 : 0;
         break;
     case RequestKind::ToCharacter:
         reply.integer = needCharacter(view, request.object);

@@ -35,10 +35,6 @@ namespace local_tests {
 
 using Sessions = LocalClient;
 
-void softBreak(const KciRtlJumpSType& kci) {
-    reinterpret_cast<void (*)()>(kci.KciSoftBreak)();
-}
-
 TEST_F(Sessions, IdentifiersOfNothingSpoilNoSession) {
     OopType list = evaluate("List new");
     for (OopType missing : {40001u, 0u, 1u, 2u}) {
@@ -57,7 +53,7 @@ TEST_F(Sessions, BreaksReachTheSessionThatWasSelected) {
     OopType system = evaluate("System");
     const OopType wait = small(300);
     kci.KciNbPerform(system, "waitMilliseconds:", &wait, 1);
-    softBreak(kci);
+    softBreak();
     ASSERT_TRUE(kci.KciLogin("guest", "guest"));
     KciSessionIdType second = kci.KciGetSessionId();
     kci.KciNbExecuteStr("[true] whileTrue: [nil]", KCI_OOP_NIL);
@@ -69,7 +65,7 @@ TEST_F(Sessions, BreaksReachTheSessionThatWasSelected) {
     EXPECT_EQ(kci.KciContinueWith(error.context, KCI_OOP_NIL, 0, nullptr), system);
     kci.KciSetSessionId(second);
     EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
-    softBreak(kci);
+    softBreak();
     EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
 }
 
