@@ -5,7 +5,6 @@
 #include "kcirecords.h"
 #include "store/oop.h"
 
-#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -17,8 +16,8 @@ struct Failure {
     std::string message; // modified UTF-8
     std::vector<Oop> arguments;
 
-    Failure(ErrorNumber errorNumber, std::string text, std::initializer_list<Oop> args = {})
-        : number(errorNumber), message(std::move(text)), arguments(args) {}
+    Failure(ErrorNumber errorNumber, std::string text, std::vector<Oop> args = {})
+        : number(errorNumber), message(std::move(text)), arguments(std::move(args)) {}
 };
 
 } // namespace local

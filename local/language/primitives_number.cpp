@@ -122,19 +122,19 @@ std::partial_ordering compare(Interpreter& interpreter, Oop self, Oop argument) 
 }
 
 Oop less(Interpreter& interpreter, Oop self, Arguments arguments) {
-    return booleanOop(compare(interpreter, self, arguments[0]) < 0);
+    return booleanOop(std::is_lt(compare(interpreter, self, arguments[0])));
 }
 
 Oop lessOrEqual(Interpreter& interpreter, Oop self, Arguments arguments) {
-    return booleanOop(compare(interpreter, self, arguments[0]) <= 0);
+    return booleanOop(std::is_lteq(compare(interpreter, self, arguments[0])));
 }
 
 Oop greater(Interpreter& interpreter, Oop self, Arguments arguments) {
-    return booleanOop(compare(interpreter, self, arguments[0]) > 0);
+    return booleanOop(std::is_gt(compare(interpreter, self, arguments[0])));
 }
 
 Oop greaterOrEqual(Interpreter& interpreter, Oop self, Arguments arguments) {
-    return booleanOop(compare(interpreter, self, arguments[0]) >= 0);
+    return booleanOop(std::is_gteq(compare(interpreter, self, arguments[0])));
 }
 
 template <double (*function)(double)>

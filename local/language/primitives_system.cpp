@@ -67,14 +67,15 @@ Oop signalError(Interpreter& interpreter, Oop, Arguments arguments) {
         throw Failure(ErrorNumber::BadArgument,
                       brief(view, arguments[0]) + " is not a number of the local store's errors", {arguments[0]});
     }
-    Failure failure(number, encodeText(needText(view, arguments[1])));
+    const std::string text = encodeText(needText(view, arguments[1]));
     if (!kernel::isKindOf(view, arguments[2], kernel::Array) || view.size(arguments[2]) > KCI_ERR_MAX_ARGS) {
         throw Failure(ErrorNumber::BadArgument, "an error's arguments are an array of at most ten", {arguments[2]});
     }
+    std::vector<Oop> values;
     for (uint32_t i = 0; i < view.size(arguments[2]); ++i) {
-        failure.arguments.push_back(view.slot(arguments[2], i));
+        values.push_back(view.slot(arguments[2], i));
     }
-    throw failure;
+    throw Failure(number, text, values);
 }
 
 Oop milliseconds(Interpreter& interpreter, Oop, Arguments) {

@@ -80,7 +80,7 @@ int list(const char* file) {
     return good ? exitGood : exitFailure;
 }
 
-int get(const char* file, const char* symbol) {
+int get(const char* file, const std::string& symbol) {
     std::string text;
     if (!getText(file, symbol, text))
         return exitFailure;
@@ -106,7 +106,7 @@ int main(int argc, char** argv) {
                                   {}};
     const char* output = nullptr;
     const char* order = nullptr;
-    const char* symbol = nullptr;
+    std::string symbol;
     int action = 0;
     int actions = 0;
     for (int choice; (choice = getopt_long(argc, argv, "o:", options, nullptr)) != -1;) {
