@@ -9,18 +9,28 @@ import java.util.Map;
 import java.util.concurrent.Callable;
 
 import picocli.CommandLine.Command;
+import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
+import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.Spec;
 
 /** The subcommand {@code doctor}: one page on what works here and what does not. */
-@Command(name = "doctor", mixinStandardHelpOptions = true,
+@Command(name = "doctor", mixinStandardHelpOptions = true, versionProvider = Tmqkci.Version.class,
         description = "Tells what works here and what does not, with what to do. Runs in any Java.",
         footer = {"", "Exit status: 0 when a login could be tried, else 3."})
 final class Doctor implements Callable<Integer> {
     @Option(names = "--json", description = "a line of JSON")
     private boolean json;
 
+    @Spec
+    private CommandSpec spec;
+
     @Override
     public Integer call() {
+        if (!spec.parent().commandLine().getParseResult().matchedArgs().isEmpty()) {
+            throw new ParameterException(spec.commandLine(), "the doctor's options come behind its name, and it takes no "
+                    + "others");
+        }
         Examination examination = new Examination();
         examination.run();
         PrintStream out = Terminals.out();
@@ -37,7 +47,7 @@ final class Doctor implements Callable<Integer> {
             Map<String, Object> all = new LinkedHashMap<>();
             all.put("loginPossible", examination.isLoginPossible());
             all.put("findings", findings);
-            out.println(Json.of(all));
+            Json.print(out, all);
         } else {
             for (Finding finding : examination.findings()) {
                 out.println(finding.grade().mark + "  " + finding.subject() + ": "
