@@ -32,7 +32,10 @@ TMQKCI_C_BEGIN
 /* Finds and opens the message file; may be called again. Ends in panicked when there is no usable file. */
 TMQKCI_API void ErrMsgInit(void);
 
-/* Opens the message file again, without reading its header anew, and leaves panicked. FALSE, and panicked, on failure.
+/*
+ * Opens the message file again under the name that ErrMsgInit found, and leaves panicked. The header is not read anew:
+ * a file with another table needs ErrMsgInit. FALSE, and panicked, on failure. HostFork calls it in the process that
+ * starts another and in the started one.
  */
 TMQKCI_API BoolType ErrMsgReset(void);
 

@@ -2,7 +2,7 @@
  * The error message file: finding it, validating its header, parsing its entries. Called by the message catalogue
  * (errmsg.h) and by the program that compiles message files.
  *
- * The file is a 20-byte header, a hash table of 12-byte slots, and the text of the entries; docs/messages.md gives its
+ * The file is a header, a hash table, and the text of the entries; docs/messages.md gives its
  * layout. Once opened it is held in memory as a whole: a file that is replaced or cut short meanwhile does no harm, and
  * no message costs a system call.
  *
@@ -20,13 +20,16 @@
 #define ERRMSG_STR_SIZE 2049 /* 2048 characters and a terminator */
 #define ERRMSG_MAX_ARGS 10
 #define ERRUTL_MAX_SYMBOL 254 /* the longest symbol, in characters */
+#define ERRUTL_MAX_LINE 2047  /* the longest entry, joined to one line */
 #define ERRUTL_FILE_NAME_SIZE 4096
 #define ERRUTL_VERSION 1
+#define ERRUTL_HEADER_SIZE 20 /* of a message file; the hash table follows */
+#define ERRUTL_SLOT_SIZE 12   /* of the hash table */
 
 /* The unit of every message buffer. */
 typedef char ErrMsgStrType[ERRMSG_STR_SIZE];
 
-/* The header of a message file, decoded; on file the same fields in the same order, 20 bytes. */
+/* The header of a message file, decoded; on file the same fields in the same order. */
 typedef struct ErrUtlHdrSType {
     ByteType magic[4];
     ByteType transform[4]; /* the power of 256 that each byte of a number stands for, in the order of the file */
@@ -35,7 +38,7 @@ typedef struct ErrUtlHdrSType {
     uint32_t textBegin; /* file position of the entries */
 } ErrUtlHdrSType;
 
-static_assert(sizeof(ErrUtlHdrSType) == 20, "ErrUtlHdrSType layout");
+static_assert(sizeof(ErrUtlHdrSType) == ERRUTL_HEADER_SIZE, "ErrUtlHdrSType layout");
 
 /* A slot of the file's hash table, decoded; on file three numbers of 32 bits. */
 typedef struct ErrUtlHashSType {
@@ -55,7 +58,7 @@ typedef struct ErrUtlEntrySType {
 } ErrUtlEntrySType;
 
 #if defined(__i386__)
-static_assert(sizeof(ErrUtlHashSType) == 12, "ErrUtlHashSType layout");
+static_assert(sizeof(ErrUtlHashSType) == ERRUTL_SLOT_SIZE, "ErrUtlHashSType layout");
 static_assert(sizeof(ErrUtlEntrySType) == 4152, "ErrUtlEntrySType layout");
 #endif
 

@@ -16,7 +16,10 @@ typedef void (*HostOnDebugHandlerType)(void);
 
 TMQKCI_C_BEGIN
 
-/* Set by an embedding program: fatal errors are announced, not reported; the process goes on. HostInit clears it. */
+/*
+ * Set by an embedding program: fatal errors are announced, not reported, and the process goes on; only an unhandled
+ * fault signal still ends it, with status 3 and without a core file. HostInit clears it.
+ */
 extern TMQKCI_DATA volatile BoolType noHalt;
 /* Cleared by an embedding program that wants no core files: a fatal error runs the hooks and the process goes on. */
 extern TMQKCI_DATA volatile long coreDumpEnabled;
@@ -38,7 +41,7 @@ TMQKCI_API unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long ar
  * Writes a core file of this process, from a child, and moves it to core<pid> in the working folder. Unless explicitly
  * requested, it first waits $KS_CORE_TIME_OUT seconds. The first call runs the flush callback and prints the C stacks;
  * the third ends the process with status 1. Gives set-id privileges up for good. TRUE when a core file was written or
- * noHalt is set.
+ * noHalt is set. When coreDumpEnabled is 0, FALSE without a core file, after the C stacks and the wait.
  */
 TMQKCI_API BoolType HostCoredump(BoolType explicitlyRequested);
 

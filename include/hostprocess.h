@@ -25,10 +25,10 @@ TMQKCI_C_BEGIN
  *   workingDir  pattern of the working folder; the user's home by default. With a user it is also appended to
  *               $KESTRUNE_NRS_ALL of the worker, as "#dir:" and the folder.
  *
- * cmd is split at blanks, tabs and newlines; its first word is the path of the program ($NAME at its head stands for an
- * environment variable). TRUE when the process was created, with its id in *thePid: the caller waits for it. FALSE with
- * the reason in msg, of msgLength bytes, when it was not. Whatever fails in the new process is said in its log, or on
- * standard error before there is one, and ends it with status 3.
+ * cmd is split at blanks, tabs and newlines; its first word is the path of the program, which is expanded
+ * (HostExpandFileName) in the working folder. TRUE when the process was created, with its id in *thePid: the caller
+ * waits for it. FALSE with the reason in msg, of msgLength bytes, when it was not. Whatever fails in the new process is
+ * said in its log, or on standard error before there is one, and ends it with status 3.
  */
 TMQKCI_API BoolType HostFork(const char* cmd, const char* user, void* unused1, char* msg, ArraySizeType msgLength,
                              const char* clientHost, const char* logName, const char* workingDir, PidType* thePid);
@@ -70,8 +70,8 @@ TMQKCI_API BoolType HostInteractiveSpawn(const char* cmd);
 TMQKCI_API BoolType HostSpawn(const char* cmd);
 
 /*
- * execv (IEEE 1003.1). A "$NAME" at the path's head is expanded; otherwise the path is taken as it stands, for programs
- * that look at the name under which they were called. Returns only on failure, -1 with errno set.
+ * execv (IEEE 1003.1) of the expanded path (HostExpandFileName); argv is passed on as it stands. Returns only on
+ * failure, -1 with errno set.
  */
 TMQKCI_API int UnixIoExecv(const char* path, char* const argv[]);
 

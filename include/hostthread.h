@@ -17,8 +17,8 @@ TMQKCI_C_BEGIN
 
 /*
  * Starts a joinable thread that runs funcPtr(arg). minStackSize is in bytes: 0, or a size the default already covers,
- * gives the default stack; a larger one is rounded up to whole pages. A stack size that cannot be had is reported on
- * standard output and as a guarantee failure, and the default stack serves. Returns 0 or an errno value.
+ * gives the default stack; a larger one is rounded up to whole pages. A stack size that cannot be had is reported in a
+ * line on standard error and as a guarantee failure, and the default stack serves. Returns 0 or an errno value.
  */
 TMQKCI_API int HostThreadCreate(HostThreadType* threadId, HostThreadFuncType* funcPtr, void* arg, size_t minStackSize);
 

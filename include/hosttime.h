@@ -1,6 +1,6 @@
 /*
- * Clocks, sleeps, the statistics line and the date format. Thread-safe. HostClock, HostFtime, HostGetTimeOfDay and the
- * sleeps call only async-signal-safe functions unless poll fails unexpectedly.
+ * Clocks, sleeps, the statistics line and the date format. Thread-safe. HostFtime, HostGetTimeOfDay and the sleeps
+ * call only async-signal-safe functions unless poll fails unexpectedly.
  */
 #ifndef TMQKCI_HOSTTIME_H
 #define TMQKCI_HOSTTIME_H

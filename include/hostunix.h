@@ -25,9 +25,9 @@ TMQKCI_C_BEGIN
 TMQKCI_API void HostInit(void);
 
 /*
- * The name of this machine; the home directory of a user (NULL: the current one; $HOME does not count); the name of the
- * current user. Each goes into buf, of size bytes, with a terminator. FALSE, with buf empty, when it is not known or
- * does not fit. Thread-safe; not signal-safe.
+ * The name of this machine; the home directory of a user (NULL: the current one, for whom $HOME counts when the user
+ * database has no entry); the name of the current user. Each goes into buf, of size bytes, with a terminator. FALSE,
+ * with buf empty, when it is not known or does not fit. Thread-safe; not signal-safe.
  */
 TMQKCI_API BoolType HostGetHostname(char* buf, unsigned size);
 TMQKCI_API BoolType HostGetHomeDir(const char* user, char* buf, unsigned size);

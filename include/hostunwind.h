@@ -74,7 +74,8 @@ TMQKCI_API void UnwindEnd(void);
 
 /*
  * Reports a guarantee failure when this thread must not leave its call by a jump: while it runs a signal handler of the
- * host services, and while it holds the heap's mutex or the message catalogue's.
+ * host services (the handler that was there before, which it passes a signal on to, may), and while it holds the
+ * heap's mutex or the message catalogue's.
  */
 TMQKCI_API void UtlCheckUnwindAllowed(void);
 

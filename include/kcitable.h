@@ -337,26 +337,53 @@ typedef struct KciRtlJumpSType {
 typedef const KciRtlJumpSType* (*KciGetRtlTableFuncPtr)(void);
 
 #if UINTPTR_MAX == 0xFFFFFFFFu
-#define KCI_ENTRY_WORD(member) (offsetof(KciRtlJumpSType, member) / 4 + 1)
+/* What is called from here stands where a client library puts it, counted in words from 1. */
+#define KCI_ENTRY_AT(word, member)                                                                                     \
+    static_assert(offsetof(KciRtlJumpSType, member) == ((word)-1) * 4, "entry-point table layout: " #member)
+KCI_ENTRY_AT(4, KciAbort);
+KCI_ENTRY_AT(22, KciContinueWith);
+KCI_ENTRY_AT(26, KciDirtyObjsInit);
+KCI_ENTRY_AT(27, KciDirtySaveObjs);
+KCI_ENTRY_AT(28, KciNewDateTime);
+KCI_ENTRY_AT(36, KciErr);
+KCI_ENTRY_AT(46, KciFetchBytes);
+KCI_ENTRY_AT(50, KciFetchVaryingOops);
+KCI_ENTRY_AT(53, KciFetchNamedOop);
+KCI_ENTRY_AT(54, KciFetchNamedOops);
+KCI_ENTRY_AT(56, KciFetchObjInfo);
+KCI_ENTRY_AT(65, KciFltToOop);
+KCI_ENTRY_AT(68, KciGetSessionId);
+KCI_ENTRY_AT(72, KciInit);
+KCI_ENTRY_AT(73, KciInitAppName);
+KCI_ENTRY_AT(76, KciIsKindOf);
+KCI_ENTRY_AT(83, KciLogin);
+KCI_ENTRY_AT(84, KciLogout);
+KCI_ENTRY_AT(85, KciLongToOop);
+KCI_ENTRY_AT(88, KciNbEnd);
+KCI_ENTRY_AT(95, KciNbExecute);
+KCI_ENTRY_AT(97, KciNbExecuteStr);
+KCI_ENTRY_AT(102, KciNbPerform);
+KCI_ENTRY_AT(111, KciNewOop);
+KCI_ENTRY_AT(119, KciOopToBool);
+KCI_ENTRY_AT(120, KciOopToChr);
+KCI_ENTRY_AT(122, KciOopToFlt);
+KCI_ENTRY_AT(123, KciOopToLong);
+KCI_ENTRY_AT(132, KciPollForSignal);
+KCI_ENTRY_AT(138, KciReleaseOops);
+KCI_ENTRY_AT(145, KciSaveObjs);
+KCI_ENTRY_AT(148, KciSetNet);
+KCI_ENTRY_AT(149, KciSetSessionId);
+KCI_ENTRY_AT(150, KciShutdown);
+KCI_ENTRY_AT(154, KciStoreBytesInstanceOf);
+KCI_ENTRY_AT(157, KciStoreIdxOops);
+KCI_ENTRY_AT(159, KciStoreNamedOops);
+KCI_ENTRY_AT(175, KciProduct);
+KCI_ENTRY_AT(176, KciVersion);
+KCI_ENTRY_AT(228, KciUnload);
+KCI_ENTRY_AT(315, KciFloatSwizzleWriteSingle);
+KCI_ENTRY_AT(316, unused);
+#undef KCI_ENTRY_AT
 static_assert(sizeof(KciRtlJumpSType) == 316 * 4, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciAbort) == 4, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciContinueWith) == 22, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciDirtyObjsInit) == 26, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciErr) == 36, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciFetchObjInfo) == 56, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciIsKindOf) == 76, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciLogin) == 83, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciNbEnd) == 88, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciNbPerform) == 102, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciNewOop) == 111, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciPollForSignal) == 132, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciReleaseOops) == 138, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciSetSessionId) == 149, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciStoreNamedOops) == 159, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciVersion) == 176, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciUnload) == 228, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(KciFloatSwizzleWriteSingle) == 315, "entry-point table layout");
-static_assert(KCI_ENTRY_WORD(unused) == 316, "entry-point table layout");
 #endif
 
 #endif

@@ -35,7 +35,7 @@ TMQKCI_API BoolType UtlExpandLogName(const char* pattern, const char* program, c
 
 /*
  * Writes the local time to the millisecond in brackets, a blank and then text to a stream, as one write under the
- * stream's lock. flags must be 0. The stream is not flushed.
+ * stream's lock. flags is not used. The stream is not flushed.
  */
 TMQKCI_API void UtlTimeStampMs_s(FILE* f, const char* text, int flags);
 

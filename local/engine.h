@@ -34,6 +34,8 @@ enum class RequestKind : uint8_t {
     FromReal,      // real; reply.object
     ToInteger,     // object; reply.integer
     ToReal,        // object; reply.real
+    ToBoolean,     // object; reply.integer: 1 or 0
+    ToCharacter,   // object; reply.integer: its code
     IsKindOf,      // object, secondObject: class; reply.integer
     Save,          // objects
     Release,       // objects
@@ -78,8 +80,9 @@ public:
     ~Engine();
     // Never throws. One thread at a time.
     Reply handle(const Request& request);
-    // Makes the call that runs stop with a break error. Safe in any thread and in a signal handler.
-    void requestBreak(bool hard);
+    // Makes the call that the session runs stop with a break error. Safe in any thread and in a signal handler, whether
+    // the engine or the session still exists or not.
+    static void requestBreak(KciSessionIdType session, bool hard);
 
 private:
     struct State;

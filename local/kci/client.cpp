@@ -31,7 +31,8 @@ void put(ClientSession& holder, const KciErrSType& error) {
 } // namespace
 
 Client& client() {
-    static Client theClient;
+    // Never destroyed: the process may end while one of its threads is in a call.
+    static Client& theClient = *new Client;
     return theClient;
 }
 
@@ -170,12 +171,6 @@ bool Client::takeError(KciErrSType* error) {
     }
     holder->errorPending = false;
     return true;
-}
-
-void Client::requestBreak(bool hard) {
-    if (engine) {
-        engine->requestBreak(hard);
-    }
 }
 
 } // namespace local

@@ -4,6 +4,7 @@
 #include "engine.h"
 #include "error_numbers.h"
 
+#include <atomic>
 #include <map>
 
 namespace local {
@@ -36,15 +37,16 @@ public:
     void recordError(ErrorNumber number, const char* message, std::initializer_list<OopType> arguments = {});
     void* resultCell();
     bool takeError(KciErrSType* error);
-    void requestBreak(bool hard);
+    // For the session that is current; safe as the engine's.
+    void requestBreak(bool hard) const { Engine::requestBreak(current, hard); }
 
 private:
     void record(const KciErrSType& error);
 
     std::unique_ptr<Engine> engine;
     std::map<KciSessionIdType, ClientSession> sessions;
-    KciSessionIdType current = 0; // 0: none
-    ClientSession outside;        // for the error of a call that concerns no session
+    std::atomic<KciSessionIdType> current = 0; // 0: none
+    ClientSession outside;                     // for the error of a call that concerns no session
 };
 
 Client& client();

@@ -9,27 +9,34 @@ namespace local::entries {
 
 namespace {
 
+// Checks of arguments; an error names the entry and the argument.
+
 // Arrays that a caller describes with a pointer and a count. A count above what an array can have is a negative one.
 template <class Element>
-bool isArray(const Element* elements, ArraySizeType count) {
+bool isArray(const char* entry, const char* name, const Element* elements, ArraySizeType count) {
     if (count <= INT32_MAX / sizeof(Element) && (elements != nullptr || count == 0)) {
         return true;
     }
-    char text[80];
-    std::snprintf(text, sizeof text, "an array of %d elements is not valid", static_cast<int>(count));
+    char text[120];
+    std::snprintf(text, sizeof text,
+                  elements != nullptr ? "%s: %s cannot have %d elements" : "%s: %s is NULL, not %d elements", entry,
+                  name, static_cast<int>(count));
     client().recordError(ErrorNumber::BadArgument, text);
     return false;
 }
 
-bool isGiven(const void* argument) {
+bool isGiven(const char* entry, const char* name, const void* argument) {
     if (argument == nullptr) {
-        client().recordError(ErrorNumber::BadArgument, "an argument is NULL that must not be");
+        char text[120];
+        std::snprintf(text, sizeof text, "%s: %s must not be NULL", entry, name);
+        client().recordError(ErrorNumber::BadArgument, text);
     }
     return argument != nullptr;
 }
 
-KciLong fetchOops(RequestKind kind, OopType object, KciLong start, OopType* dest, ArraySizeType count) {
-    if (!isArray(dest, count)) {
+KciLong fetchOops(const char* entry, RequestKind kind, OopType object, KciLong start, OopType* dest,
+                  ArraySizeType count) {
+    if (!isArray(entry, "dest", dest, count)) {
         return 0;
     }
     Request request{.kind = kind, .object = object, .start = start};
@@ -37,8 +44,9 @@ KciLong fetchOops(RequestKind kind, OopType object, KciLong start, OopType* dest
     return client().call(request).integer;
 }
 
-void sendOops(RequestKind kind, OopType object, KciLong start, const OopType* oops, ArraySizeType count) {
-    if (isArray(oops, count)) {
+void sendOops(const char* entry, RequestKind kind, OopType object, KciLong start, const OopType* oops,
+              ArraySizeType count) {
+    if (isArray(entry, "oops", oops, count)) {
         Request request{.kind = kind, .object = object, .start = start};
         request.objects = {oops, count};
         client().call(request);
@@ -75,7 +83,7 @@ void KciUnload() {}
 
 // The local store is everywhere: any server, host user and service will do.
 void KciSetNet(const char* server, const char*, const char*, const char*) {
-    isGiven(server);
+    isGiven(__func__, "server", server);
 }
 
 BoolType KciLogin(const char* user, const char* password) {
@@ -101,7 +109,7 @@ BoolType KciErr(KciErrSType* error) {
 // --- calls ---------------------------------------------------------------------------------------------------------
 
 void KciNbExecuteStr(const char* source, OopType) {
-    if (isGiven(source)) {
+    if (isGiven(__func__, "source", source)) {
         Request request{.kind = RequestKind::StartSource};
         request.text = source;
         client().start(request);
@@ -113,7 +121,7 @@ void KciNbExecute(OopType sourceString, OopType) {
 }
 
 void KciNbPerform(OopType receiver, const char* selector, const OopType* args, ArraySizeType count) {
-    if (isGiven(selector) && isArray(args, count)) {
+    if (isGiven(__func__, "selector", selector) && isArray(__func__, "args", args, count)) {
         Request request{.kind = RequestKind::StartSend, .object = receiver};
         request.text = selector;
         request.objects = {args, count};
@@ -176,7 +184,7 @@ BoolType KciCommit() {
 
 BoolType KciFetchObjInfo(OopType object, KciLong start, ArraySizeType room, KciObjInfoSType* info, ByteType* dest,
                          ArraySizeType* fetched) {
-    if (!isGiven(info) || !isArray(dest, room)) {
+    if (!isGiven(__func__, "info", info) || !isArray(__func__, "dest", dest, room)) {
         return FALSE;
     }
     Request request{.kind = RequestKind::FetchInfo, .object = object, .start = start};
@@ -193,7 +201,7 @@ BoolType KciFetchObjInfo(OopType object, KciLong start, ArraySizeType room, KciO
 }
 
 KciLong KciFetchBytes(OopType object, KciLong start, ByteType* dest, ArraySizeType count) {
-    if (!isArray(dest, count)) {
+    if (!isArray(__func__, "dest", dest, count)) {
         return 0;
     }
     Request request{.kind = RequestKind::FetchBytes, .object = object, .start = start};
@@ -202,11 +210,11 @@ KciLong KciFetchBytes(OopType object, KciLong start, ByteType* dest, ArraySizeTy
 }
 
 KciLong KciFetchNamedOops(OopType object, KciLong start, OopType* dest, ArraySizeType count) {
-    return fetchOops(RequestKind::FetchNamed, object, start, dest, count);
+    return fetchOops(__func__, RequestKind::FetchNamed, object, start, dest, count);
 }
 
 KciLong KciFetchVaryingOops(OopType object, KciLong start, OopType* dest, ArraySizeType count) {
-    return fetchOops(RequestKind::FetchIndexed, object, start, dest, count);
+    return fetchOops(__func__, RequestKind::FetchIndexed, object, start, dest, count);
 }
 
 OopType KciFetchNamedOop(OopType object, KciLong index) {
@@ -214,7 +222,7 @@ OopType KciFetchNamedOop(OopType object, KciLong index) {
 }
 
 void KciStoreBytesInstanceOf(OopType cls, OopType object, KciLong start, const ByteType* bytes, ArraySizeType count) {
-    if (isArray(bytes, count)) {
+    if (isArray(__func__, "bytes", bytes, count)) {
         Request request{.kind = RequestKind::StoreBytes, .object = object, .secondObject = cls, .start = start};
         request.bytes = {bytes, count};
         client().call(request);
@@ -222,11 +230,11 @@ void KciStoreBytesInstanceOf(OopType cls, OopType object, KciLong start, const B
 }
 
 void KciStoreIdxOops(OopType object, KciLong start, const OopType* oops, ArraySizeType count) {
-    sendOops(RequestKind::StoreIndexed, object, start, oops, count);
+    sendOops(__func__, RequestKind::StoreIndexed, object, start, oops, count);
 }
 
 void KciStoreNamedOops(OopType object, KciLong start, const OopType* oops, ArraySizeType count) {
-    sendOops(RequestKind::StoreNamed, object, start, oops, count);
+    sendOops(__func__, RequestKind::StoreNamed, object, start, oops, count);
 }
 
 OopType KciNewOop(OopType cls) {
@@ -234,7 +242,7 @@ OopType KciNewOop(OopType cls) {
 }
 
 OopType KciNewDateTime(OopType cls, const KciDateTimeSType* value) {
-    if (!isGiven(value)) {
+    if (!isGiven(__func__, "value", value)) {
         return KCI_OOP_ILLEGAL;
     }
     Request request{.kind = RequestKind::NewDateTime, .object = cls};
@@ -243,7 +251,7 @@ OopType KciNewDateTime(OopType cls, const KciDateTimeSType* value) {
 }
 
 BoolType KciFetchDateTime(OopType object, KciDateTimeSType* value) {
-    if (!isGiven(value)) {
+    if (!isGiven(__func__, "value", value)) {
         return FALSE;
     }
     Reply reply = client().call({.kind = RequestKind::FetchDateTime, .object = object});
@@ -282,29 +290,28 @@ double KciOopToFlt(OopType object) {
 }
 
 BoolType KciOopToBool(OopType object) {
-    if (!isBoolean(object)) {
-        client().recordError(ErrorNumber::NotBoolean, "the object is not a Boolean", {object});
+    if (isBoolean(object)) {
+        return object == KCI_OOP_TRUE ? TRUE : FALSE;
     }
-    return object == KCI_OOP_TRUE ? TRUE : FALSE;
+    return client().call({.kind = RequestKind::ToBoolean, .object = object}).integer;
 }
 
 // The low byte of a character's code.
 char KciOopToChr(OopType object) {
-    if (!isCharacter(object)) {
-        client().recordError(ErrorNumber::NotCharacter, "the object is not a character", {object});
-        return 0;
+    if (isCharacter(object)) {
+        return static_cast<char>(characterValue(object));
     }
-    return static_cast<char>(characterValue(object));
+    return static_cast<char>(client().call({.kind = RequestKind::ToCharacter, .object = object}).integer);
 }
 
 // --- export set and changes ----------------------------------------------------------------------------------------
 
 void KciSaveObjs(const OopType* oops, ArraySizeType count) {
-    sendOops(RequestKind::Save, KCI_OOP_NIL, 1, oops, count);
+    sendOops(__func__, RequestKind::Save, KCI_OOP_NIL, 1, oops, count);
 }
 
 void KciReleaseOops(const OopType* oops, ArraySizeType count) {
-    sendOops(RequestKind::Release, KCI_OOP_NIL, 1, oops, count);
+    sendOops(__func__, RequestKind::Release, KCI_OOP_NIL, 1, oops, count);
 }
 
 void KciDirtyObjsInit() {
@@ -312,12 +319,12 @@ void KciDirtyObjsInit() {
 }
 
 BoolType KciDirtySaveObjs(OopType* dest, ArraySizeType* count) {
-    if (!isGiven(count)) {
+    if (!isGiven(__func__, "count", count)) {
         return FALSE;
     }
     ArraySizeType room = *count;
     *count = 0;
-    if (!isArray(dest, room)) {
+    if (!isArray(__func__, "dest", dest, room)) {
         return FALSE;
     }
     Request request{.kind = RequestKind::TakeChanges};

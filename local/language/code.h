@@ -60,6 +60,8 @@ struct Code {
 class CodeTable {
 public:
     CodeId add(std::unique_ptr<Code> code);
+    // Before marks are set: those of earlier rounds, even of one that an exception ended, mean nothing from now on.
+    void startMarking() { ++marking; }
     const Code& at(CodeId id) const { return *entries[static_cast<size_t>(id)].code; }
     template <class Mark>
     void mark(CodeId id, const Mark& markOop);
@@ -68,9 +70,10 @@ public:
 private:
     struct Entry {
         std::unique_ptr<Code> code;
-        bool marked = false;
+        uint32_t marked = 0; // in this round of marking last
     };
     std::vector<Entry> entries;
+    uint32_t marking = 0;
     std::vector<CodeId> freeIds;
 };
 
@@ -88,10 +91,10 @@ inline CodeId CodeTable::add(std::unique_ptr<Code> code) {
 template <class Mark>
 void CodeTable::mark(CodeId id, const Mark& markOop) {
     Entry& entry = entries[static_cast<size_t>(id)];
-    if (entry.marked || !entry.code) {
+    if (entry.marked == marking || !entry.code) {
         return;
     }
-    entry.marked = true;
+    entry.marked = marking;
     markOop(entry.code->owner);
     for (Oop literal : entry.code->literals) {
         markOop(literal);
@@ -103,11 +106,10 @@ void CodeTable::mark(CodeId id, const Mark& markOop) {
 
 inline void CodeTable::sweep() {
     for (size_t i = 0; i < entries.size(); ++i) {
-        if (entries[i].code && !entries[i].marked) {
-            entries[i].code.reset();
+        if (entries[i].code && entries[i].marked != marking) {
             freeIds.push_back(static_cast<CodeId>(i));
+            entries[i].code.reset();
         }
-        entries[i].marked = false;
     }
 }
 

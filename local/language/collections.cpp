@@ -127,15 +127,20 @@ std::optional<Oop> dictionaryAt(const View& view, Oop dictionary, Oop key) {
     return view.slot(view.slot(dictionary, *position), kernel::association_slot::value);
 }
 
+Oop newAssociation(const View& view, Oop key, Oop value) {
+    Oop association = view.create({kernel::Association, Body::Pointer, false, 2}, 0);
+    view.setSlot(association, kernel::association_slot::key, key);
+    view.setSlot(association, kernel::association_slot::value, value);
+    return association;
+}
+
 void dictionaryAtPut(const View& view, Oop dictionary, Oop key, Oop value) {
     if (std::optional<uint32_t> position = findKey(view, dictionary, key)) {
         view.setSlot(view.slot(dictionary, *position), kernel::association_slot::value, value);
         return;
     }
-    Oop association = view.create({kernel::Association, Body::Pointer, false, 2}, 0);
-    view.setSlot(association, kernel::association_slot::key, key);
-    view.setSlot(association, kernel::association_slot::value, value);
-    view.insertSlot(dictionary, lowerBound(view, dictionary, hashOf(view, key), true), association);
+    view.insertSlot(dictionary, lowerBound(view, dictionary, hashOf(view, key), true),
+                    newAssociation(view, key, value));
 }
 
 } // namespace local

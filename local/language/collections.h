@@ -19,6 +19,7 @@ void insertElement(const View& view, Oop collection, Oop element);
 // A dictionary's elements are its Associations.
 std::optional<uint32_t> findKey(const View& view, Oop dictionary, Oop key);
 std::optional<Oop> dictionaryAt(const View& view, Oop dictionary, Oop key);
+Oop newAssociation(const View& view, Oop key, Oop value);
 void dictionaryAtPut(const View& view, Oop dictionary, Oop key, Oop value);
 
 } // namespace local

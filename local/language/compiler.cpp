@@ -33,7 +33,7 @@ bool isPlainBlock(const NodePointer& node) {
 }
 
 Inline inlineKind(const Node& send) {
-    static const std::map<std::string, Inline> kinds = {
+    static const auto& kinds = *new std::map<std::string, Inline>{
         {"ifTrue:", Inline::IfTrue},
         {"ifFalse:", Inline::IfFalse},
         {"ifTrue:ifFalse:", Inline::IfTrueIfFalse},
@@ -141,6 +141,7 @@ private:
     struct Unit {
         Function* function;
         Code* code;
+        std::unordered_map<Oop, int32_t> literalIndices;
     };
 
     uint32_t emit(Unit& unit, Operation operation, int32_t operand = 0, uint32_t a = 0) {
@@ -153,18 +154,18 @@ private:
 
     static int32_t literalIndex(Unit& unit, Oop literal) {
         auto& literals = unit.code->literals;
-        auto found = std::find(literals.begin(), literals.end(), literal);
-        if (found == literals.end()) {
-            found = literals.insert(literals.end(), literal);
+        auto [found, isNew] = unit.literalIndices.emplace(literal, static_cast<int32_t>(literals.size()));
+        if (isNew) {
+            literals.push_back(literal);
         }
-        return static_cast<int32_t>(found - literals.begin());
+        return found->second;
     }
 
     int32_t symbolIndex(Unit& unit, const std::string& name) { return literalIndex(unit, runtime.symbol(name)); }
 
     CodeId generateFunction(Function& function) {
         auto code = std::make_unique<Code>();
-        Unit unit{&function, code.get()};
+        Unit unit{&function, code.get(), {}};
         code->isBlock = &function != root;
         code->needsScope = function.needsScope;
         code->owner = cls;
@@ -270,9 +271,12 @@ private:
     }
 
     void generateName(Unit& unit, const Node& node) {
-        static const std::map<std::string, Oop> constants = {
-            {"nil", nil}, {"true", KCI_OOP_TRUE}, {"false", KCI_OOP_FALSE}};
+        static const auto& constants =
+            *new std::map<std::string, Oop>{{"nil", nil}, {"true", KCI_OOP_TRUE}, {"false", KCI_OOP_FALSE}};
         if (node.name == "self" || node.name == "super") {
+            if (node.name == "super" && !isMethod) {
+                fail(node, "super means something in a method only");
+            }
             emit(unit, Operation::PushSelf);
         } else if (auto constant = constants.find(node.name); constant != constants.end()) {
             emit(unit, Operation::PushOop, static_cast<int32_t>(constant->second));
@@ -289,9 +293,14 @@ private:
         if (const Variable* variable = find(unit.function, node.name)) {
             accessVariable(unit, *variable, Operation::StoreTemporary, Operation::StoreScoped);
         } else if (int32_t field = fieldIndex(node.name); field >= 0) {
+            if (isClassMethod || kernel::isSystemMade(cls)) {
+                fail(node, "the variable " + node.name + " belongs to the system");
+            }
             emit(unit, Operation::StoreVariable, field);
+        } else if (Oop name = runtime.symbol(node.name); runtime.kernelGlobal(name) != KCI_OOP_NONE) {
+            fail(node, node.name + " is the name of a kernel object");
         } else {
-            emit(unit, Operation::StoreGlobal, symbolIndex(unit, node.name));
+            emit(unit, Operation::StoreGlobal, literalIndex(unit, name));
         }
     }
 
@@ -344,12 +353,12 @@ private:
             return;
         }
         generate(unit, *node.children[0]);
-        const Node& receiver = *node.children[0];
+        generateMessage(unit, node, sendTo(*node.children[0]));
+    }
+
+    static Operation sendTo(const Node& receiver) {
         bool isSuper = receiver.kind == Node::Kind::Name && receiver.name == "super";
-        if (isSuper && !isMethod) {
-            fail(node, "super means something in a method only");
-        }
-        generateMessage(unit, node, isSuper ? Operation::SendSuper : Operation::Send);
+        return isSuper ? Operation::SendSuper : Operation::Send;
     }
 
     void generateMessage(Unit& unit, const Node& node, Operation operation) {
@@ -366,7 +375,7 @@ private:
             if (!last) {
                 emit(unit, Operation::Duplicate);
             }
-            generateMessage(unit, *node.children[i], Operation::Send);
+            generateMessage(unit, *node.children[i], sendTo(*node.children[0]));
             if (!last) {
                 emit(unit, Operation::Pop);
             }

@@ -13,15 +13,14 @@ namespace {
 
 constexpr Shape scopeShape{kernel::Scope, Body::Pointer, true, 1};
 constexpr Shape blockShape{kernel::Block, Body::Pointer, false, 4};
-constexpr Shape arrayShape{kernel::Array, Body::Pointer, true, 0};
 
-int64_t monotonicMilliseconds() {
+} // namespace
+
+int64_t Interpreter::monotonicMilliseconds() {
     timespec now{};
     clock_gettime(CLOCK_MONOTONIC, &now);
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
-
-} // namespace
 
 void Process::addRoots(CodeTable& codes, const std::function<void(Oop)>& mark) const {
     mark(oop);
@@ -138,6 +137,7 @@ void Interpreter::execute(Frame& frame, const Instruction& instruction) {
         push(view.slot(scopeAt(frame, instruction.a), index));
         break;
     case Operation::StoreScoped:
+        --failureDepth;
         view.setSlot(scopeAt(frame, instruction.a), index, current->stack.back());
         break;
     case Operation::PushVariable:
@@ -190,6 +190,7 @@ void Interpreter::execute(Frame& frame, const Instruction& instruction) {
         returnFromFrame(current->frames.size() - 1, pop());
         break;
     case Operation::ReturnHome:
+        --failureDepth;
         returnHome(pop());
         break;
     }
@@ -201,8 +202,8 @@ void Interpreter::jumpIf(Frame& frame, const Instruction& instruction, Oop wante
     if (!isBoolean(condition)) {
         --frame.next;
         --failureDepth;
-        throw Failure(ErrorNumber::NotBoolean, brief(view, condition) + " is not a Boolean", {condition});
     }
+    needBoolean(view, condition);
     current->stack.pop_back();
     if (condition == wanted) {
         frame.next = static_cast<uint32_t>(instruction.operand);
@@ -221,11 +222,11 @@ Oop Interpreter::readGlobal(Oop name) {
     if (auto found = globals.find(name); found != globals.end()) {
         return found->second;
     }
-    if (std::optional<Oop> shared = dictionaryAt(view, kernel::sharedDictionary, name)) {
-        return *shared;
-    }
     if (Oop known = runtime.kernelGlobal(name)) {
         return known;
+    }
+    if (std::optional<Oop> shared = dictionaryAt(view, kernel::sharedDictionary, name)) {
+        return *shared;
     }
     throw Failure(ErrorNumber::UnknownName, "the name " + bytesOf(view, name) + " is not known", {name});
 }
@@ -250,12 +251,12 @@ Oop Interpreter::copyLiteral(Oop literal) {
 }
 
 void Interpreter::makeArray(uint32_t count) {
-    Oop array = view.create(arrayShape, count);
-    size_t first = current->stack.size() - count;
+    failureDepth -= count;
+    Oop array = view.create(kernel::arrayShape, count);
     for (uint32_t i = 0; i < count; ++i) {
-        view.setSlot(array, i, current->stack[first + i]);
+        view.setSlot(array, i, current->stack[failureDepth + i]);
     }
-    current->stack.resize(first);
+    current->stack.resize(failureDepth);
     push(array);
 }
 
@@ -313,13 +314,27 @@ bool Interpreter::respondsTo(Oop receiver, Oop selector) {
 }
 
 void Interpreter::send(Oop selector, uint32_t argumentCount, const Code* superOf) {
+    performed = KCI_OOP_NONE;
+    sendOnce(selector, argumentCount, superOf);
+    for (int performs = 1; performed != KCI_OOP_NONE; ++performs) {
+        if (performs > maxPerforms) {
+            throw Failure(ErrorNumber::MaxRecursion,
+                          std::to_string(maxPerforms) + " times over, a perform led to another", {performed});
+        }
+        Oop next = std::exchange(performed, KCI_OOP_NONE);
+        sendOnce(next, static_cast<uint32_t>(current->stack.size() - failureDepth - 1), nullptr);
+    }
+}
+
+// A primitive that asks for another message leaves it in performed.
+void Interpreter::sendOnce(Oop selector, uint32_t argumentCount, const Code* superOf) {
     std::vector<Oop>& stack = current->stack;
     size_t receiverIndex = stack.size() - argumentCount - 1;
     failureDepth = receiverIndex;
     Oop receiver = stack[receiverIndex];
     std::optional<int32_t> code = find(receiver, superOf, selector);
     if (!code) {
-        Oop arguments = view.create(arrayShape, argumentCount);
+        Oop arguments = view.create(kernel::arrayShape, argumentCount);
         for (uint32_t i = 0; i < argumentCount; ++i) {
             view.setSlot(arguments, i, stack[receiverIndex + 1 + i]);
         }
@@ -376,7 +391,7 @@ Oop Interpreter::callSelector(Oop selector, std::span<const Oop> arguments) {
     std::vector<Oop>& stack = current->stack;
     stack.resize(failureDepth + 1);
     stack.insert(stack.end(), copies.begin(), copies.end());
-    send(selector, static_cast<uint32_t>(copies.size()), nullptr);
+    performed = selector;
     return KCI_OOP_NONE;
 }
 

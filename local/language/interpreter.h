@@ -45,6 +45,7 @@ struct SessionFacts {
 class Interpreter {
 public:
     static constexpr size_t maxFrames = 10000;
+    static constexpr int maxPerforms = 100;
 
     Interpreter(Runtime& sharedRuntime, SessionFacts& sessionFacts)
         : runtime(sharedRuntime), facts(sessionFacts), view(sharedRuntime.store, sessionFacts.id) {}
@@ -64,6 +65,7 @@ public:
     // For primitives. Those that begin a call answer KCI_OOP_NONE as the primitive's result.
     Oop callBlock(Oop block, uint32_t argumentCount);
     Oop callSelector(Oop selector, std::span<const Oop> arguments);
+    static int64_t monotonicMilliseconds();
     void wait(int64_t milliseconds);
     std::optional<int32_t> lookup(Oop receiver, Oop startClass, Oop selector, bool classSide);
     bool respondsTo(Oop receiver, Oop selector);
@@ -88,6 +90,7 @@ private:
         return value;
     }
     void send(Oop selector, uint32_t argumentCount, const Code* superOf);
+    void sendOnce(Oop selector, uint32_t argumentCount, const Code* superOf);
     void callCode(CodeId codeId, uint32_t argumentCount, Oop self, Oop outerScope, Oop home);
     void returnFromFrame(size_t frameIndex, Oop value);
     void returnHome(Oop value);
@@ -100,7 +103,8 @@ private:
 
     Process* current = nullptr;
     uint32_t stepsLeft = 0;
-    size_t failureDepth = 0; // what stays on the stack when the instruction at work fails
+    Oop performed = KCI_OOP_NONE; // the selector that takes the place of the message at work
+    size_t failureDepth = 0;      // what stays on the stack when the instruction at work fails
     uint32_t cacheEpoch = 0;
     std::array<CachedMethod, 1024> cache{};
 };

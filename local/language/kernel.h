@@ -41,7 +41,8 @@ namespace local::kernel {
     ROW(Process, 1093, Object, Pointer, false, "number message arguments")                                             \
     ROW(System, 1097, Object, Pointer, false, "")                                                                      \
     ROW(ErrorCategory, 1101, Object, Pointer, false, "")                                                               \
-    ROW(KernelObject, 1105, Object, Pointer, false, "")
+    ROW(KernelObject, 1105, Object, Pointer, false, "")                                                                \
+    ROW(MethodDictionary, 1113, Object, Unordered, false, "")
 
 enum ClassOop : Oop {
     None = nil,
@@ -49,6 +50,10 @@ enum ClassOop : Oop {
     KERNEL_CLASSES(ROW)
 #undef ROW
 };
+
+constexpr Shape arrayShape{Array, Body::Pointer, true, 0};
+// Not a Dictionary: no message of code reaches into it.
+constexpr Shape methodDictionaryShape{MethodDictionary, Body::Unordered, false, 0};
 
 constexpr Oop systemObject = 1109;     // the global System
 constexpr Oop sharedDictionary = 1189; // the global Shared: names that all sessions see
@@ -124,6 +129,7 @@ constexpr bool isSystemMade(Oop cls) {
     case Scope:
     case Process:
     case System:
+    case MethodDictionary:
         return true;
     default:
         return false;

@@ -14,15 +14,19 @@ bool isLetter(char16_t c) {
     return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || c == u'_';
 }
 
-bool isOperatorCharacter(char16_t c) {
-    return c != 0 && std::u16string_view(u"+-*/\\<>=~,@%&?|").find(c) != std::u16string_view::npos;
-}
-
 bool isBlank(char16_t c) {
     return c == u' ' || (c >= u'\t' && c <= u'\r') || c == 0xA0;
 }
 
 } // namespace
+
+bool isOperatorCharacter(char16_t c) {
+    return c != 0 && std::u16string_view(u"+-*/\\<>=~,@%&?|").find(c) != std::u16string_view::npos;
+}
+
+bool isReservedWord(std::string_view word) {
+    return word == "self" || word == "super" || word == "nil" || word == "true" || word == "false";
+}
 
 void failAt(std::u16string_view source, uint32_t position, const std::string& problem) {
     auto before = source.substr(0, std::min<size_t>(position, source.size()));

@@ -33,6 +33,11 @@ struct Token {
     bool isOperator(std::u16string_view op) const { return kind == TokenKind::Operator && text == op; }
 };
 
+// + - * and their like, of which operators consist.
+bool isOperatorCharacter(char16_t c);
+// self, super, nil, true, false: no variable can have these names.
+bool isReservedWord(std::string_view word);
+
 // An error in source text at a unit's position.
 [[noreturn]] void failAt(std::u16string_view source, uint32_t position, const std::string& problem);
 

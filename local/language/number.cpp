@@ -1,8 +1,9 @@
 #include "language/number.h"
 
 #include <charconv>
+#include <clocale>
 #include <cmath>
-#include <cstring>
+#include <cstdlib>
 
 namespace local {
 
@@ -103,7 +104,8 @@ std::optional<Number> readNumber(std::string_view text) {
             return std::nullopt;
         }
         if (error == std::errc::result_out_of_range) {
-            real = std::strtod(std::string(digits).c_str(), nullptr);
+            static const locale_t neutral = newlocale(LC_ALL_MASK, "C", nullptr);
+            real = strtod_l(std::string(digits).c_str(), nullptr, neutral); // infinity or 0
         }
         return Number::ofReal(negative ? -real : real);
     }

@@ -32,14 +32,6 @@ void needOwnMade(const View& view, Oop oop, const Description& description) {
     }
 }
 
-void needValues(const View& view, std::span<const Oop> values) {
-    for (Oop value : values) {
-        if (!isImmediate(value) && !view.exists(value)) {
-            throw NoSuchObject{value};
-        }
-    }
-}
-
 [[noreturn]] void failBody(const View& view, Oop oop, const char* what) {
     throw Failure(ErrorNumber::BadArgument, brief(view, oop) + what, {oop});
 }
@@ -215,11 +207,22 @@ void saveObjects(const View& view, const Request& request) {
 
 } // namespace
 
+void needValues(const View& view, std::span<const Oop> values) {
+    for (Oop value : values) {
+        if (!isImmediate(value) && !view.exists(value)) {
+            throw NoSuchObject{value};
+        }
+    }
+}
+
 void handleObjectRequest(ServerSession& session, const Request& request, Reply& reply) {
     const View& view = session.interpreter.view;
     Store& store = view.store();
     bool stores = request.kind == RequestKind::StoreBytes || request.kind == RequestKind::StoreNamed ||
                   request.kind == RequestKind::StoreIndexed;
+    // What changed before it was filled stays changed.
+    bool fills =
+        stores && session.freshObjects.contains(request.object) && !store.isChanged(view.session(), request.object);
     bool makes = false;
     switch (request.kind) {
     case RequestKind::FetchInfo:
@@ -275,6 +278,12 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
     case RequestKind::ToReal:
         toReal(view, request, reply);
         break;
+    case RequestKind::ToBoolean:
+        reply.integer = needBoolean(view, request.object) == KCI_OOP_TRUE ? 1 : 0;
+        break;
+    case RequestKind::ToCharacter:
+        reply.integer = needCharacter(view, request.object);
+        break;
     case RequestKind::IsKindOf:
         reply.integer = kernel::isKindOf(view, request.object, needClass(view, request.secondObject)) ? 1 : 0;
         break;
@@ -284,6 +293,7 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
     case RequestKind::Release:
         for (Oop oop : request.objects) {
             store.release(view.session(), oop);
+            session.freshObjects.erase(oop);
         }
         break;
     case RequestKind::TrackChanges:
@@ -300,10 +310,12 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
     }
     if (makes && isReference(reply.object)) {
         store.exportObject(view.session(), reply.object);
-        session.freshObject = reply.object;
-    } else if (stores && request.object == session.freshObject) {
+        session.freshObjects.insert(reply.object);
+    } else if (fills) {
         store.forgetChange(view.session(), request.object);
-        session.freshObject = KCI_OOP_NONE;
+    }
+    if (stores) {
+        session.freshObjects.erase(request.object);
     }
 }
 

@@ -60,9 +60,18 @@ private:
         parent.children.push_back(std::move(child));
     }
 
-    void expect(char16_t punctuation) {
-        if (!token.is(punctuation)) {
-            fail(std::string("expected ") + static_cast<char>(punctuation));
+    // What opened at a position and never closes is reported where it opened.
+    void checkHasEnd(uint32_t opening, const char* what) {
+        if (token.kind == TokenKind::End) {
+            failAt(lexer.text(), opening, std::string("the ") + what + " has no end");
+        }
+    }
+
+    void expectClosing(char16_t closing, uint32_t opening, const char* what) {
+        checkHasEnd(opening, what);
+        if (!token.is(closing)) {
+            fail(std::string("expected ") + static_cast<char>(closing) + " to end the " + what +
+                 " that begins at position " + std::to_string(opening + 1));
         }
         advance();
     }
@@ -72,7 +81,7 @@ private:
             fail(std::string("expected ") + what);
         }
         std::string name = narrow(token.text);
-        if (name == "self" || name == "super" || name == "nil" || name == "true" || name == "false") {
+        if (isReservedWord(name)) {
             fail(name + " cannot be the name of a variable");
         }
         advance();
@@ -151,8 +160,7 @@ private:
         }
         NodePointer first = parsePrimary();
         if (first->kind == Node::Kind::Name && token.kind == TokenKind::Assign) {
-            if (first->name == "self" || first->name == "super" || first->name == "nil" || first->name == "true" ||
-                first->name == "false") {
+            if (isReservedWord(first->name)) {
                 fail(first->name + " cannot be assigned to");
             }
             first->kind = Node::Kind::Assign;
@@ -273,10 +281,11 @@ private:
     }
 
     NodePointer parseBracketed() {
+        uint32_t opening = token.position;
         if (token.is(u'(')) {
             advance();
             NodePointer node = parseExpression();
-            expect(u')');
+            expectClosing(u')', opening, "parenthesis");
             return node;
         }
         if (token.is(u'[')) {
@@ -288,12 +297,14 @@ private:
         NodePointer node = make(Node::Kind::Brace);
         advance();
         while (!token.is(u'}')) {
+            checkHasEnd(opening, "array");
             adopt(*node, parseExpression());
-            if (!token.is(u'}')) {
-                expect(u'.');
+            if (!token.is(u'.')) {
+                break;
             }
+            advance();
         }
-        advance();
+        expectClosing(u'}', opening, "array");
         return node;
     }
 
@@ -306,6 +317,7 @@ private:
             checkCount(block->parameters.size());
         }
         if (!block->parameters.empty() && !token.is(u']')) {
+            checkHasEnd(block->position, "block");
             if (!token.isOperator(u"|")) {
                 fail("expected | after the block's arguments");
             }
@@ -313,7 +325,7 @@ private:
         }
         parseTemporaries(*block);
         parseStatements(*block);
-        expect(u']');
+        expectClosing(u']', block->position, "block");
         return block;
     }
 
@@ -374,8 +386,10 @@ private:
         }
         Literal array;
         array.kind = Literal::Kind::Array;
+        uint32_t opening = token.position;
         advance();
         while (!token.is(u')')) {
+            checkHasEnd(opening, "array");
             array.elements.push_back(parseArrayElement());
         }
         advance();
@@ -416,8 +430,10 @@ private:
     Literal parseLiteralBytes() {
         Literal bytes;
         bytes.kind = Literal::Kind::Bytes;
+        uint32_t opening = token.position;
         advance();
         while (!token.is(u']')) {
+            checkHasEnd(opening, "array");
             Literal element = parseLiteral();
             if (element.kind != Literal::Kind::Number || element.number.isFloat || element.number.integer < 0 ||
                 element.number.integer > 255) {

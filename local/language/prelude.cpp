@@ -50,16 +50,24 @@ constexpr PreludeMethod methods[] = {
     {Number, false, "between: low and: high ^self >= low and: [self <= high]"},
     {Number, false, "to: last ^Interval from: self to: last by: 1"},
     {Number, false, "to: last by: step ^Interval from: self to: last by: step"},
-    {Number, false, "to: last do: block | i | i := self. [i <= last] whileTrue: [block value: i. i := i + 1]"},
+    {Number, false,
+     "to: last do: block | i | i := self. [i < last] whileTrue: [block value: i. i := i + 1]. "
+     "i = last ifTrue: [block value: i]"},
     {Number, false, "to: last by: step do: block (self to: last by: step) do: block"},
     {Integer, false, "even ^self \\\\ 2 = 0"},
     {Integer, false, "odd ^self \\\\ 2 = 1"},
     {Integer, false, "timesRepeat: block | i | i := 1. [i <= self] whileTrue: [block value. i := i + 1]"},
     {Integer, false,
      "gcd: other | a b | a := self abs. b := other abs. [b = 0] whileFalse: [| t | t := a \\\\ b. a := b. b := t]. ^a"},
-    {Integer, false, "factorial ^self < 2 ifTrue: [1] ifFalse: [self * (self - 1) factorial]"},
+    {Integer, false,
+     "factorial self < 0 ifTrue: [^self error: self printString , ' has no factorial']. "
+     "^self < 2 ifTrue: [1] ifFalse: [self * (self - 1) factorial]"},
+    {Integer, false, "asCharacter ^Character value: self"},
     // Character
     {Character, false, "< other ^self value < other value"},
+    {Character, false, "> other ^other < self"},
+    {Character, false, "<= other ^(other < self) not"},
+    {Character, false, ">= other ^(self < other) not"},
     {Character, false, "displayString ^self asString"},
     {Character, false, "isDigit ^self value between: 48 and: 57"},
     {Character, false, "isLetter ^(self value between: 65 and: 90) or: [self value between: 97 and: 122]"},
@@ -72,7 +80,7 @@ constexpr PreludeMethod methods[] = {
     // Collection
     {Collection, false, "isEmpty ^self size = 0"},
     {Collection, false, "notEmpty ^self size > 0"},
-    {Collection, false, "addAll: others others do: [:each | self add: each]. ^others"},
+    {Collection, false, "addAll: others others copy do: [:each | self add: each]. ^others"},
     {Collection, false,
      "collect: block | all | all := List new. self do: [:each | all add: (block value: each)]. ^all asArray"},
     {Collection, false,
@@ -89,8 +97,8 @@ constexpr PreludeMethod methods[] = {
     {Collection, false, "allSatisfy: block self do: [:each | (block value: each) ifFalse: [^false]]. ^true"},
     {Collection, false, "count: block | n | n := 0. self do: [:each | (block value: each) ifTrue: [n := n + 1]]. ^n"},
     {Collection, false, "sum ^self inject: 0 into: [:a :b | a + b]"},
-    {Collection, false, "max ^self inject: self anyOne into: [:a :b | a max: b]"},
-    {Collection, false, "min ^self inject: self anyOne into: [:a :b | a min: b]"},
+    {Collection, false, "max ^self inject: self anyOne into: [:a :b | a > b ifTrue: [a] ifFalse: [b]]"},
+    {Collection, false, "min ^self inject: self anyOne into: [:a :b | a < b ifTrue: [a] ifFalse: [b]]"},
     {Collection, false, "anyOne self do: [:each | ^each]. self error: 'the collection is empty'"},
     {Collection, false,
      "do: block separatedBy: between | first | first := true. "
@@ -192,6 +200,9 @@ constexpr PreludeMethod methods[] = {
      "at: key ifAbsent: block ^(self includesKey: key) ifTrue: [self at: key] ifFalse: [block value]"},
     {Dictionary, false, "at: key ifAbsentPut: block ^self at: key ifAbsent: [self at: key put: block value]"},
     {Dictionary, false, "add: association self at: association key put: association value. ^association"},
+    {Dictionary, false,
+     "addAll: others (others isKindOf: Dictionary) ifFalse: [^super addAll: others]. "
+     "others keysAndValuesDo: [:key :each | self at: key put: each]. ^others"},
     {Dictionary, false, "do: block self associations do: [:each | block value: each value]"},
     {Dictionary, false,
      "keysAndValuesDo: block self associations do: [:each | block value: each key value: each value]"},
@@ -210,15 +221,13 @@ constexpr PreludeMethod methods[] = {
      "from: first to: last by: step step = 0 ifTrue: [^self error: 'the step of an interval is not zero']. "
      "^self new from: first to: last by: step"},
     {Interval, false, "from: a to: b by: s first := a. last := b. step := s"},
-    {Interval, false, "size ^(last - first) // step + 1 max: 0"},
+    {Interval, false, "size ^step isNil ifTrue: [0] ifFalse: [((last - first) // step + 1 max: 0) asInteger]"},
     {Interval, false,
      "at: index (index between: 1 and: self size) ifFalse: ["
-     "System signal: 2004 text: 'the index is outside the interval' arguments: {self. index}]. "
+     "System signal: 2004 text: 'the index ' , index printString , ' is outside an Interval' arguments: {self. "
+     "index}]. "
      "^first + (index - 1 * step)"},
-    {Interval, false,
-     "do: block | i | i := first. step > 0 "
-     "ifTrue: [[i <= last] whileTrue: [block value: i. i := i + step]] "
-     "ifFalse: [[i >= last] whileTrue: [block value: i. i := i + step]]"},
+    {Interval, false, "do: block 1 to: self size do: [:i | block value: first + (i - 1 * step)]"},
     {Interval, false, "printLimited: depth ^self asArray printLimited: depth"},
     // DateTime
     {DateTime, false, "hour ^self milliseconds // 3600000"},

@@ -1,20 +1,25 @@
 #include "language/primitives.h"
 
+#include "language/lexer.h"
 #include "language/number.h"
 #include "language/text.h"
+
+#include <algorithm>
 
 namespace local {
 
 std::span<const Primitive> primitives() {
-    static const std::vector<Primitive> all = [] {
-        std::vector<Primitive> rows;
+    // Never destroyed, as the client is not: nothing static with a destructor may be in a call's way at the end.
+    static const std::vector<Primitive>& all = []() -> auto& {
+        auto& rows = *new std::vector<Primitive>;
         for (std::span<const Primitive> table :
              {objectPrimitives(), classPrimitives(), numberPrimitives(), textPrimitives(), collectionPrimitives(),
               dateTimePrimitives(), systemPrimitives()}) {
             rows.insert(rows.end(), table.begin(), table.end());
         }
         return rows;
-    }();
+    }
+    ();
     return all;
 }
 
@@ -25,8 +30,12 @@ Failure caughtFailure() {
         return std::move(failure);
     } catch (const NoSuchObject& missing) {
         return {ErrorNumber::BadArgument, "no object has the identifier " + std::to_string(missing.oop)};
-    } catch (const StoreFull&) {
-        return {ErrorNumber::OutOfMemory, "an object, or the local store, would become too large"};
+    } catch (const StoreFull& full) {
+        return {ErrorNumber::OutOfMemory,
+                full.wholeStore
+                    ? "the local store would hold more than " + std::to_string(Store::memoryLimit >> 20) + " MiB"
+                    : "an object would have more than " + std::to_string(Store::maxBytes >> 20) + " MiB of bytes or " +
+                          std::to_string(Store::maxElements) + " references"};
     }
 }
 
@@ -68,6 +77,33 @@ char16_t needCharacter(const View& view, Oop oop) {
         throw Failure(ErrorNumber::NotCharacter, brief(view, oop) + " is not a character", {oop});
     }
     return characterValue(oop);
+}
+
+Oop needBoolean(const View& view, Oop oop) {
+    if (!isBoolean(oop)) {
+        throw Failure(ErrorNumber::NotBoolean, brief(view, oop) + " is not a Boolean", {oop});
+    }
+    return oop;
+}
+
+Oop needSymbol(Runtime& runtime, std::u16string_view name, std::initializer_list<Oop> culprit) {
+    if (std::any_of(name.begin(), name.end(), [](char16_t c) { return c > 0xFF; })) {
+        throw Failure(ErrorNumber::BadArgument, "a symbol holds single-byte characters only", culprit);
+    }
+    return runtime.symbol(std::string(name.begin(), name.end()));
+}
+
+Oop needSelector(Runtime& runtime, const View& view, std::u16string_view name, size_t argumentCount) {
+    Oop selector = needSymbol(runtime, name);
+    bool isOperator = !name.empty() && isOperatorCharacter(name[0]);
+    auto expected = isOperator ? 1 : static_cast<size_t>(std::count(name.begin(), name.end(), u':'));
+    if (argumentCount != expected) {
+        throw Failure(ErrorNumber::BadMessageParts,
+                      "the message " + brief(view, selector) + " takes " + std::to_string(expected) +
+                          " arguments, not " + std::to_string(argumentCount),
+                      {selector});
+    }
+    return selector;
 }
 
 void failSubscript(const View& view, Oop collection, Oop index) {

@@ -29,6 +29,9 @@ std::span<const Primitive> systemPrimitives();
 // In a catch block: what is being handled, as a Failure. What is neither a Failure nor the store's goes on.
 Failure caughtFailure();
 
+// A new object with the same contents; what cannot be changed is its own copy.
+Oop copyOf(const View& view, Oop oop);
+
 // Checks of arguments; each throws a Failure that names the argument.
 int64_t needInteger(const View& view, Oop oop);
 // A whole number from low to high, both included; also used for sizes.
@@ -36,6 +39,11 @@ int32_t needIntegerIn(const View& view, Oop oop, int64_t low, int64_t high);
 std::u16string needText(const View& view, Oop oop);
 Oop needClass(const View& view, Oop oop);
 char16_t needCharacter(const View& view, Oop oop);
+Oop needBoolean(const View& view, Oop oop);
+// The symbol of these characters, of a byte each; culprit is the error's argument.
+Oop needSymbol(Runtime& runtime, std::u16string_view name, std::initializer_list<Oop> culprit = {});
+// The symbol of a message that takes so many arguments.
+Oop needSelector(Runtime& runtime, const View& view, std::u16string_view name, size_t argumentCount);
 [[noreturn]] void failSubscript(const View& view, Oop collection, Oop index);
 
 } // namespace local

@@ -1,6 +1,7 @@
 // Class: instances, subclasses, methods.
 #include "language/collections.h"
 #include "language/compiler.h"
+#include "language/lexer.h"
 #include "language/primitives.h"
 #include "language/text.h"
 
@@ -40,14 +41,15 @@ Oop newSized(Interpreter& interpreter, Oop self, Arguments arguments) {
 
 std::string needName(const View& view, Oop oop) {
     std::u16string text = needText(view, oop);
+    std::string name(text.begin(), text.end());
     bool valid =
         !text.empty() && !(text[0] >= u'0' && text[0] <= u'9') && std::all_of(text.begin(), text.end(), [](char16_t c) {
             return (c >= u'a' && c <= u'z') || (c >= u'A' && c <= u'Z') || (c >= u'0' && c <= u'9') || c == u'_';
         });
-    if (!valid) {
+    if (!valid || isReservedWord(name)) {
         throw Failure(ErrorNumber::BadArgument, brief(view, oop) + " is not a name", {oop});
     }
-    return {text.begin(), text.end()};
+    return name;
 }
 
 // The body: of its superclass, or indexed as the second argument says.
@@ -70,7 +72,7 @@ Oop makeSubclass(Interpreter& interpreter, Oop self, Arguments arguments, bool i
     }
     uint32_t count = view.size(arguments[1]);
     std::vector<std::string> known = allVariableNames(view, self);
-    Oop variables = view.create({Array, Body::Pointer, true, 0}, count);
+    Oop variables = view.create(arrayShape, count);
     for (uint32_t i = 0; i < count; ++i) {
         std::string variable = needName(view, view.slot(arguments[1], i));
         if (std::find(known.begin(), known.end(), variable) != known.end()) {
@@ -90,16 +92,14 @@ Oop makeSubclass(Interpreter& interpreter, Oop self, Arguments arguments, bool i
         previous = found->second;
     }
     // The history is shared by all versions of a class; it ends with the newest.
-    Oop history = previous != KCI_OOP_NONE ? view.slot(previous, class_slot::history)
-                                           : view.create({Array, Body::Pointer, true, 0}, 0);
+    Oop history = previous != KCI_OOP_NONE ? view.slot(previous, class_slot::history) : view.create(arrayShape, 0);
     view.insertSlot(history, view.size(history), cls);
-    Shape dictionaryShape{Dictionary, Body::Unordered, false, 0};
     view.setSlot(cls, class_slot::name, name);
     view.setSlot(cls, class_slot::superclass, self);
     view.setSlot(cls, class_slot::body, smallIntegerOop(static_cast<int32_t>(shape.body)));
     view.setSlot(cls, class_slot::variables, variables);
-    view.setSlot(cls, class_slot::methods, view.create(dictionaryShape, 0));
-    view.setSlot(cls, class_slot::classMethods, view.create(dictionaryShape, 0));
+    view.setSlot(cls, class_slot::methods, view.create(methodDictionaryShape, 0));
+    view.setSlot(cls, class_slot::classMethods, view.create(methodDictionaryShape, 0));
     view.setSlot(cls, class_slot::indexable, booleanOop(indexable || shape.indexable));
     view.setSlot(cls, class_slot::namedSize, smallIntegerOop(static_cast<int32_t>(known.size())));
     view.setSlot(cls, class_slot::history, history);
@@ -118,7 +118,13 @@ Oop indexedSubclass(Interpreter& interpreter, Oop self, Arguments arguments) {
 Oop defineMethod(Interpreter& interpreter, Oop self, Arguments arguments, bool classSide) {
     const View& view = interpreter.view;
     std::u16string source = needText(view, arguments[0]);
-    CompiledMethod compiled = compileMethod(interpreter.runtime, view, self, classSide, source);
+    CompiledMethod compiled;
+    try {
+        compiled = compileMethod(interpreter.runtime, view, self, classSide, source);
+    } catch (Failure& failure) {
+        failure.message += " (in a method of class " + className(view, self) + ")";
+        throw;
+    }
     Oop selector = interpreter.runtime.symbol(compiled.selector);
     addMethod(interpreter.runtime, view, self, classSide, selector, compiled.code, newText(view, source));
     return selector;
@@ -134,8 +140,7 @@ Oop classMethod(Interpreter& interpreter, Oop self, Arguments arguments) {
 
 Oop removeMethod(Interpreter& interpreter, Oop self, Arguments arguments) {
     const View& view = interpreter.view;
-    std::u16string name = needText(view, arguments[0]);
-    Oop selector = interpreter.runtime.symbol(std::string(name.begin(), name.end()));
+    Oop selector = needSymbol(interpreter.runtime, needText(view, arguments[0]), {arguments[0]});
     Oop methods = view.slot(self, kernel::class_slot::methods);
     std::optional<uint32_t> position = findKey(view, methods, selector);
     if (!position) {
@@ -152,6 +157,12 @@ Oop classSlot(Interpreter& interpreter, Oop self, Arguments) {
     return interpreter.view.slot(self, index);
 }
 
+// Code that changes the answer does not change the class.
+template <uint32_t index>
+Oop copyOfClassSlot(Interpreter& interpreter, Oop self, Arguments) {
+    return copyOf(interpreter.view, interpreter.view.slot(self, index));
+}
+
 Oop inheritsFrom(Interpreter& interpreter, Oop self, Arguments arguments) {
     return booleanOop(kernel::inherits(interpreter.view, self, needClass(interpreter.view, arguments[0])));
 }
@@ -166,7 +177,7 @@ Oop sourceOf(Interpreter& interpreter, Oop self, Arguments arguments) {
 Oop selectors(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
     Oop methods = view.slot(self, kernel::class_slot::methods);
-    Oop set = view.create({kernel::Set, Body::Unordered, false, 0}, 0);
+    Oop set = kernel::newInstance(view, kernel::Set, 0);
     for (uint32_t i = 0; i < view.size(methods); ++i) {
         insertElement(view, set, view.slot(view.slot(methods, i), kernel::association_slot::key));
     }
@@ -183,8 +194,8 @@ constexpr Primitive rows[] = {
     {kernel::Class, false, "removeMethod:", removeMethod},
     {kernel::Class, false, "name", classSlot<kernel::class_slot::name>},
     {kernel::Class, false, "superclass", classSlot<kernel::class_slot::superclass>},
-    {kernel::Class, false, "variableNames", classSlot<kernel::class_slot::variables>},
-    {kernel::Class, false, "history", classSlot<kernel::class_slot::history>},
+    {kernel::Class, false, "variableNames", copyOfClassSlot<kernel::class_slot::variables>},
+    {kernel::Class, false, "history", copyOfClassSlot<kernel::class_slot::history>},
     {kernel::Class, false, "inheritsFrom:", inheritsFrom},
     {kernel::Class, false, "selectors", selectors},
     {kernel::Class, false, "sourceOf:", sourceOf},

@@ -91,7 +91,7 @@ Oop removeAll(Interpreter& interpreter, Oop self, Arguments) {
 Oop asArray(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
     Description description = view.describe(self);
-    Oop array = view.create({kernel::Array, Body::Pointer, true, 0}, description.size);
+    Oop array = view.create(kernel::arrayShape, description.size);
     for (uint32_t i = 0; i < description.size; ++i) {
         view.setSlot(array, i, view.slot(self, description.shape.named + i));
     }

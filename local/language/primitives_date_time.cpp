@@ -19,6 +19,10 @@ using std::chrono::year_month_day;
 
 constexpr int32_t millisecondsPerDay = 24 * 60 * 60 * 1000;
 
+int32_t dayCountOf(int32_t yearNumber) {
+    return year(yearNumber).is_leap() ? 366 : 365;
+}
+
 sys_days firstDayOf(int32_t yearNumber) {
     return sys_days(year(yearNumber) / 1 / 1);
 }
@@ -70,7 +74,9 @@ Oop makeDate(Interpreter& interpreter, Oop self, Arguments arguments) {
     auto day = static_cast<unsigned>(needIntegerIn(view, arguments[2], 0, 99));
     year_month_day date{year(yearNumber), std::chrono::month(month), std::chrono::day(day)};
     if (yearNumber < 1 || yearNumber > 9999 || !date.ok()) {
-        throw Failure(ErrorNumber::DateTimeOutOfRange, "there is no such day",
+        throw Failure(ErrorNumber::DateTimeOutOfRange,
+                      "year " + std::to_string(yearNumber) + ", month " + std::to_string(month) + ", day " +
+                          std::to_string(day) + " is not a date",
                       {arguments[0], arguments[1], arguments[2]});
     }
     auto dayOfYear = static_cast<int32_t>((sys_days(date) - firstDayOf(yearNumber)).count() + 1);
@@ -141,8 +147,7 @@ constexpr Primitive rows[] = {
 
 Oop newDateTime(const View& view, Oop cls, const KciDateTimeSType& value) {
     bool validYear = value.year >= 1 && value.year <= 9999;
-    int32_t dayCount = validYear && year(value.year).is_leap() ? 366 : 365;
-    if (!validYear || value.dayOfYear < 1 || value.dayOfYear > dayCount || value.milliseconds < 0 ||
+    if (!validYear || value.dayOfYear < 1 || value.dayOfYear > dayCountOf(value.year) || value.milliseconds < 0 ||
         value.milliseconds >= millisecondsPerDay) {
         throw Failure(
             ErrorNumber::DateTimeOutOfRange,
@@ -168,7 +173,8 @@ KciDateTimeSType dateTimeOf(const View& view, Oop oop) {
         }
         return smallIntegerValue(value);
     };
-    return {partOf(slot::year, 1, 9999), partOf(slot::dayOfYear, 1, 366),
+    int32_t yearNumber = partOf(slot::year, 1, 9999);
+    return {yearNumber, partOf(slot::dayOfYear, 1, dayCountOf(yearNumber)),
             partOf(slot::milliseconds, 0, millisecondsPerDay - 1), view.slot(oop, slot::timeZone)};
 }
 

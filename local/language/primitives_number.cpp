@@ -103,7 +103,13 @@ Oop remainder(Interpreter& interpreter, Oop self, Arguments arguments) {
             *result = rest != 0 && (rest < 0) != (b < 0) ? rest + b : rest;
             return false;
         },
-        [](double a, double b) { return a - b * std::floor(a / b); });
+        [](double a, double b) {
+            double rest = std::fmod(a, b);
+            if (rest == 0) {
+                return 0.0; // of either sign
+            }
+            return (rest < 0) != (b < 0) ? rest + b : rest;
+        });
 }
 
 std::partial_ordering compare(Interpreter& interpreter, Oop self, Oop argument) {
@@ -209,10 +215,6 @@ Oop printRadix(Interpreter& interpreter, Oop self, Arguments arguments) {
     return newString(interpreter.view, (value < 0 ? "-" : "") + digits);
 }
 
-Oop asCharacter(Interpreter& interpreter, Oop self, Arguments) {
-    return characterOop(static_cast<char16_t>(needIntegerIn(interpreter.view, self, 0, 0xFFFF)));
-}
-
 constexpr Primitive rows[] = {
     {kernel::Number, false, "+", add},
     {kernel::Number, false, "-", subtract},
@@ -241,7 +243,6 @@ constexpr Primitive rows[] = {
     {kernel::Integer, false, "bitAnd:", bitAnd},
     {kernel::Integer, false, "bitOr:", bitOr},
     {kernel::Integer, false, "bitXor:", bitXor},
-    {kernel::Integer, false, "asCharacter", asCharacter},
 };
 
 } // namespace

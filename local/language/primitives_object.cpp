@@ -32,8 +32,7 @@ Oop isKindOfClass(Interpreter& interpreter, Oop self, Arguments arguments) {
 
 Oop respondsTo(Interpreter& interpreter, Oop self, Arguments arguments) {
     std::u16string name = needText(interpreter.view, arguments[0]);
-    Oop selector = interpreter.runtime.symbol(std::string(name.begin(), name.end()));
-    return booleanOop(interpreter.respondsTo(self, selector));
+    return booleanOop(interpreter.respondsTo(self, needSymbol(interpreter.runtime, name, {arguments[0]})));
 }
 
 Oop identifier(Interpreter& interpreter, Oop self, Arguments) {
@@ -45,35 +44,7 @@ Oop printObject(Interpreter& interpreter, Oop self, Arguments) {
 }
 
 Oop copyObject(Interpreter& interpreter, Oop self, Arguments) {
-    const View& view = interpreter.view;
-    if (!isReference(self)) {
-        return self;
-    }
-    Description description = view.describe(self);
-    switch (description.shape.cls) {
-    case kernel::Symbol:
-    case kernel::Block:
-    case kernel::Class:
-    case kernel::Method:
-    case kernel::Process:
-        return self;
-    default:
-        break;
-    }
-    Oop copy = view.create(description.shape, description.size);
-    if (description.shape.body == Body::Byte) {
-        std::string bytes = bytesOf(view, self);
-        view.writeBytes(copy, 0, {reinterpret_cast<const ByteType*>(bytes.data()), bytes.size()});
-        return copy;
-    }
-    bool isDictionary = kernel::inherits(view, description.shape.cls, kernel::Dictionary);
-    for (uint32_t i = 0; i < description.shape.named + description.size; ++i) {
-        Oop element = view.slot(self, i);
-        // A dictionary's associations are its own.
-        bool isEntry = isDictionary && i >= description.shape.named;
-        view.setSlot(copy, i, isEntry ? copyObject(interpreter, element, {}) : element);
-    }
-    return copy;
+    return copyOf(interpreter.view, self);
 }
 
 Oop raiseError(Interpreter& interpreter, Oop self, Arguments arguments) {
@@ -84,7 +55,7 @@ Oop raiseError(Interpreter& interpreter, Oop self, Arguments arguments) {
 // perform: with the arguments that follow, or with those of an array.
 Oop performSelector(Interpreter& interpreter, Oop, Arguments arguments) {
     std::u16string name = needText(interpreter.view, arguments[0]);
-    Oop selector = interpreter.runtime.symbol(std::string(name.begin(), name.end()));
+    Oop selector = needSelector(interpreter.runtime, interpreter.view, name, arguments.size() - 1);
     return interpreter.callSelector(selector, arguments.subspan(1));
 }
 
@@ -117,19 +88,12 @@ Oop negate(Interpreter&, Oop self, Arguments) {
     return booleanOop(self == KCI_OOP_FALSE);
 }
 
-Oop needBoolean(Interpreter& interpreter, Oop oop) {
-    if (!isBoolean(oop)) {
-        throw Failure(ErrorNumber::NotBoolean, brief(interpreter.view, oop) + " is not a Boolean", {oop});
-    }
-    return oop;
-}
-
 Oop both(Interpreter& interpreter, Oop self, Arguments arguments) {
-    return booleanOop(self == KCI_OOP_TRUE && needBoolean(interpreter, arguments[0]) == KCI_OOP_TRUE);
+    return booleanOop(self == KCI_OOP_TRUE && needBoolean(interpreter.view, arguments[0]) == KCI_OOP_TRUE);
 }
 
 Oop either(Interpreter& interpreter, Oop self, Arguments arguments) {
-    return booleanOop(self == KCI_OOP_TRUE || needBoolean(interpreter, arguments[0]) == KCI_OOP_TRUE);
+    return booleanOop(self == KCI_OOP_TRUE || needBoolean(interpreter.view, arguments[0]) == KCI_OOP_TRUE);
 }
 
 Oop characterCode(Interpreter&, Oop self, Arguments) {
@@ -145,10 +109,7 @@ Oop characterAsString(Interpreter& interpreter, Oop self, Arguments) {
 }
 
 Oop associate(Interpreter& interpreter, Oop self, Arguments arguments) {
-    Oop association = interpreter.view.create({kernel::Association, Body::Pointer, false, 2}, 0);
-    interpreter.view.setSlot(association, kernel::association_slot::key, self);
-    interpreter.view.setSlot(association, kernel::association_slot::value, arguments[0]);
-    return association;
+    return newAssociation(interpreter.view, self, arguments[0]);
 }
 
 constexpr Primitive rows[] = {
@@ -183,6 +144,38 @@ constexpr Primitive rows[] = {
 };
 
 } // namespace
+
+Oop copyOf(const View& view, Oop oop) {
+    if (!isReference(oop)) {
+        return oop;
+    }
+    Description description = view.describe(oop);
+    switch (description.shape.cls) {
+    case kernel::Symbol:
+    case kernel::Block:
+    case kernel::Class:
+    case kernel::Method:
+    case kernel::MethodDictionary:
+    case kernel::Process:
+        return oop;
+    default:
+        break;
+    }
+    Oop copy = view.create(description.shape, description.size);
+    if (description.shape.body == Body::Byte) {
+        std::string bytes = bytesOf(view, oop);
+        view.writeBytes(copy, 0, {reinterpret_cast<const ByteType*>(bytes.data()), bytes.size()});
+        return copy;
+    }
+    bool isDictionary = kernel::inherits(view, description.shape.cls, kernel::Dictionary);
+    for (uint32_t i = 0; i < description.shape.named + description.size; ++i) {
+        Oop element = view.slot(oop, i);
+        // A dictionary's associations are its own.
+        bool isEntry = isDictionary && i >= description.shape.named;
+        view.setSlot(copy, i, isEntry ? copyOf(view, element) : element);
+    }
+    return copy;
+}
 
 std::span<const Primitive> objectPrimitives() {
     return rows;

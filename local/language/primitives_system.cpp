@@ -5,7 +5,6 @@
 #include "language/text.h"
 
 #include <algorithm>
-#include <ctime>
 
 namespace local {
 
@@ -14,8 +13,7 @@ namespace {
 using Arguments = std::span<const Oop>;
 
 Oop commit(Interpreter& interpreter, Oop, Arguments) {
-    ++interpreter.runtime.methodEpoch;
-    return booleanOop(interpreter.runtime.store.commit(interpreter.facts.id));
+    return booleanOop(interpreter.runtime.commit(interpreter.facts.id));
 }
 
 Oop abortTransaction(Interpreter& interpreter, Oop self, Arguments) {
@@ -80,9 +78,7 @@ Oop signalError(Interpreter& interpreter, Oop, Arguments arguments) {
 }
 
 Oop milliseconds(Interpreter& interpreter, Oop, Arguments) {
-    timespec time{};
-    clock_gettime(CLOCK_MONOTONIC, &time);
-    return newInteger(interpreter.view, int64_t{time.tv_sec} * 1000 + time.tv_nsec / 1000000);
+    return newInteger(interpreter.view, Interpreter::monotonicMilliseconds());
 }
 
 Oop collectGarbage(Interpreter& interpreter, Oop self, Arguments) {
@@ -95,7 +91,7 @@ Oop objectCount(Interpreter& interpreter, Oop, Arguments) {
 }
 
 Oop globalNames(Interpreter& interpreter, Oop, Arguments) {
-    Oop names = interpreter.view.create({kernel::Set, Body::Unordered, false, 0}, 0);
+    Oop names = kernel::newInstance(interpreter.view, kernel::Set, 0);
     for (const auto& [name, value] : interpreter.globals) {
         insertElement(interpreter.view, names, name);
     }

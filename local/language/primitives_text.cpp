@@ -104,18 +104,26 @@ Oop copyRange(Interpreter& interpreter, Oop self, Arguments arguments) {
     if (first < 1 || last > count) {
         failSubscript(view, self, first < 1 ? arguments[0] : arguments[1]);
     }
-    std::u16string units = textOf(view, self);
-    return newLike(view, self,
-                   first > last ? u""
-                                : units.substr(static_cast<size_t>(first - 1), static_cast<size_t>(last - first + 1)));
+    uint32_t length = first > last ? 0 : static_cast<uint32_t>(last - first + 1);
+    return newLike(view, self, textOf(view, self, static_cast<uint32_t>(first - 1), length));
 }
 
 // The first position at or after a given one at which a text occurs; 0 for none.
 Oop indexOfText(Interpreter& interpreter, Oop self, Arguments arguments) {
     const View& view = interpreter.view;
-    int32_t start = needIntegerIn(view, arguments[1], 1, Store::maxBytes + 1);
-    size_t found = textOf(view, self).find(needText(view, arguments[0]), static_cast<size_t>(start - 1));
-    return smallIntegerOop(found == std::u16string::npos ? 0 : static_cast<int32_t>(found + 1));
+    std::u16string wanted = needText(view, arguments[0]);
+    auto wantedSize = static_cast<uint32_t>(wanted.size());
+    auto first = static_cast<uint32_t>(needIntegerIn(view, arguments[1], 1, Store::maxBytes + 1) - 1);
+    uint32_t end = unitCount(view, self);
+    // Read in pieces that grow: what is near is found without a copy of the whole text.
+    for (uint32_t length = 256 + wantedSize; first + wantedSize <= end; length *= 2) {
+        std::u16string piece = textOf(view, self, first, std::min(length, end - first));
+        if (size_t found = piece.find(wanted); found != std::u16string::npos) {
+            return smallIntegerOop(static_cast<int32_t>(first + found + 1));
+        }
+        first += static_cast<uint32_t>(piece.size()) - wantedSize + 1;
+    }
+    return smallIntegerOop(0);
 }
 
 Oop less(Interpreter& interpreter, Oop self, Arguments arguments) {
@@ -137,11 +145,7 @@ Oop changeCase(Interpreter& interpreter, Oop self, Arguments) {
 }
 
 Oop asSymbol(Interpreter& interpreter, Oop self, Arguments) {
-    std::u16string units = textOf(interpreter.view, self);
-    if (std::any_of(units.begin(), units.end(), [](char16_t c) { return c > 0xFF; })) {
-        throw Failure(ErrorNumber::BadArgument, "a symbol holds single-byte characters only", {self});
-    }
-    return interpreter.runtime.symbol(std::string(units.begin(), units.end()));
+    return needSymbol(interpreter.runtime, textOf(interpreter.view, self), {self});
 }
 
 Oop asString(Interpreter& interpreter, Oop self, Arguments) {

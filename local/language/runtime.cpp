@@ -79,7 +79,21 @@ Oop Runtime::kernelGlobal(Oop name) const {
     return found == kernelGlobals.end() ? KCI_OOP_NONE : found->second;
 }
 
-void Runtime::addRoots(const std::function<void(Oop)>& mark) const {
+bool Runtime::commit(SessionId session) {
+    ++methodEpoch;
+    codes.startMarking();
+    return store.commit(session,
+                        [this](Oop, Oop cls, Oop firstSlot, const Mark& mark) { visitCode(cls, firstSlot, mark); });
+}
+
+void Runtime::visitCode(Oop cls, Oop firstSlot, const Mark& mark) {
+    if ((cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot) &&
+        smallIntegerValue(firstSlot) >= 0) {
+        codes.mark(smallIntegerValue(firstSlot), mark);
+    }
+}
+
+void Runtime::addRoots(const Mark& mark) const {
     for (const auto& [name, oop] : kernelGlobals) {
         mark(name);
     }
@@ -94,7 +108,6 @@ void Runtime::makeClasses() {
     for (const kernel::ClassRow& row : kernel::classRows) {
         store.createAt(row.oop, kernel::classShape, 0);
     }
-    Shape dictionaryShape{kernel::Dictionary, Body::Unordered, false, 0};
     for (const kernel::ClassRow& row : kernel::classRows) {
         using namespace kernel;
         std::vector<Oop> names;
@@ -104,25 +117,25 @@ void Runtime::makeClasses() {
             rest.remove_prefix(std::min(end + 1, rest.size()));
         }
         auto count = static_cast<int32_t>(names.size());
-        Oop variables = view.create({Array, Body::Pointer, true, 0}, static_cast<uint32_t>(count));
+        Oop variables = view.create(arrayShape, static_cast<uint32_t>(count));
         for (uint32_t i = 0; i < names.size(); ++i) {
             view.setSlot(variables, i, names[i]);
         }
-        Oop history = view.create({Array, Body::Pointer, true, 0}, 1);
+        Oop history = view.create(arrayShape, 1);
         view.setSlot(history, 0, row.oop);
         view.setSlot(row.oop, class_slot::name, symbol(row.name));
         view.setSlot(row.oop, class_slot::superclass, row.superclass);
         view.setSlot(row.oop, class_slot::body, smallIntegerOop(static_cast<int32_t>(row.body)));
         view.setSlot(row.oop, class_slot::variables, variables);
-        view.setSlot(row.oop, class_slot::methods, view.create(dictionaryShape, 0));
-        view.setSlot(row.oop, class_slot::classMethods, view.create(dictionaryShape, 0));
+        view.setSlot(row.oop, class_slot::methods, view.create(methodDictionaryShape, 0));
+        view.setSlot(row.oop, class_slot::classMethods, view.create(methodDictionaryShape, 0));
         view.setSlot(row.oop, class_slot::indexable, booleanOop(row.indexable));
         view.setSlot(row.oop, class_slot::namedSize, smallIntegerOop(count)); // no kernel class inherits variables
         view.setSlot(row.oop, class_slot::history, history);
         kernelGlobals[symbol(row.name)] = row.oop;
     }
     store.createAt(kernel::systemObject, {kernel::System, Body::Pointer, false, 0}, 0);
-    store.createAt(kernel::sharedDictionary, dictionaryShape, 0);
+    store.createAt(kernel::sharedDictionary, {kernel::Dictionary, Body::Unordered, false, 0}, 0);
     store.createAt(kernel::errorCategory, {kernel::ErrorCategory, Body::Pointer, false, 0}, 0);
     for (Oop oop : kernel::plainObjects) {
         store.createAt(oop, {kernel::KernelObject, Body::Pointer, false, 0}, 0);

@@ -24,7 +24,11 @@ public:
     Oop symbol(std::string_view name);
     // A kernel class or object by its global name; 0 when the kernel has none of this name.
     Oop kernelGlobal(Oop name) const;
-    void addRoots(const std::function<void(Oop)>& mark) const;
+    // What the session's changes make known to all takes along the literals of the code that it leads to.
+    bool commit(SessionId session);
+    void addRoots(const Mark& mark) const;
+    // Marks what an object refers to outside the store, in the code that it stands for.
+    void visitCode(Oop cls, Oop firstSlot, const Mark& mark);
     void sweepSymbols(const std::function<bool(Oop)>& isLive);
 
 private:

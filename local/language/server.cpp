@@ -5,24 +5,32 @@
 #include "language/text.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <cstdlib>
 #include <ctime>
 #include <new>
 
 namespace local {
 
-using namespace std::string_view_literals;
-
 namespace {
 
 constexpr size_t maxSessions = 100;
 constexpr size_t maxSuspended = 100;
 constexpr uint32_t defaultSliceSteps = 20000;
+constexpr uint32_t maxSliceSteps = 1000000000;
+
+// Outside the engine, because whoever asks for a break cannot know whether there still is one.
+std::array<BreakCell, maxSessions> breakCells;
 
 // Names and passwords: KCILOCAL_USERS holds name:password pairs separated by semicolons.
 bool isKnownUser(std::string_view user, std::string_view password) {
     const char* set = std::getenv("KCILOCAL_USERS");
     std::string_view rest = set != nullptr && *set != '\0' ? set : "guest:guest";
+    if (rest.find(':') == std::string_view::npos) {
+        throw Failure(ErrorNumber::LoginDenied,
+                      "login to the local store denied: KCILOCAL_USERS holds no pair of the form name:password");
+    }
     while (!rest.empty()) {
         std::string_view entry = rest.substr(0, rest.find(';'));
         rest.remove_prefix(std::min(entry.size() + 1, rest.size()));
@@ -37,8 +45,17 @@ bool isKnownUser(std::string_view user, std::string_view password) {
 // Instructions per poll; KCILOCAL_SLICE sets it.
 uint32_t initialSliceSteps() {
     const char* set = std::getenv("KCILOCAL_SLICE");
-    long steps = set != nullptr ? std::strtol(set, nullptr, 10) : 0;
-    return steps >= 1 && steps <= 1000000000 ? static_cast<uint32_t>(steps) : defaultSliceSteps;
+    if (set == nullptr || *set == '\0') {
+        return defaultSliceSteps;
+    }
+    std::string_view text = set;
+    uint32_t steps = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), steps);
+    if (error != std::errc() || end != text.data() + text.size() || steps < 1 || steps > maxSliceSteps) {
+        throw Failure(ErrorNumber::BadArgument, "KCILOCAL_SLICE is '" + std::string(text) +
+                                                    "', not a number from 1 to " + std::to_string(maxSliceSteps));
+    }
+    return steps;
 }
 
 void sleepOneMillisecond() {
@@ -71,8 +88,10 @@ Reply Engine::handle(const Request& request) {
     return state->handle(request);
 }
 
-void Engine::requestBreak(bool hard) {
-    state->breakRequest = static_cast<int>(hard ? ErrorNumber::HardBreak : ErrorNumber::SoftBreak);
+void Engine::requestBreak(SessionId session, bool hard) {
+    for (BreakCell& cell : breakCells) {
+        cell.request(session, hard);
+    }
 }
 
 Reply Engine::State::handle(const Request& request) {
@@ -135,8 +154,7 @@ void Engine::State::dispatch(const Request& request, Reply& reply) {
         continueProcess(session, request, reply);
         break;
     case RequestKind::Commit:
-        ++runtime.methodEpoch;
-        reply.integer = runtime.store.commit(request.session) ? 1 : 0;
+        reply.integer = runtime.commit(request.session) ? 1 : 0;
         break;
     case RequestKind::Abort:
         runtime.store.abort(request.session, kernel::Scope);
@@ -156,10 +174,11 @@ void Engine::State::login(const Request& request, Reply& reply) {
         throw Failure(ErrorNumber::TooManySessions,
                       "the local store has at most " + std::to_string(maxSessions) + " sessions");
     }
+    SessionFacts facts{std::string(request.text), lastSession + 1, initialSliceSteps()};
     SessionId id = ++lastSession;
     runtime.store.openSession(id);
-    sessions[id] =
-        std::make_unique<ServerSession>(runtime, SessionFacts{std::string(request.text), id, initialSliceSteps()});
+    auto& freeCell = *std::find_if(breakCells.begin(), breakCells.end(), [](auto& cell) { return cell.isFree(); });
+    sessions[id] = std::make_unique<ServerSession>(runtime, std::move(facts), freeCell);
     reply.integer = id;
 }
 
@@ -175,25 +194,15 @@ void Engine::State::start(ServerSession& session, const Request& request) {
     if (session.running) {
         throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
     }
-    breakRequest = 0; // it was meant for an earlier call
+    session.breakCell.take(); // it was meant for an earlier call
     auto process = std::make_unique<Process>();
     Interpreter& interpreter = session.interpreter;
     // What is wrong with the source or the message shows at the first poll, as other errors of a call do.
     try {
+        needValues(interpreter.view, {&request.object, 1});
+        needValues(interpreter.view, request.objects);
         if (request.kind == RequestKind::StartSend) {
-            std::u16string name = decodeText(request.text);
-            Oop selector = runtime.symbol(std::string(name.begin(), name.end()));
-            auto colons = static_cast<size_t>(std::count(name.begin(), name.end(), u':'));
-            bool isOperator =
-                !name.empty() && colons == 0 && u"+-*/\\<>=~,@%&?|"sv.find(name[0]) != std::u16string::npos;
-            size_t expected = isOperator ? 1 : colons;
-            if (request.objects.size() != expected) {
-                throw Failure(ErrorNumber::BadMessageParts,
-                              "the message " + brief(interpreter.view, selector) + " takes " +
-                                  std::to_string(expected) + " arguments, not " +
-                                  std::to_string(request.objects.size()),
-                              {selector});
-            }
+            Oop selector = needSelector(runtime, interpreter.view, decodeText(request.text), request.objects.size());
             interpreter.startSend(*process, request.object, selector, request.objects);
         } else {
             std::string source(request.text);
@@ -207,20 +216,23 @@ void Engine::State::start(ServerSession& session, const Request& request) {
         }
     } catch (...) {
         Interpreter::suspend(*process, caughtFailure(), false);
+        process->stack.clear(); // nothing began that could be continued
     }
     session.running = std::move(process);
 }
 
 Outcome Engine::State::runSlice(ServerSession& session) {
-    if (int number = breakRequest.exchange(0);
-        number != 0 && !session.running->failure && !session.running->frames.empty()) {
-        bool hard = number == static_cast<int>(ErrorNumber::HardBreak);
-        Interpreter::suspend(*session.running,
-                             Failure(static_cast<ErrorNumber>(number), hard ? "hard break" : "soft break"), false);
+    Process& process = *session.running;
+    bool canBreak = !process.failure && (process.wakeAt != 0 || !process.frames.empty());
+    if (uint32_t asked = canBreak ? session.breakCell.take() : 0; asked != 0) {
+        Interpreter::suspend(process,
+                             asked == 2 ? Failure(ErrorNumber::HardBreak, "hard break")
+                                        : Failure(ErrorNumber::SoftBreak, "soft break"),
+                             false);
     }
     uint32_t steps = session.facts.sliceSteps;
     for (;;) {
-        Outcome outcome = session.interpreter.run(*session.running, steps);
+        Outcome outcome = session.interpreter.run(process, steps);
         if (outcome != Outcome::Progressed || steps == 0) {
             return outcome;
         }
@@ -245,14 +257,14 @@ void Engine::State::continueProcess(ServerSession& session, const Request& reque
         throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
     }
     Oop value = request.secondObject;
-    if (value != KCI_OOP_ILLEGAL && !isImmediate(value) && !session.interpreter.view.exists(value)) {
-        throw NoSuchObject{value};
+    if (value != KCI_OOP_ILLEGAL) {
+        needValues(session.interpreter.view, {&value, 1});
     }
     auto found = session.suspended.find(request.object);
     if (found == session.suspended.end()) {
         throw Failure(ErrorNumber::BadArgument, "the object is no suspended process", {request.object});
     }
-    breakRequest = 0;
+    session.breakCell.take();
     session.running = std::move(found->second);
     forgetProcess(session, request.object);
     session.interpreter.resume(*session.running, value);
@@ -266,54 +278,52 @@ void Engine::State::continueProcess(ServerSession& session, const Request& reque
     finish(session, outcome, reply);
 }
 
-// Ends the running call: its result is exported, or its error reported and its process kept.
+// Ends the running call, whatever happens here: its result is exported, or its error reported and its process kept.
 void Engine::State::finish(ServerSession& session, Outcome outcome, Reply& reply) {
     SessionId id = session.facts.id;
+    std::unique_ptr<Process> process = std::move(session.running);
     if (outcome == Outcome::Finished) {
-        reply.object = Interpreter::resultOf(*session.running);
+        reply.object = Interpreter::resultOf(*process);
         if (isReference(reply.object)) {
             runtime.store.exportObject(id, reply.object);
         }
-        if (Oop process = session.running->oop; process != KCI_OOP_NONE) {
-            runtime.store.release(id, process);
+        if (process->oop != KCI_OOP_NONE) {
+            runtime.store.release(id, process->oop);
         }
-        session.running.reset();
         return;
     }
-    Failure failure = *session.running->failure;
+    Failure failure = *process->failure;
     // A call that never began cannot be continued.
-    bool began = session.running->failureTakesResult || !session.running->frames.empty();
+    bool began = process->failureTakesResult || !process->stack.empty();
     Oop context = nil;
     if (began) {
         try {
-            context = keepSuspended(session);
+            context = keepSuspended(session, std::move(process));
         } catch (const StoreFull&) {
             context = nil;
         }
     }
-    session.running.reset();
     fail(reply, failure.number, failure.message, failure.arguments, context);
 }
 
-Oop Engine::State::keepSuspended(ServerSession& session) {
+Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process> process) {
     const View& view = session.interpreter.view;
-    Process& process = *session.running;
-    if (process.oop == KCI_OOP_NONE) {
-        process.oop = kernel::newInstance(view, kernel::Process, 0);
+    if (process->oop == KCI_OOP_NONE) {
+        process->oop = kernel::newInstance(view, kernel::Process, 0);
     }
-    const Failure& failure = *process.failure;
+    const Failure& failure = *process->failure;
     Oop arguments =
         view.create({kernel::Array, Body::Pointer, true, 0}, static_cast<uint32_t>(failure.arguments.size()));
     for (uint32_t i = 0; i < failure.arguments.size(); ++i) {
         view.setSlot(arguments, i, failure.arguments[i]);
     }
-    Oop oop = process.oop;
+    Oop oop = process->oop;
     view.setSlot(oop, 0, smallIntegerOop(static_cast<int32_t>(failure.number)));
     view.setSlot(oop, 1, newText(view, decodeText(failure.message)));
     view.setSlot(oop, 2, arguments);
     runtime.store.exportObject(session.facts.id, oop);
     runtime.store.forgetChange(session.facts.id, oop);
-    session.suspended[oop] = std::move(session.running);
+    session.suspended[oop] = std::move(process);
     session.suspendedInOrder.push_back(oop);
     if (session.suspendedInOrder.size() > maxSuspended) {
         Oop oldest = session.suspendedInOrder.front();
@@ -330,7 +340,8 @@ void Engine::State::forgetProcess(ServerSession& session, Oop process) {
 
 // --- collection ----------------------------------------------------------------------------------------------------
 
-void Engine::State::addRoots(const std::function<void(Oop)>& mark) {
+void Engine::State::addRoots(const Mark& mark) {
+    runtime.codes.startMarking();
     runtime.addRoots(mark);
     for (const auto& [id, session] : sessions) {
         session->interpreter.addRoots(mark);
@@ -340,7 +351,7 @@ void Engine::State::addRoots(const std::function<void(Oop)>& mark) {
     }
 }
 
-void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const std::function<void(Oop)>& mark) {
+void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const Mark& mark) {
     if (cls == kernel::Process) {
         // A suspended process lives as long as the object that stands for it.
         for (const auto& [id, session] : sessions) {
@@ -349,15 +360,13 @@ void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const std::function<v
             }
         }
     }
-    if ((cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot) &&
-        smallIntegerValue(firstSlot) >= 0) {
-        runtime.codes.mark(smallIntegerValue(firstSlot), mark);
-    }
+    runtime.visitCode(cls, firstSlot, mark);
 }
 
 void Engine::State::swept(const std::function<bool(Oop)>& isLive) {
     for (const auto& [id, session] : sessions) {
         std::erase_if(session->suspended, [&](const auto& item) { return !isLive(item.first); });
+        std::erase_if(session->freshObjects, [&](Oop oop) { return !isLive(oop); });
         std::erase_if(session->suspendedInOrder, [&](Oop oop) { return !isLive(oop); });
     }
     runtime.codes.sweep();

@@ -19,6 +19,17 @@ int continuationCount(ByteType lead) {
     return lead >= 0xF0 && lead <= 0xF4 ? 3 : -1;
 }
 
+std::u16string readUnits(const View& view, Oop oop, bool wide, uint32_t first, uint32_t count) {
+    if (!wide) {
+        std::string bytes(count, '\0');
+        bytes.resize(view.readBytes(oop, first, {reinterpret_cast<ByteType*>(bytes.data()), count}));
+        return widen(bytes);
+    }
+    std::u16string units(count, u'\0');
+    units.resize(view.readBytes(oop, first * 2, {reinterpret_cast<ByteType*>(units.data()), size_t{count} * 2}) / 2);
+    return units;
+}
+
 } // namespace
 
 std::u16string decodeText(std::string_view bytes) {
@@ -92,12 +103,12 @@ std::string bytesOf(const View& view, Oop oop) {
 }
 
 std::u16string textOf(const View& view, Oop oop) {
-    if (!isDoubleByte(view, oop)) {
-        return widen(bytesOf(view, oop));
-    }
-    std::u16string units(view.size(oop) / 2, u'\0');
-    view.readBytes(oop, 0, {reinterpret_cast<ByteType*>(units.data()), units.size() * 2});
-    return units;
+    bool wide = isDoubleByte(view, oop);
+    return readUnits(view, oop, wide, 0, view.size(oop) / (wide ? 2 : 1));
+}
+
+std::u16string textOf(const View& view, Oop oop, uint32_t first, uint32_t count) {
+    return readUnits(view, oop, isDoubleByte(view, oop), first, count);
 }
 
 Oop newString(const View& view, std::string_view ascii) {

@@ -18,6 +18,8 @@ std::string_view truncated(std::string_view text, size_t limit);
 bool isText(const View& view, Oop oop);       // String, Symbol or DoubleByteString
 bool isDoubleByte(const View& view, Oop oop); // a kind of DoubleByteString
 std::u16string textOf(const View& view, Oop oop);
+// A part of it: at most count characters from the first one, counted from 0.
+std::u16string textOf(const View& view, Oop oop, uint32_t first, uint32_t count);
 // The bytes of a byte object.
 std::string bytesOf(const View& view, Oop oop);
 // A String when every unit fits a byte, else a DoubleByteString.

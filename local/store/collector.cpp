@@ -1,4 +1,4 @@
-// Collects what no session, no suspended process and no kernel object reaches.
+// Collects what no session, no suspended process and no kernel object reaches, and finds what a commit publishes.
 #include "store/store.h"
 
 #include <algorithm>
@@ -7,10 +7,11 @@ namespace local {
 
 void Store::collect(Roots& roots) {
     std::vector<Oop> pending;
-    const std::function<void(Oop)> mark = [&](Oop oop) {
+    ++marking;
+    const Mark mark = [&](Oop oop) {
         uint32_t index = indexOf(oop);
-        if (isReference(oop) && index < entries.size() && entries[index].object && !entries[index].marked) {
-            entries[index].marked = true;
+        if (isReference(oop) && index < entries.size() && entries[index].object && !isMarked(oop)) {
+            entries[index].marked = marking;
             pending.push_back(oop);
         }
     };
@@ -21,36 +22,55 @@ void Store::collect(Roots& roots) {
         std::for_each(state.exported.begin(), state.exported.end(), mark);
     }
     roots.addRoots(mark);
-    markFrom(pending, roots, mark);
-    roots.swept([this](Oop oop) { return indexOf(oop) < entries.size() && entries[indexOf(oop)].marked; });
+    markFrom(
+        pending, [&](Oop oop, Oop cls, Oop firstSlot, const Mark&) { roots.visit(oop, cls, firstSlot, mark); }, mark);
+    roots.swept([this](Oop oop) { return isMarked(oop); });
     sweep();
     // Not so late that garbage alone could fill the store, and never at once again.
     size_t next = memoryUsed + std::clamp<size_t>(memoryUsed / 2, 4u << 20, 64u << 20);
     collectAt = std::min(next, std::max(memoryLimit - maxBytes, memoryUsed + (8u << 20)));
 }
 
-// Every version of a marked object is followed: what one session has dropped another may still see.
-void Store::markFrom(std::vector<Oop>& pending, Roots& roots, const std::function<void(Oop)>& mark) {
-    auto follow = [&](Oop oop, const Object& object) {
-        mark(object.shape.cls);
-        for (Oop value : object.slots) {
-            if (isReference(value)) {
-                mark(value);
-            }
-        }
-        if (!object.slots.empty()) {
-            roots.visit(oop, object.shape.cls, object.slots.front(), mark);
+// Marks the session's private objects that its changes lead to.
+void Store::markReached(SessionId session, const Visit& visit) {
+    std::vector<Oop> pending;
+    ++marking;
+    const Mark mark = [&](Oop oop) {
+        if (isReference(oop) && indexOf(oop) < entries.size() && entries[indexOf(oop)].owner == session &&
+            !isMarked(oop)) {
+            entries[indexOf(oop)].marked = marking;
+            pending.push_back(oop);
         }
     };
+    for (const auto& [oop, copy] : sessions.at(session).writeSet) {
+        follow(oop, *copy.object, visit, mark);
+    }
+    markFrom(pending, visit, mark);
+}
+
+void Store::follow(Oop oop, const Object& object, const Visit& visit, const Mark& mark) {
+    mark(object.shape.cls);
+    for (Oop value : object.slots) {
+        if (isReference(value)) {
+            mark(value);
+        }
+    }
+    if (!object.slots.empty()) {
+        visit(oop, object.shape.cls, object.slots.front(), mark);
+    }
+}
+
+// Every version of a marked object is followed: what one session has dropped another may still see.
+void Store::markFrom(std::vector<Oop>& pending, const Visit& visit, const Mark& mark) {
     while (!pending.empty()) {
         Oop oop = pending.back();
         pending.pop_back();
         const Entry& entry = entries[indexOf(oop)];
-        follow(oop, *entry.object);
+        follow(oop, *entry.object, visit, mark);
         if (entry.copies != 0) {
             for (const auto& [session, state] : sessions) {
                 if (auto copy = state.writeSet.find(oop); copy != state.writeSet.end()) {
-                    follow(oop, *copy->second.object);
+                    follow(oop, *copy->second.object, visit, mark);
                 }
             }
         }
@@ -58,7 +78,7 @@ void Store::markFrom(std::vector<Oop>& pending, Roots& roots, const std::functio
 }
 
 void Store::sweep() {
-    auto isDead = [this](Oop oop) { return !entries[indexOf(oop)].marked; };
+    auto isDead = [this](Oop oop) { return !isMarked(oop); };
     for (auto& [session, state] : sessions) {
         std::erase_if(state.created, isDead);
         std::erase_if(state.writeSet, [&](const auto& item) {
@@ -71,13 +91,12 @@ void Store::sweep() {
     }
     for (uint32_t index = 0; index < entries.size(); ++index) {
         Entry& entry = entries[index];
-        if (entry.object && !entry.marked) {
+        if (entry.object && entry.marked != marking) {
+            freeIndices.push_back(index);
             memoryUsed -= entry.object->memory();
             --liveObjects;
             entry = Entry{};
-            freeIndices.push_back(index);
         }
-        entry.marked = false;
     }
 }
 

@@ -79,7 +79,7 @@ void Store::noteChange(const Entry& entry, SessionId session, Oop oop) {
 void Store::reserve(size_t bytes) {
     if (memoryUsed + bytes > memoryLimit) {
         collectAt = 0;
-        throw StoreFull{};
+        throw StoreFull{.wholeStore = true};
     }
 }
 
@@ -223,20 +223,24 @@ uint32_t Store::readSlots(SessionId session, Oop oop, uint32_t start, std::span<
     return static_cast<uint32_t>(count);
 }
 
-bool Store::commit(SessionId session) {
+bool Store::commit(SessionId session, const Visit& visit) {
     Session& writer = sessions.at(session);
     for (const auto& [oop, copy] : writer.writeSet) {
         if (entries[indexOf(oop)].object->version != copy.baseVersion) {
             return false;
         }
     }
+    markReached(session, visit);
     ++commitCount;
-    for (Oop oop : writer.created) {
+    std::erase_if(writer.created, [&](Oop oop) {
+        if (!isMarked(oop)) {
+            return false;
+        }
         Entry& entry = entries[indexOf(oop)];
         entry.owner = systemSession;
         entry.object->version = commitCount;
-    }
-    writer.created.clear();
+        return true;
+    });
     for (auto& [oop, copy] : writer.writeSet) {
         Entry& entry = entries[indexOf(oop)];
         memoryUsed -= entry.object->memory();

@@ -1,7 +1,7 @@
 // The object store: objects by identifier, seen through one view per session.
 //
-// An object made by a session is private to it until the session commits; then everyone sees it. A change to an object
-// that others see goes into the session's write set, a copy of its own, and is published by commit or dropped by abort.
+// An object made by a session is private to it. A change to an object that others see goes into the session's write
+// set, a copy of its own, and is dropped by abort or published by commit, with the private objects that it leads to.
 // No pointer into the store leaves it. Nothing here is thread-safe: one thread at a time.
 #pragma once
 
@@ -44,7 +44,13 @@ struct NoSuchObject {
 };
 
 // Thrown when an object or the whole store would exceed its limit.
-struct StoreFull {};
+struct StoreFull {
+    bool wholeStore = false;
+};
+
+using Mark = std::function<void(Oop)>;
+// Told of an object, marks what the object keeps for one outside the store.
+using Visit = std::function<void(Oop oop, Oop cls, Oop firstSlot, const Mark& mark)>;
 
 class Store {
 public:
@@ -77,7 +83,8 @@ public:
     uint32_t readSlots(SessionId session, Oop oop, uint32_t start, std::span<Oop> destination) const;
 
     // FALSE: another session committed a change to one of the objects first; nothing was published.
-    bool commit(SessionId session);
+    bool commit(
+        SessionId session, const Visit& visit = [](Oop, Oop, Oop, const Mark&) {});
     // Objects of the kept class keep their changes: the running computation's own data is no part of a transaction.
     void abort(SessionId session, Oop keptClass);
 
@@ -90,16 +97,17 @@ public:
     bool isTracking(SessionId session) const { return sessions.at(session).tracking; }
     // Moves changed identifiers into destination and answers how many; *more tells whether some remain.
     uint32_t takeChanged(SessionId session, std::span<Oop> destination, bool* more);
+    bool isChanged(SessionId session, Oop oop) const { return sessions.at(session).changed.contains(oop); }
     void forgetChange(SessionId session, Oop oop) { sessions.at(session).changed.erase(oop); }
 
-    // Mark and sweep. The language's roots come through addRoots, which calls mark for each; visit tells it of every
-    // live object, so that it can mark what it keeps for one outside the store. Call it only where every identifier in
-    // use is reachable from these, from an export set or from an object that is.
+    // Mark and sweep. The language's roots come through addRoots, which calls mark for each; visit is called for
+    // every live object. Call it only where every identifier in use is reachable from these, from an export set or from
+    // an object that is. When memory runs out midway, all that lives is still there, and the next collection is whole.
     class Roots {
     public:
         virtual ~Roots() = default;
-        virtual void addRoots(const std::function<void(Oop)>& mark) = 0;
-        virtual void visit(Oop oop, Oop cls, Oop firstSlot, const std::function<void(Oop)>& mark) = 0;
+        virtual void addRoots(const Mark& mark) = 0;
+        virtual void visit(Oop oop, Oop cls, Oop firstSlot, const Mark& mark) = 0;
         virtual void swept(const std::function<bool(Oop)>& isLive) = 0;
     };
     bool collectionDue() const { return memoryUsed >= collectAt; }
@@ -123,7 +131,7 @@ private:
         SessionId owner = systemSession; // who alone sees it; the system's objects are seen by all
         uint16_t copies = 0;             // write sets that hold a copy
         uint16_t exports = 0;            // export sets that hold it
-        bool marked = false;
+        uint32_t marked = 0;             // in this round of marking last
     };
     struct Copy {
         std::unique_ptr<Object> object;
@@ -149,12 +157,16 @@ private:
     void changeSize(SessionId session, Oop oop, Action action);
     void dropCopies(Session& session);
     void reserve(size_t bytes);
-    void markFrom(std::vector<Oop>& pending, Roots& roots, const std::function<void(Oop)>& mark);
+    bool isMarked(Oop oop) const { return indexOf(oop) < entries.size() && entries[indexOf(oop)].marked == marking; }
+    static void follow(Oop oop, const Object& object, const Visit& visit, const Mark& mark);
+    void markFrom(std::vector<Oop>& pending, const Visit& visit, const Mark& mark);
+    void markReached(SessionId session, const Visit& visit);
     void sweep();
 
     std::vector<Entry> entries;
     std::deque<uint32_t> freeIndices; // reused oldest first, so that a stale identifier stays recognisable for long
     std::unordered_map<SessionId, Session> sessions;
+    uint32_t marking = 0; // the round; an exception can end one, and its marks are then worth nothing
     uint32_t commitCount = 0;
     uint32_t liveObjects = 0;
     size_t memoryUsed = 0;

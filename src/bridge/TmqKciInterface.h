@@ -7,8 +7,11 @@
 #include "codes.h"
 #include "fields.h"
 #include "kcirtl.h"
+#include "trace.h"
 
 #include <jni.h>
+
+#include <initializer_list>
 
 #define TMQKCI_NATIVE(name) extern "C" TMQKCI_API jint JNICALL Java_com_kestrune_tmqkci_TmqKciInterface__1##name
 
@@ -35,14 +38,17 @@ extern int PreloadSizeOops;
 // The one record through which every error passes.
 extern KciErrSType KciError;
 
-// A global reference.
+// As FindClass returned it: a local reference, valid within _initialize only.
 extern jclass jTmqKciCacheStatsClass;
 
 // Errors. The Java error report may be null; nothing is written then.
 
 // Copies KciError into the Java error report. 0, or -2 when the Java environment cannot allocate.
 jint setupError(jobject jErrRpt);
-// Reports an error of the bridge's own; a message longer than the record's field is cut. As setupError.
+// Makes KciError an error of the bridge's own. A message longer than the record's field is cut between characters, so
+// that Java can read what is left.
+void setBridgeError(int32_t number, const char* message, std::initializer_list<OopType> args = {});
+// Reports a generic error. As setupError.
 jint genericError(jobject errRpt, const char* message);
 // The second half of kciError: KciError holds a client error. Always 1.
 [[gnu::cold]] jint clientErrorFound(jobject errRpt);
@@ -54,6 +60,14 @@ inline jint kciError(jobject errRpt) {
     }
     return clientErrorFound(errRpt);
 }
+
+// The ways to fail, each traced and answered with its status: the client library's error, which is reported already;
+// the bridge's own, which is reported here; and the Java environment's refusal to lend or allocate.
+[[gnu::cold]] jint clientFailure(KciSessionIdType sessionId);
+[[gnu::cold]] jint genericFailure(jobject errRpt, const char* message);
+[[gnu::cold]] jint allocationFailure();
+// The end of a call with its result.
+inline jint leave(jint result);
 
 // Objects.
 
@@ -82,6 +96,12 @@ inline jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobje
     }
     *oop = static_cast<OopType>(ENV->GetLongField(jobj, oopFid));
     return 0;
+}
+
+inline jint leave(jint result) {
+    TRACE_DEBUG("    Returning: %d\n", result);
+    ReleaseStrings();
+    return result;
 }
 
 inline void ReleaseStrings() {

@@ -24,10 +24,11 @@ enum ValueCode : jbyte {
     valueDateTime = 9
 };
 
-// To be asked in this order, after nil.
+// Whether the identifier carries its value in itself.
 constexpr bool isSpecial(OopType oop) {
     return (oop & 2) != 0;
 }
+// What the value of such an identifier is, nil aside; to be asked in this order.
 constexpr bool isBoolean(OopType oop) {
     return (oop & 0x1F) == 6;
 }

@@ -19,8 +19,7 @@ public:
         if (!kciError(jErrReport)) [[likely]] {
             return 0;
         }
-        TRACE_DEBUG("    Session: %d\n", sessionId);
-        return leave(-1);
+        return leave(clientFailure(sessionId));
     }
 
     [[nodiscard]] jint writeChecked(OopType value) const {
@@ -30,8 +29,7 @@ public:
 
     [[nodiscard]] jint stringOf(OopType cls, const void* bytes, ArraySizeType length) const {
         if (bytes == nullptr) {
-            TRACE_DEBUG("    Allocation Error return\n");
-            return leave(-2);
+            return leave(allocationFailure());
         }
         const jint status = writeChecked(rtlPrivKciRtlFuncs->KciNewOop(cls));
         if (status != 0) {
@@ -41,20 +39,9 @@ public:
         return checked();
     }
 
-    [[nodiscard]] jint refused(const char* message) const {
-        genericError(jErrReport, message);
-        TRACE_DEBUG("    Generic Error return: %s\n", message);
-        return leave(-1);
-    }
+    [[nodiscard]] jint refused(const char* message) const { return leave(genericFailure(jErrReport, message)); }
 
 private:
-    // Callers pass the status on as it is, so the exit is traced here.
-    static jint leave(jint status) {
-        TRACE_DEBUG("    Returning: %d\n", status);
-        ReleaseStrings();
-        return status;
-    }
-
     const KciSessionIdType sessionId;
     const jobject report;
     OopType* const oop;

@@ -40,13 +40,6 @@ void traceError() {
     }
 }
 
-jint errorNotAllocated() {
-    TRACE_DEBUG("    Allocation Error return\n");
-    TRACE_DEBUG("    Returning: %d\n", -2);
-    ReleaseStrings();
-    return -2;
-}
-
 } // namespace
 
 jint setupError(jobject jErrRpt) {
@@ -73,13 +66,13 @@ jint setupError(jobject jErrRpt) {
 
     jstring message = ENV->NewStringUTF(KciError.message);
     if (message == nullptr) {
-        return errorNotAllocated();
+        return leave(allocationFailure());
     }
     set(messageFid, &JNIEnv::SetObjectField, message);
 
     jlongArray args = ENV->NewLongArray(KciError.argCount);
     if (args == nullptr) {
-        return errorNotAllocated();
+        return leave(allocationFailure());
     }
     // Not staged in jlongBuf, which may not exist yet or be smaller than this.
     jlong staged[KCI_ERR_MAX_ARGS];
@@ -89,17 +82,44 @@ jint setupError(jobject jErrRpt) {
     return 0;
 }
 
-jint genericError(jobject errRpt, const char* message) {
-    TRACE_DEBUG("    GENERIC ERROR: %s\n", message);
-    KciError.number = genericErrorNumber;
-    const size_t length = strnlen(message, KCI_ERR_MESSAGE_SIZE - 1);
+void setBridgeError(int32_t number, const char* message, std::initializer_list<OopType> args) {
+    KciError.category = KCI_OOP_NIL;
+    KciError.number = number;
+    KciError.context = KCI_OOP_NIL;
+    size_t length = strlen(message);
+    if (length >= KCI_ERR_MESSAGE_SIZE) {
+        length = KCI_ERR_MESSAGE_SIZE - 1;
+        while (length > 0 && (static_cast<ByteType>(message[length]) & 0xC0) == 0x80) {
+            --length;
+        }
+    }
     memcpy(KciError.message, message, length);
     KciError.message[length] = '\0';
-    KciError.category = KCI_OOP_NIL;
-    KciError.context = KCI_OOP_NIL;
+    std::copy(args.begin(), args.end(), KciError.args);
+    KciError.argCount = static_cast<int32_t>(args.size());
     KciError.fatal = FALSE;
-    KciError.argCount = 0;
+}
+
+jint genericError(jobject errRpt, const char* message) {
+    TRACE_DEBUG("    GENERIC ERROR: %s\n", message);
+    setBridgeError(genericErrorNumber, message);
     return setupError(errRpt);
+}
+
+jint clientFailure(KciSessionIdType sessionId) {
+    TRACE_DEBUG("    Session: %d\n", sessionId);
+    return -1;
+}
+
+jint genericFailure(jobject errRpt, const char* message) {
+    genericError(errRpt, message);
+    TRACE_DEBUG("    Generic Error return: %s\n", message);
+    return -1;
+}
+
+jint allocationFailure() {
+    TRACE_DEBUG("    Allocation Error return\n");
+    return -2;
 }
 
 jint clientErrorFound(jobject errRpt) {

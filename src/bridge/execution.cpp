@@ -1,7 +1,5 @@
 #include "nativecall.h"
 
-#include <string.h>
-
 namespace {
 
 constexpr jint maxArguments = 20;
@@ -19,19 +17,6 @@ bool newServerString(const NativeCall& call, jstring jstr, const char* text, Oop
     rtlPrivKciRtlFuncs->KciStoreBytesInstanceOf(KCI_OOP_NIL, *oop, 1, reinterpret_cast<const ByteType*>(text),
                                                 static_cast<ArraySizeType>(length));
     return !call.clientError();
-}
-
-// Copies what fits and cuts between characters, so that Java can read what is left.
-void setErrorMessage(const char* text) {
-    size_t length = strlen(text);
-    if (length >= KCI_ERR_MESSAGE_SIZE) {
-        length = KCI_ERR_MESSAGE_SIZE - 1;
-        while (length > 0 && (static_cast<ByteType>(text[length]) & 0xC0) == 0x80) {
-            --length;
-        }
-    }
-    memcpy(KciError.message, text, length);
-    KciError.message[length] = '\0';
 }
 
 Exit errorContinue(const NativeCall& call, jstring jErrMsg, jstring jErrStk, jobject jErrReport) {
@@ -54,15 +39,7 @@ Exit errorContinue(const NativeCall& call, jstring jErrMsg, jstring jErrStk, job
     if (!newServerString(call, jErrStk, errStk, &errStkOop)) {
         return call.failed();
     }
-    KciError.category = KCI_OOP_NIL;
-    KciError.number = errorContinueNumber;
-    KciError.context = KCI_OOP_NIL;
-    setErrorMessage(errMsg);
-    KciError.args[0] = errorContinueArgument;
-    KciError.args[1] = errMsgOop;
-    KciError.args[2] = errStkOop;
-    KciError.argCount = 3;
-    KciError.fatal = FALSE;
+    setBridgeError(errorContinueNumber, errMsg, {errorContinueArgument, errMsgOop, errStkOop});
     setupError(jErrReport);
     return call.done(-1);
 }
@@ -109,6 +86,9 @@ TMQKCI_NATIVE(perform)
         }
         if (numArgs > 0 && jArgs == nullptr) [[unlikely]] {
             return call.refused("perform(): NULL argument array");
+        }
+        if (numArgs > 0 && ENV->GetArrayLength(jArgs) < numArgs) [[unlikely]] {
+            return call.refused("perform(): jArgs is shorter than numArgs");
         }
         OopType receiver = KCI_OOP_NONE;
         if (const jint status = getOop(sessionId, jReceiver, &receiver, jErrReport)) {

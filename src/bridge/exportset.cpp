@@ -6,19 +6,21 @@
 
 namespace {
 
-// NULL, or why a request over an array is refused.
-const char* arrayProblem(jint count, jarray array, const char* aboveLimit, const char* negative, const char* tooShort) {
-    if (count > BufSizeOops) [[unlikely]] {
-        return aboveLimit;
-    }
-    if (count < 0) [[unlikely]] {
-        return negative;
-    }
-    if (array == nullptr || ENV->GetArrayLength(array) < count) [[unlikely]] {
-        return tooShort;
-    }
-    return nullptr;
-}
+constexpr ArrayTexts removeFromExportSetTexts = {
+    "removeFromExportSet(): buffer size exceeded",
+    "removeFromExportSet(): numObjs < 0",
+    "removeFromExportSet(): jobjs is NULL or shorter than numObjs",
+};
+constexpr ArrayTexts releaseOopsTexts = {
+    "releaseOops(): buffer size exceeded",
+    "releaseOops(): numOops < 0",
+    "releaseOops(): joops is NULL or shorter than numOops",
+};
+constexpr ArrayTexts changedOopsTexts = {
+    "changedOops(): buffer size exceeded",
+    "changedOops(): numOops < 0",
+    "changedOops(): joops is NULL or shorter than numOops",
+};
 
 void traceOops(const OopType* oops, ArraySizeType count) {
     for (ArraySizeType i = 0; i < count; ++i) {
@@ -32,9 +34,8 @@ TMQKCI_NATIVE(removeFromExportSet)
 (JNIEnv* env, jclass, jint sessionId, jobjectArray jobjs, jint numObjs, jthrowable jErrReport) {
     TRACE_DEBUG("RemoveFromExportSet: %d\n", sessionId);
     return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
-        if (const char* reason = arrayProblem(numObjs, jobjs, "removeFromExportSet(): buffer size exceeded",
-                                              "removeFromExportSet(): numObjs < 0",
-                                              "removeFromExportSet(): jobjs is NULL or shorter than numObjs")) {
+        if (const char* reason = arrayProblem(removeFromExportSetTexts, numObjs, BufSizeOops, jobjs,
+                                              EmptyRequest::leavesArray)) [[unlikely]] {
             return call.refused(reason);
         }
         for (jint i = 0; i < numObjs; ++i) {
@@ -59,12 +60,13 @@ TMQKCI_NATIVE(removeFromExportSet)
 TMQKCI_NATIVE(releaseOops)(JNIEnv* env, jclass, jint sessionId, jlongArray joops, jint numOops, jthrowable jErrReport) {
     TRACE_DEBUG("ReleaseOops: %d\n", sessionId);
     return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
-        if (const char* reason =
-                arrayProblem(numOops, joops, "releaseOops(): buffer size exceeded", "releaseOops(): numOops < 0",
-                             "releaseOops(): joops is NULL or shorter than numOops")) {
+        if (const char* reason = arrayProblem(releaseOopsTexts, numOops, BufSizeOops, joops, EmptyRequest::leavesArray))
+            [[unlikely]] {
             return call.refused(reason);
         }
-        ENV->GetLongArrayRegion(joops, 0, numOops, jlongBuf);
+        if (numOops > 0) {
+            ENV->GetLongArrayRegion(joops, 0, numOops, jlongBuf);
+        }
         oopPtr = oopBuf;
         for (jint i = 0; i < numOops; ++i) {
             oopPtr[i] = static_cast<OopType>(jlongBuf[i]);
@@ -86,9 +88,8 @@ TMQKCI_NATIVE(releaseOops)(JNIEnv* env, jclass, jint sessionId, jlongArray joops
 TMQKCI_NATIVE(changedOops)(JNIEnv* env, jclass, jint sessionId, jlongArray joops, jint numOops, jthrowable jErrReport) {
     TRACE_DEBUG("ChangedOops: %d\n", sessionId);
     return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
-        if (const char* reason =
-                arrayProblem(numOops, joops, "changedOops(): buffer size exceeded", "changedOops(): numOops < 0",
-                             "changedOops(): joops is NULL or shorter than numOops")) {
+        if (const char* reason = arrayProblem(changedOopsTexts, numOops, BufSizeOops, joops, EmptyRequest::usesArray))
+            [[unlikely]] {
             return call.refused(reason);
         }
         auto cnt = static_cast<ArraySizeType>(numOops);

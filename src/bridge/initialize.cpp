@@ -70,9 +70,6 @@ public:
         if (preloadSize > bufSize) {
             return call.refused("preloadSize exceeds bufSize");
         }
-        if (kernelOops == nullptr) {
-            return call.refused("NULL kernelOops argument");
-        }
         // Kept: neither a negative size nor one raised above bufSize is looked at again.
         if (preloadSize >= 0) {
             preloadSize = std::max(preloadSize, smallestPreload);
@@ -83,6 +80,10 @@ public:
 
         if (const char* failure = resolveClasses()) {
             return call.refused(failure);
+        }
+        // As long as no client library is loaded, another attempt can succeed.
+        if (kernelOops == nullptr) {
+            return call.refused("NULL kernelOops argument");
         }
         return loadClient(useLinked, jAppName, bufSize, kernelOops);
     }
@@ -104,13 +105,7 @@ private:
 
     static void dropClass(jclass cls) { ENV->DeleteLocalRef(cls); }
 
-    // The local reference dies with this native call, so a global one is kept.
-    static void keepCacheStatsClass(jclass cls) {
-        if (jTmqKciCacheStatsClass != nullptr) {
-            ENV->DeleteGlobalRef(jTmqKciCacheStatsClass);
-        }
-        jTmqKciCacheStatsClass = static_cast<jclass>(ENV->NewGlobalRef(cls));
-    }
+    static void keepCacheStatsClass(jclass cls) { jTmqKciCacheStatsClass = cls; }
 
     static const char* resolve(const char* className, std::span<const JavaField> fields, const char* notFound,
                                void (*keep)(jclass)) {

@@ -6,7 +6,6 @@
 #define TMQKCI_BRIDGE_NATIVECALL_H
 
 #include "TmqKciInterface.h"
-#include "trace.h"
 
 class NativeCall;
 
@@ -26,31 +25,19 @@ public:
     [[nodiscard]] bool clientError() const { return kciError(jErrReport) != 0; }
 
     // The result of a method that came to its end.
-    [[nodiscard]] Exit done(jint result) const {
-        TRACE_DEBUG("    Returning: %d\n", result);
-        ReleaseStrings();
-        return Exit(result);
-    }
+    [[nodiscard]] Exit done(jint result) const { return Exit(leave(result)); }
 
     // After clientError().
     [[nodiscard]] Exit failed() const { return failed(sessionId); }
-    [[nodiscard, gnu::noinline, gnu::cold]] Exit failed(jint session) const {
-        TRACE_DEBUG("    Session: %d\n", session);
-        return done(-1);
-    }
+    [[nodiscard, gnu::noinline, gnu::cold]] Exit failed(jint session) const { return done(clientFailure(session)); }
 
     // A failure that the bridge itself found.
     [[nodiscard, gnu::noinline, gnu::cold]] Exit refused(const char* message) const {
-        genericError(jErrReport, message);
-        TRACE_DEBUG("    Generic Error return: %s\n", message);
-        return done(-1);
+        return done(genericFailure(jErrReport, message));
     }
 
     // The Java environment did not lend a string or an array.
-    [[nodiscard, gnu::noinline, gnu::cold]] Exit notLent() const {
-        TRACE_DEBUG("    Allocation Error return\n");
-        return done(-2);
-    }
+    [[nodiscard, gnu::noinline, gnu::cold]] Exit notLent() const { return done(allocationFailure()); }
 
     // The failure of getOop, which has traced its exit and released the strings.
     [[nodiscard]] Exit passedOn(jint status) const { return Exit(status); }
@@ -62,6 +49,29 @@ private:
     const jint sessionId;
     const jobject jErrReport;
 };
+
+// Why a request over an array is refused.
+struct ArrayTexts {
+    const char* countAboveLimit;
+    const char* negativeCount;
+    const char* arrayTooShort;
+};
+
+// NULL, or the reason to refuse `count` elements of an array. Without elements an array may be missing, unless the
+// method hands it to Java all the same.
+enum class EmptyRequest : bool { leavesArray, usesArray };
+inline const char* arrayProblem(const ArrayTexts& texts, jint count, jint limit, jarray array, EmptyRequest empty) {
+    if (count > limit) [[unlikely]] {
+        return texts.countAboveLimit;
+    }
+    if (count < 0) [[unlikely]] {
+        return texts.negativeCount;
+    }
+    if (count == 0 && empty == EmptyRequest::leavesArray) {
+        return nullptr;
+    }
+    return array == nullptr || ENV->GetArrayLength(array) < count ? texts.arrayTooShort : nullptr;
+}
 
 // An embedding program may have unloaded the client library behind an initialized bridge.
 [[nodiscard]] inline bool bridgeIsUp() {

@@ -9,24 +9,15 @@ namespace {
 
 constexpr KciLong classHistoryIndex = 12;
 
-// The failures of setupReport; the native method around it traces its result.
-[[gnu::cold]] jint clientFailure(KciSessionIdType sessionId) {
-    TRACE_DEBUG("    Session: %d\n", sessionId);
+// The failures of setupReport end here; the native method around it traces its result.
+jint released(jint status) {
     ReleaseStrings();
-    return -1;
+    return status;
 }
 
-[[gnu::cold]] jint logicFailure(jobject jErrReport, const char* message) {
-    genericError(jErrReport, message);
-    TRACE_DEBUG("    Generic Error return: %s\n", message);
-    ReleaseStrings();
-    return -1;
-}
-
-[[gnu::cold]] jint notAllocated() {
-    TRACE_DEBUG("    Allocation Error return\n");
-    ReleaseStrings();
-    return -2;
+// Whatever the client library claims: the difference of two 32-bit numbers, modulo 2^32.
+jint indexedSize(const KciObjInfoSType& info) {
+    return static_cast<jint>(static_cast<uint32_t>(info.objSize) - static_cast<uint32_t>(info.namedSize));
 }
 
 void setValueLong(jobject result, ValueCode code, jlong value) {
@@ -46,20 +37,20 @@ jint reportSpecial(KciSessionIdType sessionId, OopType oop, jobject result, jobj
         setValueLong(result, valueCharacter, static_cast<signed char>(rtlPrivKciRtlFuncs->KciOopToChr(oop)));
     } else if (isSmallInteger(oop)) {
         if (kciError(jErrReport)) {
-            return clientFailure(sessionId);
+            return released(clientFailure(sessionId));
         }
         setValueLong(result, valueInteger, smallIntegerValue(oop));
     } else {
-        return logicFailure(jErrReport, "Logic error:  Bad object type");
+        return released(genericFailure(jErrReport, "Logic error:  Bad object type"));
     }
     return 0;
 }
 
 jint reportBytes(OopType oop, const KciObjInfoSType& info, jobject result, ValueCode& code) {
-    const jint count = std::min(info.objSize - info.namedSize, PreloadSizeBytes);
+    const jint count = std::min(indexedSize(info), PreloadSizeBytes);
     jbyteArray bytes = ENV->NewByteArray(count);
     if (bytes == nullptr) {
-        return notAllocated();
+        return released(allocationFailure());
     }
     ENV->SetByteArrayRegion(bytes, 0, count, reinterpret_cast<const jbyte*>(byteBuf));
     ENV->SetObjectField(result, bytesFid, bytes);
@@ -92,7 +83,7 @@ jint reportOops(const KciObjInfoSType& info, jobject result, ValueCode& code) {
     }
     jlongArray longs = ENV->NewLongArray(count);
     if (longs == nullptr) {
-        return notAllocated();
+        return released(allocationFailure());
     }
     ENV->SetLongArrayRegion(longs, 0, count, jlongPtr);
     ENV->SetObjectField(result, longsFid, longs);
@@ -119,7 +110,7 @@ jint reportBody(OopType oop, const KciObjInfoSType& info, jobject result, jobjec
         status = reportOops(info, result, code);
         break;
     case KCI_IMPL_SPECIAL:
-        return logicFailure(jErrReport, "Logic error:  Special oop processing");
+        return released(genericFailure(jErrReport, "Logic error:  Special oop processing"));
     default:
         return 0;
     }
@@ -137,8 +128,8 @@ jint reportObject(KciSessionIdType sessionId, OopType oop, jobject result, jobje
     // A negative preload size offers no room.
     const auto room = static_cast<ArraySizeType>(std::max(PreloadSizeBytes, 0));
     if (!kci.KciFetchObjInfo(oop, 1, room, &info, byteBuf, &fetched)) [[unlikely]] {
-        return kciError(jErrReport) ? clientFailure(sessionId)
-                                    : logicFailure(jErrReport, "Failure in KciFetchObjInfo() call");
+        return released(kciError(jErrReport) ? clientFailure(sessionId)
+                                             : genericFailure(jErrReport, "Failure in KciFetchObjInfo() call"));
     }
     TRACE_INFO("Set oop %ld class to %ld\n", shown(oop), shown(info.objClass));
     ENV->SetLongField(result, classOopFid, info.objClass);
@@ -149,20 +140,21 @@ jint reportObject(KciSessionIdType sessionId, OopType oop, jobject result, jobje
     ENV->SetLongField(result, classHistoryOopFid, classHistory);
 
     ENV->SetIntField(result, namedSizeFid, info.namedSize);
-    ENV->SetLongField(result, indexedSizeFid, info.objSize - info.namedSize);
+    ENV->SetLongField(result, indexedSizeFid, indexedSize(info));
     ENV->SetByteField(result, objTypeFid, static_cast<jbyte>(info.objImpl));
     ENV->SetBooleanField(result, isCollectionFid, static_cast<jboolean>(info.isIndexable));
     const jint status = reportBody(oop, info, result, jErrReport);
     if (status != 0) [[unlikely]] {
         return status;
     }
-    return kciError(jErrReport) ? clientFailure(sessionId) : 0;
+    return kciError(jErrReport) ? released(clientFailure(sessionId)) : 0;
 }
 
 } // namespace
 
 jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, jobject jErrReport,
                  BoolType fullSetup) {
+    // Kept: the first thing asked of a report, although every value that is written has a code of its own.
     ENV->GetByteField(result, valueTypeFid);
     if (resultOop == KCI_OOP_NONE) [[unlikely]] {
         const jint status = getOop(sessionId, result, &resultOop, jErrReport);
@@ -179,7 +171,7 @@ jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, 
     }
     rtlPrivKciRtlFuncs->KciSaveObjs(&resultOop, 1);
     if (kciError(jErrReport)) [[unlikely]] {
-        return clientFailure(sessionId);
+        return released(clientFailure(sessionId));
     }
     return fullSetup ? reportObject(sessionId, resultOop, result, jErrReport) : 0;
 }

@@ -9,9 +9,7 @@ namespace {
 // The texts in which the six methods differ.
 struct TransferTexts {
     const char* startBelowOne;
-    const char* countAboveLimit;
-    const char* negativeCount;
-    const char* arrayTooShort;
+    ArrayTexts array;
     const char* nullElement;
     const char* completed;
 };
@@ -31,26 +29,17 @@ struct Transfer {
     [[nodiscard]] ArraySizeType clientCount() const { return static_cast<ArraySizeType>(count); }
 
     // The checks that come before the receiver is converted, in their order: NULL, or the reason to refuse.
-    [[nodiscard]] const char* problem(jint limit, jarray array) const {
+    [[nodiscard]] const char* problem(jint limit, jarray array, EmptyRequest empty) const {
         if (startIndex < 1) [[unlikely]] {
             return texts.startBelowOne;
         }
-        if (count > limit) [[unlikely]] {
-            return texts.countAboveLimit;
-        }
-        if (count < 0) [[unlikely]] {
-            return texts.negativeCount;
-        }
-        if (array == nullptr || ENV->GetArrayLength(array) < count) [[unlikely]] {
-            return texts.arrayTooShort;
-        }
-        return nullptr;
+        return arrayProblem(texts.array, count, limit, array, empty);
     }
 
     // Checks, converts the receiver, then runs body(receiver).
     template <class Body>
-    Exit checked(jint limit, jarray array, Body body) const {
-        if (const char* reason = problem(limit, array)) [[unlikely]] {
+    Exit checked(jint limit, jarray array, EmptyRequest empty, Body body) const {
+        if (const char* reason = problem(limit, array, empty)) [[unlikely]] {
             return call.refused(reason);
         }
         OopType receiver = KCI_OOP_NONE;
@@ -91,7 +80,7 @@ struct Transfer {
     // Converts `count` elements into oopBuf, hands them to store(receiver) and ends the method.
     template <class Store>
     Exit storeElements(jobjectArray jobjs, Store store) const {
-        return checked(BufSizeOops, jobjs, [&](OopType receiver) {
+        return checked(BufSizeOops, jobjs, EmptyRequest::leavesArray, [&](OopType receiver) {
             for (jint i = 0; i < count; ++i) {
                 jobject obj = element(jobjs, i);
                 if (obj == nullptr) [[unlikely]] {
@@ -120,49 +109,61 @@ struct Transfer {
 
 constexpr TransferTexts getBytesTexts = {
     "getBytes(): startIndex < 1",
-    "getBytes(): numBytes requested exceeds buffer size",
-    "getBytes(): numBytes < 0",
-    "getBytes(): bytes is NULL or shorter than numBytes",
+    {
+        "getBytes(): numBytes requested exceeds buffer size",
+        "getBytes(): numBytes < 0",
+        "getBytes(): bytes is NULL or shorter than numBytes",
+    },
     nullptr,
     "getBytes completed.",
 };
 constexpr TransferTexts putBytesTexts = {
     "putBytes(): startIndex < 1",
-    "putBytes(): numBytes requested exceeds buffer size",
-    "putBytes(): numBytes < 0",
-    "putBytes(): bytes is NULL or shorter than numBytes",
+    {
+        "putBytes(): numBytes requested exceeds buffer size",
+        "putBytes(): numBytes < 0",
+        "putBytes(): bytes is NULL or shorter than numBytes",
+    },
     nullptr,
     "putBytes completed.",
 };
 constexpr TransferTexts getObjsTexts = {
     "getObjs(): startIndex < 1",
-    "getObjs(): numObjs requested exceeds buffer size",
-    "getObjs(): numObjs < 0",
-    "getObjs(): jobjs is NULL or shorter than numObjs",
+    {
+        "getObjs(): numObjs requested exceeds buffer size",
+        "getObjs(): numObjs < 0",
+        "getObjs(): jobjs is NULL or shorter than numObjs",
+    },
     "Problem with GetObjectArrayElement in getObjs()",
     "getObjs completed.",
 };
 constexpr TransferTexts getNamedObjsTexts = {
     "getNamedObjs(): startIndex < 1",
-    "getNamedObjs(): buffer size exceeded",
-    "getNamedObjs(): numObjs < 0",
-    "getNamedObjs(): jobjs is NULL or shorter than numObjs",
+    {
+        "getNamedObjs(): buffer size exceeded",
+        "getNamedObjs(): numObjs < 0",
+        "getNamedObjs(): jobjs is NULL or shorter than numObjs",
+    },
     "Problem with GetObjectArrayElement in getNamedObjs()",
     "getNamedObjs completed.",
 };
 constexpr TransferTexts putObjsTexts = {
     "putObjs(): startIndex < 1",
-    "putObjs(): numObjs requested exceeds buffer size",
-    "putObjs(): numObjs < 0",
-    "putObjs(): jobjs is NULL or shorter than numObjs",
+    {
+        "putObjs(): numObjs requested exceeds buffer size",
+        "putObjs(): numObjs < 0",
+        "putObjs(): jobjs is NULL or shorter than numObjs",
+    },
     "Problem with GetObjectArrayElement in pubObjs()", // kept: spelt so
     "putObjs completed.",
 };
 constexpr TransferTexts putNamedObjsTexts = {
     "putNamedObjs(): startIndex < 1",
-    "putNamedObjs(): numObjs requested exceeds buffer size",
-    "putNamedObjs(): numObjs < 0",
-    "putNamedObjs(): jobjs is NULL or shorter than numObjs",
+    {
+        "putNamedObjs(): numObjs requested exceeds buffer size",
+        "putNamedObjs(): numObjs < 0",
+        "putNamedObjs(): jobjs is NULL or shorter than numObjs",
+    },
     "Problem with GetObjectArrayElement in putNamedObjs()",
     "putNamedObjs completed.",
 };
@@ -175,7 +176,7 @@ TMQKCI_NATIVE(getBytes)
     TRACE_DEBUG("%d: getBytes start %lld num %d\n", sessionId, static_cast<long long>(startIndex), numBytes);
     return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
         const Transfer transfer{call, getBytesTexts, sessionId, jErrReport, jobj, startIndex, numBytes};
-        return transfer.checked(BufSizeBytes, bytes, [&](OopType receiver) {
+        return transfer.checked(BufSizeBytes, bytes, EmptyRequest::usesArray, [&](OopType receiver) {
             jbyte* buf = ENV->GetByteArrayElements(bytes, nullptr);
             if (buf == nullptr) {
                 return call.notLent();
@@ -203,7 +204,7 @@ TMQKCI_NATIVE(putBytes)
     TRACE_DEBUG("%d: putBytes start %lld num %d\n", sessionId, static_cast<long long>(startIndex), numBytes);
     return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
         const Transfer transfer{call, putBytesTexts, sessionId, jErrReport, jobj, startIndex, numBytes};
-        return transfer.checked(BufSizeBytes, bytes, [&](OopType receiver) {
+        return transfer.checked(BufSizeBytes, bytes, EmptyRequest::usesArray, [&](OopType receiver) {
             jbyte* buf = ENV->GetByteArrayElements(bytes, nullptr);
             if (buf == nullptr) {
                 return call.notLent();
@@ -222,7 +223,7 @@ TMQKCI_NATIVE(getObjs)
     TRACE_DEBUG("%d: GetObjs start %lld num %d\n", sessionId, static_cast<long long>(startIndex), numObjs);
     return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
         const Transfer transfer{call, getObjsTexts, sessionId, jErrReport, jobj, startIndex, numObjs};
-        return transfer.checked(BufSizeOops, jobjs, [&](OopType receiver) {
+        return transfer.checked(BufSizeOops, jobjs, EmptyRequest::leavesArray, [&](OopType receiver) {
             const KciLong oopsFetched = rtlPrivKciRtlFuncs->KciFetchVaryingOops(receiver, transfer.clientStart(),
                                                                                 oopBuf, transfer.clientCount());
             if (call.clientError()) {
@@ -240,7 +241,7 @@ TMQKCI_NATIVE(getNamedObjs)
     TRACE_DEBUG("%d: getNamedObjs start %lld num %d\n", sessionId, static_cast<long long>(startIndex), numObjs);
     return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
         const Transfer transfer{call, getNamedObjsTexts, sessionId, jErrReport, jobj, startIndex, numObjs};
-        return transfer.checked(BufSizeOops, jobjs, [&](OopType receiver) {
+        return transfer.checked(BufSizeOops, jobjs, EmptyRequest::leavesArray, [&](OopType receiver) {
             const KciLong oopsFetched =
                 rtlPrivKciRtlFuncs->KciFetchNamedOops(receiver, transfer.clientStart(), oopBuf, transfer.clientCount());
             if (call.clientError()) {

@@ -11,8 +11,6 @@
 
 namespace {
 
-constexpr size_t headerSize = 20;
-constexpr size_t slotSize = 12;
 constexpr size_t cacheSize = 64;
 // A slot that points into rubbish is reported line by line, but not for ever.
 constexpr int malformedLimit = 100;
@@ -58,7 +56,7 @@ uint32_t wordAt(std::string_view file, uint64_t position) {
 
 // Reads the three numbers of a slot.
 bool readSlot(std::string_view file, uint64_t position, uint32_t (&words)[3], PendingHooks& hooks) {
-    if (position + slotSize > file.size()) {
+    if (position + ERRUTL_SLOT_SIZE > file.size()) {
         fprintf(stderr, "errmsg\\readLong:  fread() error, errno = %d\n", errno);
         ++hooks.plain;
         return false;
@@ -92,7 +90,7 @@ Probe probeTable(std::string_view file, std::string_view sym, uint32_t hash, Err
     const uint32_t start = hash % tabSize;
     uint32_t pos = start;
     do {
-        const uint64_t position = headerSize + static_cast<uint64_t>(pos) * slotSize;
+        const uint64_t position = ERRUTL_HEADER_SIZE + static_cast<uint64_t>(pos) * ERRUTL_SLOT_SIZE;
         uint32_t words[3];
         if (!readSlot(file, position, words, hooks))
             return Probe::failed;

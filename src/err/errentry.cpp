@@ -139,7 +139,7 @@ Syntax parseArgumentList(std::string_view& rest, ParsedEntry& entry, int& numera
     for (;;) {
         skipBlanks(rest);
         if (rest.empty())
-            return Syntax::listUnclosed;
+            return entry.argListSize == 0 ? Syntax::listUnclosed : Syntax::listCharacter;
         if (rest.front() == ')') {
             rest.remove_prefix(1);
             return Syntax::good;

@@ -17,7 +17,7 @@ struct PendingHooks {
 };
 
 // The longest logical line.
-constexpr size_t maxLogicalLine = 2047;
+constexpr size_t maxLogicalLine = ERRUTL_MAX_LINE;
 
 // An entry as it stands in its line: valid as long as the text, or the buffer in which the line was joined.
 struct ParsedEntry {

@@ -91,7 +91,7 @@ char baseKind(std::string_view conversion) {
 // A conversion made safe to hand to snprintf: it takes exactly one argument of the type that belongs to its
 // letter, its width and precision are bounded, and it writes nowhere but to the output.
 struct SafeConversion {
-    // Enough for '%', five flags, a width, a precision, two modifiers and the letter.
+    // Enough for '%', six flags, a width, a precision, two modifiers and the letter.
     char text[24];
     char letter = 0;
     bool plain = false; // nothing stands between percent sign and letter that has a meaning

@@ -183,7 +183,7 @@ BoolType ErrUtlReset(BoolType isCompiled) {
 BoolType ErrUtlReadHdr(FILE* f, ErrUtlHdrSType* hdr) {
     rewind(f);
     errno = 0; // the end of the file is no error of the system
-    ByteType bytes[20];
+    ByteType bytes[ERRUTL_HEADER_SIZE];
     if (fread(bytes, sizeof bytes, 1, f) != 1) {
         fprintf(stderr, "ErrUtlReadHdr: fread() header failure, errno = %d\n", errno);
         return FALSE;

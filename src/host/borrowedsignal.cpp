@@ -1,17 +1,15 @@
 #include "host/borrowedsignal.h"
 
-#include <cerrno>
-
+#include "host/errnokeeper.h"
 #include "host/unixiosignal.h"
 #include "hostsignal.h"
 
 void BorrowedSignal::change(int& users, int by) {
-    const int savedErrno = errno;
+    const ErrnoKeeper errnoKeeper;
     pthread_mutex_lock(&mutex_);
     users += by;
     apply(defaultUsers_ > 0 ? Disposition::byDefault : ignoringUsers_ > 0 ? Disposition::ignored : Disposition::own);
     pthread_mutex_unlock(&mutex_);
-    errno = savedErrno;
 }
 
 void BorrowedSignal::apply(Disposition wanted) {

@@ -49,7 +49,7 @@ using ExitRoutine = void (*)(int exitcode, int sig, siginfo_t* info, void* conte
 // Calls the earlier handler, writes a core file, exits with 3.
 [[noreturn]] void hostCoredumpExit(int explicitlyRequested, int sig, siginfo_t* info, void* context);
 
-// Every signal but the synchronous faults and SIGTRAP, SIGABRT.
+// Every signal but SIGILL, SIGTRAP, SIGABRT, SIGBUS, SIGFPE and SIGSEGV.
 bool hostDelayableSignal(int sig);
 
 // Runs the exit routine, or leaves it to HostDoSigExit and returns when the signal and the program allow that.

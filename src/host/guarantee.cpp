@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdio>
 
+#include "host/errnokeeper.h"
 #include "host/fatalreport.h"
 #include "hostdebug.h"
 
@@ -16,10 +17,17 @@ struct GuaranteeText {
 } // namespace
 
 void hostGuaranteeFailed(const char* module, int line) {
-    const int savedErrno = errno;
+    {
+        const ErrnoKeeper kept;
+        hostWaitAfterGuarantee(GuaranteeText(module, line).text);
+    }
+    hostReportGuarantee(module, line);
+}
+
+void hostReportGuarantee(const char* module, int line) {
+    const ErrnoKeeper kept;
     const GuaranteeText reason(module, line);
-    hostWaitAfterGuarantee(reason.text);
-    errno = savedErrno;
+    errno = kept.value;
     HostCallDebuggerMsg(reason.text);
 }
 

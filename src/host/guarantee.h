@@ -10,6 +10,9 @@
 // Reports "UTL_GUARANTEE failure in file <module> at line <line>". errno is kept. Not signal-safe.
 [[gnu::cold, gnu::noinline]] void hostGuaranteeFailed(const char* module, int line);
 
+// The same, without the wait for a debugger that $KESTRUNE_CHILD_DEBUG asks for.
+[[gnu::cold, gnu::noinline]] void hostReportGuarantee(const char* module, int line);
+
 // Prints the same line and reports nothing.
 [[gnu::cold, gnu::noinline]] void hostPrintGuarantee(const char* module, int line);
 

@@ -9,15 +9,29 @@
 //         const HandlerScope running;
 class HandlerScope {
 public:
-    [[gnu::always_inline]] HandlerScope() : outer_(innermost) {
-        innermost = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+    [[gnu::always_inline]] HandlerScope() {
+        const auto frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
+        // A mark below this frame was left behind by a handler that was left by a jump.
+        outer_ = innermost > frame ? innermost : 0;
+        innermost = frame;
     }
     ~HandlerScope() { innermost = outer_; }
     HandlerScope(const HandlerScope&) = delete;
     HandlerScope& operator=(const HandlerScope&) = delete;
 
-    // Whether the calling thread is marked. A handler that was left by a jump left its mark behind: its frame then lies
-    // below the caller's.
+    // Takes the mark off while a handler of somebody else runs, which may jump out: the mark is not left behind then.
+    class Lifted {
+    public:
+        ~Lifted() { innermost = kept_; }
+        Lifted() { innermost = 0; }
+        Lifted(const Lifted&) = delete;
+        Lifted& operator=(const Lifted&) = delete;
+
+    private:
+        const uintptr_t kept_ = innermost;
+    };
+
+    // Whether the calling thread is marked.
     [[gnu::always_inline]] static bool isActive() {
         return innermost > reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
     }
@@ -27,5 +41,5 @@ public:
 private:
     // The frame of the innermost handler, 0 for none. This model of thread-local data needs no allocation on first use.
     static __thread uintptr_t innermost [[gnu::tls_model("initial-exec")]];
-    const uintptr_t outer_;
+    uintptr_t outer_;
 };

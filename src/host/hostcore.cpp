@@ -151,7 +151,7 @@ pid_t startDump() {
         const pid_t pid = vfork();
         if (pid == 0)
             dumpInChild();
-        if (pid > 0 || !hostWasInterrupted(errno) || HostGetSigTerm(__FILE_NAME__, __LINE__) != 0)
+        if (pid > 0 || !shouldRetry())
             return pid;
     }
 }

@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <unistd.h>
 
+#include "host/errnokeeper.h"
 #include "host/fatalreport.h"
 #include "host/faultstate.h"
 #include "host/unixiosignal.h"
@@ -92,7 +93,7 @@ void printHostcallDebugger(int error, char* buf, unsigned size) {
 }
 
 int HostCallDebugger() {
-    const int savedErrno = errno;
+    const ErrnoKeeper kept;
     if (noHalt)
         return 0;
     // No profiling ticks during the report.
@@ -106,24 +107,25 @@ int HostCallDebugger() {
         runFatalReportFunc(report);
     // The count stays raised: later errors, too, only run the hooks.
     if (coreDumpEnabled) {
-        hostDoCallDebugger(firstTime, savedErrno);
+        hostDoCallDebugger(firstTime, kept.value);
         HostAsmSyncCtrAdd(&hostFatalReportCount, -1);
     }
-    errno = savedErrno;
     return 0;
 }
 
 int HostCallDebuggerMsg(const char* msg) {
-    const int savedErrno = errno;
-    puts(msg);
-    errno = savedErrno;
+    {
+        const ErrnoKeeper kept;
+        puts(msg);
+    }
     return HostCallDebugger();
 }
 
 unsigned long HostCallDebuggerMsg_o(const char* msg, unsigned long arg) {
-    const int savedErrno = errno;
-    printf("\n%s arg:%lu\n", msg, arg);
-    errno = savedErrno;
+    {
+        const ErrnoKeeper kept;
+        printf("\n%s arg:%lu\n", msg, arg);
+    }
     HostCallDebugger();
     return arg;
 }

@@ -12,7 +12,7 @@
 #include "errmsg.h"
 #include "host/debugchild.h"
 #include "host/forkchild.h"
-#include "host/retry.h"
+#include "host/interrupted.h"
 #include "hostunix.h"
 #include "unixerr.h"
 #include "utlheap.h"

@@ -12,6 +12,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include "host/errnokeeper.h"
 #include "host/hostinit.h"
 #include "hostenv.h"
 #include "hostfile.h"
@@ -83,7 +84,8 @@ const char* findVariable(string_view name) {
     return nullptr;
 }
 
-// "$NAME" or "$NAME/..." at the head of src becomes the variable's value, when there is one that fits.
+// "$NAME" or "$NAME/..." at the head of src becomes the variable's value, when there is one that fits: value, rest and
+// terminator together. A value that the buffer could not hold counts as not fitting, however short the rest is.
 void substituteHeadVariable(string_view src, Name& name) {
     if (!src.starts_with('$'))
         return;
@@ -150,7 +152,10 @@ enum class Target { folder, noFolder, mayHaveLinks };
 // Asks the kernel in one call whether a link is involved in a name.
 Target lookUpWithoutLinks(const Name& name) {
     static std::atomic<bool> unavailable{false};
-    if (unavailable.load(std::memory_order_relaxed))
+    // For the walk a ".." takes back the empty component of "a//..", for the kernel it takes back "a".
+    const bool leadsElsewhere =
+        name.view().find("//") != string_view::npos && name.view().find("/..") != string_view::npos;
+    if (leadsElsewhere || unavailable.load(std::memory_order_relaxed))
         return Target::mayHaveLinks;
     open_how how{};
     how.flags = O_PATH | O_CLOEXEC | O_DIRECTORY;
@@ -182,15 +187,6 @@ void readAutoMountPrefix() {
     if (!HostGetEnv("KS_AutoMountPrefix", autoMountPrefix, sizeof autoMountPrefix - 1))
         memcpy(autoMountPrefix, usualPrefix, sizeof usualPrefix);
 }
-
-// errno stays as it was, whatever the look-ups met.
-class ErrnoKeeper {
-public:
-    ~ErrnoKeeper() { errno = saved_; }
-
-private:
-    int saved_ = errno;
-};
 } // namespace
 
 void hostReadAutoMountPrefix() {
@@ -201,7 +197,7 @@ void hostReadAutoMountPrefix() {
 void hostUnixExpand(const char* src, char* dst, unsigned size, LinkHandling links) {
     if (size == 0)
         return;
-    const ErrnoKeeper errnoKeeper;
+    const ErrnoKeeper errnoKeeper; // whatever the look-ups meet
     const string_view source(src);
     Name name(dst, size);
     name.setCut(source);

@@ -3,7 +3,7 @@
 
 enum class LinkHandling {
     follow,       // follow symbolic links; a folder gets a "/" at its end
-    followByWalk, // the same result, without asking the kernel first whether there is a link at all
+    followByWalk, // the same, without asking the kernel first whether there is a link: what follow is tested against
     keep,         // leave links alone and append nothing: for whoever examines or removes the link itself
 };
 

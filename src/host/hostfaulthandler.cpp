@@ -10,6 +10,7 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "host/errnokeeper.h"
 #include "host/fatalreport.h"
 #include "host/faulthandler.h"
 #include "host/faultstate.h"
@@ -22,14 +23,6 @@
 
 namespace {
 constexpr char utlModule[] = "hostunix";
-
-class ErrnoKeeper {
-public:
-    ~ErrnoKeeper() { errno = saved_; }
-
-private:
-    int saved_ = errno;
-};
 
 // Activations for SIGSEGV now running in the process.
 int segvInProgressCount;
@@ -101,8 +94,8 @@ bool isValidInfo(int sig, const siginfo_t* info) {
 
 int enterSegv() {
     HostAsmSyncCtrAdd(&segvInProgressCount, 1);
-    // The process-wide count tells a person in a debugger how many threads fault. The limits are per thread: many
-    // threads at once are no recursion.
+    // For a person in a debugger only: an activation that a chained handler leaves by a jump stays counted. The limits
+    // are per thread, where such activations are told apart: many threads at once are no recursion.
     const int depth = segvNesting.enter(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)));
     if (depth > 2)
         endRecursion(depth);
@@ -132,6 +125,7 @@ bool chainToOldHandler(struct sigaction& old, const SignalArrival& arrival) {
     pthread_sigmask(SIG_SETMASK, &old.sa_mask, &mask);
     // "Ignore" has no function; the default was ruled out. A recorded HostFaultHandler is called as any other.
     if (action.sa_handler != SIG_IGN) {
+        const HandlerScope::Lifted lifted;
         if (action.sa_flags & SA_SIGINFO)
             action.sa_sigaction(arrival.sig, arrival.info, arrival.context);
         else

@@ -5,6 +5,7 @@
 
 #include "host/faulthandler.h"
 #include "host/faultstate.h"
+#include "host/handlerscope.h"
 #include "host/unixiosignal.h"
 #include "hostsignal.h"
 
@@ -96,6 +97,7 @@ void hostCallOldHandler(int sig, siginfo_t* info, void* context) {
     const struct sigaction* old = hostOldHandler(sig);
     if (old == nullptr || !unixioIsFunction(*old))
         return;
+    const HandlerScope::Lifted lifted;
     if (old->sa_flags & SA_SIGINFO)
         old->sa_sigaction(sig, info, context);
     else

@@ -1,11 +1,21 @@
 // The effective user and group ids of the process, switched to the real ones and back.
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "host/guarantee.h"
+#include "host/realids.h"
 #include "hostprocess.h"
 
 namespace {
 constexpr char utlModule[] = "hostunix";
+
+#ifdef SYS_setresuid32
+constexpr long setresuidNumber = SYS_setresuid32;
+constexpr long setresgidNumber = SYS_setresgid32;
+#else
+constexpr long setresuidNumber = SYS_setresuid;
+constexpr long setresgidNumber = SYS_setresgid;
+#endif
 
 bool usingRealId;
 // What HostSetUserId puts back.
@@ -23,6 +33,12 @@ void takeIds(uid_t uid, gid_t gid) {
         UTL_GUARANTEE(setegid(gid) == 0);
 }
 } // namespace
+
+bool hostTakeRealIdsForExec() {
+    constexpr id_t unchanged = -1;
+    return syscall(setresgidNumber, unchanged, getgid(), unchanged) == 0 &&
+           syscall(setresuidNumber, unchanged, getuid(), unchanged) == 0;
+}
 
 void HostUseRealId() {
     if (usingRealId)

@@ -2,8 +2,8 @@
 #include "hostsignal.h"
 
 #include <atomic>
-#include <cerrno>
 
+#include "host/errnokeeper.h"
 #include "host/unixiosignal.h"
 
 namespace {
@@ -28,22 +28,20 @@ void HostEnableKbInt(HostKbIntFuncType func) {
 void HostDisableInterrupts() {
     if (interruptsAreDisabled)
         return;
-    const int savedErrno = errno;
+    const ErrnoKeeper errnoKeeper;
     sigset_t all;
     sigfillset(&all);
     sigprocmask(SIG_BLOCK, &all, nullptr);
     interruptsAreDisabled = TRUE;
-    errno = savedErrno;
 }
 
 void HostEnableInterrupts() {
     if (!interruptsAreDisabled)
         return;
-    const int savedErrno = errno;
+    const ErrnoKeeper errnoKeeper;
     // First: a signal that is delivered by the next call finds them enabled.
     interruptsAreDisabled = FALSE;
     sigset_t noInterrupts;
     sigemptyset(&noInterrupts);
     sigprocmask(SIG_SETMASK, &noInterrupts, nullptr);
-    errno = savedErrno;
 }

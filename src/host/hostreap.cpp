@@ -5,7 +5,6 @@
 #include "host/faulthandler.h"
 #include "host/interrupted.h"
 #include "host/signalprint.h"
-#include "hostsignal.h"
 #include "utlhost.h"
 
 void hostReapChildren() {
@@ -16,7 +15,7 @@ void hostReapChildren() {
             continue;
         if (pid == 0 || errno == ECHILD)
             break;
-        if (hostWasInterrupted(errno) && HostGetSigTerm(__FILE_NAME__, __LINE__) == 0)
+        if (shouldRetry())
             continue;
         hostSafePrintf("handleChild: peculiar wait3 errno = %d\n", errno);
         UtlExit(4);

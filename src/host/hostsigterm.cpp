@@ -6,6 +6,7 @@
 #include <cstring>
 #include <unistd.h>
 
+#include "host/errnokeeper.h"
 #include "hostatomic.h"
 #include "hostthread.h"
 
@@ -28,13 +29,12 @@ int HostClearSigTerm() {
 int HostGetSigTerm(const char* file, int line) {
     const int count = HostGetSigTerm_();
     if (count != 0) {
-        const int savedErrno = errno;
+        const ErrnoKeeper errnoKeeper;
         const char* slash = strrchr(file, '/');
         char text[256];
         snprintf(text, sizeof text, "HostGetSigTerm: got sig term at %.150s line %d by tid %lu\n",
                  slash ? slash + 1 : file, line, static_cast<unsigned long>(HostThreadSelf()));
         HostSignalSafePrint(text);
-        errno = savedErrno;
     }
     return count;
 }

@@ -12,6 +12,7 @@
 #include "host/fatalreport.h"
 #include "host/faultstate.h"
 #include "host/guarantee.h"
+#include "host/realids.h"
 #include "host/signalprint.h"
 #include "hostatomic.h"
 #include "hostenv.h"
@@ -35,7 +36,9 @@ pid_t forkForExec() {
     sigset_t none;
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
-    execv(path, argv);
+    // $KESTRUNE, which names the stack printer, is the user's: a set-id process does not lend it its rights.
+    if (hostTakeRealIdsForExec())
+        execv(path, argv);
     const int error = errno;
     HostSignalSafePrint("\n    Problem with exev()\n  cmd=");
     HostSignalSafePrint(path);
@@ -90,6 +93,20 @@ void runStackPrinter(char* path, PidType forPid) {
     if (forPid == getpid())
         prctl(PR_SET_PTRACER, 0, 0, 0, 0);
 }
+
+// A broken guarantee, reported as far as the report returns. Where it would end the process, only its line is printed:
+// the report prints stacks itself, and SIGUSR1 asks a healthy process for them. For the same reason nothing waits for a
+// debugger. A hook of the report that asks for the stacks again gets the line alone, too.
+void reportMissingPrinter() {
+    static int reporting;
+    constexpr int line = __LINE__;
+    if ((noHalt || !coreDumpEnabled) && HostAsmSyncOr(&reporting, 1) == 0) {
+        hostReportGuarantee(utlModule, line);
+        HostAsmSyncAnd(&reporting, 0);
+    } else {
+        hostPrintGuarantee(utlModule, line);
+    }
+}
 } // namespace
 
 void HostPrintCStack(PidType forPid) {
@@ -103,8 +120,7 @@ void HostPrintCStack(PidType forPid) {
     if (HostFileExist(printer)) {
         runStackPrinter(printer, forPid);
     } else {
-        // Only said, not reported: the report prints stacks, too, and SIGUSR1 asks a healthy process for them.
-        hostPrintGuarantee(utlModule, __LINE__);
+        reportMissingPrinter();
         hostSafePrintf("  Warning: Unable to print C call stack.  '%s' file not found\n", "gstack");
         HostSignalSafePrint("\nC-level stack not available\n");
     }

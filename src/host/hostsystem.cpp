@@ -12,7 +12,9 @@
 #include <unistd.h>
 
 #include "host/borrowedsignal.h"
-#include "host/retry.h"
+#include "host/errnokeeper.h"
+#include "host/interrupted.h"
+#include "host/realids.h"
 #include "hostenv.h"
 #include "hostsignal.h"
 
@@ -57,20 +59,6 @@ private:
     const pid_t group_;
 };
 
-class ErrnoKept {
-public:
-    ~ErrnoKept() { errno = value; }
-    int value = errno;
-};
-
-#ifdef SYS_setresuid32
-constexpr long setresuidNumber = SYS_setresuid32;
-constexpr long setresgidNumber = SYS_setresgid32;
-#else
-constexpr long setresuidNumber = SYS_setresuid;
-constexpr long setresgidNumber = SYS_setresgid;
-#endif
-
 // The kernel's view of a signal set and action.
 constexpr size_t kernelSetSize = 8;
 struct KernelAction {
@@ -96,18 +84,12 @@ void dropHandlers() {
     }
 }
 
-bool takeRealIds() {
-    constexpr id_t unchanged = -1;
-    return syscall(setresgidNumber, unchanged, getgid(), unchanged) == 0 &&
-           syscall(setresuidNumber, unchanged, getuid(), unchanged) == 0;
-}
-
 [[noreturn, gnu::noinline]] void runShell(const char* cmd, bool interactive, const sigset_t& mask) {
     if (!interactive)
         setsid();
     dropHandlers();
     syscall(SYS_rt_sigprocmask, SIG_SETMASK, &mask, nullptr, kernelSetSize);
-    if (takeRealIds()) {
+    if (hostTakeRealIdsForExec()) {
         const char* const words[] = {"/bin/sh", "-c", cmd, nullptr};
         execv(words[0], const_cast<char* const*>(words));
     }
@@ -127,7 +109,7 @@ bool takeRealIds() {
 } // namespace
 
 int UnixIoSystem(const char* cmd, BoolType interactive) {
-    ErrnoKept outcome;
+    ErrnoKeeper outcome;
     const BorrowedSignal::AsDefault statusKept(childEnded);
     const BorrowedSignal::Ignored noTicks(virtualTimer);
     const AllSignalsBlocked blocked;
@@ -200,8 +182,6 @@ BoolType HostSpawn(const char* cmd) {
 }
 
 int UnixIoExecv(const char* path, char* const argv[]) {
-    if (path[0] != '$')
-        return execv(path, argv);
     HostFnameStrType expanded;
     HostExpandFileName(path, expanded, sizeof expanded);
     return execv(expanded, argv);

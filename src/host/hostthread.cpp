@@ -14,14 +14,14 @@ constexpr char utlModule[] = "hostthread";
 bool hostSetThreadAttributes(pthread_attr_t* attr, size_t minStackSize) {
     int rc = pthread_attr_init(attr);
     if (rc != 0) {
-        printf("hostSetThreadAttributes: pthread_attr_init() failed, rc=%d\n", rc);
+        fprintf(stderr, "hostSetThreadAttributes: pthread_attr_init() failed, rc=%d\n", rc);
         UTL_GUARANTEE(false);
         return false;
     }
     size_t defaultSize = 0;
     rc = pthread_attr_getstacksize(attr, &defaultSize);
     if (rc != 0) {
-        printf("hostSetThreadAttributes: pthread_attr_getstacksize() failed, rc=%d\n", rc);
+        fprintf(stderr, "hostSetThreadAttributes: pthread_attr_getstacksize() failed, rc=%d\n", rc);
         UTL_GUARANTEE(false);
         return false;
     }
@@ -33,8 +33,8 @@ bool hostSetThreadAttributes(pthread_attr_t* attr, size_t minStackSize) {
     const size_t roundedSize = (minStackSize + pageSize - 1) & ~(pageSize - 1);
     rc = pthread_attr_setstacksize(attr, roundedSize);
     if (rc != 0) {
-        printf("hostSetThreadAttributes: pthread_attr_setstacksize(%d) failed, rc=%d\n", static_cast<int>(roundedSize),
-               rc);
+        fprintf(stderr, "hostSetThreadAttributes: pthread_attr_setstacksize(%d) failed, rc=%d\n",
+                static_cast<int>(roundedSize), rc);
         UTL_GUARANTEE(false);
         return false;
     }

@@ -1,4 +1,4 @@
-// The native of com.kestrune.tmqkci.KciBridge.
+// Whether fatal reports may end the virtual machine: a native of com.kestrune.tmqkci.KciMessages.
 #include "javasupport/faultreports.h"
 
 #include <jni.h>
@@ -14,7 +14,7 @@ void keepVirtualMachineAlive() {
         noHalt = TRUE;
 }
 
-extern "C" JNIEXPORT void JNICALL Java_com_kestrune_tmqkci_KciBridge_faultReports(JNIEnv*, jclass, jboolean wanted) {
+extern "C" TMQKCI_API void JNICALL Java_com_kestrune_tmqkci_KciMessages_faultReports(JNIEnv*, jclass, jboolean wanted) {
     faultReportsWanted = wanted != JNI_FALSE;
     noHalt = faultReportsWanted ? FALSE : TRUE;
 }

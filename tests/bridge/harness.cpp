@@ -4,7 +4,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <optional>
 #include <sstream>
+
+extern int TmqKciInitialized;
 
 namespace {
 
@@ -63,10 +66,6 @@ std::string escape(const std::u16string& text) {
     for (char16_t unit : text)
         out += unit >= ' ' && unit < 127 ? std::string(1, char(unit)) : "\\" + std::to_string(unit);
     return out;
-}
-
-std::u16string widen(const std::string& ascii) {
-    return {ascii.begin(), ascii.end()};
 }
 
 } // namespace
@@ -141,14 +140,15 @@ std::string errorRecord(const KciErrSType& error) {
     return lines;
 }
 
-std::string genericError(const std::string& message) {
+KciErrSType genericRecord(const std::string& message) {
     KciErrSType error = clientError(2318, message);
     error.category = KCI_OOP_NIL;
-    return debug("    GENERIC ERROR: " + message) + errorRecord(error);
+    return error;
 }
 
 std::string genericFailure(const std::string& message) {
-    return genericError(message) + debug("    Generic Error return: " + message) + returning(-1);
+    return debug("    GENERIC ERROR: " + message) + errorRecord(genericRecord(message)) +
+           debug("    Generic Error return: " + message) + returning(-1);
 }
 
 std::string clientFailure(const KciErrSType& error, int session) {
@@ -169,11 +169,12 @@ void Bridge::SetUp() {
     kernelOops = jni().longArray(std::vector<jlong>(16));
 }
 
-jint Bridge::initialize(jint debugFlag, jint bufSize, jint preloadSize) {
-    return call([&] {
-        return Java_com_kestrune_tmqkci_TmqKciInterface__1initialize(
-            jni().env(), nullptr, 1, arg(u"app"), bufSize, preloadSize, debugFlag, arg(kernelOops), arg(error));
-    });
+jint Bridge::initialize(const Arguments& given, const std::function<void()>& script) {
+    const auto native = [&] {
+        return CALL(initialize, given.useLinked, given.appName ? arg(given.appName) : null, given.bufSize,
+                    given.preloadSize, given.debugFlag, arg(kernelOops));
+    };
+    return call(native, script);
 }
 
 jint Bridge::call(const std::function<jint()>& native, const std::function<void()>& script) {
@@ -203,7 +204,8 @@ jint Bridge::call(const std::function<jint()>& native, const std::function<void(
 void Bridge::expectError(const KciErrSType& expected) {
     const auto* message = error->object("message");
     ASSERT_NE(message, nullptr);
-    EXPECT_EQ(message->text, widen(expected.message));
+    bool valid = false;
+    EXPECT_EQ(message->text, scripted::fromModifiedUtf8(expected.message, &valid));
     EXPECT_EQ(error->number("number"), expected.number);
     EXPECT_EQ(error->number("category"), jlong(expected.category));
     EXPECT_EQ(error->number("context"), jlong(expected.context));
@@ -213,69 +215,70 @@ void Bridge::expectError(const KciErrSType& expected) {
     EXPECT_EQ(error->object("args")->longs, std::vector<jlong>(expected.args, expected.args + expected.argCount));
 }
 
-void Bridge::expectGenericError(const std::string& message) {
-    KciErrSType expected = clientError(2318, message);
-    expected.category = KCI_OOP_NIL;
-    expectError(expected);
-}
-
-void Bridge::expectRefused(const std::function<jint()>& native, const std::string& beginning,
-                           const std::function<void()>& script) {
-    EXPECT_EQ(call(native, script), -1);
-    EXPECT_EQ(error->number("number"), 2318);
-    ASSERT_NE(error->object("message"), nullptr);
-    const std::string message = escape(error->object("message")->text);
-    EXPECT_TRUE(message.starts_with(beginning) && message.size() > beginning.size()) << message;
-}
-
-std::vector<Bridge::Method> Bridge::methods() {
-    const auto object = [] { return arg(server(300)); };
-    const auto objects = [] { return arg(std::vector{server(301)}); };
-    const auto bytes = [] { return arg(jni().byteArray({1})); };
-    const auto longs = [] { return arg(jni().longArray({300})); };
-    return {
-        {"kciVersion", "", false, [=, this] { return CALL(kciVersion, objects()); }},
-        {"login", "[DEBUGC] Login.\n", false,
-         [this] { return CALL(login, arg(u"srv"), null, arg(u"usr"), arg(u"pwd"), null, null); }},
-        {"logout", "[DEBUGC] Logout session: 7\n", true, [this] { return CALL(logout, 7); }},
-        {"setup", "", true, [=, this] { return CALL(setup, 7, object()); }},
-        {"nbEnd", "[DEBUGC] NbEnd: 7 ", true, [=, this] { return CALL(nbEnd, 7, object()); }},
-        {"checkErrors", "[DEBUGC] CheckErrors: 7\n", true, [this] { return CALL(checkErrors, 7); }},
-        {"executeStr", "[DEBUGC] ExecuteStr: 7\n", true, [this] { return CALL(executeStr, 7, arg(u"nil")); }},
-        {"executeObj", "[DEBUGC] ExecuteObj: 7\n", true, [=, this] { return CALL(executeObj, 7, object()); }},
-        {"perform", "[DEBUGC] Perform: 7\n", true,
-         [=, this] { return CALL(perform, 7, object(), arg(u"at:"), objects(), 1); }},
-        {"continue", "[DEBUGC] Continue: 7\n", true,
-         [=, this] { return CALL(continue, 7, object(), JNI_FALSE, null, object(), null, null); }},
-        {"isKindOf", "[DEBUGC] isKindOf: 7\n", true, [=, this] { return CALL(isKindOf, 7, object(), object()); }},
-        {"getBytes", "[DEBUGC] 7: getBytes start 1 num 1\n", true,
-         [=, this] { return CALL(getBytes, 7, object(), 1, 1, bytes()); }},
-        {"getObjs", "[DEBUGC] 7: GetObjs start 1 num 1\n", true,
-         [=, this] { return CALL(getObjs, 7, object(), 1, 1, objects()); }},
-        {"getNamedObjs", "[DEBUGC] 7: getNamedObjs start 1 num 1\n", true,
-         [=, this] { return CALL(getNamedObjs, 7, object(), 1, 1, objects()); }},
-        {"putBytes", "[DEBUGC] 7: putBytes start 1 num 1\n", true,
-         [=, this] { return CALL(putBytes, 7, object(), 1, 1, bytes()); }},
-        {"putObjs", "[DEBUGC] 7: putObjs start 1 num 1\n", true,
-         [=, this] { return CALL(putObjs, 7, object(), 1, 1, objects()); }},
-        {"putNamedObjs", "[DEBUGC] 7: putNamedObjs start 1 num 1\n", true,
-         [=, this] { return CALL(putNamedObjs, 7, object(), 1, 1, objects()); }},
-        {"removeFromExportSet", "[DEBUGC] RemoveFromExportSet: 7\n", true,
-         [=, this] { return CALL(removeFromExportSet, 7, objects(), 1); }},
-        {"releaseOops", "[DEBUGC] ReleaseOops: 7\n", true, [=, this] { return CALL(releaseOops, 7, longs(), 1); }},
-        {"changedOops", "[DEBUGC] ChangedOops: 7\n", true, [=, this] { return CALL(changedOops, 7, longs(), 1); }},
-    };
-}
-
-void Bridge::check(const Row& row, int level) {
-    SCOPED_TRACE(std::string(row.name) + " at trace level " + std::to_string(level));
-    EXPECT_EQ(call(row.native, row.script), row.status);
-    EXPECT_EQ(client().calls, row.client);
+void Bridge::run(const Story& story, int level, int failing) {
+    SCOPED_TRACE(story.steps + " at trace level " + std::to_string(level) + ", failing " + std::to_string(failing));
+    std::string calls, lines;
+    jint ends = 0;
+    std::optional<KciErrSType> record;
+    std::function<void()> fault = [] {};
+    std::map<std::string, unsigned> met;
+    int at = 0;
+    std::istringstream steps(story.steps);
+    for (std::string step; std::getline(steps, step, '|'); at++) {
+        std::string rest = step.substr(std::min(step.size(), step.find(' ') + 1));
+        if (step.starts_with("KciErr") && step.find('(') == std::string::npos) {
+            calls += " KciErr";
+            const unsigned nth = ++met["KciErr"];
+            if (at == failing) {
+                record = scriptError(), ends = -1;
+                lines += clientFailure(*record, isdigit(rest[0]) ? std::stoi(rest) : 7);
+                lines += rest == "again" ? returning(-1) : "";
+                fault = [=] { client().fail("KciErr", scriptError(), nth), jni().loansExpected = rest == "loan"; };
+                break;
+            }
+        } else if (step.starts_with("Kci") && step.find('(') != std::string::npos) {
+            calls += " " + step;
+        } else if (step.starts_with("lend ")) {
+            const unsigned nth = ++met[rest];
+            if (at == failing) {
+                ends = -2, lines += allocationError();
+                fault = [=] { jni().fail(rest, nth); };
+                break;
+            }
+        } else if (step.starts_with("= ")) {
+            if (story.error)
+                record = *story.error, lines += errorRecord(*record);
+            ends = std::stoi(rest), lines += ends == -2 ? allocationError() : returning(ends);
+        } else if (step.starts_with("-> ")) {
+            ends = std::stoi(rest);
+        } else if (step.starts_with("! ") || step.starts_with("~ ")) {
+            record = genericRecord(rest), ends = -1;
+            lines += step[0] == '!' ? genericFailure(rest) : debug("    GENERIC ERROR: " + rest) + errorRecord(*record);
+        } else {
+            lines += step[0] == '"' ? step.substr(1) : step.starts_with("[ INFO ] ") ? step + "\n" : debug(step);
+        }
+    }
+    call(story.native, [&] {
+        if (story.script)
+            story.script();
+        fault();
+    });
+    EXPECT_EQ(status, ends);
+    EXPECT_EQ(client().calls, calls.empty() ? "" : calls.substr(1));
     EXPECT_EQ(host().mallocs, 0u);
+    expectTrace(lines, level);
+    if (record)
+        expectError(*record);
+    else
+        EXPECT_EQ(describe(error), "");
+    if (story.check && failing < 0)
+        story.check();
+}
 
+void Bridge::expectTrace(const std::string& lines, int level) {
     std::string expected;
-    std::istringstream lines(row.trace);
-    for (std::string line; level > 0 && std::getline(lines, line);)
+    std::istringstream in(lines);
+    for (std::string line; level > 0 && std::getline(in, line);)
         expected += level > 1 || line.starts_with("[ INFO ] ") ? line + "\n" : "";
     // References are printed as numbers.
     for (size_t i = 0; i < jni().elementReferences.size(); i++) {
@@ -284,24 +287,35 @@ void Bridge::check(const Row& row, int level) {
             expected.replace(at, mark.size(), std::to_string(reinterpret_cast<intptr_t>(jni().elementReferences[i])));
     }
     EXPECT_EQ(trace, expected);
-
-    if (!row.error.empty()) {
-        expectGenericError(row.error);
-    } else if (row.status == -1) {
-        expectError(scriptError());
-    } else {
-        EXPECT_EQ(describe(error), "");
-    }
-    if (row.check)
-        row.check();
 }
 
-void Bridge::check(const std::vector<Row>& rows) {
+void Bridge::check(const std::vector<Story>& stories) {
+    const auto refuse = [&](int level) {
+        for (const Story& story : stories) {
+            const size_t frame = story.steps.find(FRAME);
+            const std::string intro = frame != std::string::npos         ? story.steps.substr(0, frame)
+                                      : story.steps.starts_with("Login") ? "Login.|"
+                                                                         : "";
+            run({story.native, intro + "~ KCI: Not initialized"}, level);
+        }
+    };
+    refuse(0);
     for (int level = 0; level <= 2; level++) {
-        ASSERT_EQ(initialize(level), 32);
-        for (const Row& row : rows)
-            check(row, level);
+        ASSERT_EQ(initialize({level}), 32);
+        EXPECT_TRUE(level > 0 || trace.empty());
+        for (const Story& story : stories) {
+            run(story, level);
+            std::istringstream steps(story.steps);
+            int at = 0;
+            for (std::string step; std::getline(steps, step, '|'); at++) {
+                if (step.starts_with("lend ") || (step.starts_with("KciErr") && !step.ends_with("unchecked")))
+                    run(story, level, at);
+            }
+        }
     }
+    TmqKciInitialized = 0;
+    refuse(2);
+    TmqKciInitialized = 1;
 }
 
 } // namespace bridge

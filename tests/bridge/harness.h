@@ -50,7 +50,6 @@ NATIVE(KCSIgetStats, jlong, jobject, jthrowable);
 namespace bridge {
 
 using scripted::clientError;
-using scripted::Jni;
 using scripted::jni;
 using scripted::Object;
 
@@ -90,24 +89,35 @@ std::string debug(const std::string& line);
 std::string info(const std::string& line);
 std::string returning(jint status);
 std::string allocationError();                                        // and -2
-std::string genericError(const std::string& message);                 // as far as the report itself traces
 std::string genericFailure(const std::string& message);               // and -1
 std::string errorRecord(const KciErrSType& error);                    // as far as the report itself traces
 std::string clientFailure(const KciErrSType& error, int session = 7); // and -1
 
 // The error that scripts use, with an argument that is negative as a long.
 KciErrSType scriptError();
+KciErrSType genericRecord(const std::string& message);
 
-struct Row {
-    const char* name;
+// A native call, told in steps with a bar between two:
+//   KciName(arguments)  a client call
+//   KciErr              the question whether that left an error; when it did, this is the end: traced with session 7,
+//                       "KciErr 9" with session 9, "KciErr loan" with a loan that is not returned, "KciErr again" with
+//                       its status traced once more, "KciErr unchecked" goes on
+//   lend JniFunction    Java lends or allocates; when it refuses, the end is -2
+//   [ INFO ] text       an informational line
+//   "text               what is printed as it stands
+//   = 32                the end, traced: its status, -2 as an allocation error
+//   -> 1                the end, without a trace
+//   ! message           the end with a generic error; "~ message" without a trace of the end
+//   anything else       a detailed trace line
+// Each story is tried with every error and every refusal that it leaves room for.
+struct Story {
     std::function<jint()> native;
-    jint status = 0;
-    std::string client = {};           // the client calls
-    std::string trace = {};            // at full level
-    std::function<void()> script = {}; // before the call
-    std::string error = {};            // the text of a generic error; scriptError() is known by its calls
-    std::function<void()> check = {};  // after the call
+    std::string steps;
+    std::function<void()> script = {};  // before the call
+    std::function<void()> check = {};   // after the call as it is told
+    const KciErrSType* error = nullptr; // that comes with the traced end
 };
+const std::string FRAME = "KciSetSessionId(7)|KciErr|";
 
 // What the bridge takes from the C library, under the test's control.
 struct Host {
@@ -122,30 +132,24 @@ class Bridge : public testing::Test {
 protected:
     void SetUp() override;
 
+    struct Arguments {
+        jint debugFlag = 2, bufSize = 64, preloadSize = 16, useLinked = 1;
+        const char16_t* appName = u"app";
+    };
     // Initializes; the later calls in a process only raise the trace level.
-    jint initialize(jint debugFlag, jint bufSize = 64, jint preloadSize = 16);
+    jint initialize(const Arguments& given, const std::function<void()>& script = {});
 
     // Makes one native call; its status is in status, what it traced in trace. Breaches of the Java interface's rules
     // and exceptions left pending fail the test; after -2 the environment's own error may be pending.
     jint call(const std::function<jint()>& native, const std::function<void()>& script = {});
 
-    void expectGenericError(const std::string& message);
     void expectError(const KciErrSType& expected);
-    // Wrong arguments whose error text is the bridge's own choice: -1, a generic error that begins with the text.
-    void expectRefused(const std::function<jint()>& native, const std::string& beginning = "",
-                       const std::function<void()>& script = {});
-    void check(const Row& row, int level);
-    // Each row at every trace level.
-    void check(const std::vector<Row>& rows);
-
-    // Every native method but _initialize and the cache statistics, called with arguments that are in order.
-    struct Method {
-        const char* name;
-        const char* intro; // what it traces before anything else
-        bool hasSession;
-        std::function<jint()> native;
-    };
-    std::vector<Method> methods();
+    // One telling: the step that fails, or -1 for none.
+    void run(const Story& story, int level, int failing = -1);
+    // Every telling at every trace level, and the refusal before initialization.
+    void check(const std::vector<Story>& stories);
+    // What was traced, lines by their level and references by their numbers.
+    void expectTrace(const std::string& lines, int level);
 
     Object* error = nullptr; // fresh for every call, as is result
     Object* result = nullptr;

@@ -6,6 +6,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 
+#include "hostdebug.h"
+
 TempFolder::TempFolder() {
     char pattern[] = "/tmp/errmsg-test-XXXXXX";
     folder = mkdtemp(pattern);
@@ -30,6 +32,16 @@ std::string compileText(const std::string& text, const errmsgc::Transform& trans
 OpenCatalogue::OpenCatalogue(const std::string& image) : name(folder.write("messages.err", image)) {
     setenv("KESTRUNE_LANG", name.c_str(), 1);
     ErrMsgInit();
+}
+
+void countHookCalls() {
+    noHalt = FALSE;
+    coreDumpEnabled = 0;
+    HostOnDebug([] {
+        ++hookCalls;
+        ErrMsgGetPanicked();
+        message("from.the.hook", "");
+    });
 }
 
 uint32_t wordAt(const std::string& image, size_t position) {

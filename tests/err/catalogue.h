@@ -10,6 +10,7 @@
 inline constexpr errmsgc::Transform littleEndian{0, 1, 2, 3};
 inline constexpr errmsgc::Transform bigEndian{3, 2, 1, 0};
 inline constexpr errmsgc::Transform mixedEndian{2, 3, 0, 1};
+inline constexpr errmsgc::Transform cyclic{1, 2, 3, 0}; // unlike the others, not its own inverse
 
 // A folder that goes with the object.
 class TempFolder {
@@ -43,6 +44,10 @@ public:
 // The little-endian number at a position of an image, to be looked at and changed.
 uint32_t wordAt(const std::string& image, size_t position);
 void setWord(std::string& image, size_t position, uint32_t value);
+
+// For a child: from here on a fatal error is only counted, by a hook that takes the catalogue's mutex.
+inline int hookCalls;
+void countHookCalls();
 
 // ErrMsgSymToText with a buffer of the usual size.
 template <class... Args>

@@ -1,9 +1,10 @@
 // The English messages against the code that asks for them.
-#include <cstring>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
+#include <regex>
 #include <set>
 #include <sstream>
 
@@ -11,24 +12,24 @@
 
 namespace {
 
-const std::map<std::string, std::set<std::string>>& documentedKinds() {
-    static const std::map<std::string, std::set<std::string>> kinds = {
-        {"errmsg.line1", {"dd"}},       {"errmsg.line1a", {""}},     {"errmsg.line1b", {""}},
-        {"errmsg.line1c", {""}},        {"errmsg.line3b", {""}},     {"errmsg.line3c", {""}},
-        {"errmsg.line3d", {""}},        {"errmsg.line3e", {""}},     {"errmsg.line3f", {"dsd"}},
-        {"errmsg.line3g", {"sd"}},      {"errmsg.line3h", {"d"}},    {"errmsg.line3i", {"d"}},
-        {"errmsg.line4", {"d"}},        {"errmsg.userErrTxt", {""}}, {"errmsg.invalidErr", {""}},
-        {"host.debugger1", {"s"}},      {"host.debugger2", {"s"}},   {"host.core2", {"ds"}},
-        {"host.core3", {""}},           {"host.core4", {""}},        {"host.core5", {"s"}},
-        {"host.core6", {"ds"}},         {"host.core7", {"s"}},       {"host.initfail", {"s"}},
-        {"fault.errno", {"ds"}},        {"fault.date", {"s"}},       {"host.fork1", {"s"}},
-        {"host.fork1a", {"s"}},         {"host.fork4", {"s"}},       {"host.fork5", {"d"}},
-        {"host.fork6", {"d"}},          {"host.fork7", {"ds"}},      {"host.fork9a", {""}},
-        {"host.fork9b", {""}},          {"host.forkClient", {"s"}},  {"host.fork10", {"s"}},
-        {"host.fork11", {"s"}},         {"host.fork12", {""}},       {"host.fork13", {"d", "s"}},
-        {"host.syscallfailed", {"ss"}}, {"host.serverfailed", {""}},
-    };
-    return kinds;
+const std::multimap<std::string, std::string> documentedKinds = {
+    {"errmsg.line1", "dd"},    {"errmsg.line1a", ""},        {"errmsg.line1b", ""},     {"errmsg.line1c", ""},
+    {"errmsg.line3b", ""},     {"errmsg.line3c", ""},        {"errmsg.line3d", ""},     {"errmsg.line3e", ""},
+    {"errmsg.line3f", "dsd"},  {"errmsg.line3g", "sd"},      {"errmsg.line3h", "d"},    {"errmsg.line3i", "d"},
+    {"errmsg.line4", "d"},     {"errmsg.userErrTxt", ""},    {"errmsg.invalidErr", ""}, {"host.debugger1", "s"},
+    {"host.debugger2", "s"},   {"host.core2", "ds"},         {"host.core3", ""},        {"host.core4", ""},
+    {"host.core5", "s"},       {"host.core6", "ds"},         {"host.core7", "s"},       {"host.initfail", "s"},
+    {"fault.errno", "ds"},     {"fault.date", "s"},          {"host.fork1", "s"},       {"host.fork1a", "s"},
+    {"host.fork4", "s"},       {"host.fork5", "d"},          {"host.fork6", "d"},       {"host.fork7", "ds"},
+    {"host.fork9a", ""},       {"host.fork9b", ""},          {"host.forkClient", "s"},  {"host.fork10", "s"},
+    {"host.fork11", "s"},      {"host.fork12", ""},          {"host.fork13", "d"},      {"host.fork13", "s"},
+    {"host.serverfailed", ""}, {"host.syscallfailed", "ss"},
+};
+
+std::string contentsOf(const std::filesystem::path& path) {
+    std::stringstream text;
+    text << std::ifstream(path).rdbuf();
+    return text.str();
 }
 
 std::map<std::string, errmsgc::Entry> englishEntries() {
@@ -40,100 +41,63 @@ std::map<std::string, errmsgc::Entry> englishEntries() {
     return bySymbol;
 }
 
-// What a conversion of the pattern can show as its author meant it: %s shows anything.
-bool fits(char conversion, char kind) {
-    return conversion == 's' || (conversion == 'd' && kind == 'd');
-}
-
-std::vector<char> conversionsOf(const std::string& pattern) {
-    std::vector<char> conversions;
-    for (size_t at = pattern.find('%'); at != std::string::npos; at = pattern.find('%', at + 1)) {
-        if (pattern[at + 1] != '%')
-            at = std::min(pattern.find_first_of("diouxXcpneEfgGs", at), pattern.size());
-        else
-            ++at;
-        if (pattern[at] != '%')
-            conversions.push_back(pattern[at]);
-    }
-    return conversions;
-}
-
 TEST(EnglishMessages, FitTheKindsThatTheCodePasses) {
     const auto entries = englishEntries();
-    std::map<std::string, std::set<std::string>> kinds = documentedKinds();
+    std::multimap<std::string, std::string> kinds = documentedKinds;
+    std::set<std::string> numbered;
     for (int number = 0; number < 10000; ++number) {
-        if (const char* const sym = ErrMsgGsErrNumToSym(number))
-            kinds[sym] = {""};
+        if (const char* const sym = ErrMsgGsErrNumToSym(number); sym && numbered.insert(sym).second)
+            kinds.emplace(sym, "");
     }
-    EXPECT_EQ(kinds.size(), 119u + documentedKinds().size());
-    for (const auto& [sym, lists] : kinds) {
-        ASSERT_TRUE(entries.contains(sym)) << sym;
+    EXPECT_EQ(numbered.size(), 119u);
+    const std::regex conversion("%[^%diouxXcpneEfgGs]*(.)");
+    for (const auto& [sym, list] : kinds) {
+        SCOPED_TRACE(sym);
+        ASSERT_TRUE(entries.contains(sym));
         const errmsgc::Entry& entry = entries.at(sym);
-        const std::vector<char> conversions = conversionsOf(entry.pattern);
-        ASSERT_EQ(conversions.size(), entry.argOrder.size()) << sym;
-        EXPECT_FALSE(entry.pattern.empty()) << sym;
-        for (const std::string& list : lists) {
-            std::set<int> shown(entry.argOrder.begin(), entry.argOrder.end());
-            EXPECT_EQ(shown.size(), list.size()) << sym << ": every argument is shown";
-            for (size_t n = 0; n < conversions.size(); ++n) {
-                ASSERT_LE(static_cast<size_t>(entry.argOrder[n]), list.size()) << sym;
-                EXPECT_TRUE(fits(conversions[n], list[static_cast<size_t>(entry.argOrder[n]) - 1])) << sym;
-            }
+        EXPECT_FALSE(entry.pattern.empty());
+        const std::set<int> shown(entry.argOrder.begin(), entry.argOrder.end());
+        EXPECT_EQ(shown.size(), list.size()) << "every argument is shown";
+        size_t n = 0;
+        for (std::sregex_iterator at(entry.pattern.begin(), entry.pattern.end(), conversion), end; at != end; ++at) {
+            const std::string letter = (*at)[1];
+            if (letter == "%")
+                continue;
+            ASSERT_LT(n, entry.argOrder.size());
+            const auto argument = static_cast<size_t>(entry.argOrder[n++]) - 1;
+            ASSERT_LT(argument, list.size());
+            // As its author meant it: %s shows anything.
+            EXPECT_TRUE(letter == "s" || (letter == "d" && list[argument] == 'd')) << letter;
         }
+        EXPECT_EQ(n, entry.argOrder.size());
     }
     for (const auto& [sym, entry] : entries)
         EXPECT_TRUE(kinds.contains(sym)) << sym << " is never asked for";
 }
 
-bool isSymbol(const std::string& literal) {
-    const size_t dot = literal.find('.');
-    const std::string family = literal.substr(0, dot);
-    return (family == "errmsg" || family == "host" || family == "fault") && !literal.ends_with(".h") &&
-           literal.find_first_of("\\/ %:|") == std::string::npos && dot + 1 < literal.size();
-}
-
-// A source file without the quotes that begin or end no literal.
-std::string withoutQuotedQuotes(const std::filesystem::path& path) {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    std::string source = text.str();
-    for (const char* const quoted : {"\\\"", "'\"'"}) {
-        for (size_t at = source.find(quoted); at != std::string::npos; at = source.find(quoted, at))
-            source.erase(at, strlen(quoted));
-    }
-    return source;
-}
-
 TEST(EnglishMessages, HoldEverySymbolOfTheSources) {
     const auto entries = englishEntries();
+    const std::regex symbol("\"((errmsg|host|fault)\\.(?!h\")\\w+)\"(\\s*[,:][^;\"]*\"([dnoxgs]*)\")?");
     size_t found = 0;
     for (const auto& file : std::filesystem::recursive_directory_iterator(TMQKCI_SOURCE_DIR "/src")) {
         if (file.path().extension() != ".cpp")
             continue;
-        std::stringstream source(withoutQuotedQuotes(file.path()));
-        // Between two quotes stands a literal, or what separates it from the next one.
-        std::string sym;
-        std::string between;
-        for (std::string piece; std::getline(source, between, '"') && std::getline(source, piece, '"');) {
-            const bool sameStatement = between.find(';') == std::string::npos;
-            if (isSymbol(piece)) {
-                ++found;
-                EXPECT_TRUE(entries.contains(piece)) << piece << " in " << file.path();
-            } else if (sameStatement && documentedKinds().contains(sym) &&
-                       piece.find_first_not_of("dnoxgs") == std::string::npos) {
-                EXPECT_TRUE(documentedKinds().at(sym).contains(piece)) << sym << " in " << file.path();
+        const std::string source = contentsOf(file.path());
+        for (std::sregex_iterator at(source.begin(), source.end(), symbol), end; at != end; ++at, ++found) {
+            const std::string sym = (*at)[1];
+            EXPECT_TRUE(entries.contains(sym)) << sym << " in " << file.path();
+            const auto [first, last] = documentedKinds.equal_range(sym);
+            const auto fits = [&](const auto& documented) { return documented.second == (*at)[4]; };
+            if ((*at)[3].matched && first != last) {
+                EXPECT_TRUE(std::any_of(first, last, fits)) << at->str() << " in " << file.path();
             }
-            sym = isSymbol(piece) ? piece : "";
         }
     }
     EXPECT_GT(found, 130u);
 }
 
 TEST(EnglishMessages, ShowNumberOrTextInOnePlace) {
-    std::ifstream file(TMQKCI_SOURCE_DIR "/messages/english.msg");
-    std::stringstream text;
-    text << file.rdbuf();
-    const OpenCatalogue catalogue(compileText(text.str()));
+    const OpenCatalogue catalogue(compileText(contentsOf(TMQKCI_SOURCE_DIR "/messages/english.msg")));
     EXPECT_TRUE(message("host.fork13", "d", 77).ends_with(": 77"));
     EXPECT_TRUE(message("host.fork13", "s", "reason").ends_with(": reason"));
     EXPECT_EQ(message("fault.errno", "ds", 2, "text"), "errno = 2 (text)");

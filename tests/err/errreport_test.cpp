@@ -23,12 +23,13 @@ KciErrSType makeError(const char* text) {
     return error;
 }
 
+// The pieces, each with a bar behind it.
 std::string report(const KciErrSType& error, int errorNum, BoolType displayOops, int errsInProgress) {
     pieces.clear();
     ErrMsgWriteError(collect, showObject, &error, errorNum, displayOops, errsInProgress);
     std::string all;
     for (const std::string& piece : pieces)
-        all += piece;
+        all += piece + "|";
     return all;
 }
 
@@ -40,50 +41,37 @@ TEST(ErrMsgWriteError, RendersEveryVariant) {
         "errmsg.line3c:fint\nerrmsg.line3d:sys\nerrmsg.line3e:user\nerrmsg.line3f(1 2 3):C %d %s N %d\n"
         "errmsg.line3g(1 2):%s N %d\nerrmsg.line3h(1):A %d\nerrmsg.line3i(1): X %d\nerrmsg.line4(1):Arg %d: \n"));
     KciErrSType error = makeError("two\nlines");
-    EXPECT_EQ(report(error, 1, FALSE, 1), rule + "E                       mild\ntwo\nlines\n"
-                                                 "sys N 2010              A 2\nArg 1: <100>\nArg 2: <4294967295>\n");
-    const std::vector<std::string> expected = {rule,      "E                       mild",
-                                               "\n",      "two",
-                                               "\n",      "lines",
-                                               "\n",      "sys N 2010              A 2",
-                                               "\n",      "Arg 1: ",
-                                               "<100>",   "\n",
-                                               "Arg 2: ", "<4294967295>",
-                                               "\n"};
-    EXPECT_EQ(pieces, expected);
+    EXPECT_EQ(report(error, 1, FALSE, 1), rule + "|E                       mild|\n|two|\n|lines|\n|"
+                                                 "sys N 2010              A 2|\n|"
+                                                 "Arg 1: |<100>|\n|Arg 2: |<4294967295>|\n|");
     error.fatal = TRUE;
     error.argCount = 0;
     error.number = 2183;
-    EXPECT_EQ(report(error, 2, TRUE, 3), rule + "E 2/3                   fatal\ntwo\nlines\n"
-                                                "C 3613 int N 2183       A 0 X 20\n");
+    EXPECT_EQ(report(error, 2, TRUE, 3), rule + "|E 2/3                   fatal|\n|two|\n|lines|\n|"
+                                                "C 3613 int N 2183       A 0 X 20|\n|");
     error.number = 4126;
-    EXPECT_NE(report(error, 1, FALSE, 1).find("\nfint N 4126"), std::string::npos);
+    EXPECT_NE(report(error, 1, FALSE, 1).find("|fint N 4126"), std::string::npos);
     error.category = 0xFFFFFFFFu;
     error.argCount = 12;
     memset(error.message, 'm', sizeof error.message);
     const std::string full = report(error, 1, TRUE, 1);
-    EXPECT_NE(full.find("\nC -1 user N 4126        A 12 X 20\n"), std::string::npos) << full;
-    EXPECT_NE(full.find("Arg 10: "), std::string::npos);
+    EXPECT_NE(full.find("|C -1 user N 4126        A 12 X 20|\n|"), std::string::npos) << full;
+    EXPECT_NE(full.find("Arg 10: |<0>|\n|"), std::string::npos);
     EXPECT_EQ(full.find("Arg 11: "), std::string::npos);
-    EXPECT_NE(full.find("\n" + std::string(80, 'm') + "\nm\nC"), std::string::npos) << full;
+    EXPECT_NE(full.find("|" + std::string(80, 'm') + "|\n|m|\n|C"), std::string::npos) << full;
     error.argCount = -1;
     EXPECT_EQ(report(error, 1, TRUE, 1).find("Arg"), std::string::npos);
 }
 
 TEST(ErrMsgWriteError, WithoutCatalogueIsBracketed) {
-    EXPECT_EQ(report(makeError(""), 1, FALSE, 2),
-              rule +
-                  "[errmsg.line1 1 2]      [errmsg.line1c]\n\n[errmsg.line3g [errmsg.line3d] 2010][errmsg.line3h 2]\n"
-                  "[errmsg.line4 1]<100>\n[errmsg.line4 2]<4294967295>\n");
+    EXPECT_EQ(report(makeError(""), 1, FALSE, 2), rule + "|[errmsg.line1 1 2]      [errmsg.line1c]|\n||\n|"
+                                                         "[errmsg.line3g [errmsg.line3d] 2010][errmsg.line3h 2]|\n|"
+                                                         "[errmsg.line4 1]|<100>|\n|[errmsg.line4 2]|<4294967295>|\n|");
 }
 
 TEST(ErrMsgWriteError, WrapsLines) {
     const auto a = [](size_t count) { return std::string(count, 'a'); };
-    struct Case {
-        std::string text;
-        std::vector<std::string> lines;
-    };
-    const Case cases[] = {
+    const std::pair<std::string, std::vector<std::string>> cases[] = {
         {"", {""}},
         {"\n", {"", ""}},
         {"text\n", {"text", ""}},
@@ -96,26 +84,19 @@ TEST(ErrMsgWriteError, WrapsLines) {
         {a(65) + "  b", {a(65), " b"}},
         {a(79) + "\1b", {a(79) + "\1", "b"}},
         {a(78) + "\1b", {a(78) + "\1", "b"}},
-        {a(77) + "\t\r\a" + "b", {a(77) + "\t\r\a", "b"}},
-        {a(78) + "\x7F"
-                 "b",
-         {a(78) + "\x7F", "b"}},
-        {a(79) + "\xC3"
-                 "b",
-         {a(79) + "\xC3", "b"}},
+        {a(77) + "\t\r\7b", {a(77) + "\t\r\a", "b"}},
+        {a(78) + "\177b", {a(78) + "\177", "b"}},
+        {a(79) + "\303b", {a(79) + "\303", "b"}},
     };
-    for (const Case& c : cases) {
-        KciErrSType error = makeError(c.text.c_str());
+    for (const auto& [text, lines] : cases) {
+        KciErrSType error = makeError(text.c_str());
         error.argCount = 0;
         report(error, 1, FALSE, 1);
         // The rule, line one and its end come first, line three and its end last.
-        std::vector<std::string> lines(pieces.begin() + 3, pieces.end() - 2);
         std::vector<std::string> expected;
-        for (const std::string& line : c.lines) {
-            expected.push_back(line);
-            expected.push_back("\n");
-        }
-        EXPECT_EQ(lines, expected) << c.text;
+        for (const std::string& line : lines)
+            expected.insert(expected.end(), {line, "\n"});
+        EXPECT_EQ(std::vector(pieces.begin() + 3, pieces.end() - 2), expected) << text;
     }
 }
 

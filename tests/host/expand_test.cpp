@@ -5,21 +5,16 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <random>
 #include <string>
-#include <sys/prctl.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <vector>
 
+#include "host/expect.h"
 #include "host/hostexpand.h"
-#include "support/child.h"
 
 namespace {
 namespace fs = std::filesystem;
@@ -34,22 +29,17 @@ std::string expand(const std::string& name, LinkHandling links = LinkHandling::f
 class Expansion : public testing::Test {
 protected:
     Expansion() {
-        std::string pattern = fs::canonical(fs::temp_directory_path()) / "expand.XXXXXX";
-        root = mkdtemp(pattern.data());
         fs::current_path(root);
         fs::create_directories("dir/sub");
+        fs::create_directory("real");
+        fs::create_directory("away");
         std::ofstream("dir/file") << "x";
-        for (const auto& [target, name] :
-             std::vector<std::pair<std::string, std::string>>{{"dir", "link"},
-                                                              {root + "/dir", "abs"},
-                                                              {"dir/file", "fileLink"},
-                                                              {"../link/./sub/..", "dir/back"},
-                                                              {"self", "self"},
-                                                              {"pong", "ping"},
-                                                              {"ping", "pong"},
-                                                              {"nowhere", "dangling"},
-                                                              {"/", "top"},
-                                                              {"grow/x", "grow"}})
+        const std::pair<std::string, std::string> links[] = {
+            {"dir", "link"},  {root + "/dir", "abs"}, {"dir/file", "fileLink"}, {"../link/./sub/..", "dir/back"},
+            {"self", "self"}, {"pong", "ping"},       {"ping", "pong"},         {"nowhere", "dangling"},
+            {"/", "top"},     {"grow/x", "grow"},     {"../real", "dir/away"},
+        };
+        for (const auto& [target, name] : links)
             fs::create_symlink(target, name);
         setenv("K", "/opt/k", 1);
         setenv("EMPTY", "", 1);
@@ -57,21 +47,8 @@ protected:
         setenv("BIG", std::string(1 << 20, 'b').c_str(), 1);
         unsetenv("UNSET");
     }
-    ~Expansion() override {
-        fs::current_path("/");
-        fs::remove_all(root);
-    }
-
-    // "@" stands for the root of the tree.
-    std::string atRoot(std::string text) const {
-        for (size_t at; (at = text.find('@')) != std::string::npos;)
-            text.replace(at, 1, root);
-        return text;
-    }
-
-    void expectTable(LinkHandling links) const;
-
-    std::string root;
+    const Scratch folder;
+    const std::string& root = folder.path();
 };
 
 struct Case {
@@ -82,9 +59,7 @@ struct Case {
 constexpr std::array cases{
     Case{"", "", nullptr},
     Case{"x/./y", "@/x/y", nullptr},
-    Case{"./x", "@/x", nullptr},
     Case{"/a/b/../c", "/a/c", nullptr},
-    Case{"/a/..", "/", nullptr},
     Case{"/a/b/../../..", "/../", "/.."},
     Case{"/..", "/../", "/.."},
     Case{"/../..", "/", nullptr},
@@ -95,7 +70,6 @@ constexpr std::array cases{
     Case{"dir/", "@/dir/", nullptr},
     Case{"dir/.", "@/dir/", "@/dir"},
     Case{"dir/file", "@/dir/file", nullptr},
-    Case{"dir/file/", "@/dir/file/", nullptr},
     Case{"dir/file/..", "@/dir/", nullptr},
     Case{"link", "@/dir/", "@/link"},
     Case{"link/../x", "@/x", nullptr},
@@ -105,6 +79,10 @@ constexpr std::array cases{
     Case{"fileLink", "@/dir/file", "@/fileLink"},
     Case{"dir/back/back/file", "@/dir/file", "@/dir/back/back/file"},
     Case{"dangling/x", "@/nowhere/x", "@/dangling/x"},
+    // Only the empty component is taken back; for the kernel these are the folders @/away and @/real.
+    Case{"dir//../away", "@/real/", "@/dir/away"},
+    Case{"dir//./../away", "@/real/", "@/dir/away"},
+    Case{"dir//../real", "@/dir/real", nullptr},
     Case{"top/dev/null", "//dev/null", "@/top/dev/null"},
     Case{"self", "@/self", nullptr},
     Case{"ping", "@/pong", "@/ping"}, // 4095 links lead to the other one
@@ -123,50 +101,29 @@ constexpr std::array cases{
     Case{"/tmp_mnt", "/tmp_mnt", nullptr},
 };
 
-void Expansion::expectTable(LinkHandling links) const {
-    for (const Case& c : cases) {
-        const bool keep = links == LinkHandling::keep && c.withLinksKept != nullptr;
-        EXPECT_EQ(expand(c.name, links), atRoot(keep ? c.withLinksKept : c.expanded)) << c.name;
-    }
-}
-
 TEST_F(Expansion, TableOfCases) {
-    expectTable(LinkHandling::follow);
-    expectTable(LinkHandling::followByWalk);
-    expectTable(LinkHandling::keep);
-}
-
-TEST_F(Expansion, KernelWithoutTheCall) {
-    const ChildResult child = runInChild([&] {
-        std::array filter{
-            sock_filter BPF_STMT(BPF_LD | BPF_W | BPF_ABS, 0),
-            sock_filter BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
-            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | ENOSYS),
-            sock_filter BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
-        };
-        sock_fprog program{filter.size(), filter.data()};
-        ASSERT_EQ(prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0), 0);
-        ASSERT_EQ(prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program), 0);
-        ASSERT_EQ(syscall(SYS_openat2, 0, "", nullptr, 0), -1);
-        ASSERT_EQ(errno, ENOSYS);
-        expectTable(LinkHandling::follow);
-    });
-    EXPECT_EQ(child.exitStatus, 0) << child.out;
+    for (const LinkHandling links : {LinkHandling::follow, LinkHandling::followByWalk, LinkHandling::keep}) {
+        for (const Case& c : cases) {
+            std::string expected =
+                links == LinkHandling::keep && c.withLinksKept != nullptr ? c.withLinksKept : c.expanded;
+            if (expected.starts_with("@"))
+                expected.replace(0, 1, root);
+            EXPECT_EQ(expand(c.name, links), expected) << c.name;
+        }
+    }
 }
 
 // Both ways against each other, and against realpath where that succeeds.
 TEST_F(Expansion, BothWaysAgreeOnRandomNames) {
-    const std::array parts{"dir",      "sub",     "file", "link", "abs", "fileLink", "back", "self",
-                           "dangling", "missing", ".",    "..",   "",    "top",      "tmp",  "ping"};
+    // Loops are slow, and the table has them.
+    const std::array parts{"dir",     "sub", "file", "link", "abs", "fileLink", "back", "away", "real", "dangling",
+                           "missing", "top", "tmp",  ".",    "..",  "..",       "..",   "",     "",     ""};
     std::mt19937 random(313);
     int resolved = 0;
     for (int round = 0; round < 20000; ++round) {
         std::string name = random() % 4 == 0 ? "/" : random() % 4 == 0 ? root + "/" : "";
         for (unsigned count = random() % 6 + 1; count > 0; --count)
             name += std::string(parts[random() % parts.size()]) + (count > 1 || random() % 4 == 0 ? "/" : "");
-        // Loops are slow, and the table has them.
-        if (name.find("self") != std::string::npos || name.find("ping") != std::string::npos)
-            continue;
         const std::string expanded = expand(name);
         ASSERT_EQ(expanded, expand(name, LinkHandling::followByWalk)) << name;
         std::array<char, PATH_MAX> real;
@@ -193,7 +150,7 @@ TEST_F(Expansion, StaysWithinTheBuffer) {
          {std::string(5000, 'n'), "$" + std::string(5000, 'n') + "/x", "/" + std::string(5000, '/'), dots,
           std::string("$BIG"), std::string("$BIG/") + std::string(5000, 'n'), std::string("grow"), std::string("link"),
           std::string("dir/back/x"), std::string("$K/x"), std::string("$RELATIVE"), std::string("/tmp_mnt/x")}) {
-        for (unsigned size : {0U, 1U, 2U, 3U, 4U, 5U, 8U, 16U, 20U, 21U, 22U, 30U, 4095U, 4096U, 8192U}) {
+        for (const unsigned size : {0U, 1U, 2U, 3U, 4U, 5U, 8U, 16U, 20U, 21U, 22U, 30U, 4095U, 4096U, 8192U}) {
             std::vector<char> buffer(size + 1, canary);
             HostExpandFileName(name.c_str(), buffer.data(), size);
             EXPECT_EQ(buffer[size], canary) << name.substr(0, 20) << ' ' << size;
@@ -201,17 +158,20 @@ TEST_F(Expansion, StaysWithinTheBuffer) {
         }
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
-    // What does not fit is left out: the name stays in its last good form.
-    std::array<char, 8> small;
-    HostExpandFileName("$BIG/x", small.data(), small.size());
-    EXPECT_STREQ(small.data(), "$BIG/x");
-    HostExpandFileName("dir", small.data(), 4);
-    EXPECT_STREQ(small.data(), "dir");
-    // The whole megabyte does fit a buffer made for it.
-    std::vector<char> big((1 << 20) + 3);
+    // What does not fit is left out: the name stays in its last good form. Value, rest and terminator together count.
+    const auto expandInto = [](unsigned size, const char* name) {
+        std::vector<char> buffer(size);
+        HostExpandFileName(name, buffer.data(), size);
+        return std::string(buffer.data());
+    };
+    EXPECT_EQ(expandInto(4, "dir"), "dir");
+    EXPECT_EQ(expandInto(9, "$K/x"), "/opt/k/x");
+    EXPECT_EQ(expandInto(8, "$K/x"), "$K/x");
+    EXPECT_EQ(expandInto(7, "$K"), "/opt/k");
+    EXPECT_EQ(expandInto(6, "$K"), "$K");
+    EXPECT_EQ(expandInto(8, "$BIG/x"), "$BIG/x");
     setenv("BIG", ("/" + std::string((1 << 20) - 1, 'b')).c_str(), 1);
-    HostExpandFileName("$BIG/x", big.data(), big.size());
-    EXPECT_EQ(strlen(big.data()), (1 << 20) + 2U);
+    EXPECT_EQ(expandInto((1 << 20) + 3, "$BIG/x").size(), (1 << 20) + 2U);
 }
 
 TEST_F(Expansion, PrefixFromTheEnvironment) {
@@ -225,18 +185,19 @@ TEST_F(Expansion, PrefixFromTheEnvironment) {
 }
 
 TEST(HostEnvironment, Limits) {
-    setenv("NAME", std::string(256, 'v').c_str(), 1);
     std::array<char, 257> value{"untouched"};
-    EXPECT_FALSE(HostGetEnv("NAME", value.data(), 255));
+    const auto read = [&](unsigned size) { return HostGetEnv("NAME", value.data(), size); };
+    EXPECT_TRUE(HostSetEnv("NAME", std::string(256, 'v').c_str()));
+    EXPECT_FALSE(read(255));
     EXPECT_STREQ(value.data(), "untouched");
-    EXPECT_TRUE(HostGetEnv("NAME", value.data(), 256));
-    EXPECT_EQ(strlen(value.data()), 256U);
+    EXPECT_TRUE(read(256));
+    EXPECT_EQ(value.data(), std::string(256, 'v'));
     EXPECT_TRUE(HostEnvExists("NAME"));
     setenv("NAME", std::string(257, 'v').c_str(), 1);
     EXPECT_FALSE(HostEnvExists("NAME"));
     EXPECT_TRUE(HostSetEnv("NAME", ""));
     EXPECT_STREQ(getenv("NAME"), "");
-    EXPECT_FALSE(HostGetEnv("NAME", value.data(), 256));
+    EXPECT_FALSE(read(256));
     EXPECT_FALSE(HostEnvExists("NAME"));
     EXPECT_TRUE(HostSetEnv("NAME", "a=b"));
     EXPECT_STREQ(getenv("NAME"), "a=b");

@@ -4,11 +4,11 @@
 #include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
+#include <vector>
 
 #include "hostatomic.h"
 #include "hostdebug.h"
@@ -24,41 +24,39 @@ extern "C" const char* __asan_default_options() {
 }
 
 ReportFolder::ReportFolder(Printer printer) {
-    char name[] = "/tmp/faultsXXXXXX";
-    if (mkdtemp(name) == nullptr)
-        abort();
-    path_ = name;
-    fs::create_directory(path_ + "/bin");
-    if (printer != Printer::none) {
-        const std::string gstack = path_ + "/bin/gstack";
-        std::ofstream(gstack) << "#!/bin/sh\necho stack of $1\nsleep 0.2\n";
-        chmod(gstack.c_str(), printer == Printer::fake ? 0755 : 0644);
-    }
-    setenv("KESTRUNE", path_.c_str(), 1);
+    fs::create_directory(file("bin"));
+    if (printer != Printer::none)
+        script("bin/gstack", "echo stack of $1\nsleep 0.2", printer == Printer::fake ? 0755 : 0644);
+    setenv("KESTRUNE", path().c_str(), 1);
     setenv("KS_CORE_TIME_OUT", "0", 1);
     unsetenv("KESTRUNE_CHILD_DEBUG");
-    fs::current_path(path_);
-}
-
-ReportFolder::~ReportFolder() {
-    fs::current_path("/");
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    fs::current_path(path());
 }
 
 ChildResult runToItsEnd(const std::function<void()>& body, const std::function<void(pid_t)>& whileItRuns,
                         std::chrono::milliseconds timeOut) {
-    return runInChild(
-        [&] {
-            noHalt = FALSE;
-            rlimit limit;
-            getrlimit(RLIMIT_CORE, &limit);
-            constexpr rlim_t smallCore = 4 << 20;
-            limit.rlim_cur = std::min(limit.rlim_max, smallCore);
-            setrlimit(RLIMIT_CORE, &limit);
-            body();
-        },
-        whileItRuns, timeOut);
+    const auto reported = [&] {
+        noHalt = FALSE;
+        rlimit limit;
+        getrlimit(RLIMIT_CORE, &limit);
+        constexpr rlim_t smallCore = 4 << 20;
+        limit.rlim_cur = std::min(limit.rlim_max, smallCore);
+        setrlimit(RLIMIT_CORE, &limit);
+        body();
+    };
+    const ChildResult child = runInChild(reported, whileItRuns, timeOut);
+    // A process that ends by itself does not tell in its status.
+    EXPECT_EQ(child.out.find(": Failure\n"), std::string::npos) << child.out;
+    return child;
+}
+
+void expectEnding(const std::function<void()>& body, const Ending& expected, Where where) {
+    const ReportFolder folder;
+    const ChildResult child = runToItsEnd(body);
+    expectHas(child.err, expected.err, where);
+    expectHas(child.out, expected.out, where);
+    EXPECT_EQ(child.exitStatus, expected.exitStatus) << where.line() << child.out << child.err;
+    EXPECT_EQ(child.signal, expected.signal) << where.line();
 }
 
 void waitUntilHandled(pid_t pid, int sig) {
@@ -69,10 +67,6 @@ void waitUntilHandled(pid_t pid, int sig) {
                 return;
         }
     }
-}
-
-bool has(const std::string& text, const std::string& pattern) {
-    return std::regex_search(text, std::regex(pattern));
 }
 
 void touch(const void* address) {
@@ -131,4 +125,12 @@ siginfo_t arrival(int sig, int code, int error) {
     info.si_code = code;
     info.si_errno = error;
     return info;
+}
+
+void inThreads(int count, void (*body)()) {
+    std::vector<std::thread> all;
+    for (int i = 0; i < count; ++i)
+        all.emplace_back(body);
+    for (std::thread& thread : all)
+        thread.join();
 }

@@ -4,37 +4,35 @@
 #include <csignal>
 #include <string>
 
+#include "host/expect.h"
 #include "hostfault.h"
-#include "support/child.h"
 
 // A folder of its own for a report: $KESTRUNE points to it, its bin/gstack prints "stack of <pid>", it is the working
-// folder, and a report waits for no debugger. Removed with everything in it.
-class ReportFolder {
+// folder, and a report waits for no debugger.
+class ReportFolder : public Scratch {
 public:
     enum class Printer { fake, none, notExecutable };
     explicit ReportFolder(Printer printer = Printer::fake);
-    ~ReportFolder();
-    ReportFolder(const ReportFolder&) = delete;
-    ReportFolder& operator=(const ReportFolder&) = delete;
-
-    const std::string& path() const { return path_; }
-
-private:
-    std::string path_;
 };
 
 // runInChild with reports that end the process, and core files of limited size where the system allows any.
 ChildResult runToItsEnd(const std::function<void()>& body, const std::function<void(pid_t)>& whileItRuns = nullptr,
                         std::chrono::milliseconds timeOut = std::chrono::milliseconds(20000));
 
+// How a process ends, with a report: what its streams match, its status.
+struct Ending {
+    std::string err, out = "";
+    int exitStatus = 3, signal = 0;
+};
+// Runs the body to its end in a report folder of its own.
+void expectEnding(const std::function<void()>& body, const Ending& expected, Where where = Where::current());
+
 // Waits until the process handles the signal.
 void waitUntilHandled(pid_t pid, int sig);
 
-// Whether a text contains a match of the pattern (ECMAScript).
-bool has(const std::string& text, const std::string& pattern);
-
-// Writes to standard error, also from a handler.
+// Writes to standard error, also from a handler; and a handler that does.
 void say(const char* text);
+#define SAYS(text) [](int, siginfo_t*, void*) { say(text); }
 
 struct sigaction actionOf(int sig);
 void setAction(int sig, void (*handler)(int, siginfo_t*, void*), int flags = SA_SIGINFO);
@@ -54,3 +52,6 @@ void touch(const void* address);
 void faultInCLibrary(const char* address);
 void jumpToNowhere();
 void faultInLibrary();
+
+// Runs the body in so many threads at once, to their end.
+void inThreads(int count, void (*body)());

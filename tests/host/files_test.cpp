@@ -13,9 +13,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/expect.h"
 #include "hostenv.h"
 #include "hostunix.h"
-#include "support/child.h"
 #include "syserror.h"
 #include "utlhost.h"
 
@@ -25,36 +25,24 @@ namespace fs = std::filesystem;
 class Files : public testing::Test {
 protected:
     Files() {
-        std::string pattern = fs::temp_directory_path() / "files.XXXXXX";
-        root = mkdtemp(pattern.data());
-        fs::current_path(root);
+        fs::current_path(folder.path());
         std::ofstream("file") << "12345";
         fs::create_directory("dir");
         fs::create_symlink("file", "link");
         fs::create_symlink("nowhere", "dangling");
         mkfifo("fifo", 0600);
     }
-    ~Files() override {
-        fs::current_path("/");
-        fs::remove_all(root);
-    }
-    std::string root;
+    const Scratch folder;
 };
 
 TEST_F(Files, Kinds) {
-    struct Case {
-        const char* name;
-        HostFileKindEType kind;
+    const std::pair<const char*, HostFileKindEType> cases[] = {
+        {"file", HOST_FILE_KIND_FILE}, {"dir", HOST_FILE_KIND_DIR},      {"/dev/null", HOST_FILE_KIND_CHRDEVICE},
+        {"link", HOST_FILE_KIND_LNK},  {"dangling", HOST_FILE_KIND_LNK}, {"fifo", HOST_FILE_KIND_OTHER},
+        {"", HOST_FILE_KIND_ERROR},
     };
-    for (const Case& c : std::array<Case, 8>{{{"file", HOST_FILE_KIND_FILE},
-                                              {"dir", HOST_FILE_KIND_DIR},
-                                              {"/dev/null", HOST_FILE_KIND_CHRDEVICE},
-                                              {"link", HOST_FILE_KIND_LNK},
-                                              {"dangling", HOST_FILE_KIND_LNK},
-                                              {"fifo", HOST_FILE_KIND_OTHER},
-                                              {"missing", HOST_FILE_KIND_ERROR},
-                                              {"", HOST_FILE_KIND_ERROR}}})
-        EXPECT_EQ(HostFileType(c.name), c.kind) << c.name;
+    for (const auto& [name, kind] : cases)
+        EXPECT_EQ(HostFileType(name), kind) << name;
 }
 
 TEST_F(Files, ExistenceAndRemovalConcernTheLinkItself) {
@@ -64,6 +52,10 @@ TEST_F(Files, ExistenceAndRemovalConcernTheLinkItself) {
     EXPECT_TRUE(HostFileExist("dangling"));
     EXPECT_TRUE(HostFileExistSize("link", &size));
     EXPECT_EQ(size, 4) << "the length of the link's target";
+    std::ofstream("huge").close();
+    ASSERT_EQ(truncate64("huge", 3LL << 30), 0);
+    EXPECT_TRUE(HostFileExistSize("huge", &size));
+    EXPECT_EQ(size, sizeof(long) == 4 ? LONG_MAX : static_cast<long>(3LL << 30));
 
     SysErrorSType err;
     EXPECT_TRUE(HostRemoveFile("link", &err));
@@ -75,18 +67,10 @@ TEST_F(Files, ExistenceAndRemovalConcernTheLinkItself) {
     EXPECT_FALSE(HostRemoveFile("dir", nullptr));
 }
 
-TEST_F(Files, BeyondTwoGigabytes) {
-    std::ofstream("huge").close();
-    ASSERT_EQ(truncate64("huge", 3LL << 30), 0);
-    long size = 0;
-    EXPECT_TRUE(HostFileExistSize("huge", &size));
-    EXPECT_EQ(size, sizeof(long) == 4 ? LONG_MAX : static_cast<long>(3LL << 30));
-}
-
 TEST_F(Files, Opening) {
-    setenv("FILES_ROOT", root.c_str(), 1);
+    setenv("FILES_ROOT", folder.path().c_str(), 1);
     SysErrorSType err;
-    for (const char* mode : {"r", "r+", "rb+"}) {
+    for (const char* mode : {"r", "rb+"}) {
         FILE* file = HostOpenFile("$FILES_ROOT/link", mode, &err, 0);
         ASSERT_NE(file, nullptr) << mode;
         EXPECT_NE(fcntl(fileno(file), F_GETFD) & FD_CLOEXEC, 0) << mode;
@@ -108,7 +92,8 @@ TEST(UtlFindExeFile, SearchesThreeFoldersInOrder) {
         return UtlFindExeFile(name, ".err", found.data(), found.size()) ? std::string(found.data()) : "none";
     };
     EXPECT_EQ(find("/any/where/utl_find"), "none");
-    for (const char* place : {"../sys/", "../bin/", ""}) {
+    const auto places = {"../sys/", "../bin/", ""};
+    for (const char* place : places) {
         fs::create_directory(folder / place);
         std::ofstream(folder / place / "utl_find.err").close();
         EXPECT_EQ(find("/any/where/utl_find"), folder.string() + "/" + place + "utl_find.err");
@@ -117,69 +102,58 @@ TEST(UtlFindExeFile, SearchesThreeFoldersInOrder) {
     }
     EXPECT_EQ(find("utl_find.txt"), "none");
     EXPECT_EQ(find("utl_find/"), "none");
-    for (const char* place : {"", "../bin/", "../sys/"})
+    std::error_code notEmpty;
+    for (const char* place : places) {
         fs::remove(folder / place / "utl_find.err");
-    for (const char* place : {"../bin", "../sys"}) {
-        std::error_code notEmpty;
-        fs::remove(folder / place, notEmpty);
+        fs::remove((folder / place).parent_path(), notEmpty);
     }
 }
 
 TEST(UtlExpandLogName, Patterns) {
-    std::array<char, 256> host;
-    std::array<char, 256> home;
-    std::array<char, 256> user;
-    ASSERT_TRUE(HostGetHostname(host.data(), host.size()));
-    ASSERT_TRUE(HostGetHomeDir(nullptr, home.data(), home.size()));
-    ASSERT_TRUE(HostGetUserName(user.data(), user.size()));
-    std::array<char, 16> date;
+    char host[256], home[256], user[256], date[16];
+    ASSERT_TRUE(HostGetHostname(host, sizeof host));
+    ASSERT_TRUE(HostGetHomeDir(nullptr, home, sizeof home));
+    ASSERT_TRUE(HostGetUserName(user, sizeof user));
     const time_t now = time(nullptr);
-    strftime(date.data(), date.size(), "%Y-%m-%d", localtime(&now));
-    const std::string pid = std::to_string(getpid());
-    struct Case {
-        const char* pattern;
-        std::string expanded; // "": refused
+    strftime(date, sizeof date, "%Y-%m-%d", localtime(&now));
+    const std::pair<const char*, std::string> cases[] = {
+        // "": refused
+        {"%N%P%M.log", "gemd" + std::to_string(getpid()) + host + ".log"},
+        {"%H/%U-100%%", "/home/u/someone-100%"},
+        {"%D", date},
+        {"a%", ""},
+        {"a%x", ""},
+        {"%n", ""},
+        {"%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H", ""},
     };
-    for (const Case& c : std::array<Case, 9>{{{"%N%P%M.log", "gemd" + pid + host.data() + ".log"},
-                                              {"%H/%U-100%%", "/home/u/someone-100%"},
-                                              {"plain", "plain"},
-                                              {"%D", date.data()},
-                                              {"", ""},
-                                              {"a%", ""},
-                                              {"a%x", ""},
-                                              {"%n", ""},
-                                              {"%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H", ""}}}) {
-        std::array<char, 128> text;
-        const BoolType good =
-            UtlExpandLogName(c.pattern, "/opt/bin/gemd", "someone", "/home/u", text.data(), text.size());
-        EXPECT_EQ(text.data(), c.expanded) << c.pattern;
-        EXPECT_EQ(good, !c.expanded.empty() || *c.pattern == '\0') << c.pattern;
+    char text[512];
+    for (const auto& [pattern, expanded] : cases) {
+        EXPECT_EQ(UtlExpandLogName(pattern, "/opt/bin/gemd", "someone", "/home/u", text, 128), !expanded.empty());
+        EXPECT_EQ(text, expanded) << pattern;
     }
-    std::array<char, 512> own;
-    EXPECT_TRUE(UtlExpandLogName("%N %U %H", nullptr, nullptr, nullptr, own.data(), own.size()));
-    EXPECT_EQ(own.data(), std::string(program_invocation_short_name) + " " + user.data() + " " + home.data());
+    EXPECT_TRUE(UtlExpandLogName("", "", "", "", text, 1));
+    EXPECT_TRUE(UtlExpandLogName("%N %U %H", nullptr, nullptr, nullptr, text, sizeof text));
+    EXPECT_EQ(text, std::string(program_invocation_short_name) + " " + user + " " + home);
 }
 
 TEST(HostUsers, NamesFitOrFail) {
-    const passwd* root = getpwnam("root");
-    std::array<char, 4096> text;
-    EXPECT_TRUE(HostGetHomeDir("root", text.data(), text.size()));
-    EXPECT_STREQ(text.data(), root->pw_dir);
-    EXPECT_FALSE(HostGetHomeDir("no such user", text.data(), text.size()));
-    EXPECT_STREQ(text.data(), "");
+    char text[4096];
+    EXPECT_TRUE(HostGetHomeDir("root", text, sizeof text));
+    EXPECT_STREQ(text, getpwnam("root")->pw_dir);
+    EXPECT_FALSE(HostGetHomeDir("no such user", text, sizeof text));
+    EXPECT_STREQ(text, "");
     for (const auto get : {HostGetHostname, HostGetUserName}) {
-        ASSERT_TRUE(get(text.data(), text.size()));
-        const unsigned length = strlen(text.data());
-        EXPECT_TRUE(get(text.data(), length + 1));
-        EXPECT_FALSE(get(text.data(), length));
-        EXPECT_STREQ(text.data(), "");
+        ASSERT_TRUE(get(text, sizeof text));
+        const unsigned length = strlen(text);
+        EXPECT_TRUE(get(text, length + 1));
+        EXPECT_FALSE(get(text, length));
+        EXPECT_STREQ(text, "");
         EXPECT_FALSE(get(nullptr, 0));
     }
 }
 
 TEST(HostSignalSafePrint, WritesAll) {
     const std::string text(300000, 't'); // more than a pipe holds
-    const ChildResult child = runInChild([&] { HostSignalSafePrint(text.c_str()); });
-    EXPECT_EQ(child.err, text);
+    EXPECT_EQ(runInChild([&] { HostSignalSafePrint(text.c_str()); }).err, text);
 }
 } // namespace

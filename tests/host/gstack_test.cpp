@@ -1,9 +1,7 @@
 // The stack printer, run as the fault report runs it. GSTACK_PROGRAM is its path.
-#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -16,13 +14,6 @@
 namespace {
 using std::string;
 
-// Makes a folder, sleepers, with a gdb that only sleeps.
-void makeSleepingGdb() {
-    mkdir("sleepers", 0755);
-    std::ofstream("sleepers/gdb") << "#!/bin/sh\nexec /bin/sleep 100\n";
-    chmod("sleepers/gdb", 0755);
-}
-
 // Runs gstack on a process with two idle threads.
 ChildResult runGstack(const char* argument, const string& path) {
     return runInChild([=] {
@@ -30,12 +21,11 @@ ChildResult runGstack(const char* argument, const string& path) {
         const pid_t idle = fork();
         if (idle == 0) {
             prctl(PR_SET_PDEATHSIG, SIGKILL);
-            std::thread second([] {
+            std::thread([] {
                 pthread_setname_np(pthread_self(), "idler");
                 for (;;)
                     pause();
-            });
-            second.join();
+            }).join();
         }
         usleep(300000);
         setenv("PATH", path.c_str(), 1);
@@ -49,40 +39,38 @@ ChildResult runGstack(const char* argument, const string& path) {
     });
 }
 
+bool haveGdb() {
+    return system("command -v gdb >/dev/null") == 0;
+}
+
 TEST(Gstack, PrintsStacksOrSaysWhyNot) {
     const ReportFolder folder;
-    makeSleepingGdb();
+    mkdir("sleepers", 0755);
+    folder.script("sleepers/gdb", "exec /bin/sleep 100");
     const string systemPath = getenv("PATH");
-    const bool haveGdb = system("command -v gdb >/dev/null") == 0;
-    const string threads = "^Threads of process [0-9]+ \\(no stacks\\):\nThread [0-9]+ \"[^\"]+\"  state S "
-                           "\\(sleeping\\)  waits in [^\n]+\nThread [0-9]+ \"idler\"  state S \\(sleeping\\)  waits in "
-                           "[^\n]+\n$";
+    const string asleep = "state S \\(sleeping\\)  waits in [^\n]+\n";
+    const string threads = "^Threads of process [0-9]+ \\(no stacks\\):\nThread [0-9]+ \"[^\"]+\"  " + asleep +
+                           "Thread [0-9]+ \"idler\"  " + asleep + "$";
     const string missing =
         "^gstack: gdb is not installed, or not on the PATH; without it no C stacks can be printed.\n$";
     const string usage = "^usage: gstack PID\n";
-    struct Case {
-        const char* name;
+    const struct {
         const char* argument; // NULL: the idle process
-        string path;
-        string out;
-        string err;
+        string path, out, err;
         int exitStatus;
+    } cases[] = {
+        {nullptr, systemPath, haveGdb() ? "Thread 2 [^\n]*\"idler\"[^\n]*\n#0 [^]*Thread 1 [^]*#1 " : threads,
+         haveGdb() ? "^$" : missing, haveGdb() ? 0 : 1},
+        {nullptr, "/nowhere", threads, missing, 1},
+        {nullptr, "sleepers", threads, "^gstack: gdb did not finish within 1 seconds and was ended.\n$", 1},
+        {"2000000000", systemPath, "^$", "^gstack: there is no process 2000000000.\n$", 1},
+        {"12x", systemPath, "^$", usage, 2},
+        {"-1", systemPath, "^$", usage, 2},
     };
-    const std::array<Case, 6> cases{{
-        {"as it is", nullptr, systemPath, haveGdb ? "Thread 2 [^\n]*\"idler\"[^\n]*\n#0 [^]*Thread 1 [^]*#1 " : threads,
-         haveGdb ? "^$" : missing, haveGdb ? 0 : 1},
-        {"no gdb", nullptr, "/nowhere", threads, missing, 1},
-        {"gdb hangs", nullptr, "sleepers", threads, "^gstack: gdb did not finish within 1 seconds and was ended.\n$",
-         1},
-        {"no process", "2000000000", systemPath, "^$", "^gstack: there is no process 2000000000.\n$", 1},
-        {"no number", "12x", systemPath, "^$", usage, 2},
-        {"negative", "-1", systemPath, "^$", usage, 2},
-    }};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& c : cases) {
         const ChildResult child = runGstack(c.argument, c.path);
-        EXPECT_TRUE(has(child.out, c.out)) << child.out;
-        EXPECT_TRUE(has(child.err, c.err)) << child.err;
+        expectHas(child.out, c.out);
+        expectHas(child.err, c.err);
         EXPECT_EQ(child.exitStatus, c.exitStatus);
         EXPECT_LT(child.elapsed.count(), 15000);
     }
@@ -91,9 +79,7 @@ TEST(Gstack, PrintsStacksOrSaysWhyNot) {
 TEST(Gstack, PrintsAProcessFromItsOwnReport) {
     const ReportFolder folder(ReportFolder::Printer::none);
     ASSERT_EQ(symlink(GSTACK_PROGRAM, (folder.path() + "/bin/gstack").c_str()), 0);
-    const bool haveGdb = system("command -v gdb >/dev/null") == 0;
     const ChildResult child = runInChild([] { HostPrintMyCStack(); });
-    EXPECT_TRUE(has(child.out, haveGdb ? "Thread 1 [^]*HostPrintCStack" : "Threads of process"))
-        << child.out << child.err;
+    expectHas(child.out, haveGdb() ? "Thread 1 [^]*HostPrintCStack" : "Threads of process");
 }
 } // namespace

@@ -1,13 +1,11 @@
 #include "hostprocess.h"
 
-#include <array>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <poll.h>
 #include <pty.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -15,8 +13,7 @@
 #include <unistd.h>
 #include <vector>
 
-#include "host/scratch.h"
-#include "support/child.h"
+#include "host/processes.h"
 
 namespace {
 // A process's dispositions and this thread's mask, as the kernel shows them, and the flags of the borrowed ones.
@@ -51,6 +48,7 @@ void useOwnSignals() {
     for (const int sig : {SIGCHLD, SIGVTALRM, SIGINT, SIGTTOU})
         sigaction(sig, &action, nullptr);
     signal(SIGQUIT, SIG_IGN);
+    signal(SIGHUP, SIG_DFL); // whatever this program was started with
     sigset_t blocked;
     sigemptyset(&blocked);
     sigaddset(&blocked, SIGUSR2);
@@ -59,25 +57,19 @@ void useOwnSignals() {
 }
 
 TEST(UnixIoSystem, Results) {
-    const struct {
-        std::string command;
-        int result;
-    } cases[] = {{"exit 0", 0},   {"exit 1", -1}, {"exit 255", -1},       {"kill -9 $$", 0},
-                 {"", 0},         {"false", -1},  {"/nonexistent/x", -1}, {"true " + std::string(10000, 'x'), 0},
-                 {"sleep 0.1", 0}};
+    const std::pair<std::string, int> cases[] = {
+        {"exit 0", 0}, {"exit 1", -1}, {"exit 255", -1},       {"kill -9 $$", 0},
+        {"", 0},       {"false", -1},  {"/nonexistent/x", -1}, {"true " + std::string(10000, 'x'), 0},
+    };
     const NothingLeft nothingLeft;
-    for (const auto& c : cases) {
+    for (const auto& [command, result] : cases) {
         for (const BoolType interactive : {FALSE, TRUE}) {
-            SCOPED_TRACE(c.command);
             errno = ENOTTY;
-            EXPECT_EQ(UnixIoSystem((c.command + " 2>/dev/null").c_str(), interactive), c.result);
+            EXPECT_EQ(UnixIoSystem((command + " 2>/dev/null").c_str(), interactive), result) << command;
             EXPECT_EQ(errno, ENOTTY) << "of no concern to a command that ran";
         }
     }
-}
-
-// A stopped command is given up; it is still there.
-TEST(UnixIoSystem, StoppedCommandFails) {
+    // A stopped command is given up; it is still there.
     const Scratch scratch;
     EXPECT_EQ(UnixIoSystem(("echo $$ >" + scratch.file("pid") + "; kill -STOP $$").c_str(), FALSE), -1);
     const pid_t pid = atoi(scratch.read("pid").c_str());
@@ -89,15 +81,13 @@ TEST(UnixIoSystem, StoppedCommandFails) {
 // SIGVTALRM is ignored in the command, too, and it has a session of its own unless it is interactive.
 TEST(UnixIoSystem, WhatTheCommandInherits) {
     const Scratch scratch;
-    const ChildResult child = runInChild([&] {
+    expectGoodInChild([&] {
         useOwnSignals();
         const std::string look = "grep SigIgn /proc/$$/status >" + scratch.file("signals") +
                                  "; read pid comm state ppid group session rest </proc/$$/stat; test $session = ";
         EXPECT_EQ(UnixIoSystem((look + "$$").c_str(), FALSE), 0);
-        const std::string own = std::to_string(getsid(0));
-        EXPECT_EQ(UnixIoSystem((look + own).c_str(), TRUE), 0);
+        EXPECT_EQ(UnixIoSystem((look + std::to_string(getsid(0))).c_str(), TRUE), 0);
     });
-    EXPECT_EQ(child.exitStatus, 0) << child.out;
     char ignored[32];
     snprintf(ignored, sizeof ignored, "SigIgn:\t%016x\n", 1U << (SIGVTALRM - 1) | 1U << (SIGQUIT - 1));
     EXPECT_EQ(scratch.read("signals"), ignored);
@@ -108,34 +98,28 @@ TEST(UnixIoSystem, DispositionsComeBackOnEveryPath) {
     const std::string script = scratch.script("s", "exit 0");
     const std::string output = scratch.file("o");
     const struct {
-        const char* name;
         std::function<long()> call;
         long result;
         long withoutProcess; // the result when no process can be created
     } cases[] = {
-        {"success", [] { return UnixIoSystem("exit 0", FALSE); }, 0, -1},
-        {"failure", [] { return UnixIoSystem("exit 1", TRUE); }, -1, -1},
-        // Looks at nothing but a lost status.
-        {"HostPerform", [&] { return HostPerform(script.c_str(), output.c_str()); }, TRUE, TRUE},
-        {"names too long", [] { return HostPerform(std::string(80, 'x').c_str(), "/y"); }, FALSE, FALSE},
-        {"HostInteractiveSpawn", [] { return HostInteractiveSpawn("exit 0"); }, TRUE, FALSE},
-        {"HostSpawn", [] { return HostSpawn("exit 3"); }, FALSE, FALSE},
+        {[] { return UnixIoSystem("exit 0", FALSE); }, 0, -1},
+        {[] { return UnixIoSystem("exit 1", TRUE); }, -1, -1},
+        {[&] { return HostPerform(script.c_str(), output.c_str()); }, TRUE, TRUE}, // only a lost status counts
+        {[] { return HostPerform(std::string(80, 'x').c_str(), "/y"); }, FALSE, FALSE},
+        {[] { return HostInteractiveSpawn("exit 0"); }, TRUE, FALSE},
+        {[] { return HostSpawn("exit 3"); }, FALSE, FALSE},
     };
     for (const bool canFork : {true, false}) {
         const ChildResult child = runInChild([&] {
             useOwnSignals();
-            if (!canFork) {
-                if (geteuid() == 0 && !becomeNobody()) // root has no limit
-                    _exit(77);
-                const rlimit none{0, 0};
-                setrlimit(RLIMIT_NPROC, &none);
-            }
+            const rlimit none{0, 0};
+            if (!canFork && ((geteuid() == 0 && !becomeNobody()) || setrlimit(RLIMIT_NPROC, &none) != 0))
+                _exit(notPossible); // root has no limit
             for (const auto& c : cases) {
-                SCOPED_TRACE(c.name);
                 const std::string before = signalState();
                 const NothingLeft nothingLeft;
-                EXPECT_EQ(c.call(), canFork ? c.result : c.withoutProcess);
-                EXPECT_EQ(signalState(), before);
+                EXPECT_EQ(c.call(), canFork ? c.result : c.withoutProcess) << &c - cases;
+                EXPECT_EQ(signalState(), before) << &c - cases;
             }
             if (!canFork) {
                 EXPECT_EQ(UnixIoSystem("exit 0", FALSE), -1);
@@ -143,24 +127,21 @@ TEST(UnixIoSystem, DispositionsComeBackOnEveryPath) {
             }
             EXPECT_EQ(reaped, 0) << "a handler took a command's status";
         });
-        if (child.exitStatus == 77)
-            GTEST_SKIP() << "root, but cannot become a user whose processes are limited";
-        EXPECT_EQ(child.exitStatus, 0) << child.out << child.err;
+        SKIP_IF_NOT_POSSIBLE(child);
+        expectGood(child);
     }
 }
 
 TEST(UnixIoSystem, ThreadsAtOnce) {
-    const ChildResult child = runInChild([] {
+    expectGoodInChild([] {
         useOwnSignals();
         const std::string before = signalState();
         std::vector<std::thread> threads;
         for (int t = 0; t < 8; ++t) {
             threads.emplace_back([t] {
                 for (int i = 0; i < 15; ++i) {
-                    if (t % 2 == 0)
-                        EXPECT_EQ(UnixIoSystem(i % 2 == 0 ? "exit 0" : "exit 1", FALSE), i % 2 == 0 ? 0 : -1);
-                    else
-                        EXPECT_EQ(HostSpawn(i % 2 == 0 ? "exit 0" : "exit 1"), i % 2 == 0);
+                    const char* command = i % 2 == 0 ? "exit 0" : "exit 1";
+                    EXPECT_EQ(t % 2 == 0 ? UnixIoSystem(command, FALSE) == 0 : HostSpawn(command) != 0, i % 2 == 0);
                 }
             });
         }
@@ -169,66 +150,52 @@ TEST(UnixIoSystem, ThreadsAtOnce) {
         EXPECT_EQ(signalState(), before);
         EXPECT_EQ(reaped, 0);
     });
-    EXPECT_EQ(child.exitStatus, 0) << child.out;
+}
+
+void expectEffectiveIds(id_t id) {
+    EXPECT_EQ(geteuid(), id);
+    EXPECT_EQ(getegid(), id);
 }
 
 // The command runs under the real ids; neither this thread's nor another's change.
 TEST(UnixIoSystem, RealIds) {
-    const ChildResult child = runInChild([] {
-        if (geteuid() != 0)
-            _exit(77);
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root has other ids to take";
+    expectGoodInChild([] {
         ASSERT_EQ(setegid(65534), 0);
         ASSERT_EQ(seteuid(65534), 0);
         std::thread([] {
             EXPECT_EQ(UnixIoSystem("test $(id -u) = 0 && test $(id -g) = 0", FALSE), 0);
-            EXPECT_EQ(geteuid(), 65534U);
+            expectEffectiveIds(65534);
         }).join();
-        EXPECT_EQ(geteuid(), 65534U);
-        EXPECT_EQ(getegid(), 65534U);
-
-        HostUseRealId();
-        HostUseRealId();
-        EXPECT_EQ(geteuid(), 0U);
-        EXPECT_EQ(getegid(), 0U);
-        HostSetUserId();
-        HostSetUserId();
-        EXPECT_EQ(geteuid(), 65534U);
-        EXPECT_EQ(getegid(), 65534U);
+        expectEffectiveIds(65534);
+        for (int i = 0; i < 2; ++i)
+            HostUseRealId(), expectEffectiveIds(0);
+        for (int i = 0; i < 2; ++i)
+            HostSetUserId(), expectEffectiveIds(65534);
     });
-    if (child.exitStatus == 77)
-        GTEST_SKIP() << "only root has other ids to take";
-    EXPECT_EQ(child.exitStatus, 0) << child.out;
 }
 
 TEST(HostPerform, RunsTheScript) {
     const Scratch scratch;
     const NothingLeft nothingLeft;
     const std::string script = scratch.script("s", "readlink /proc/self/fd/0; echo to stderr >&2; exit 7");
-    EXPECT_TRUE(HostPerform(script.c_str(), scratch.file("o").c_str())) << "a failing script counts as performed";
-    EXPECT_EQ(scratch.read("o"), "/dev/null\nto stderr\n");
-
-    // 80 characters together run, 81 do not.
+    // 80 characters together run, 81 do not. A failing script counts as performed.
     for (const size_t length : {80U, 81U}) {
         std::string output = scratch.file("");
         output += std::string(length - script.size() - output.size(), 'o');
         EXPECT_EQ(HostPerform(script.c_str(), output.c_str()), length == 80);
-        EXPECT_EQ(access(output.c_str(), F_OK) == 0, length == 80);
+        EXPECT_EQ(scratch.read(output.substr(scratch.path().size())), length == 80 ? "/dev/null\nto stderr\n" : "");
     }
 }
 
 TEST(HostInteractiveSpawn, EmptyCommandIsTheUsersShell) {
     const Scratch scratch;
-    const std::string shell = scratch.script("zsh", "echo $0 \"$@\" >" + scratch.file("args"));
-    const struct {
-        const char* command;
-        const char* shell;
-        std::string expected;
-    } cases[] = {{"", shell.c_str(), shell + " -i\n"}, {nullptr, shell.c_str(), shell + " -i\n"}};
-    for (const auto& c : cases) {
-        setenv("SHELL", c.shell, 1);
-        EXPECT_TRUE(HostInteractiveSpawn(c.command));
-        EXPECT_EQ(scratch.read("args"), c.expected);
-    }
+    const std::string shell = scratch.script("zsh", "echo $0 \"$@\" >>" + scratch.file("args"));
+    setenv("SHELL", shell.c_str(), 1);
+    EXPECT_TRUE(HostInteractiveSpawn(""));
+    EXPECT_TRUE(HostInteractiveSpawn(nullptr));
+    EXPECT_EQ(scratch.read("args"), shell + " -i\n" + shell + " -i\n");
 }
 
 // What is typed into a terminal whose foreground is a child; the child's exit status.
@@ -267,29 +234,32 @@ TEST(HostSpawn, HandsTheTerminalBack) {
     EXPECT_EQ(onTerminal(killed, "", shown), 0) << shown;
 }
 
-TEST(UnixIoExecv, ExpandsAVariableAtThePathsHead) {
+TEST(UnixIoExecv, ExpandsThePath) {
     const Scratch scratch;
-    scratch.script("program", "echo $0 $1");
+    const std::string program = scratch.script("program", "echo $0 $1");
     symlink("program", scratch.file("alias").c_str());
     setenv("PLACE", scratch.path().c_str(), 1);
-    const struct {
-        std::string path;
-        std::string expected;
-    } cases[] = {
-        {"$PLACE/program", scratch.file("program") + " one\n"},
-        {scratch.file("alias"), scratch.file("alias") + " one\n"},
-        {"$UNSET/program", "No such file or directory"},
-        {"", "No such file or directory"},
+    const std::string missing = "No such file or directory";
+    const std::pair<std::string, std::string> cases[] = {
+        {"$PLACE/program", program + " one\n"},
+        {scratch.file("alias"), program + " one\n"},
+        {"alias", program + " one\n"},
+        {"/tmp_mnt" + program, program + " one\n"},
+        {"program/", "Not a directory"},
+        {"sh", missing}, // the PATH is not searched
+        {"$UNSET/program", missing},
+        {"", missing},
+        {scratch.path(), "Permission denied"},
     };
-    for (const auto& c : cases) {
+    for (const auto& [path, expected] : cases) {
         const ChildResult child = runInChild([&] {
-            char name[] = "name";
-            char one[] = "one";
+            std::filesystem::current_path(scratch.path());
+            char name[] = "name", one[] = "one";
             char* const words[] = {name, one, nullptr};
-            EXPECT_EQ(UnixIoExecv(c.path.c_str(), words), -1);
+            EXPECT_EQ(UnixIoExecv(path.c_str(), words), -1);
             printf("%s", strerror(errno));
         });
-        EXPECT_EQ(child.out, c.expected) << c.path;
+        EXPECT_EQ(child.out, expected) << path;
     }
 }
 } // namespace

@@ -5,18 +5,18 @@
 
 #include "hostdebug.h"
 
-extern "C" void Java_com_kestrune_tmqkci_KciBridge_faultReports(JNIEnv*, jclass, jboolean);
+extern "C" void Java_com_kestrune_tmqkci_KciMessages_faultReports(JNIEnv*, jclass, jboolean);
 
 namespace {
 
 TEST(FaultReports, TheVirtualMachineIsKeptAliveUnlessJavaWantsReports) {
     keepVirtualMachineAlive();
     EXPECT_TRUE(noHalt);
-    Java_com_kestrune_tmqkci_KciBridge_faultReports(nullptr, nullptr, JNI_TRUE);
+    Java_com_kestrune_tmqkci_KciMessages_faultReports(nullptr, nullptr, JNI_TRUE);
     EXPECT_FALSE(noHalt);
     keepVirtualMachineAlive();
     EXPECT_FALSE(noHalt);
-    Java_com_kestrune_tmqkci_KciBridge_faultReports(nullptr, nullptr, JNI_FALSE);
+    Java_com_kestrune_tmqkci_KciMessages_faultReports(nullptr, nullptr, JNI_FALSE);
     EXPECT_TRUE(noHalt);
 }
 

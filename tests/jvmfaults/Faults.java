@@ -5,8 +5,10 @@ import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.List;
+import java.util.concurrent.Callable;
+import java.util.concurrent.atomic.AtomicInteger;
 
-/** A virtual machine with the fault handler installed; the first argument says what it does. */
+/** A virtual machine with the fault handler installed; the second argument says what it does. */
 public final class Faults {
     static native void install();
     static native int segvCount();
@@ -23,8 +25,8 @@ public final class Faults {
     private static volatile Faults nothing;
 
     public static void main(String[] args) throws Exception {
-        System.load(args[1]);
-        switch (args[0]) {
+        System.load(args[0]);
+        switch (args[1]) {
             case "handler" -> putFaultingHandler();
             case "children" -> children(1); // the virtual machine resets SIGCHLD before its first child
             case "childrenkept" -> {
@@ -34,125 +36,88 @@ public final class Faults {
         }
         install();
         int argument = args.length > 2 ? Integer.parseInt(args[2]) : 0;
-        switch (args[0]) {
+        switch (args[1]) {
             case "healthy" -> healthy(argument);
             case "children", "childrenkept" -> System.out.println("children: " + children(60));
             case "library" -> faultInLibrary();
-            case "foreign" -> faultInForeignCode();
+            case "foreign", "handler" -> faultInForeignCode();
             case "two" -> faultInTwoThreads();
-            case "handler" -> faultInForeignCode();
-            case "postponed" -> waitForPostponedTerm(argument);
-            case "signal" -> waitForSignal(argument);
-            default -> throw new IllegalArgumentException(args[0]);
+            case "postponed", "signal" -> waitForSignal(argument, args[1].equals("postponed"));
+            default -> throw new IllegalArgumentException(args[1]);
         }
         System.out.println("done");
     }
 
-    private static void waitForSignal(int sig) throws Exception {
+    /** Postponing, it does what an application does that wants its shutdown hooks to run. */
+    private static void waitForSignal(int sig, boolean postponing) throws Exception {
+        if (postponing)
+            postponeExits();
         Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
         killFromOutside(sig);
-        Thread.sleep(2000);
-    }
-
-    /** What an application does that wants its shutdown hooks to run. */
-    private static void waitForPostponedTerm(int sig) throws Exception {
-        postponeExits();
-        Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
-        killFromOutside(sig);
-        while (!isTermPending())
-            Thread.sleep(20);
-        System.exit(0);
+        for (int i = 0; i < 200; ++i) {
+            Thread.sleep(10);
+            if (postponing && isTermPending())
+                System.exit(0);
+        }
     }
 
     private static void healthy(int checks) throws Exception {
         System.out.println("null checks: " + (nullChecks(checks) == 8 * checks));
         System.out.println("faults passed on: " + (segvCount() >= 7 * checks));
-        System.out.println("stack overflow: " + stackOverflow());
-        System.out.println("division: " + division());
-        System.out.println("truncated file: " + truncatedFile());
-        System.out.println("safepoints: " + safepoints());
+        System.out.println("stack overflow: " + caught(StackOverflowError.class, () -> depth(0)));
+        System.out.println("division: " + caught(ArithmeticException.class, () -> 1 / (nothing == null ? 0 : 1)));
+        System.out.println("truncated file: " + caught(InternalError.class, Faults::truncatedFile));
         System.out.println("children: " + children(20));
     }
 
     private static int nullChecks(int checks) throws InterruptedException {
-        int[] caught = new int[8];
+        AtomicInteger caught = new AtomicInteger();
         List<Thread> threads = new ArrayList<>();
-        for (int i = 0; i < caught.length; ++i) {
-            int index = i;
+        for (int i = 0; i < 8; ++i) {
             threads.add(new Thread(() -> {
                 for (int n = 0; n < checks; ++n) {
                     try {
                         nothing.field++;
                     } catch (NullPointerException e) {
-                        caught[index]++;
+                        caught.incrementAndGet();
                     }
                 }
             }));
+            threads.get(i).start();
         }
         for (Thread thread : threads)
-            thread.start();
-        int sum = 0;
-        for (int i = 0; i < caught.length; ++i) {
-            threads.get(i).join();
-            sum += caught[i];
-        }
-        return sum;
+            thread.join();
+        return caught.get();
     }
 
     private static int depth(int n) {
         return depth(n + 1) + 1;
     }
 
-    private static String stackOverflow() {
-        try {
-            return "none " + depth(0);
-        } catch (StackOverflowError e) {
-            return "caught";
-        }
-    }
-
-    private static String division() {
-        int caught = 0;
-        for (int i = 0; i < 20_000; ++i) {
+    /** Often enough that the division is compiled. */
+    private static boolean caught(Class<? extends Throwable> expected, Callable<Integer> call) throws Exception {
+        for (int i = 0; i < (expected == ArithmeticException.class ? 20_000 : 1); ++i) {
             try {
-                caught += i / (nothing == null ? 0 : 1);
-            } catch (ArithmeticException e) {
-                caught++;
+                call.call();
+                return false;
+            } catch (Throwable e) {
+                if (!expected.isInstance(e))
+                    return false;
             }
         }
-        return caught == 20_000 ? "caught" : "none";
+        return true;
     }
 
-    private static String truncatedFile() throws Exception {
+    private static int truncatedFile() throws Exception {
         Path file = Files.createTempFile("faults", "");
         try (RandomAccessFile access = new RandomAccessFile(file.toFile(), "rw")) {
             access.setLength(1 << 20);
             MappedByteBuffer map = access.getChannel().map(FileChannel.MapMode.READ_ONLY, 0, 1 << 20);
             access.setLength(0);
-            return "none " + map.get(1 << 19);
-        } catch (InternalError e) {
-            return "caught";
+            return map.get(1 << 19);
         } finally {
             Files.delete(file);
         }
-    }
-
-    private static volatile boolean stop;
-
-    private static String safepoints() throws InterruptedException {
-        Thread spinner = new Thread(() -> {
-            long n = 0;
-            while (!stop)
-                n++;
-        });
-        spinner.start();
-        for (int i = 0; i < 20; ++i) {
-            System.gc();
-            Thread.getAllStackTraces();
-        }
-        stop = true;
-        spinner.join();
-        return "passed";
     }
 
     /** Whether waitFor gives the right exit status for children that end with 7. */

@@ -7,6 +7,7 @@
 
 #include <dlfcn.h>
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,14 +23,24 @@ inline const KciRtlJumpSType& openTable() {
     return *table;
 }
 
+struct Example {
+    std::string source;
+    std::string printed;
+};
+
 // One logged-in session.
 class LocalClient : public testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(kci.KciInit());
         kci.KciSetNet("anywhere", nullptr, nullptr, nullptr);
-        ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+        logIn();
         kci.KciDirtyObjsInit();
+    }
+
+    KciSessionIdType logIn() {
+        EXPECT_TRUE(kci.KciLogin("guest", "guest"));
+        return kci.KciGetSessionId();
     }
 
     void TearDown() override { kci.KciShutdown(); }
@@ -39,8 +50,7 @@ protected:
         void* result = nullptr;
         while (kci.KciNbEnd(&result) != KCI_RESULT_READY) {
         }
-        error = {};
-        kci.KciErr(&error);
+        pending();
         return *static_cast<OopType*>(result);
     }
 
@@ -54,12 +64,18 @@ protected:
         return finish();
     }
 
+    bool exists(OopType object) {
+        KciObjInfoSType info{};
+        const bool found = kci.KciFetchObjInfo(object, 1, 0, &info, nullptr, nullptr);
+        pending();
+        return found;
+    }
+
     // The contents of a byte object.
     std::string bytes(OopType object) {
         KciObjInfoSType info{};
-        if (!kci.KciFetchObjInfo(object, 1, 0, &info, nullptr, nullptr)) {
+        if (!kci.KciFetchObjInfo(object, 1, 0, &info, nullptr, nullptr))
             return "no object";
-        }
         std::string text(static_cast<size_t>(info.objSize), '\0');
         kci.KciFetchBytes(object, 1, reinterpret_cast<ByteType*>(text.data()), static_cast<ArraySizeType>(text.size()));
         return text;
@@ -68,18 +84,42 @@ protected:
     // What a person would see: the result printed, or the error's number and message.
     std::string print(const std::string& source) {
         OopType result = evaluate(source);
-        if (error.number != 0) {
+        if (error.number != 0)
             return "error " + std::to_string(error.number) + ": " + error.message;
-        }
         result = perform(result, "printString");
         return error.number != 0 ? std::string("no printString: ") + error.message : bytes(result);
     }
 
+    void check(const std::vector<Example>& examples) {
+        for (const Example& example : examples)
+            EXPECT_EQ(print(example.source), example.printed) << example.source.substr(0, 200);
+    }
+
+    void store(OopType object, KciLong start, const std::string& text) {
+        kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, object, start, reinterpret_cast<const ByteType*>(text.data()),
+                                    static_cast<ArraySizeType>(text.size()));
+    }
+
     OopType string(const std::string& text) {
         OopType object = kci.KciNewOop(KCI_CLASS_STRING);
-        kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, object, 1, reinterpret_cast<const ByteType*>(text.data()),
-                                    static_cast<ArraySizeType>(text.size()));
+        store(object, 1, text);
         return object;
+    }
+
+    void softBreak() { reinterpret_cast<void (*)()>(kci.KciSoftBreak)(); }
+
+    // The number of the pending error, which is taken; 0 when none is pending.
+    int32_t pending() {
+        error = {};
+        return kci.KciErr(&error) ? error.number : 0;
+    }
+
+    // Takes the objects whose changes wait to be reported.
+    std::set<OopType> changed() {
+        OopType oops[8];
+        ArraySizeType count = 8;
+        kci.KciDirtySaveObjs(oops, &count);
+        return {oops, oops + count};
     }
 
     static OopType small(int32_t value) { return static_cast<OopType>(value) << 2 | 3; }

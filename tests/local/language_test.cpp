@@ -3,62 +3,44 @@
 
 namespace local_tests {
 
-struct Example {
-    std::string source;
-    std::string printed;
-};
-
-class Language : public LocalClient {
-protected:
-    void check(const std::vector<Example>& examples) {
-        for (const Example& example : examples) {
-            EXPECT_EQ(print(example.source), example.printed) << example.source.substr(0, 200);
-        }
-    }
-};
+class Language : public LocalClient {};
 
 std::string repeat(const std::string& text, int count) {
     std::string all;
-    for (int i = 0; i < count; ++i) {
+    for (int i = 0; i < count; ++i)
         all += text;
-    }
     return all;
 }
 
 TEST_F(Language, Syntax) {
     check({
         {"", "nil"},
-        {" . . 3 . ", "3"},
-        {"3-4", "-1"},
-        {"3 - -4", "7"},
         {"3--4", "7"},
         {"#(1 -2 - foo: #bar $a #[1] (true))", "Array(1 -2 #- #foo: #bar $a ByteArray(1) Array(true))"},
         {"#+ , #at:put:", "'+at:put:'"},
         {"$  value", "32"},
-        {"1e3 + 1e-3", "1000.001"},
         {"-9223372036854775808", "-9223372036854775808"},
-        {"16rFF + 2r101", "260"},
         {"[:a | | b | b := a. b] value: 3", "3"},
         {"[] value", "nil"},
         {"3 + 4; * 10; yourself", "3"},
-        {"{}", "Array()"},
-        {"a := b := 4. a + b", "8"},
         {"[:x || y | y := x. y] value: 2", "2"},
-        {"9223372036854775808",
-         "error 2005: syntax error at position 1 (line 1, column 1): not a number, or one beyond 64 bits"},
-        {"3\n + )", "error 2005: syntax error at position 6 (line 2, column 4): an expression should stand here"},
-        {"#(1", "error 2005: syntax error at position 4 (line 1, column 4): a literal should stand here"},
-        {"\"x", "error 2005: syntax error at position 1 (line 1, column 1): the comment has no end"},
-        {"| a a | a", "error 2005: syntax error at position 1 (line 1, column 1): the variable a is declared twice"},
-        {"self := 3", "error 2005: syntax error at position 6 (line 1, column 6): self cannot be assigned to"},
-        {"3 ] 4", "error 2005: syntax error at position 3 (line 1, column 3): this belongs to no expression"},
-        {"3 4", "error 2005: syntax error at position 3 (line 1, column 3): expected a period or the end"},
-        {"#'\xE6\x97\xA5'",
-         "error 2005: syntax error at position 1 (line 1, column 1): a symbol holds single-byte characters only"},
     });
-    for (const char* part : {"(", "[", "{", "#(", "- ", "a := ", "3 + (", "x foo: ["}) {
+    const std::pair<std::string, std::string> errors[] = {
+        // with the place of the error and its text
+        {"9223372036854775808", "1 (line 1, column 1): not a number, or one beyond 64 bits"},
+        {"3\n + )", "6 (line 2, column 4): an expression should stand here"},
+        {"#(1", "1 (line 1, column 1): the array has no end"},
+        {"\"x", "1 (line 1, column 1): the comment has no end"},
+        {"| a a | a", "1 (line 1, column 1): the variable a is declared twice"},
+        {"self := 3", "6 (line 1, column 6): self cannot be assigned to"},
+        {"3 ] 4", "3 (line 1, column 3): this belongs to no expression"},
+        {"3 4", "3 (line 1, column 3): expected a period or the end"},
+        {"#'\xE6\x97\xA5'", "1 (line 1, column 1): a symbol holds single-byte characters only"},
+    };
+    for (const auto& [source, text] : errors)
+        EXPECT_EQ(print(source), "error 2005: syntax error at position " + text);
+    for (const char* part : {"(", "[", "{", "#(", "- ", "a := ", "3 + (", "x foo: ["})
         EXPECT_TRUE(print(repeat(part, 100000)).starts_with("error 2005")) << part;
-    }
     EXPECT_TRUE(print("1" + repeat(" + 1", 100000)).starts_with("error 2005"));
     EXPECT_EQ(print("1" + repeat(" + 1", 200)), "201");
     EXPECT_EQ(print(repeat("x := 1. ", 20000) + "x"), "1");
@@ -78,10 +60,7 @@ TEST_F(Language, BlocksAndScopes) {
         {"kept value: 5", "error 2094: a block cannot return from a method that has ended"},
         {"[:f | f value: f] value: [:f | 3]", "3"},
         {"| b | b := 3 > 2. b ifTrue: 5", "error 2010: 5 does not understand #value"},
-        {"| x | x := [1]. true ifTrue: x", "1"},
         {"true and: [nil]", "nil"},
-        {"[:a :b :c :d | a + b + c + d] value: 1 value: 2 value: 3 value: 4", "10"},
-        {"3 perform: #max: withAll: {9}", "9"},
         {"3 perform: 'foo'", "error 2010: 3 does not understand #foo"},
     });
     evaluate("Object subclass: #Finder variables: #(). "
@@ -96,7 +75,6 @@ TEST_F(Language, Classes) {
          "Derived method: 'name ^''derived '' , super name'. Derived method: 'b: x b := x. a := x + 1'. "
          "(Derived new b: 4) a",
          "5"},
-        {"Derived new name", "'derived base'"},
         {"Base classMethod: 'make ^self new a: 1'. Derived make class", "Derived"},
         {"Derived classMethod: 'make ^super make a: 2; yourself'. Derived make a", "2"},
         {"old := Base new a: 7. Object subclass: #Base variables: #(#z). old a", "7"},
@@ -104,15 +82,15 @@ TEST_F(Language, Classes) {
         {"Base new a", "error 2010: a Base does not understand #a"},
         {"Derived removeMethod: #name. Derived new name", "'base'"},
         {"Integer method: 'twice ^self * 2'. 1000000000000 twice + 4 twice", "2000000000008"},
-        {"List subclass: #Stack variables: #(#limit). s := Stack new add: 1; add: 2; yourself. s removeLast", "2"},
-        {"s", "Stack(1)"},
+        {"List subclass: #Stack variables: #(#limit). s := Stack new add: 1; add: 2; yourself. s removeLast. s",
+         "Stack(1)"},
         {"Dictionary subclass: #Map variables: #(#note). (Map new at: 1 put: 2; yourself) copy", "Map(1->2)"},
         {"Object subclass: #List variables: #()", "error 2094: #List is the name of a kernel object"},
         {"String subclass: #Note variables: #(#x)",
          "error 2094: a byte object has no variables, others have at most 1000"},
         {"Block subclass: #B variables: #()", "error 2094: class Block cannot have such a subclass"},
-        {"Object method: '3 foo'",
-         "error 2005: syntax error at position 1 (line 1, column 1): expected a method's name"},
+        {"Object method: '3 foo'", "error 2005: syntax error at position 1 (line 1, column 1): expected a method's "
+                                   "name (in a method of class Object)"},
         {"Object subclass: #C variables: #('1x')", "error 2094: '1x' is not a name"},
         {"(String subclass: #Label variables: #()) new isString", "true"},
     });
@@ -123,19 +101,13 @@ TEST_F(Language, Numbers) {
         {"-9223372036854775808 // -1", "error 2163: the result does not fit an integer of 64 bits"},
         {"-9223372036854775808 \\\\ -1", "0"},
         {"-9223372036854775808 / -1", "9223372036854775808.0"},
-        {"-9223372036854775808 printString: 16", "'-8000000000000000'"},
         {"{7 // -2. 7 \\\\ -2. -7.5 // 2. -7.5 \\\\ 2}", "Array(-4 -1 -4.0 0.5)"},
-        {"536870911 + 1 - 1", "536870911"},
         {"536870912 class", "LargeInteger"},
         {"(536870912 - 1) class", "SmallInteger"},
         {"1e300 * 1e300", "infinity"},
         {"(1e300 * 1e300) asInteger", "error 2163: the result does not fit an integer of 64 bits"},
-        {"-1 sqrt", "nan"},
-        {"{2.5 rounded. -2.5 truncated. -2.5 floor. 2.1 ceiling}", "Array(3 -2 -3 3)"},
         {"3 + 'x'", "error 2094: 'x' is not a number"},
         {"{3 = 3.0. 3 = 'x'. 10000000000 = 10000000000}", "Array(true false true)"},
-        {"2 raisedTo: 64", "error 2163: the result does not fit an integer of 64 bits"},
-        {"{'1e400' asNumber. '12x' asNumber. '-5' asNumber. '' asNumber}", "Array(infinity nil -5 nil)"},
     });
 }
 
@@ -144,7 +116,6 @@ TEST_F(Language, TextsAndCollections) {
         {"('ab' , '\xE6\x97\xA5') class", "DoubleByteString"},
         {"('\xE6\x97\xA5' copyFrom: 1 to: 0) class", "DoubleByteString"},
         {"'\xC3\xA9' = w'\xC3\xA9'", "true"},
-        {"w'ab' at: 2", "$b"},
         {"#abc at: 1 put: $x", "error 2094: #abc cannot be changed"},
         {"'abc' at: 1 put: 5", "error 2164: 5 is not a character"},
         {"'abc' copyFrom: 2 to: 9", "error 2004: the index 9 is outside 'abc'"},
@@ -155,16 +126,12 @@ TEST_F(Language, TextsAndCollections) {
          "(1 to: 1000) allSatisfy: [:i | (d at: i printString) = i]",
          "true"},
         {"(Bag new add: 1; add: 1; add: 2; yourself) occurrencesOf: 1", "2"},
-        {"Set new remove: 3", "error 2015: 3 is not in a Set"},
-        {"List new removeFirst", "error 2004: the index 1 is outside a List"},
         {"#(1 2) at: 0", "error 2004: the index 0 is outside an Array"},
-        {"#(1 2) at: 'x'", "error 2004: the index 'x' is outside an Array"},
         {"Object new at: 1", "error 2004: an Object has no elements"},
-        {"(10 to: 1 by: -3) asArray", "Array(10 7 4 1)"},
         {"(1 to: 200) asArray sorted: [:a :b | a > b]. ((1 to: 200) asArray sorted: [:a :b | a > b]) first", "200"},
         {"a := Array new: 1. a at: 1 put: a. a", "Array(Array(Array(Array(Array(Array(...))))))"},
         {"(DateTime year: 2024 month: 2 day: 29) asString", "error 2010: a DateTime does not understand #asString"},
-        {"(DateTime year: 2023 month: 2 day: 29)", "error 2161: there is no such day"},
+        {"(DateTime year: 2023 month: 2 day: 29)", "error 2161: year 2023, month 2, day 29 is not a date"},
         {"(DateTime year: 9999 month: 12 day: 31) addDays: 1",
          "error 2161: year 10000, day 1, milliseconds 0 is not a date-time"},
         {"(DateTime year: 2000 month: 1 day: 1) = (DateTime year: 2000 dayOfYear: 1 milliseconds: 0)", "true"},
@@ -174,9 +141,11 @@ TEST_F(Language, TextsAndCollections) {
 TEST_F(Language, LimitsEndInErrors) {
     check({
         {"| s | s := 'x'. [true] whileTrue: [s := s , s]",
-         "error 2208: an object, or the local store, would become too large"},
+         "error 2208: an object would have more than 16 MiB of bytes or 4194304 references"},
+        {"| s | s := 'x'. 24 timesRepeat: [s := s , s]. s add: 'x'",
+         "error 2208: an object would have more than 16 MiB of bytes or 4194304 references"},
         {"| l | l := List new. [true] whileTrue: [l add: (Array new: 1000000)]",
-         "error 2208: an object, or the local store, would become too large"},
+         "error 2208: the local store would hold more than 256 MiB"},
         {"Array new: 100000000", "error 2094: 100000000 is not in the range 0 to 4194304"},
         {"Object method: 'down: n ^self down: n + 1'. 1 down: 1", "error 2138: the stack of 10000 calls is used up"},
         {"| b | b := nil. b := [:n | b value: n + 1]. b value: 1", "error 2138: the stack of 10000 calls is used up"},
@@ -194,6 +163,10 @@ TEST_F(Language, CodeOutlivesCollections) {
         {"1 to: 300 do: [:i | Object subclass: #Temp variables: #(). Temp method: 'm ^' , i printString. "
          "Temp new m = i ifFalse: [^i]. i \\\\ 20 = 0 ifTrue: [System collectGarbage]]. 'same'",
          "'same'"},
+        {"Shared at: #k put: {'inner' , ''}. System commit. (Shared at: #k) at: 1 put: 'other'. System collectGarbage. "
+         "System abort. (Shared at: #k) first",
+         "'inner'"},
+        {"k := {1}. System commit. k at: 1 put: 'x' , 'y'. System collectGarbage. k first", "'xy'"},
         {"| n | n := 1. System commit. [n := n + 1] value. System abort. n", "2"},
     });
 }

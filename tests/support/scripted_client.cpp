@@ -37,6 +37,10 @@ std::string show(const std::vector<ByteType>& bytes) {
     return text + "'";
 }
 
+std::string show(KciErrSType* error) {
+    return error ? "error" : "NULL";
+}
+
 template <typename... Arguments>
 void record(const char* function, const Arguments&... arguments) {
     std::string text;
@@ -55,9 +59,43 @@ KciLong fetch(const std::vector<Element>& body, Element* dest, ArraySizeType cou
     return static_cast<KciLong>(fetched);
 }
 
+// What a fetch says it has fetched.
+KciLong claimed(const char* function, KciLong fetched) {
+    return theClient.results.contains(function) ? KciLong(theClient.result(function)) : fetched;
+}
+
+template <std::size_t size>
+struct FixedName {
+    char text[size];
+    constexpr FixedName(const char (&given)[size]) { std::copy_n(given, size, text); }
+};
+
 struct TableName {
     static constexpr const char* name = "client table";
 };
+
+// An entry that records its arguments, and answers by script.
+template <FixedName name, typename Result, typename... Arguments>
+void script(Result (*&entry)(Arguments...)) {
+    entry = [](Arguments... arguments) -> Result {
+        record(name.text, arguments...);
+        if constexpr (!std::is_void_v<Result>)
+            return static_cast<Result>(theClient.result(name.text));
+    };
+}
+template <FixedName name>
+void scriptFetch(KciLong (*&entry)(OopType, KciLong, OopType*, ArraySizeType)) {
+    entry = [](OopType object, KciLong start, OopType* dest, ArraySizeType count) {
+        record(name.text, object, start, count);
+        return claimed(name.text, fetch(theClient.oops, dest, count));
+    };
+}
+template <FixedName name>
+void scriptStore(void (*&entry)(OopType, KciLong, const OopType*, ArraySizeType)) {
+    entry = [](OopType object, KciLong start, const OopType* oops, ArraySizeType count) {
+        record(name.text, object, start, list(oops, count), count);
+    };
+}
 
 KciRtlJumpSType makeTable() {
     KciRtlJumpSType table{};
@@ -65,30 +103,19 @@ KciRtlJumpSType makeTable() {
     std::memcpy(static_cast<void*>(&table.KciAbort), unexpected.data(), sizeof unexpected);
     table.kciFeatureLevel = KCI_ENTRY_COUNT;
 
-    table.KciInit = [] { return record("KciInit"), BoolType(theClient.result("KciInit")); };
-    table.KciInitAppName = [](const char* name, BoolType flag) { record("KciInitAppName", name, flag); };
-    table.KciProduct = [] {
-        record("KciProduct");
-        return static_cast<unsigned char>(theClient.result("KciProduct"));
-    };
+#define SCRIPTED(function) script<#function>(table.function)
+    SCRIPTED(KciInit), SCRIPTED(KciInitAppName), SCRIPTED(KciProduct), SCRIPTED(KciShutdown), SCRIPTED(KciUnload);
+    SCRIPTED(KciSetNet), SCRIPTED(KciLogin), SCRIPTED(KciLogout), SCRIPTED(KciGetSessionId), SCRIPTED(KciSetSessionId);
+    SCRIPTED(KciDirtyObjsInit), SCRIPTED(KciPollForSignal), SCRIPTED(KciNbExecuteStr), SCRIPTED(KciNbExecute);
+    SCRIPTED(KciContinueWith), SCRIPTED(KciIsKindOf), SCRIPTED(KciFetchNamedOop), SCRIPTED(KciOopToLong);
+    SCRIPTED(KciFltToOop), SCRIPTED(KciNewOop);
+#undef SCRIPTED
+    scriptFetch<"KciFetchVaryingOops">(table.KciFetchVaryingOops);
+    scriptFetch<"KciFetchNamedOops">(table.KciFetchNamedOops);
+    scriptStore<"KciStoreIdxOops">(table.KciStoreIdxOops);
+    scriptStore<"KciStoreNamedOops">(table.KciStoreNamedOops);
+
     table.KciVersion = [] { return record("KciVersion"), theClient.version; };
-    table.KciShutdown = [] { record("KciShutdown"); };
-    table.KciUnload = [] { record("KciUnload"); };
-    table.KciSetNet = [](const char* server, const char* hostUser, const char* hostPassword, const char* service) {
-        record("KciSetNet", server, hostUser, hostPassword, service);
-    };
-    table.KciLogin = [](const char* user, const char* password) {
-        record("KciLogin", user, password);
-        return BoolType(theClient.result("KciLogin"));
-    };
-    table.KciLogout = [] { record("KciLogout"); };
-    table.KciGetSessionId = [] {
-        record("KciGetSessionId");
-        return KciSessionIdType(theClient.result("KciGetSessionId"));
-    };
-    table.KciSetSessionId = [](KciSessionIdType session) { record("KciSetSessionId", session); };
-    table.KciDirtyObjsInit = [] { record("KciDirtyObjsInit"); };
-    table.KciPollForSignal = [] { return record("KciPollForSignal"), BoolType(FALSE); };
     table.KciErr = [](KciErrSType* error) {
         record("KciErr");
         if (theClient.pending.empty())
@@ -97,7 +124,6 @@ KciRtlJumpSType makeTable() {
         theClient.pending.pop_front();
         return TRUE;
     };
-
     table.KciNbEnd = [](void** result) {
         static OopType oop;
         record("KciNbEnd");
@@ -106,41 +132,16 @@ KciRtlJumpSType makeTable() {
         *result = end == KCI_RESULT_READY ? &oop : nullptr;
         return end;
     };
-    table.KciNbExecuteStr = [](const char* source, OopType symbols) { record("KciNbExecuteStr", source, symbols); };
-    table.KciNbExecute = [](OopType source, OopType symbols) { record("KciNbExecute", source, symbols); };
     table.KciNbPerform = [](OopType receiver, const char* selector, const OopType* args, ArraySizeType count) {
         record("KciNbPerform", receiver, selector, list(args, count), count);
     };
-    table.KciContinueWith = [](OopType process, OopType top, KciLong flags, KciErrSType* error) {
-        record("KciContinueWith", process, top, flags, error ? "error" : nullptr);
-        return OopType(theClient.result("KciContinueWith"));
-    };
-    table.KciIsKindOf = [](OopType object, OopType cls) {
-        record("KciIsKindOf", object, cls);
-        return BoolType(theClient.result("KciIsKindOf"));
-    };
-
     table.KciFetchBytes = [](OopType object, KciLong start, ByteType* dest, ArraySizeType count) {
         record("KciFetchBytes", object, start, count);
         return fetch(theClient.bytes, dest, count);
     };
-    table.KciFetchVaryingOops = [](OopType object, KciLong start, OopType* dest, ArraySizeType count) {
-        record("KciFetchVaryingOops", object, start, count);
-        return fetch(theClient.oops, dest, count);
-    };
-    table.KciFetchNamedOops = [](OopType object, KciLong start, OopType* dest, ArraySizeType count) {
-        record("KciFetchNamedOops", object, start, count);
-        return fetch(theClient.oops, dest, count);
-    };
     table.KciStoreBytesInstanceOf = [](OopType cls, OopType object, KciLong start, const ByteType* bytes,
                                        ArraySizeType count) {
         record("KciStoreBytesInstanceOf", cls, object, start, std::vector<ByteType>(bytes, bytes + count), count);
-    };
-    table.KciStoreIdxOops = [](OopType object, KciLong start, const OopType* oops, ArraySizeType count) {
-        record("KciStoreIdxOops", object, start, list(oops, count), count);
-    };
-    table.KciStoreNamedOops = [](OopType object, KciLong start, const OopType* oops, ArraySizeType count) {
-        record("KciStoreNamedOops", object, start, list(oops, count), count);
     };
     table.KciReleaseOops = [](const OopType* oops, ArraySizeType count) {
         record("KciReleaseOops", list(oops, count), count);
@@ -148,7 +149,7 @@ KciRtlJumpSType makeTable() {
     table.KciSaveObjs = [](const OopType* oops, ArraySizeType count) { record("KciSaveObjs", list(oops, count)); };
     table.KciDirtySaveObjs = [](OopType* dest, ArraySizeType* count) {
         record("KciDirtySaveObjs", *count);
-        *count = static_cast<ArraySizeType>(fetch(theClient.changed, dest, *count));
+        *count = ArraySizeType(claimed("KciDirtySaveObjs", fetch(theClient.changed, dest, *count)));
         return BoolType(*count < theClient.changed.size());
     };
     table.KciFetchObjInfo = [](OopType object, KciLong start, ArraySizeType room, KciObjInfoSType* info, ByteType* dest,
@@ -162,30 +163,10 @@ KciRtlJumpSType makeTable() {
         *fetched = static_cast<ArraySizeType>(fetch(body, dest, room));
         return BoolType(theClient.result("KciFetchObjInfo"));
     };
-    table.KciFetchNamedOop = [](OopType object, KciLong index) {
-        record("KciFetchNamedOop", object, index);
-        return OopType(theClient.result("KciFetchNamedOop"));
-    };
-
     table.KciOopToBool = [](OopType oop) { return record("KciOopToBool", oop), BoolType(oop == KCI_OOP_TRUE); };
     table.KciOopToChr = [](OopType oop) { return record("KciOopToChr", oop), static_cast<char>(oop >> 5); };
     table.KciOopToFlt = [](OopType oop) { return record("KciOopToFlt", oop), theClient.floatResult; };
-    table.KciOopToLong = [](OopType oop) {
-        record("KciOopToLong", oop);
-        return KciLong(theClient.result("KciOopToLong"));
-    };
-    table.KciLongToOop = [](KciLong value) {
-        record("KciLongToOop", value);
-        return OopType(value) << 2 | 3;
-    };
-    table.KciFltToOop = [](double value) {
-        record("KciFltToOop", value);
-        return OopType(theClient.result("KciFltToOop"));
-    };
-    table.KciNewOop = [](OopType cls) {
-        record("KciNewOop", cls);
-        return OopType(theClient.result("KciNewOop"));
-    };
+    table.KciLongToOop = [](KciLong value) { return record("KciLongToOop", value), OopType(value) << 2 | 3; };
     table.KciNewDateTime = [](OopType cls, const KciDateTimeSType* value) {
         record("KciNewDateTime", cls, value->year, value->dayOfYear, value->milliseconds, value->timeZone);
         return OopType(theClient.result("KciNewDateTime"));

@@ -4,12 +4,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <sstream>
 
 namespace scripted {
 
 namespace {
 
-enum ReferenceKind { FREE, ARGUMENT, LOCAL, GLOBAL };
+enum ReferenceKind { FREE, ARGUMENT, LOCAL };
 
 struct Reference {
     Object* object;
@@ -22,62 +23,31 @@ unsigned referencesUsed = 0;
 
 const char* const PACKAGE = "com/kestrune/tmqkci/";
 
-struct ClassTable {
-    const char* name;
-    std::vector<std::pair<const char*, const char*>> fields;
+// Each class with the names and signatures of its fields.
+const char* const CLASSES[] = {
+    "TmqKciReport oop J classOop J classHistoryOop J objType B namedSize I indexedSize J isCollection Z isString Z "
+    "isDBString Z valueType B valueInt1 I valueInt2 I valueLong J valueDouble D valueBytes [B valueLongs [J "
+    "valueString Ljava/lang/String;",
+    "TmqKciException number I message Ljava/lang/String; category J context J fatal Z argCount I args [J",
+    "TmqKciCacheStats type I name Ljava/lang/String; pid J sid J stats32 [I stats64 [J",
+    "String",
+    "[B",
+    "[J",
+    "[Object",
+    "Class",
 };
 
 std::deque<Class>& classes() {
-    static std::deque<Class> all = [] {
-        const ClassTable tables[] = {
-            {"TmqKciReport",
-             {{"oop", "J"},
-              {"classOop", "J"},
-              {"classHistoryOop", "J"},
-              {"objType", "B"},
-              {"namedSize", "I"},
-              {"indexedSize", "J"},
-              {"isCollection", "Z"},
-              {"isString", "Z"},
-              {"isDBString", "Z"},
-              {"valueType", "B"},
-              {"valueInt1", "I"},
-              {"valueInt2", "I"},
-              {"valueLong", "J"},
-              {"valueDouble", "D"},
-              {"valueBytes", "[B"},
-              {"valueLongs", "[J"},
-              {"valueString", "Ljava/lang/String;"}}},
-            {"TmqKciException",
-             {{"number", "I"},
-              {"message", "Ljava/lang/String;"},
-              {"category", "J"},
-              {"context", "J"},
-              {"fatal", "Z"},
-              {"argCount", "I"},
-              {"args", "[J"}}},
-            {"TmqKciCacheStats",
-             {{"type", "I"},
-              {"name", "Ljava/lang/String;"},
-              {"pid", "J"},
-              {"sid", "J"},
-              {"stats32", "[I"},
-              {"stats64", "[J"}}},
-            {"String", {}},
-            {"[B", {}},
-            {"[J", {}},
-            {"[Object", {}},
-            {"Class", {}},
-        };
-        std::deque<Class> made;
-        for (const ClassTable& table : tables) {
-            Class& cls = made.emplace_back();
-            cls.name = table.name;
-            for (const auto& [name, signature] : table.fields)
+    static std::deque<Class> all;
+    if (all.empty()) {
+        for (const char* const text : CLASSES) {
+            std::istringstream in(text);
+            Class& cls = all.emplace_back();
+            in >> cls.name;
+            for (std::string name, signature; in >> name >> signature;)
                 cls.fields.push_back({&cls, name, signature});
         }
-        return made;
-    }();
+    }
     return all;
 }
 
@@ -104,9 +74,6 @@ Object* classObject(Class* cls) {
 
 jlong Object::number(const std::string& field) const {
     return fields.contains(field) ? fields.at(field).number : 0;
-}
-double Object::real(const std::string& field) const {
-    return fields.contains(field) ? fields.at(field).real : 0;
 }
 Object* Object::object(const std::string& field) const {
     return fields.contains(field) ? fields.at(field).object : nullptr;
@@ -208,14 +175,12 @@ Object* Jni::object(jobject given) {
 }
 
 void Jni::beginCall() {
-    for (unsigned i = 0; i < referencesUsed; i++) {
-        if (references[i].kind != GLOBAL)
-            references[i].kind = FREE;
-    }
+    for (unsigned i = 0; i < referencesUsed; i++)
+        references[i].kind = FREE;
     calls.clear();
     complaints.clear();
     elementReferences.clear();
-    localReferences = mixedReleases = loansExpected = 0;
+    localReferences = loansExpected = 0;
     pending.clear();
     failures.clear();
     missingClass.clear();
@@ -226,6 +191,13 @@ void Jni::beginCall() {
 void Jni::endCall() {
     if (loans.size() != loansExpected)
         complaints.push_back(std::to_string(loans.size()) + " loans are not returned");
+}
+
+std::vector<std::string> Jni::fieldNames(const std::string& className) const {
+    std::vector<std::string> names;
+    for (const Field& field : findClass(className)->fields)
+        names.push_back(field.name);
+    return names;
 }
 
 unsigned Jni::count(const std::string& call) const {
@@ -248,35 +220,37 @@ bool Jni::refuse(const char* function) {
 
 // The functions of the environment's table.
 struct Functions {
-    static Object* checked(jobject reference, const char* what, const char* className = nullptr) {
+    static Object* complain(const std::string& complaint) {
+        jni().complaints.push_back(complaint);
+        return nullptr;
+    }
+    // The object that a function is called with; NULL, with a complaint, for one of another class.
+    static Object* enter(const std::string& call, jobject reference, const char* className = nullptr) {
+        jni().enter(call, call.starts_with("Release"));
         Object* object = jni().object(reference);
-        if (!object || (className && object->cls->name != className)) {
-            jni().complaints.push_back(std::string(what) + " of a wrong object");
-            return nullptr;
-        }
-        return object;
+        return object && (!className || object->cls->name == className) ? object
+                                                                        : complain(call + " of a wrong object");
+    }
+    template <typename Reference = jobject>
+    static Reference local(Object* object) {
+        return static_cast<Reference>(jni().reference(object, LOCAL));
     }
 
     static jclass JNICALL FindClass(JNIEnv*, const char* name) {
         jni().enter(std::string("FindClass ") + name);
         const std::string full = name;
         Class* cls = full.starts_with(PACKAGE) ? findClass(full.substr(std::strlen(PACKAGE))) : nullptr;
-        if (!cls || cls->name == jni().missingClass) {
-            jni().pending = "NoClassDefFoundError";
-            return nullptr;
-        }
-        return static_cast<jclass>(jni().reference(classObject(cls), LOCAL));
+        if (cls && cls->name != jni().missingClass)
+            return local<jclass>(classObject(cls));
+        jni().pending = "NoClassDefFoundError";
+        return nullptr;
     }
-
-    static jclass JNICALL GetObjectClass(JNIEnv*, jobject object) {
-        jni().enter("GetObjectClass");
-        Object* found = checked(object, "GetObjectClass");
-        return found ? static_cast<jclass>(jni().reference(classObject(found->cls), LOCAL)) : nullptr;
+    static jclass JNICALL GetObjectClass(JNIEnv*, jobject reference) {
+        Object* object = enter("GetObjectClass", reference);
+        return object ? local<jclass>(classObject(object->cls)) : nullptr;
     }
-
     static jfieldID JNICALL GetFieldID(JNIEnv*, jclass cls, const char* name, const char* signature) {
-        jni().enter(std::string("GetFieldID ") + name);
-        if (Object* object = checked(cls, "GetFieldID", "Class")) {
+        if (Object* object = enter(std::string("GetFieldID ") + name, cls, "Class")) {
             for (Field& field : findClass({object->text.begin(), object->text.end()})->fields) {
                 if (field.name == name && field.signature == signature && field.name != jni().missingField)
                     return reinterpret_cast<jfieldID>(&field);
@@ -286,46 +260,34 @@ struct Functions {
         return nullptr;
     }
 
-    static Object::Value* field(jobject object, jfieldID id, const char* access, bool isObject, char kind) {
-        auto* found = reinterpret_cast<Field*>(id);
-        const std::string what = std::string(access) + " " + (found ? found->name : "NULL");
-        jni().enter(what);
-        Object* holder = checked(object, what.c_str());
+    // Kind is a field's signature, L for every object and array.
+    template <char Kind>
+    static Object::Value& field(const char* access, jobject object, jfieldID id) {
+        static Object::Value none;
+        const auto* found = reinterpret_cast<Field*>(id);
+        const std::string call = std::string(access) + (found ? found->name : "NULL");
+        Object* holder = enter(call, object);
+        none = {};
         if (!holder || !found || holder->cls != found->owner ||
-            (isObject ? found->signature.size() == 1 : found->signature[0] != kind)) {
-            jni().complaints.push_back(what + ": wrong object or field");
-            return nullptr;
+            (Kind == 'L' ? found->signature.size() == 1 : found->signature[0] != Kind)) {
+            complain(call + ": wrong object or field");
+            return none;
         }
-        static Object::Value unset;
-        const bool reads = std::strcmp(access, "Get") == 0;
-        return reads && !holder->wrote(found->name) ? &(unset = {}) : &holder->fields[found->name];
+        return access[0] == 'G' && !holder->wrote(found->name) ? none : holder->fields[found->name];
     }
-
-    template <typename Number, char Kind>
+    template <typename Number, char Kind, auto Member = &Object::Value::number>
     static Number JNICALL GetNumber(JNIEnv*, jobject object, jfieldID id) {
-        const auto* value = field(object, id, "Get", false, Kind);
-        return value ? static_cast<Number>(value->number) : Number();
+        return static_cast<Number>(field<Kind>("Get ", object, id).*Member);
     }
-    template <typename Number, char Kind>
+    template <typename Number, char Kind, auto Member = &Object::Value::number>
     static void JNICALL SetNumber(JNIEnv*, jobject object, jfieldID id, Number given) {
-        if (auto* value = field(object, id, "Set", false, Kind))
-            value->number = given;
-    }
-    static jdouble JNICALL GetDoubleField(JNIEnv*, jobject object, jfieldID id) {
-        const auto* value = field(object, id, "Get", false, 'D');
-        return value ? value->real : 0;
-    }
-    static void JNICALL SetDoubleField(JNIEnv*, jobject object, jfieldID id, jdouble given) {
-        if (auto* value = field(object, id, "Set", false, 'D'))
-            value->real = given;
+        field<Kind>("Set ", object, id).*Member = given;
     }
     static jobject JNICALL GetObjectField(JNIEnv*, jobject object, jfieldID id) {
-        const auto* value = field(object, id, "Get", true, 'L');
-        return value ? jni().reference(value->object, LOCAL) : nullptr;
+        return local(field<'L'>("Get ", object, id).object);
     }
     static void JNICALL SetObjectField(JNIEnv*, jobject object, jfieldID id, jobject given) {
-        if (auto* value = field(object, id, "Set", true, 'L'))
-            value->object = jni().object(given);
+        field<'L'>("Set ", object, id).object = jni().object(given);
     }
 
     static jstring JNICALL NewStringUTF(JNIEnv*, const char* text) {
@@ -335,174 +297,137 @@ struct Functions {
             return nullptr;
         Object* made = jni().string(fromModifiedUtf8(text, &valid));
         if (!valid)
-            jni().complaints.push_back("NewStringUTF of text that is not modified UTF-8");
-        return static_cast<jstring>(jni().reference(made, LOCAL));
+            complain("NewStringUTF of text that is not modified UTF-8");
+        return local<jstring>(made);
     }
     static jsize JNICALL GetStringLength(JNIEnv*, jstring text) {
-        jni().enter("GetStringLength");
-        Object* object = checked(text, "GetStringLength", "String");
+        Object* object = enter("GetStringLength", text, "String");
         return object ? jsize(object->text.size()) : 0;
     }
     static jsize JNICALL GetStringUTFLength(JNIEnv*, jstring text) {
-        jni().enter("GetStringUTFLength");
-        Object* object = checked(text, "GetStringUTFLength", "String");
+        Object* object = enter("GetStringUTFLength", text, "String");
         return object ? jsize(toModifiedUtf8(object->text).size()) : 0;
     }
 
     // A loan is a copy, as most virtual machines make it, so that a missing copy back is seen.
-    static void* lend(Object* object, Jni::Loan::Kind kind, const void* data, std::size_t size, jboolean* isCopy) {
+    template <typename Data>
+    static Data lend(const char* function, jobject owner, const char* className, jboolean* isCopy,
+                     std::string (*content)(const Object&)) {
+        Object* object = enter(function, owner, className);
+        if (!object || jni().refuse(function))
+            return nullptr;
         if (isCopy)
             *isCopy = JNI_TRUE;
-        const auto* first = static_cast<const char*>(data);
-        Jni::Loan& loan = jni().loans.emplace_back(Jni::Loan{object, kind, {}});
-        loan.data.reserve(size + 1); // an empty loan has an address, too
-        loan.data.assign(first, first + size);
-        return loan.data.data();
+        const std::string copy = content(*object);
+        Jni::Loan& loan = jni().loans.emplace_back(Jni::Loan{object, {}});
+        loan.data.reserve(copy.size() + 1); // an empty loan has an address, too
+        loan.data.assign(copy.begin(), copy.end());
+        return reinterpret_cast<Data>(loan.data.data());
     }
-    static Jni::Loan takeBack(const char* function, jobject owner, const void* data) {
+    static Jni::Loan takeBack(const std::string& function, jobject owner, const void* data) {
         auto& loans = jni().loans;
-        Object* object = checked(owner, function);
+        Object* object = enter(function, owner);
         const auto found = std::find_if(loans.begin(), loans.end(), [&](const Jni::Loan& loan) {
             return loan.data.data() == data && loan.owner == object;
         });
         if (found == loans.end()) {
-            jni().complaints.push_back(std::string(function) + " of what is not lent");
+            complain(function + " of what is not lent");
             return {};
         }
         Jni::Loan loan = std::move(*found);
         loans.erase(found);
         return loan;
     }
-
     static const char* JNICALL GetStringUTFChars(JNIEnv*, jstring text, jboolean* isCopy) {
-        jni().enter("GetStringUTFChars");
-        Object* object = checked(text, "GetStringUTFChars", "String");
-        if (!object || jni().refuse("GetStringUTFChars"))
-            return nullptr;
-        const std::string utf8 = toModifiedUtf8(object->text);
-        return static_cast<char*>(lend(object, Jni::Loan::UTF, utf8.c_str(), utf8.size() + 1, isCopy));
+        return lend<const char*>("GetStringUTFChars", text, "String", isCopy,
+                                 [](const Object& object) { return toModifiedUtf8(object.text) + '\0'; });
     }
     static const jchar* JNICALL GetStringChars(JNIEnv*, jstring text, jboolean* isCopy) {
-        jni().enter("GetStringChars");
-        Object* object = checked(text, "GetStringChars", "String");
-        if (!object || jni().refuse("GetStringChars"))
-            return nullptr;
-        return static_cast<jchar*>(
-            lend(object, Jni::Loan::UNITS, object->text.c_str(), object->text.size() * 2, isCopy));
+        return lend<const jchar*>("GetStringChars", text, "String", isCopy, [](const Object& object) {
+            const auto* first = reinterpret_cast<const char*>(object.text.data());
+            return std::string(first, first + object.text.size() * 2);
+        });
     }
+    // Takes back 16-bit units, too: the bridge releases all its strings so.
     static void JNICALL ReleaseStringUTFChars(JNIEnv*, jstring text, const char* data) {
-        jni().enter("ReleaseStringUTFChars", true);
-        jni().mixedReleases += takeBack("ReleaseStringUTFChars", text, data).kind == Jni::Loan::UNITS;
-    }
-    static void JNICALL ReleaseStringChars(JNIEnv*, jstring text, const jchar* data) {
-        jni().enter("ReleaseStringChars", true);
-        takeBack("ReleaseStringChars", text, data);
+        takeBack("ReleaseStringUTFChars", text, data);
     }
     static jbyte* JNICALL GetByteArrayElements(JNIEnv*, jbyteArray array, jboolean* isCopy) {
-        jni().enter("GetByteArrayElements");
-        Object* object = checked(array, "GetByteArrayElements", "[B");
-        if (!object || jni().refuse("GetByteArrayElements"))
-            return nullptr;
-        return static_cast<jbyte*>(lend(object, Jni::Loan::BYTES, object->bytes.data(), object->bytes.size(), isCopy));
+        return lend<jbyte*>("GetByteArrayElements", array, "[B", isCopy,
+                            [](const Object& object) { return std::string(object.bytes.begin(), object.bytes.end()); });
     }
     static void JNICALL ReleaseByteArrayElements(JNIEnv*, jbyteArray array, jbyte* data, jint mode) {
-        jni().enter("ReleaseByteArrayElements " + std::to_string(mode), true);
-        const Jni::Loan loan = takeBack("ReleaseByteArrayElements", array, data);
+        const Jni::Loan loan = takeBack("ReleaseByteArrayElements " + std::to_string(mode), array, data);
         if (mode != JNI_ABORT && loan.owner)
             loan.owner->bytes.assign(loan.data.begin(), loan.data.end());
     }
 
-    static jsize JNICALL GetArrayLength(JNIEnv*, jarray array) {
-        jni().enter("GetArrayLength");
-        Object* object = checked(array, "GetArrayLength");
-        return object ? jsize(std::max({object->bytes.size(), object->longs.size(), object->elements.size()})) : 0;
-    }
-    static jobject JNICALL GetObjectArrayElement(JNIEnv*, jobjectArray array, jsize index) {
-        jni().enter("GetObjectArrayElement " + std::to_string(index));
-        Object* object = checked(array, "GetObjectArrayElement", "[Object");
-        if (!object || !inside(index, 1, object->elements.size()))
-            return nullptr;
-        return jni().elementReferences.emplace_back(jni().reference(object->elements[size_t(index)], LOCAL));
-    }
-    static void JNICALL SetObjectArrayElement(JNIEnv*, jobjectArray array, jsize index, jobject value) {
-        jni().enter("SetObjectArrayElement " + std::to_string(index));
-        Object* object = checked(array, "SetObjectArrayElement", "[Object");
-        if (object && inside(index, 1, object->elements.size()))
-            object->elements[size_t(index)] = jni().object(value);
-    }
     static bool inside(jsize start, jsize count, std::size_t size) {
         if (start >= 0 && count >= 0 && size_t(start) + size_t(count) <= size)
             return true;
         jni().pending = "ArrayIndexOutOfBoundsException";
         return false;
     }
+    static jsize JNICALL GetArrayLength(JNIEnv*, jarray array) {
+        Object* object = enter("GetArrayLength", array);
+        return object ? jsize(std::max({object->bytes.size(), object->longs.size(), object->elements.size()})) : 0;
+    }
+    static jobject JNICALL GetObjectArrayElement(JNIEnv*, jobjectArray array, jsize index) {
+        Object* object = enter("GetObjectArrayElement " + std::to_string(index), array, "[Object");
+        if (!object || !inside(index, 1, object->elements.size()))
+            return nullptr;
+        return jni().elementReferences.emplace_back(local(object->elements[size_t(index)]));
+    }
+    static void JNICALL SetObjectArrayElement(JNIEnv*, jobjectArray array, jsize index, jobject value) {
+        Object* object = enter("SetObjectArrayElement " + std::to_string(index), array, "[Object");
+        if (object && inside(index, 1, object->elements.size()))
+            object->elements[size_t(index)] = jni().object(value);
+    }
 
-    static jobject make(const char* function, jsize size, Object* (*create)(jsize)) {
+    // The primitive arrays that the bridge uses.
+    template <auto Elements>
+    static constexpr const char* either(const char* ofBytes, const char* ofLongs) {
+        return std::is_same_v<decltype(Elements), decltype(&Object::bytes)> ? ofBytes : ofLongs;
+    }
+    template <typename Array, auto Elements>
+    static Array JNICALL NewArray(JNIEnv*, jsize size) {
+        const char* function = either<Elements>("NewByteArray", "NewLongArray");
         jni().enter(function);
         if (size < 0)
             jni().pending = "NegativeArraySizeException";
-        return size < 0 || jni().refuse(function) ? nullptr : jni().reference(create(size), LOCAL);
+        if (size < 0 || jni().refuse(function))
+            return nullptr;
+        Object* made = jni().create(either<Elements>("[B", "[J"));
+        (made->*Elements).resize(size_t(size));
+        return local<Array>(made);
     }
-    static jbyteArray JNICALL NewByteArray(JNIEnv*, jsize size) {
-        const auto create = [](jsize count) { return jni().byteArray(std::vector<jbyte>(size_t(count))); };
-        return static_cast<jbyteArray>(make("NewByteArray", size, create));
-    }
-    static jlongArray JNICALL NewLongArray(JNIEnv*, jsize size) {
-        const auto create = [](jsize count) { return jni().longArray(std::vector<jlong>(size_t(count))); };
-        return static_cast<jlongArray>(make("NewLongArray", size, create));
-    }
-    static void JNICALL SetByteArrayRegion(JNIEnv*, jbyteArray array, jsize start, jsize count, const jbyte* from) {
-        jni().enter("SetByteArrayRegion");
-        Object* object = checked(array, "SetByteArrayRegion", "[B");
-        if (object && inside(start, count, object->bytes.size()))
-            std::copy_n(from, count, object->bytes.begin() + start);
-    }
-    static void JNICALL GetByteArrayRegion(JNIEnv*, jbyteArray array, jsize start, jsize count, jbyte* to) {
-        jni().enter("GetByteArrayRegion");
-        Object* object = checked(array, "GetByteArrayRegion", "[B");
-        if (object && inside(start, count, object->bytes.size()))
-            std::copy_n(object->bytes.begin() + start, count, to);
-    }
-    static void JNICALL SetLongArrayRegion(JNIEnv*, jlongArray array, jsize start, jsize count, const jlong* from) {
-        jni().enter("SetLongArrayRegion");
-        Object* object = checked(array, "SetLongArrayRegion", "[J");
-        if (object && inside(start, count, object->longs.size()))
-            std::copy_n(from, count, object->longs.begin() + start);
+    template <typename Array, auto Elements, typename Element>
+    static void JNICALL SetRegion(JNIEnv*, Array array, jsize start, jsize count, const Element* from) {
+        Object* object = enter("Set region", array, either<Elements>("[B", "[J"));
+        if (object && inside(start, count, (object->*Elements).size()))
+            std::copy_n(from, count, (object->*Elements).begin() + start);
     }
     static void JNICALL GetLongArrayRegion(JNIEnv*, jlongArray array, jsize start, jsize count, jlong* to) {
-        jni().enter("GetLongArrayRegion");
-        Object* object = checked(array, "GetLongArrayRegion", "[J");
+        Object* object = enter("GetLongArrayRegion", array, "[J");
         if (object && inside(start, count, object->longs.size()))
             std::copy_n(object->longs.begin() + start, count, to);
     }
 
-    static jobject JNICALL NewGlobalRef(JNIEnv*, jobject object) {
-        jni().enter("NewGlobalRef");
-        return jni().reference(jni().object(object), GLOBAL);
-    }
-    static void drop(jobject object, int kind, const char* function) {
-        jni().enter(function, true);
+    static void JNICALL DeleteLocalRef(JNIEnv*, jobject object) {
+        jni().enter("DeleteLocalRef", true);
         if (!object)
             return;
         auto* reference = reinterpret_cast<Reference*>(object);
-        if (!jni().object(object) || reference->kind != kind) {
-            jni().complaints.push_back(std::string(function) + " of another kind of reference");
+        if (!jni().object(object) || reference->kind != LOCAL) {
+            complain("DeleteLocalRef of another kind of reference");
             return;
         }
-        jni().localReferences -= kind == LOCAL;
+        jni().localReferences--;
         reference->kind = FREE;
     }
-    static void JNICALL DeleteGlobalRef(JNIEnv*, jobject object) { drop(object, GLOBAL, "DeleteGlobalRef"); }
-    static void JNICALL DeleteLocalRef(JNIEnv*, jobject object) { drop(object, LOCAL, "DeleteLocalRef"); }
-
     static jboolean JNICALL ExceptionCheck(JNIEnv*) {
         jni().enter("ExceptionCheck", true);
         return !jni().pending.empty();
-    }
-    static jthrowable JNICALL ExceptionOccurred(JNIEnv*) {
-        jni().enter("ExceptionOccurred", true);
-        Object* thrown = jni().pending.empty() ? nullptr : jni().create("TmqKciException");
-        return static_cast<jthrowable>(jni().reference(thrown, LOCAL));
     }
     static void JNICALL ExceptionClear(JNIEnv*) {
         jni().enter("ExceptionClear", true);
@@ -519,21 +444,23 @@ struct Functions {
         std::memcpy(static_cast<void*>(&functions), unexpected.data(), sizeof functions);
 #define SCRIPTED(function) functions.function = function
         SCRIPTED(FindClass), SCRIPTED(GetObjectClass), SCRIPTED(GetFieldID);
-        SCRIPTED(GetDoubleField), SCRIPTED(SetDoubleField), SCRIPTED(GetObjectField), SCRIPTED(SetObjectField);
+        SCRIPTED(GetObjectField), SCRIPTED(SetObjectField);
         SCRIPTED(NewStringUTF), SCRIPTED(GetStringLength), SCRIPTED(GetStringUTFLength);
-        SCRIPTED(GetStringUTFChars), SCRIPTED(ReleaseStringUTFChars);
-        SCRIPTED(GetStringChars), SCRIPTED(ReleaseStringChars);
+        SCRIPTED(GetStringUTFChars), SCRIPTED(ReleaseStringUTFChars), SCRIPTED(GetStringChars);
         SCRIPTED(GetByteArrayElements), SCRIPTED(ReleaseByteArrayElements);
         SCRIPTED(GetArrayLength), SCRIPTED(GetObjectArrayElement), SCRIPTED(SetObjectArrayElement);
-        SCRIPTED(NewByteArray), SCRIPTED(SetByteArrayRegion), SCRIPTED(GetByteArrayRegion);
-        SCRIPTED(NewLongArray), SCRIPTED(SetLongArrayRegion), SCRIPTED(GetLongArrayRegion);
-        SCRIPTED(NewGlobalRef), SCRIPTED(DeleteGlobalRef), SCRIPTED(DeleteLocalRef);
-        SCRIPTED(ExceptionCheck), SCRIPTED(ExceptionOccurred), SCRIPTED(ExceptionClear);
+        SCRIPTED(GetLongArrayRegion), SCRIPTED(DeleteLocalRef), SCRIPTED(ExceptionCheck), SCRIPTED(ExceptionClear);
 #undef SCRIPTED
         functions.GetLongField = GetNumber<jlong, 'J'>, functions.SetLongField = SetNumber<jlong, 'J'>;
         functions.GetIntField = GetNumber<jint, 'I'>, functions.SetIntField = SetNumber<jint, 'I'>;
         functions.GetByteField = GetNumber<jbyte, 'B'>, functions.SetByteField = SetNumber<jbyte, 'B'>;
         functions.GetBooleanField = GetNumber<jboolean, 'Z'>, functions.SetBooleanField = SetNumber<jboolean, 'Z'>;
+        functions.GetDoubleField = GetNumber<jdouble, 'D', &Object::Value::real>;
+        functions.SetDoubleField = SetNumber<jdouble, 'D', &Object::Value::real>;
+        functions.NewByteArray = NewArray<jbyteArray, &Object::bytes>;
+        functions.NewLongArray = NewArray<jlongArray, &Object::longs>;
+        functions.SetByteArrayRegion = SetRegion<jbyteArray, &Object::bytes>;
+        functions.SetLongArrayRegion = SetRegion<jlongArray, &Object::longs>;
         return functions;
     }
 };

@@ -39,7 +39,6 @@ struct Object {
     std::vector<Object*> elements;
 
     jlong number(const std::string& field) const;
-    double real(const std::string& field) const;
     Object* object(const std::string& field) const;
     bool wrote(const std::string& field) const { return fields.contains(field); }
 };
@@ -59,6 +58,9 @@ public:
     Object* longArray(std::vector<jlong> longs);
     Object* objectArray(std::vector<Object*> elements);
 
+    // In the order of the class's declaration.
+    std::vector<std::string> fieldNames(const std::string& className) const;
+
     // A reference for an argument of the next native call; NULL for no object.
     jobject argument(Object* object);
     // The object behind a reference; NULL for NULL and, with a complaint, for a reference that is not valid.
@@ -77,7 +79,6 @@ public:
     std::vector<jobject> elementReferences; // what GetObjectArrayElement answered
     std::string pending;                    // the class name of the exception that is pending
     unsigned localReferences = 0;           // made by the native method and not deleted
-    unsigned mixedReleases = 0;             // 16-bit units given back with the release call of UTF-8
     unsigned loansExpected = 0;             // loans that endCall() finds in order
     unsigned count(const std::string& call) const;
 
@@ -85,7 +86,6 @@ private:
     friend struct Functions;
     struct Loan {
         Object* owner;
-        enum Kind { UTF, UNITS, BYTES } kind;
         std::vector<char> data;
     };
 

@@ -49,9 +49,8 @@ TEST(UtlHeap, BlockLayout) {
     }
     EXPECT_STREQ(header.fName, "utl/a_very_long");
     EXPECT_EQ(header.userSize, 10U);
-    const std::array<uint32_t, 3> guards{0x0102030E, 0x0102030E, 0x0102030E};
-    EXPECT_EQ(memcmp(header.guard, guards.data(), sizeof guards), 0);
-    EXPECT_EQ(memcmp(block + 12, guards.data(), sizeof guards), 0);
+    EXPECT_EQ(memcmp(header.guard, "\xE\3\2\1\xE\3\2\1\xE\3\2\1", 12), 0);
+    EXPECT_EQ(memcmp(block + 12, "\xE\3\2\1\xE\3\2\1\xE\3\2\1", 12), 0);
     ASSERT_NE(header.ref, nullptr);
     EXPECT_EQ(header.ref->c, &header);
 
@@ -70,32 +69,31 @@ TEST(UtlHeap, BlockLayout) {
     EXPECT_EQ(headerOf(named).ref, ref);
 }
 
-TEST(UtlHeap, DamageIsReportedOnRelease) {
-    struct Case {
-        const char* name;
-        std::function<void(char*)> damage; // of a block of 10 bytes that has neighbours on both sides
-        int expected;
-    };
+const struct {
+    const char* name;
+    std::function<void(char*)> apply; // to a block of 10 bytes that has neighbours on both sides
+    int violations;                   // when the block is released
+} damages[] = {
+    {"none", [](char*) {}, 0},
+    {"within the rounded size", [](char* b) { b[11] = 1; }, 0},
+    {"one byte behind", [](char* b) { b[12] = 1; }, 1},
+    {"last guard byte behind", [](char* b) { b[23] = 0; }, 1},
     // Damaged front guards are reported twice: by the scan of the records and for the block.
-    const std::array<Case, 9> cases{{
-        {"none", [](char*) {}, 0},
-        {"within the rounded size", [](char* b) { b[11] = 1; }, 0},
-        {"one byte behind", [](char* b) { b[12] = 1; }, 1},
-        {"last guard byte behind", [](char* b) { b[23] = 0; }, 1},
-        {"one byte before", [](char* b) { lastGuardByte(b) = 0; }, 2},
-        {"both sides", [](char* b) { b[-12] = b[12] = 0; }, 4},
-        {"link to the newer block", [](char* b) { headerOf(b).prev = reinterpret_cast<HeapChunk*>(8); }, 1},
-        {"link to the older block", [](char* b) { headerOf(b).next = nullptr; }, 1},
-        {"whole header", [](char* b) { memset(&headerOf(b), 0x5A, sizeof(HeapChunk)); }, 5},
-    }};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    {"one byte before", [](char* b) { lastGuardByte(b) = 0; }, 2},
+    {"both sides", [](char* b) { b[-12] = b[12] = 0; }, 4},
+    {"link to the newer block", [](char* b) { headerOf(b).prev = reinterpret_cast<HeapChunk*>(8); }, 1},
+    {"link to the older block", [](char* b) { headerOf(b).next = reinterpret_cast<HeapChunk*>(0xDEADBEE0); }, 1},
+    {"whole header", [](char* b) { memset(&headerOf(b), 0x5A, sizeof(HeapChunk)); }, 5},
+};
+
+TEST(UtlHeap, DamageIsReportedOnRelease) {
+    for (const auto& [name, apply, violations] : damages) {
+        SCOPED_TRACE(name);
         const ChildResult child = runInChild([&] {
             take(5);
             char* block = take(10);
             take(3);
-            c.damage(block);
-            fflush(stdout);
+            apply(block);
             UtlFree(block);
             // What is left is whole again.
             char* another = take(1);
@@ -103,8 +101,17 @@ TEST(UtlHeap, DamageIsReportedOnRelease) {
             UtlFree(another);
             EXPECT_EQ(UtlHeapSizeKB(), 0U);
         });
-        EXPECT_EQ(violationsIn(child), c.expected) << child.out;
+        EXPECT_EQ(violationsIn(child), violations) << child.out;
         EXPECT_EQ(child.exitStatus, 0);
+    }
+    for (const BoolType debugged : {FALSE, TRUE}) {
+        const ChildResult child = runInChild([debugged] {
+            heapCheckDebug = debugged;
+            char* block = take(8);
+            lastGuardByte(block) = 0;
+            UtlFree(block);
+        });
+        EXPECT_EQ(violationsIn(child), debugged ? 1 : 2);
     }
 }
 
@@ -128,33 +135,21 @@ TEST(UtlHeap, PointersThatAreNoLiveBlocksAreReportedAndLeftAlone) {
 }
 
 TEST(UtlHeap, ChecksFindDamageAnywhereInTheList) {
-    struct Case {
-        const char* name;
-        std::function<void(char*)> damage;
-    };
-    const std::array<Case, 5> cases{{
-        {"front", [](char* b) { lastGuardByte(b) = 0; }},
-        {"end", [](char* b) { b[8] = 0; }},
-        {"older link gone", [](char* b) { headerOf(b).next = nullptr; }},
-        {"older link wild", [](char* b) { headerOf(b).next = reinterpret_cast<HeapChunk*>(0xDEADBEE0); }},
-        {"newer link wild", [](char* b) { headerOf(b).prev = reinterpret_cast<HeapChunk*>(0xDEADBEE0); }},
-    }};
-    for (const Case& c : cases) {
+    const std::regex reports("(UTL_G.*\n)*now\n(UTL_G.*\n)+and\n(UTL_G.*\n)+");
+    for (const auto& [name, apply, violations] : damages) {
         // The oldest, an inner and a new block; each with the check of the 300th allocation and on request.
         for (const size_t place : {0U, 20U, 98U}) {
-            SCOPED_TRACE(std::string(c.name) + " at " + std::to_string(place));
-            if (place == 0 && strcmp(c.name, "older link gone") == 0)
-                continue; // it is gone already
+            SCOPED_TRACE(std::string(name) + " at " + std::to_string(place));
             const ChildResult child = runInChild([&] {
                 std::vector<char*> blocks;
                 for (int i = 0; i < 150; ++i) {
-                    char* block = take(8);
+                    char* block = take(10);
                     if (i % 3 != 0)
                         blocks.push_back(block);
                     else
                         UtlFree(block); // a gap
                 }
-                c.damage(blocks[place]);
+                apply(blocks[place]);
                 for (int i = 151; i < 300; ++i)
                     UtlFree(take(8));
                 puts("now");
@@ -162,20 +157,11 @@ TEST(UtlHeap, ChecksFindDamageAnywhereInTheList) {
                 puts("and");
                 UtlHeapCheck();
             });
-            EXPECT_TRUE(std::regex_match(
-                child.out,
-                std::regex("(UTL_G.*\n)?now\nUTL_GUARANTEE failure.*\n(UTL_G.*\n)?and\nUTL_G.*\n(UTL_G.*\n)?")))
-                << child.out;
+            if (violations == 0)
+                EXPECT_EQ(child.out, "now\nand\n");
+            else
+                EXPECT_TRUE(std::regex_match(child.out, reports)) << child.out;
         }
-    }
-    for (const BoolType debugged : {FALSE, TRUE}) {
-        const ChildResult child = runInChild([debugged] {
-            heapCheckDebug = debugged;
-            char* block = take(8);
-            lastGuardByte(block) = 0;
-            UtlFree(block);
-        });
-        EXPECT_EQ(violationsIn(child), debugged ? 1 : 2);
     }
 }
 
@@ -189,12 +175,10 @@ TEST(UtlHeap, Summary) {
         take(43);
         printf("%u\n", UtlHeapSizeKB());
     });
-    EXPECT_TRUE(std::regex_match(child.out, std::regex("--- C Heap summary \n"
-                                                       "   numMallocs 3 numFrees 1 totalSize 2005 \n"
-                                                       " 2000 bytes  name x.c line 12 mallocSeq 3 \n"
-                                                       " 5 bytes  name first line [0-9]+ mallocSeq 1 \n"
-                                                       "--- End C Heap summary \n1\n2\n")))
-        << child.out;
+    const std::regex summary("--- C Heap summary \n   numMallocs 3 numFrees 1 totalSize 2005 \n"
+                             " 2000 bytes  name x.c line 12 mallocSeq 3 \n"
+                             " 5 bytes  name first line [1-9][0-9]* mallocSeq 1 \n--- End C Heap summary \n1\n2\n");
+    EXPECT_TRUE(std::regex_match(child.out, summary)) << child.out;
 }
 
 TEST(UtlHeap, FailuresOfAllocation) {
@@ -242,9 +226,9 @@ TEST(UtlHeap, PlainMode) {
 
 TEST(UtlHeap, ExecutableMemory) {
     const ChildResult child = runInChild([] {
-        auto* code = static_cast<unsigned char*>(UtlMallocExe(10000, 1, "exe"));
-        for (const int offset : {0, 9990}) {
-            code[offset] = 0xC3; // ret, on both x86 processors
+        auto* code = static_cast<unsigned char*>(UtlMallocExe(8192, 1, "exe"));
+        for (const int offset : {0, 8191}) { // the last byte stands on a third page
+            code[offset] = 0xC3;             // ret, on both x86 processors
             reinterpret_cast<void (*)()>(code + offset)();
         }
         UtlFree(code);

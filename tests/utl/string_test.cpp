@@ -60,31 +60,21 @@ TEST(KsDString, RandomUseAgainstStdString) {
     KsDStringInit(&text);
     std::string model;
     for (int i = 0; i < 100000; ++i) {
-        switch (random() % 8) {
-        case 0: { // cut, seldom extend
-            const long length = static_cast<long>(random() % (model.size() + 2)) - 1;
-            KsDStringSetLength(&text, length);
-            model.resize(length < 0 ? 0 : static_cast<size_t>(length));
-            break;
-        }
-        case 1: // a part of itself
-            if (model.size() < 5000) {
-                const size_t start = random() % (model.size() + 1);
-                KsDStringAppend(&text, text.string + start, -1);
-                model += model.substr(start);
-            }
-            break;
-        case 2:
-            if (random() % 200 == 0) {
-                KsDStringFree(&text);
-                model.clear();
-            }
-            break;
-        default: {
+        const unsigned choice = random() % 8;
+        const size_t place = random() % (model.size() + 2);
+        if (choice == 0) { // cut, seldom extend
+            KsDStringSetLength(&text, static_cast<long>(place) - 1);
+            model.resize(place == 0 ? 0 : place - 1);
+        } else if (choice == 1 && model.size() < 5000 && place <= model.size()) { // a part of itself
+            KsDStringAppend(&text, text.string + place, -1);
+            model += model.substr(place);
+        } else if (random() % 1500 == 0) {
+            KsDStringFree(&text);
+            model.clear();
+        } else {
             const std::string piece(random() % 40, static_cast<char>('a' + random() % 26));
             KsDStringAppend(&text, piece.c_str(), random() % 2 == 0 ? -1 : static_cast<long>(piece.size()));
             model += piece;
-        }
         }
         ASSERT_EQ(text.length, static_cast<long>(model.size()));
         ASSERT_EQ(memcmp(text.string, model.c_str(), model.size() + 1), 0);

@@ -17,9 +17,6 @@
 namespace errmsgc {
 namespace {
 
-constexpr uint32_t headerSize = 20;
-constexpr uint32_t slotSize = 12;
-
 struct Slot {
     uint32_t hash;
     uint32_t keyLoc;
@@ -99,19 +96,19 @@ bool Compiled::open() {
         fault("the header is not valid");
         return false;
     }
-    if (header.tabSize > (size - headerSize) / slotSize) {
+    if (header.tabSize > (size - ERRUTL_HEADER_SIZE) / ERRUTL_SLOT_SIZE) {
         fault("the table of %lu slots reaches beyond the end", static_cast<unsigned long>(header.tabSize));
         return false;
     }
-    if (header.textBegin < headerSize + header.tabSize * slotSize || header.textBegin > size)
+    if (header.textBegin < ERRUTL_HEADER_SIZE + header.tabSize * ERRUTL_SLOT_SIZE || header.textBegin > size)
         fault("the text begins at %lu, outside the file or inside the table",
               static_cast<unsigned long>(header.textBegin));
-    std::vector<ByteType> bytes(header.tabSize * slotSize);
-    if (!readAt(headerSize, bytes.data(), bytes.size())) {
+    std::vector<ByteType> bytes(header.tabSize * ERRUTL_SLOT_SIZE);
+    if (!readAt(ERRUTL_HEADER_SIZE, bytes.data(), bytes.size())) {
         fault("the table cannot be read");
         return false;
     }
-    for (size_t at = 0; at < bytes.size(); at += slotSize)
+    for (size_t at = 0; at < bytes.size(); at += ERRUTL_SLOT_SIZE)
         slots.push_back({word(&bytes[at]), word(&bytes[at + 4]), word(&bytes[at + 8])});
     return true;
 }

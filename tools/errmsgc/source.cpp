@@ -17,10 +17,6 @@
 namespace errmsgc {
 namespace {
 
-constexpr size_t headerSize = 20;
-constexpr size_t slotSize = 12;
-constexpr size_t longestLine = 2047;
-
 struct CloseFile {
     void operator()(FILE* file) const { fclose(file); }
 };
@@ -44,7 +40,7 @@ const char* cutEntry(FILE* file, long begin) {
     size_t length = lines.size() - (lines.ends_with('\n') ? 1 : 0);
     for (size_t joint = lines.find("\\\n"); joint != std::string::npos; joint = lines.find("\\\n", joint + 2))
         length -= 2;
-    return length > longestLine ? "entry too long" : nullptr;
+    return length > ERRUTL_MAX_LINE ? "entry too long" : nullptr;
 }
 
 // The parser says nothing about a catalogue whose last line is to be continued.
@@ -115,7 +111,9 @@ std::string Entry::text() const {
     }
     if (!argOrder.empty())
         line += ")";
-    return line + ":" + pattern;
+    line += ":" + pattern;
+    // Of two backslashes at the end of a line, one is the text's and one joins the next line, which is empty here.
+    return line + (pattern.ends_with('\\') ? "\\\n" : "");
 }
 
 bool readCatalogue(const std::string& fileName, std::vector<Entry>& entries) {
@@ -181,7 +179,7 @@ std::string buildImage(const std::vector<Entry>& entries, const Transform& trans
         textOffsets.push_back(text.size());
         text += entries[i].text() + "\n";
     }
-    const size_t keysBegin = headerSize + tabSize * slotSize;
+    const size_t keysBegin = ERRUTL_HEADER_SIZE + tabSize * ERRUTL_SLOT_SIZE;
     const size_t textBegin = keysBegin + keys.size();
 
     ImageWriter image(textBegin, transform);
@@ -196,9 +194,9 @@ std::string buildImage(const std::vector<Entry>& entries, const Transform& trans
             continue;
         const auto i = static_cast<size_t>(index);
         const size_t keyLoc = sharing[hashes[i]] > 1 ? keysBegin + keyOffsets[i] : 0;
-        image.put(headerSize + slot * slotSize, hashes[i]);
-        image.put(headerSize + slot * slotSize + 4, static_cast<uint32_t>(keyLoc));
-        image.put(headerSize + slot * slotSize + 8, static_cast<uint32_t>(textBegin + textOffsets[i]));
+        image.put(ERRUTL_HEADER_SIZE + slot * ERRUTL_SLOT_SIZE, hashes[i]);
+        image.put(ERRUTL_HEADER_SIZE + slot * ERRUTL_SLOT_SIZE + 4, static_cast<uint32_t>(keyLoc));
+        image.put(ERRUTL_HEADER_SIZE + slot * ERRUTL_SLOT_SIZE + 8, static_cast<uint32_t>(textBegin + textOffsets[i]));
     }
     image.put(keysBegin, keys.data(), keys.size());
     return std::move(image.bytes) + text;

@@ -17,7 +17,7 @@ struct Entry {
     std::string pattern;
     long line; // of the catalogue, where the entry ends
 
-    // The entry as one line of a catalogue.
+    // The entry as it stands in a catalogue, without the last newline.
     std::string text() const;
 };
 

@@ -1,16 +1,21 @@
 package com.kestrune.tmqkci;
 
-/** The receiver and the arguments of a call, converted. What the call creates of them lives until it has ended. */
+import java.lang.ref.Reference;
+
+/**
+ * The receiver and the arguments of a call, converted. What the call creates of them lives until it has ended, and so
+ * do the objects among them, which nobody else may refer to any more.
+ */
 final class Arguments {
     private final Object[] values;
-    private final boolean receiverIsValue;
+    private final Object receiverValue;
     final TmqKciReport receiver;
     final TmqKciReport[] reports;
 
     /** Converts; what has to be created first is created. Inside the session's turn. */
     Arguments(KciSession session, Object receiver, Object... values) {
         this.values = values;
-        receiverIsValue = !(receiver instanceof KciObject);
+        receiverValue = receiver;
         reports = new TmqKciReport[values.length];
         // What cannot be converted is refused before anything is created.
         TmqKciReport convertedReceiver = Values.toServer(session, receiver);
@@ -50,9 +55,9 @@ final class Arguments {
         }
     }
 
-    /** Ends the references to all created objects. */
+    /** Ends the references to all created objects; until here the others are kept reachable. */
     void releaseCreated(ExportSet exports) {
-        if (receiverIsValue && receiver != null) {
+        if (receiver != null && !(receiverValue instanceof KciObject)) {
             exports.release(receiver.oop);
         }
         for (int i = 0; i < reports.length; ++i) {
@@ -60,5 +65,7 @@ final class Arguments {
                 exports.release(reports[i].oop);
             }
         }
+        Reference.reachabilityFence(receiverValue);
+        Reference.reachabilityFence(values);
     }
 }

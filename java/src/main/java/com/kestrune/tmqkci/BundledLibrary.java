@@ -47,14 +47,28 @@ final class BundledLibrary implements AutoCloseable {
             return new BundledLibrary(inCache(content), false);
         } catch (IOException unusable) {
             try {
-                Path file = Files.createTempDirectory("tmqkci", FOR_OWNER).resolve(TmqKciLibrary.FILE_NAME);
-                Files.write(file, content);
-                return new BundledLibrary(file, true);
+                return inTemporaryFolder(content);
             } catch (IOException alsoUnusable) {
                 throw new IOException("it can be unpacked neither into the cache (" + unusable
                         + ") nor into a temporary folder (" + alsoUnusable + ")", unusable);
             }
         }
+    }
+
+    private static BundledLibrary inTemporaryFolder(byte[] content) throws IOException {
+        Path folder = Files.createTempDirectory("tmqkci", FOR_OWNER);
+        BundledLibrary copy = new BundledLibrary(folder.resolve(TmqKciLibrary.FILE_NAME), true);
+        try {
+            Files.write(copy.file, content);
+        } catch (IOException unwritten) {
+            try {
+                copy.close();
+            } catch (IOException left) {
+                unwritten.addSuppressed(left);
+            }
+            throw unwritten;
+        }
+        return copy;
     }
 
     Path file() {

@@ -48,7 +48,7 @@ public final class KciBridge {
             if (status < 0) {
                 throw failure(status, report);
             }
-            faultReports(faultReports);
+            KciMessages.faultReports(faultReports);
         } finally {
             LOCK.unlock();
         }
@@ -66,13 +66,11 @@ public final class KciBridge {
         acquire();
         try {
             faultReports = wanted;
-            faultReports(wanted);
+            KciMessages.faultReports(wanted);
         } finally {
             LOCK.unlock();
         }
     }
-
-    private static native void faultReports(boolean wanted);
 
     /**
      * Answers the version of the client library.

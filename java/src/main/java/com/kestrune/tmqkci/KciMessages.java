@@ -70,4 +70,7 @@ public final class KciMessages {
 
     private static native String render(TmqKciException error, int errorNumber, boolean displayOops,
             int errorsInProgress, ObjectPrinter printer);
+
+    /** Chooses what a fatal report does; for {@link KciBridge#setFaultReports}, which keeps the choice. */
+    static native void faultReports(boolean wanted);
 }

@@ -41,7 +41,9 @@ public final class TmqKciInterface {
      * Initializes the bridge and the client library, once in a process; later calls only raise the trace level and
      * succeed. Trace lines go to standard output, and with a {@code debugFlag} of 2 or more they show passwords.
      *
-     * <p>After a failure the call can be repeated, except that a client library once loaded is not loaded again.
+     * <p>After a failure before the client library is loaded (a wrong argument, no such library) the call can be
+     * repeated. Once the library is loaded there is no second attempt: every later call fails with "KciRtlLoad failure:
+     * Library is already loaded."
      *
      * @param useLinked not 0 to run sessions inside this process, 0 to talk to a session process
      * @param appName the application's name for the client library, or null

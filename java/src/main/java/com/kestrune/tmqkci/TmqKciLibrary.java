@@ -140,8 +140,9 @@ public final class TmqKciLibrary {
     private static String loadFromLibraryPath(List<Attempt> failed) {
         String path = System.getProperty(LIBRARY_PATH, "");
         File file = null;
-        for (String folder : path.split(File.pathSeparator)) {
-            File candidate = new File(folder, FILE_NAME);
+        // As the virtual machine reads it: an empty folder among others is the working folder.
+        for (String folder : path.isEmpty() ? new String[0] : path.split(File.pathSeparator, -1)) {
+            File candidate = folder.isEmpty() ? new File(FILE_NAME) : new File(folder, FILE_NAME);
             if (candidate.exists()) {
                 file = candidate.getAbsoluteFile();
                 break;

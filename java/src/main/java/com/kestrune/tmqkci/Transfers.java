@@ -2,6 +2,7 @@ package com.kestrune.tmqkci;
 
 import java.lang.ref.Reference;
 import java.util.ArrayList;
+import java.util.Arrays;
 import java.util.List;
 
 /** A session's transfers of contents, cut into slices that fit the bridge's buffers. Indexes count from 1. */
@@ -104,7 +105,7 @@ final class Transfers {
         for (int done = 0; done < bytes.length;) {
             long from = start + done;
             int length = Math.min(bytes.length - done, maxBytes);
-            byte[] part = length == bytes.length ? bytes : java.util.Arrays.copyOfRange(bytes, done, done + length);
+            byte[] part = length == bytes.length ? bytes : Arrays.copyOfRange(bytes, done, done + length);
             calls.call(error -> TmqKciInterface._putBytes(id, target, from, length, part, error));
             done += length;
         }
@@ -211,7 +212,7 @@ final class Transfers {
     private TmqKciReport[] slice(int length) {
         if (slice.length < length) {
             slice = new TmqKciReport[length];
-            java.util.Arrays.setAll(slice, i -> new TmqKciReport());
+            Arrays.setAll(slice, i -> new TmqKciReport());
             return slice;
         }
         for (int i = 0; i < length; ++i) {

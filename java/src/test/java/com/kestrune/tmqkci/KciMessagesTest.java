@@ -1,18 +1,13 @@
 package com.kestrune.tmqkci;
 
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertSame;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.util.List;
-import java.util.concurrent.TimeUnit;
+import java.util.Arrays;
+import java.util.Map;
 
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -90,42 +85,36 @@ class KciMessagesTest {
         }
     }
 
-    private String probe(byte[] messageFile) throws Exception {
-        Path file = Files.write(folder.resolve("damaged.err"), messageFile);
-        Process process = withCatalogue(file).start();
-        String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8);
-        assertTrue(process.waitFor(60, TimeUnit.SECONDS));
-        assertEquals(0, process.exitValue(), output);
-        return output;
+    /** Prints a text and a report. */
+    static final class Probe {
+        public static void main(String[] args) {
+            for (int i = 0; i < 3; ++i) {
+                System.out.println(KciMessages.text(3613, 2010));
+                System.out.print(KciMessages.report(error("message")));
+            }
+        }
     }
 
-    private static ProcessBuilder withCatalogue(Path file) {
-        ProcessBuilder builder = new ProcessBuilder(List.of(System.getProperty("java.home") + "/bin/java",
-                "-Xcheck:jni", "-cp", System.getProperty("java.class.path"), MessagesProbe.class.getName()));
-        builder.redirectError(ProcessBuilder.Redirect.DISCARD);
-        builder.environment().put("KESTRUNE_LANG", file.toString());
+    private String probe(byte[] messageFile) throws Exception {
+        Path file = Files.write(folder.resolve("damaged.err"), messageFile);
         // A report of a fatal error, were there one, would wait this long.
-        builder.environment().put("KS_CORE_TIME_OUT", "129600");
-        return builder;
+        return ChildJava.output(ChildJava.JAVA32, folder,
+                Map.of("KESTRUNE_LANG", file.toString(), "KS_CORE_TIME_OUT", "129600"), Probe.class, "-Xcheck:jni");
     }
 
     @Test
     void damagedFilesEndInBrackets() throws Exception {
         byte[] good = Files.readAllBytes(Path.of(System.getenv("KESTRUNE_LANG")));
-        String bracketed = "[errmsg.rtErrDoesNotUnderstand]\n" + RULE + "[errmsg.line1a]         [errmsg.line1c]\n"
-                + "message\n[errmsg.line3g [errmsg.line3d] 2010][errmsg.line3h 0]\n";
-        assertEquals(bracketed.repeat(3), probe(new byte[0]));
-        assertEquals(bracketed.repeat(3), probe("rubbish".repeat(100).getBytes(StandardCharsets.US_ASCII)));
-
+        int textBegin = ByteBuffer.wrap(good).order(ByteOrder.LITTLE_ENDIAN).getInt(16);
         byte[] hugeTable = good.clone();
         ByteBuffer.wrap(hugeTable).order(ByteOrder.LITTLE_ENDIAN).putInt(12, -5);
-        assertTrue(probe(hugeTable).contains(bracketed));
-
         byte[] emptyLines = good.clone();
-        int textBegin = ByteBuffer.wrap(good).order(ByteOrder.LITTLE_ENDIAN).getInt(16);
-        java.util.Arrays.fill(emptyLines, textBegin, emptyLines.length, (byte) '\n');
-        assertTrue(probe(emptyLines).contains(bracketed));
-
+        Arrays.fill(emptyLines, textBegin, emptyLines.length, (byte) '\n');
+        String bracketed = "[errmsg.rtErrDoesNotUnderstand]\n" + RULE + "[errmsg.line1a]         [errmsg.line1c]\n"
+                + "message\n[errmsg.line3g [errmsg.line3d] 2010][errmsg.line3h 0]\n";
+        for (byte[] damaged : new byte[][] {{}, "rubbish".repeat(100).getBytes(), hugeTable, emptyLines}) {
+            assertTrue(probe(damaged).contains(bracketed));
+        }
         byte[] notUtf8 = good.clone();
         for (int i = textBegin; i < notUtf8.length; ++i) {
             notUtf8[i] = notUtf8[i] == 'e' && notUtf8[i - 1] == 'h' ? (byte) 0xFF : notUtf8[i];

@@ -1,14 +1,12 @@
 package com.kestrune.tmqkci;
 
+import static com.kestrune.tmqkci.ChildJava.JAVA32;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
-import java.io.IOException;
-import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.util.ArrayList;
-import java.util.List;
+import java.util.Map;
 
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -17,7 +15,6 @@ import org.junit.jupiter.api.io.TempDir;
 class LibraryTest {
     private static final String INSTALLATION = System.getenv("KESTRUNE");
     private static final String GOOD = INSTALLATION + "/lib/" + TmqKciLibrary.FILE_NAME;
-    private static final String JAVA32 = System.getProperty("java.home") + "/bin/java";
     private static final String JAVA64 = System.getProperty("tests.java64");
     private static final String PROPERTY = "system property com.kestrune.tmqkci.library: ";
     private static final String VARIABLE = "environment variable KESTRUNE: ";
@@ -26,27 +23,28 @@ class LibraryTest {
     @TempDir
     Path folder;
 
-    /** What the probe prints; a null place is not set. */
-    private String probe(String java, String property, String installation, Path libraryPath)
-            throws IOException, InterruptedException {
-        List<String> command = new ArrayList<>(List.of(java, "-cp", System.getProperty("java.class.path")));
-        command.add("-Djava.library.path=" + libraryPath);
-        if (property != null) {
-            command.add("-D" + TmqKciLibrary.PROPERTY + "=" + property);
+    /** Tells whether the library can be loaded. */
+    static final class Probe {
+        public static void main(String[] args) {
+            boolean available = TmqKciLibrary.isAvailable();
+            try {
+                TmqKciInterface._KCSIdetach(new TmqKciException());
+                System.out.print(available ? "loaded " + TmqKciLibrary.location() : "not loaded, but usable");
+            } catch (UnsatisfiedLinkError error) {
+                System.out.print(available ? "loaded, but not usable" : error.getMessage());
+            }
         }
-        command.add(LibraryProbe.class.getName());
-        ProcessBuilder builder = new ProcessBuilder(command).redirectErrorStream(true);
-        builder.environment().remove("KESTRUNE");
-        if (installation != null) {
-            builder.environment().put("KESTRUNE", installation);
-        }
-        Process process = builder.start();
-        String output = new String(process.getInputStream().readAllBytes(), StandardCharsets.UTF_8).strip();
-        assertEquals(0, process.waitFor(), output);
-        return output;
     }
 
-    private static void assertContains(String output, String... parts) {
+    /** What the probe prints; an empty place is not set. */
+    private String probe(String java, String property, String installation, Object libraryPath) throws Exception {
+        return ChildJava.output(java, folder, Map.of("KESTRUNE", installation), Probe.class,
+                "-Djava.library.path=" + libraryPath, "-D" + TmqKciLibrary.PROPERTY + "=" + property);
+    }
+
+    private void explains(String java, String property, String installation, Object libraryPath, String... parts)
+            throws Exception {
+        String output = probe(java, property, installation, libraryPath);
         for (String part : parts) {
             assertTrue(output.contains(part), () -> "\"" + part + "\" is not in:\n" + output);
         }
@@ -56,45 +54,45 @@ class LibraryTest {
     void thePlacesAreTriedInOrder() throws Exception {
         Path copy = Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
         assertEquals("loaded " + GOOD, probe(JAVA32, GOOD, "/nowhere", folder));
-        assertEquals("loaded " + GOOD, probe(JAVA32, null, INSTALLATION, folder));
-        assertEquals("loaded " + copy, probe(JAVA32, null, null, folder));
+        assertEquals("loaded " + GOOD, probe(JAVA32, "", INSTALLATION, folder));
         assertEquals("loaded " + copy, probe(JAVA32, "/nowhere/library.so", "/nowhere", folder));
+        for (String withWorkingFolder : new String[] {"/nowhere:", ":/nowhere", "/nowhere::/elsewhere"}) {
+            assertEquals("loaded " + copy, probe(JAVA32, "", "/nowhere", withWorkingFolder), withWorkingFolder);
+        }
     }
 
     @Test
     void everyMissingFileIsListed() throws Exception {
-        assertContains(probe(JAVA32, "/nowhere/library.so", "/elsewhere", folder),
-                PROPERTY + "/nowhere/library.so: there is no such file",
-                VARIABLE + "/elsewhere/lib/libtmqkci313.so: there is no such file",
-                "java.library.path: no libtmqkci313.so in " + folder, HOW_TO_NAME_IT);
-        assertContains(probe(JAVA32, null, "", folder), PROPERTY + "it is not set", VARIABLE + "it is not set");
-    }
-
-    @Test
-    void aJavaOf64BitsIsTold() throws Exception {
-        Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
-        String cause = ": it is a 32-bit (i386) library and this Java is 64-bit (x86-64)";
-        assertContains(probe(JAVA64, GOOD, INSTALLATION, folder), PROPERTY + GOOD + cause, VARIABLE + GOOD + cause,
-                "java.library.path: " + folder.resolve(TmqKciLibrary.FILE_NAME) + cause,
-                "run the program with a 32-bit (i386) Java", HOW_TO_NAME_IT);
-        assertContains(probe(JAVA64, null, null, Path.of("/nowhere")), "run the program with a 32-bit (i386) Java");
+        explains(JAVA32, "/nowhere/library.so", "/elsewhere", folder,
+                PROPERTY + "/nowhere/library.so: there is no such file\n  - " + VARIABLE
+                        + "/elsewhere/lib/libtmqkci313.so: there is no such file\n  - java.library.path: no "
+                        + "libtmqkci313.so in " + folder
+                        + "\n  - copy in the jar: not used, since another place is named\n", HOW_TO_NAME_IT);
+        explains(JAVA32, "", "/elsewhere", folder, "copy in the jar: not used");
+        explains(JAVA64, "", "", folder, PROPERTY + "it is not set", VARIABLE + "it is not set",
+                "copy in the jar: it is for a 32-bit (i386) Java");
     }
 
     @Test
     void unfitFilesAreTold() throws Exception {
-        String needsAbsent = System.getProperty("tests.needsAbsent");
-        assertContains(probe(JAVA32, needsAbsent, null, folder),
-                needsAbsent + ": it needs the library libjava_test_absent.so, which is missing (",
-                "Install the 32-bit (i386) package that contains libjava_test_absent.so");
-        String needsFuture = System.getProperty("tests.needsFuture");
-        assertContains(probe(JAVA32, needsFuture, null, folder),
-                needsFuture + ": it needs a newer C library, with GLIBC_2.99 (", "a newer C library");
-        assertContains(probe(JAVA32, JAVA64, null, folder),
-                JAVA64 + ": it is a 64-bit (x86-64) library and this Java is 32-bit (i386)");
+        Path copy = Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
+        String cause = ": it is a 32-bit (i386) library and this Java is 64-bit (x86-64)";
+        explains(JAVA64, GOOD, INSTALLATION, folder, PROPERTY + GOOD + cause, VARIABLE + GOOD + cause,
+                "java.library.path: " + copy + cause, "run the program with a 32-bit (i386) Java", HOW_TO_NAME_IT);
         Path text = Files.writeString(folder.resolve("text.so"), "no library at all");
-        assertContains(probe(JAVA32, text.toString(), null, folder), text + ": it is not a shared library");
-        Files.writeString(text, "short");
-        assertContains(probe(JAVA32, text.toString(), null, folder), text + ": it is not a shared library");
-        assertContains(probe(JAVA32, folder.toString(), null, folder), folder + ": it is not a file");
+        Path tooShort = Files.writeString(folder.resolve("short.so"), "short");
+        String needsAbsent = System.getProperty("tests.needsAbsent");
+        String needsFuture = System.getProperty("tests.needsFuture");
+        for (String[] row : new String[][] {
+            {needsAbsent, "it needs the library libjava_test_absent.so, which is missing (",
+                "Install the 32-bit (i386) package that contains libjava_test_absent.so"},
+            {needsFuture, "it needs a newer C library, with GLIBC_2.99 (", "Use a system with a newer C library"},
+            {JAVA64, "it is a 64-bit (x86-64) library and this Java is 32-bit (i386)", HOW_TO_NAME_IT},
+            {text.toString(), "it is not a shared library", HOW_TO_NAME_IT},
+            {tooShort.toString(), "it is not a shared library", HOW_TO_NAME_IT},
+            {folder.toString(), "it is not a file", HOW_TO_NAME_IT}}) {
+            explains(JAVA32, row[0], "", "/nowhere", PROPERTY + row[0] + ": " + row[1], row[2],
+                    "copy in the jar: not used");
+        }
     }
 }

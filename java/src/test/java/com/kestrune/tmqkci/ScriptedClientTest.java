@@ -1,12 +1,7 @@
 package com.kestrune.tmqkci;
 
-import static org.junit.jupiter.api.Assertions.assertDoesNotThrow;
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertFalse;
-import static org.junit.jupiter.api.Assertions.assertNotNull;
-import static org.junit.jupiter.api.Assertions.assertNull;
-import static org.junit.jupiter.api.Assertions.assertThrows;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static com.kestrune.tmqkci.KciSessionTest.login;
+import static org.junit.jupiter.api.Assertions.*;
 
 import java.io.PrintWriter;
 import java.io.StringWriter;
@@ -15,7 +10,6 @@ import java.util.Map;
 import java.util.concurrent.CompletableFuture;
 
 import org.junit.jupiter.api.AfterEach;
-import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.Timeout;
 import org.junit.jupiter.api.function.Executable;
@@ -25,17 +19,7 @@ import org.junit.jupiter.api.function.Executable;
 class ScriptedClientTest {
     private static final String SECRET = "k9-unlikely-secret";
 
-    private KciSession session;
-
-    private static KciSession login(String failingEntry) {
-        return KciSession.login(new KciLoginOptions().server(failingEntry).user("u").password(new char[0]),
-                KciSessionTest.SMALL);
-    }
-
-    @BeforeEach
-    void open() {
-        session = login("none");
-    }
+    private KciSession session = login("none");
 
     @AfterEach
     void close() {
@@ -44,17 +28,6 @@ class ScriptedClientTest {
 
     private int released(long oop) {
         return session.execute("released " + oop).intValue();
-    }
-
-    @Test
-    void lateAnswersAreWaitedFor() {
-        assertEquals(4000, session.execute("answer 4000 after 0").oop());
-        assertEquals(4000, session.execute("answer 4000 after 1000").oop());
-        TmqKciException error = assertThrows(TmqKciException.class,
-                () -> session.execute("fail 2010 context 4040 after 300"));
-        assertEquals(2010, error.number);
-        assertEquals(4040, error.process().oop());
-        assertEquals(7, session.execute("answer 31 after 0").intValue());
     }
 
     @Test
@@ -101,7 +74,8 @@ class ScriptedClientTest {
         assertEquals(1, released(4804), "the process that its error suspended");
 
         TmqKciException error = assertThrows(TmqKciException.class,
-                () -> session.execute("fail 2010 context 4808 after 0"));
+                () -> session.execute("fail 2010 context 4808 after 300"));
+        assertEquals(4808, error.process().oop());
         error.process().release();
         assertEquals(1, released(4808));
     }
@@ -112,28 +86,32 @@ class ScriptedClientTest {
         assertEquals(oop, session.send(session.object(oop), "any", "text", "caf\u00E9").oop());
         assertEquals(1, released(oop + 4));
         assertEquals(1, released(oop + 8));
-        arm("KciNewOop", 0);
-        assertThrows(TmqKciException.class, () -> session.send(1, "any", "text"));
-        arm("KciNbPerform", 0);
-        assertThrows(TmqKciException.class, () -> session.send(1, "any", "text"));
+        failsAt("KciNewOop", 0, () -> session.send(1, "any", "text"));
+        failsAt("KciNbPerform", 0, () -> session.send(1, "any", "text"));
         assertEquals(1, released(oop + 12), "also when the call fails");
-        arm("KciStoreBytesInstanceOf", 0);
-        assertThrows(TmqKciException.class, () -> session.send(1, "any", "caf\u00E9"));
+        failsAt("KciStoreBytesInstanceOf", 0, () -> session.send(1, "any", "caf\u00E9"));
         assertEquals(1, released(oop + 16), "or was never begun");
-        arm("KciStoreOops", 0);
-        assertThrows(TmqKciException.class, () -> session.storeElements(session.object(oop), 1, List.of("text")));
+        failsAt("KciStoreOops", 0, () -> session.storeElements(session.object(oop), 1, List.of("text")));
         assertEquals(1, released(oop + 20));
+        failsAt("KciNbExecuteStr", 0, () -> session.send(1, "any", "caf\u00E9", new byte[1]));
+        assertEquals(1, released(oop + 24), "or could not be converted to its end");
     }
 
-    private void arm(String entry, int fatal) {
+    private TmqKciException failsAt(String entry, int fatal, Executable call) {
         session.execute("break " + entry + " fatal " + fatal);
+        TmqKciException error = assertThrows(TmqKciException.class, call, entry);
+        assertEquals(4000, error.number, entry);
+        assertEquals("as told", error.getMessage());
+        assertEquals(fatal != 0, error.fatal);
+        return error;
     }
 
     /** What calls each entry that can fail. */
     private Map<String, Executable> calls() {
         KciObject bytes = session.object(4008);
         KciObject array = session.object(4012);
-        return Map.ofEntries(Map.entry("KciNbExecuteStr", () -> session.execute("answer 31 after 0")),
+        return Map.ofEntries(
+                Map.entry("KciNbExecuteStr", () -> session.execute("answer 31 after 0")),
                 Map.entry("KciNbEnd", () -> session.execute("answer 31 after 3")),
                 Map.entry("KciSaveObjs", () -> session.execute("answer 4000 after 3")),
                 Map.entry("KciFetchObjInfo", () -> session.execute("answer 4000 after 0")),
@@ -154,11 +132,7 @@ class ScriptedClientTest {
     void errorsAtEachStepReachTheCaller() {
         calls().forEach((entry, call) -> {
             assertDoesNotThrow(call, entry);
-            arm(entry, 0);
-            TmqKciException error = assertThrows(TmqKciException.class, call, entry);
-            assertEquals(4000, error.number, entry);
-            assertEquals("as told", error.getMessage());
-            assertNull(error.process(), entry);
+            assertNull(failsAt(entry, 0, call).process(), entry);
             assertDoesNotThrow(call, entry + ": the session goes on");
         });
     }
@@ -167,8 +141,7 @@ class ScriptedClientTest {
     void fatalErrorsEndTheSession() {
         for (String entry : calls().keySet()) {
             Executable call = calls().get(entry);
-            arm(entry, 1);
-            assertTrue(assertThrows(TmqKciException.class, call, entry).fatal);
+            failsAt(entry, 1, call);
             assertFalse(session.isOpen(), entry);
             assertTrue(assertThrows(IllegalStateException.class, call).getMessage().endsWith(
                     "was ended by error 4000: as told"));
@@ -180,7 +153,7 @@ class ScriptedClientTest {
     @Test
     void failingReleasesDoNotDisturb() {
         session.execute("answer 4804 after 0").release();
-        arm("KciReleaseOops", 0);
+        session.execute("break KciReleaseOops fatal 0");
         session.execute("answer 4804 after 0").release();
         assertEquals(7, session.execute("answer 31 after 0").intValue());
     }
@@ -188,14 +161,19 @@ class ScriptedClientTest {
     @Test
     void failingLoginsAndLogouts() {
         for (String entry : List.of("KciSetNet", "KciLogin", "KciGetSessionId", "KciDirtyObjsInit")) {
-            char[] secret = SECRET.toCharArray();
-            TmqKciException error = assertThrows(TmqKciException.class, () -> KciSession.login(
-                    new KciLoginOptions().server(entry).user("u").password(secret).hostPassword(SECRET.toCharArray())));
+            char[] password = SECRET.toCharArray();
+            char[] hostPassword = SECRET.toCharArray();
+            KciLoginOptions options = new KciLoginOptions().server(entry).user("u").password(password)
+                    .networkService("net").hostUser("me").hostPassword(hostPassword);
+            StringWriter shown = new StringWriter();
+            shown.append(options.toString());
+            TmqKciException error = assertThrows(TmqKciException.class, () -> KciSession.login(options));
             assertEquals(4000, error.number, entry);
-            assertEquals(0, secret[0]);
-            StringWriter trace = new StringWriter();
-            error.printStackTrace(new PrintWriter(trace));
-            assertFalse((trace + error.render()).contains(SECRET), entry);
+            error.printStackTrace(new PrintWriter(shown.append(error.render())));
+            assertFalse(shown.toString().contains(SECRET), entry);
+            for (char[] wiped : new char[][] {password, hostPassword}) {
+                assertArrayEquals(new char[SECRET.length()], wiped, entry);
+            }
         }
         KciSession other = login("none");
         other.execute("break KciLogout fatal 0");
@@ -203,22 +181,5 @@ class ScriptedClientTest {
         assertTrue(other.isOpen(), "it can be closed again");
         other.close();
         assertFalse(other.isOpen());
-    }
-
-    @Test
-    void interruptsWhileAnotherCallIsInNativeCode() throws Exception {
-        try (KciSession other = login("none")) {
-            KciObject bytes = other.object(4008);
-            other.execute("delay KciFetchBytes by 2000");
-            CompletableFuture<byte[]> transfer = CompletableFuture.supplyAsync(() -> other.fetchBytes(bytes, 1, 10));
-            Thread.sleep(100);
-            Thread waiter = Thread.currentThread();
-            CompletableFuture.runAsync(waiter::interrupt,
-                    CompletableFuture.delayedExecutor(100, java.util.concurrent.TimeUnit.MILLISECONDS));
-            assertThrows(KciInterruptedException.class, () -> session.execute("started"));
-            assertTrue(Thread.interrupted());
-            assertFalse(transfer.isDone(), "the waiter left before the lock was free");
-            assertNotNull(transfer.get());
-        }
     }
 }

@@ -1,30 +1,24 @@
 package com.kestrune.tmqkci;
 
-import static org.junit.jupiter.api.Assertions.assertEquals;
-import static org.junit.jupiter.api.Assertions.assertTrue;
+import static org.junit.jupiter.api.Assertions.*;
 
-import java.nio.charset.StandardCharsets;
 import java.util.function.ToIntFunction;
 
 /** A session with the local store, with native calls whose failures end the test. */
-final class TestSession implements AutoCloseable {
-    static final int BUFFER_SIZE = 1024;
+final class TestSession {
     static final int PRELOAD_SIZE = 64;
-    static final int NO_SESSION = 9999;
-    static final long NIL = 10;
-    static final long SYSTEM_ERRORS = 3613;
 
     final int id;
 
     TestSession() {
         initialize();
-        id = succeed(error -> TmqKciInterface._login("local", null, "guest", "guest", null, null, error));
-        assertTrue(id >= 0);
+        id = succeed(error -> TmqKciInterface._login("local", "net", "guest", "guest", "host user", "host password",
+                error));
     }
 
     static long[] initialize() {
         long[] kernelOops = new long[TmqKciInterface.KERNEL_OOPS];
-        assertEquals(TmqKciInterface.INITIALIZED, succeed(error -> TmqKciInterface._initialize(1, "tests", BUFFER_SIZE,
+        assertEquals(TmqKciInterface.INITIALIZED, succeed(error -> TmqKciInterface._initialize(1, "tests", 1024,
                 PRELOAD_SIZE, 0, kernelOops, error)));
         return kernelOops;
     }
@@ -52,10 +46,8 @@ final class TestSession implements AutoCloseable {
     static void refuse(String message, ToIntFunction<TmqKciException> call) {
         TmqKciException error = fail(call);
         assertEquals(message, error.getMessage());
-        assertEquals(TmqKciException.BRIDGE_ERROR, error.number);
-        assertEquals(NIL, error.category);
-        assertEquals(NIL, error.context);
-        assertEquals(0, error.argCount);
+        assertArrayEquals(new long[] {TmqKciException.BRIDGE_ERROR, Values.NIL, Values.NIL, 0}, new long[] {
+            error.number, error.category, error.context, error.argCount});
         assertEquals(false, error.fatal);
     }
 
@@ -77,37 +69,5 @@ final class TestSession implements AutoCloseable {
     TmqKciReport run(String source) {
         succeed(error -> TmqKciInterface._executeStr(id, source, error));
         return end();
-    }
-
-    TmqKciException runFailing(String source) {
-        succeed(error -> TmqKciInterface._executeStr(id, source, error));
-        return fail(error -> end(new TmqKciReport(), error));
-    }
-
-    TmqKciReport send(TmqKciReport receiver, String selector, TmqKciReport... args) {
-        succeed(error -> TmqKciInterface._perform(id, receiver, selector, args, args.length, error));
-        return end();
-    }
-
-    /** The object that a source text answers, as an argument. */
-    TmqKciReport object(String source) {
-        return TmqKciReport.ofOop(run(source).oop);
-    }
-
-    byte[] bytes(TmqKciReport object) {
-        byte[] all = new byte[(int) object.indexedSize];
-        assertEquals(all.length,
-                succeed(error -> TmqKciInterface._getBytes(id, object, 1, all.length, all, error)));
-        return all;
-    }
-
-    /** A string's text, as far as it is valid UTF-8. */
-    String text(TmqKciReport string) {
-        return new String(bytes(string), StandardCharsets.UTF_8);
-    }
-
-    @Override
-    public void close() {
-        succeed(error -> TmqKciInterface._logout(id, error));
     }
 }

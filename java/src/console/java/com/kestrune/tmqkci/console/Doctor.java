@@ -6,6 +6,7 @@ import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
+import java.util.Set;
 import java.util.concurrent.Callable;
 
 import picocli.CommandLine.Command;
@@ -19,6 +20,9 @@ import picocli.CommandLine.Spec;
         description = "Tells what works here and what does not, with what to do. Runs in any Java.",
         footer = {"", "Exit status: 0 when a login could be tried, else 3."})
 final class Doctor implements Callable<Integer> {
+    private static final Set<String> EVALUATION = Set.of("--execute", "--file", "--interactive", "--json", "--table",
+            "--tree", "--limit", "--time");
+
     @Option(names = "--json", description = "a line of JSON")
     private boolean json;
 
@@ -27,9 +31,10 @@ final class Doctor implements Callable<Integer> {
 
     @Override
     public Integer call() {
-        if (!spec.parent().commandLine().getParseResult().matchedArgs().isEmpty()) {
-            throw new ParameterException(spec.commandLine(), "the doctor's options come behind its name, and it takes no "
-                    + "others");
+        // A login's options may stand before: the doctor is asked why such a login fails.
+        if (spec.parent().commandLine().getParseResult().matchedOptions().stream()
+                .anyMatch(option -> EVALUATION.contains(option.longestName()))) {
+            throw new ParameterException(spec.commandLine(), "before \"doctor\" only options of a login may stand");
         }
         Examination examination = new Examination();
         examination.run();

@@ -1,10 +1,8 @@
-#include "host/scratch.h"
+#include "host/processes.h"
 
 #include <cerrno>
-#include <fstream>
 #include <grp.h>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <pwd.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -26,28 +24,6 @@ std::set<std::string> openDescriptors() {
     return found;
 }
 } // namespace
-
-Scratch::Scratch() {
-    std::string pattern = (fs::temp_directory_path() / "processXXXXXX").string();
-    path_ = mkdtemp(pattern.data());
-    fs::permissions(path_, fs::perms::all);
-}
-
-Scratch::~Scratch() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-}
-
-std::string Scratch::script(const std::string& name, const std::string& text) const {
-    std::ofstream(file(name)) << "#!/bin/sh\n" << text << '\n';
-    fs::permissions(file(name), fs::perms::all);
-    return file(name);
-}
-
-std::string Scratch::read(const std::string& name) const {
-    std::ifstream stream(file(name));
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 void useMessages(const Scratch& scratch) {
     fs::create_directories(scratch.file("kestrune/sys"));

@@ -1,0 +1,6 @@
+#pragma once
+
+// Makes the real user and group ids the effective ones of a child that then executes a program. FALSE with errno set.
+// System calls only, past the C library, whose functions for ids tell all threads of a process: a child of vfork runs
+// in its parent's memory, and one of a failed process must not wait for anybody.
+bool hostTakeRealIdsForExec();

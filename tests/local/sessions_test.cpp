@@ -1,0 +1,164 @@
+// Sessions whose calls end badly, are broken or run out of memory, and what a commit, a break or a check concerns.
+// The library is linked into the program, so that its allocations can be made to fail.
+#include "client_fixture.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <functional>
+#include <new>
+#include <set>
+#include <thread>
+
+namespace {
+int allocationsLeft = -1; // the one after these fails; negative: none
+} // namespace
+
+void* operator new(size_t size) {
+    bool fails = allocationsLeft >= 0 && allocationsLeft-- == 0;
+    if (void* memory = fails ? nullptr : std::malloc(size + 1)) {
+        return memory;
+    }
+    throw std::bad_alloc();
+}
+
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+
+void operator delete(void* memory, size_t) noexcept {
+    std::free(memory);
+}
+
+namespace local_tests {
+
+using Sessions = LocalClient;
+
+TEST_F(Sessions, IdentifiersOfNothingSpoilNoSession) {
+    OopType list = evaluate("List new");
+    for (OopType missing : {40001u, 0u, 1u, 2u}) {
+        for (OopType receiver : {list, missing}) {
+            perform(receiver, "add:", {missing});
+            EXPECT_EQ(error.number, 2094) << receiver << ' ' << missing;
+            EXPECT_EQ(error.message, "no object has the identifier " + std::to_string(missing));
+            EXPECT_EQ(print("3 + 4"), "7");
+        }
+    }
+}
+
+// The call of one runs, that of the other waits.
+TEST_F(Sessions, BreaksReachTheSessionThatWasSelected) {
+    KciSessionIdType first = kci.KciGetSessionId();
+    OopType system = evaluate("System");
+    const OopType wait = small(300);
+    kci.KciNbPerform(system, "waitMilliseconds:", &wait, 1);
+    softBreak();
+    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+    KciSessionIdType second = kci.KciGetSessionId();
+    kci.KciNbExecuteStr("[true] whileTrue: [nil]", KCI_OOP_NIL);
+    void* result = nullptr;
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
+    kci.KciSetSessionId(first);
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
+    EXPECT_TRUE(kci.KciErr(&error) && error.number == 6003);
+    EXPECT_EQ(kci.KciContinueWith(error.context, KCI_OOP_NIL, 0, nullptr), system);
+    kci.KciSetSessionId(second);
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
+    softBreak();
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
+}
+
+TEST_F(Sessions, TheProcessMayEndDuringACall) {
+    for (int i = 0; i < 30; ++i) {
+        pid_t child = fork();
+        if (child == 0) {
+            kci.KciNbExecuteStr("[true] whileTrue: [#(1 2 3) collect: [:e | e printString]]", KCI_OOP_NIL);
+            std::thread([this] {
+                for (void* result = nullptr;;) {
+                    kci.KciNbEnd(&result);
+                }
+            }).detach();
+            usleep(3000);
+            std::exit(0);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        ASSERT_EQ(status, 0) << "process " << i;
+    }
+}
+
+TEST_F(Sessions, ACollectionWithoutMemoryLosesNothing) {
+    evaluate("Object subclass: #T variables: #(#v). T method: 'foo ^#(1 (2 ''two''))'. kept := List new. "
+             "1 to: 50 do: [:i | kept add: (Array with: i printString with: [i])]. Shared at: #it put: kept");
+    int n = 0;
+    for (bool failed = true; failed; ++n) {
+        kci.KciNbExecuteStr("System collectGarbage", KCI_OOP_NIL);
+        allocationsLeft = n;
+        void* result = nullptr;
+        kci.KciNbEnd(&result);
+        failed = allocationsLeft < 0;
+        allocationsLeft = -1;
+        EXPECT_EQ(kci.KciErr(&error) ? error.number : 2208, 2208);
+        evaluate("System collectGarbage. 3");
+        ASSERT_EQ(print("{T new foo. kept inject: 0 into: [:sum :e | e last value + sum + e first size]. it size}"),
+                  "Array(Array(1 Array(2 'two')) 1366 50)")
+            << "allocation " << n;
+    }
+    EXPECT_GT(n, 10) << "few allocations were failed";
+}
+
+TEST_F(Sessions, CommitsPublishWhatSharedObjectsLeadTo) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"(1 to: 4) collect: [:i | (i = 3) ifTrue: [System abort. nil] ifFalse: [System commit. i]]",
+         "Array(1 2 nil 4)"},
+        {"Object subclass: #K variables: #(). System commit. Object subclass: #K variables: #(#v). System abort. "
+         "K history size",
+         "2"},
+        {"Shared at: #block put: [:x | {x. #(1 'a'). 2.5}]. System commit", "true"},
+    };
+    for (const auto& [source, expected] : rows) {
+        EXPECT_EQ(print(source), expected) << source;
+    }
+    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+    EXPECT_EQ(print("block value: 3"), "Array(3 Array(1 'a') 2.5)");
+}
+
+TEST_F(Sessions, FillingAnyFreshObjectIsNoChange) {
+    auto fill = [this](OopType object) { kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, object, 1, {}, 0); };
+    OopType objects[3] = {};
+    for (OopType& object : objects) {
+        object = kci.KciNewOop(KCI_CLASS_STRING);
+    }
+    perform(objects[2], "add:", {evaluate("$a")});
+    for (OopType object : objects) {
+        fill(object);
+    }
+    fill(objects[0]);
+    OopType changed[4] = {};
+    ArraySizeType count = 4;
+    EXPECT_FALSE(kci.KciDirtySaveObjs(changed, &count));
+    EXPECT_EQ(std::set<OopType>(changed, changed + count), (std::set{objects[0], objects[2]}));
+}
+
+TEST_F(Sessions, ErrorsNameEntryArgumentAndValue) {
+    const std::pair<std::function<void()>, const char*> rows[] = {
+        {[&] { kci.KciNbPerform(small(3), nullptr, nullptr, 0); }, "KciNbPerform: selector must not be NULL"},
+        {[&] { kci.KciStoreIdxOops(small(3), 1, nullptr, 2); }, "KciStoreIdxOops: oops is NULL, not 2 elements"},
+        {[&] { kci.KciOopToBool(small(3)); }, "3 is not a Boolean"},
+        {[&] { kci.KciOopToChr(evaluate("'abc'")); }, "'abc' is not a character"},
+        {[&] { setenv("KCILOCAL_SLICE", "20x", 1), kci.KciLogin("guest", "guest"); },
+         "KCILOCAL_SLICE is '20x', not a number from 1 to 1000000000"},
+        {[&] { setenv("KCILOCAL_USERS", "bob", 1), kci.KciLogin("bob", ""); },
+         "login to the local store denied: KCILOCAL_USERS holds no pair of the form name:password"},
+    };
+    for (const auto& [call, message] : rows) {
+        call();
+        EXPECT_TRUE(kci.KciErr(&error));
+        EXPECT_STREQ(error.message, message);
+    }
+    unsetenv("KCILOCAL_SLICE");
+    unsetenv("KCILOCAL_USERS");
+}
+
+} // namespace local_tests
