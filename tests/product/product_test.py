@@ -8,6 +8,7 @@ import pty
 import re
 import select
 import shutil
+import signal
 import struct
 import subprocess
 import tempfile
@@ -54,18 +55,55 @@ class Case(unittest.TestCase):
 
 
 class Console(Case):
+    def test_encodings_and_odd_files(self):
+        for variables in ({}, {"LC_ALL": "C"}, {"LC_CTYPE": "POSIX"}):
+            with self.subTest(variables):
+                environment = {"LC_ALL": None, **variables}
+                self.assertEqual(self.tmqkci("-e", "'\u65e5\u672c' size", **environment)[:2], (0, "2\n"))
+                file = self.write("gr\u00fcn", "\ufeff3\n")
+                self.assertEqual(self.tmqkci("-f", file, **environment)[:2], (0, "3\n"))
+        with open(self.home + "/latin", "wb") as latin:
+            latin.write(b"'\xfc' size\n")
+        for rest in "</", "<latin", "-f latin", "-f nowhere", "-u x --password-file nowhere":
+            with self.subTest(rest):
+                status, out, err = self.shell("cd; tmqkci " + rest)
+                self.assertEqual((status, out), (2, ""))
+                self.assertRegex(err, "cannot read .*: (Is a directory|there is no such file)|is not UTF-8 text")
+        long = "'" + "0123456789\n" * 50000 + "' size\n"
+        begin = time.monotonic()
+        self.assertEqual(self.tmqkci(text=long)[:2], (0, "550000\n"))
+        self.assertLess(time.monotonic() - begin, 30)
+
+    def test_standard_streams_that_are_closed_or_full(self):
+        lost = "tmqkci: cannot write to standard output\n"
+        for script, expected in {
+            "tmqkci -e 3 >/dev/full": (4, "", lost), "tmqkci -e 3 >&-": (4, "", lost),
+            "tmqkci --help >/dev/full": (4, "", lost), "tmqkci <&-": (0, "", ""), "tmqkci -e 1/ 2>&-": (1, "", ""),
+            "yes 3 | timeout 60 tmqkci | head -1": (0, "3\n", lost),
+        }.items():
+            with self.subTest(script):
+                self.assertEqual(self.shell(script), expected)
+
+    def shell(self, script):
+        return self.run_program("sh", "-c", script, PATH=INSTALLATION + "/bin:/usr/bin:/bin")
+
     def test_inputs_outputs_and_exit_statuses(self):
         lines = "#(1\n2) size\n\n| a b |\na := 3.\nb := 4.\na * b\n\n'one\n\ntwo' size\n" \
-                "3 \\\n+ 4\n5 max: 9;\n+ 1\n"
+                "3 \\\n+ 4\n5 max: 9;\n+ 1\n'ab\\\ncd' size\n-7 \\\\\n2\n$;\n" \
+                ":tree (1 to: 1) collect: [:x |\n x * 9]\n"
+        values = "2\n12\n8\n7\n6\n6\n1\n$;\nArray (1)\n\u2514\u2500 1: 9\n"
         for arguments, text, expected, error in [
             (["-e", "x := 5", "-e", "x + 1"], "", (0, "5\n6\n"), ""),
             (["-e", "nope", "-e", "1"], "", (1, ""), "Error 2189: the name nope is not known\n"),
             (["-e", "w'\u20ac'"], "", (0, "w'\u20ac'\n"), ""),
             (["-e"], "", (2, ""), "-e"), (["--nonsense"], "", (2, ""), "--nonsense"),
             (["-e", "1", "-i"], "", (2, ""), "-i"), (["--limit", "0", "-e", "1"], "", (2, ""), "--limit"),
-            (["-f", "/nowhere"], "", (2, ""), "/nowhere"),
-            (["-f", self.write("lines", lines)], "", (0, "2\n12\n8\n7\n6\n"), ""),
-            ([], lines + '"cut short', (1, "2\n12\n8\n7\n6\n"), "Error 2005"),
+            (["-f", "/nowhere"], "", (2, ""), "/nowhere"), (["--tree", "1000", "-e", "1"], "", (2, ""), "--tree"),
+            (["--tree", "1", "--table", "-e", "1"], "", (2, ""), "exclude"),
+            (["-e", "1", "doctor"], "", (2, ""), "doctor"), (["--json", "doctor"], "", (2, ""), "doctor"),
+            (["-e", "@" + HERE + "/run"], "", (1, ""), "Error 2005"),
+            (["-f", self.write("lines", lines)], "", (0, values), ""),
+            ([], lines + '"cut short', (1, values), "Error 2005"),
             ([], "nil foo\n3\n", (1, "3\n"), "#foo"),
             (["-i"], "nil foo\n3\n:quit\n4\n", (0, "3\n"), "#foo"),
             (["--table", "--limit", "2", "-e", "#(1 two 3)"], "",
@@ -87,10 +125,11 @@ class Console(Case):
 
     def test_json(self):
         text = "'a\"\\\u20ac', (10 asCharacter) asString"
-        status, out, _ = self.tmqkci("--json", "-e", text, "-e", "nil", "-e", "1/0")
-        first, second, third = map(json.loads, out.splitlines())
+        status, out, _ = self.tmqkci("--json", "-e", text, "-e", "nil", "-e", "100000 * 100000", "-e", "1/0")
+        first, second, large, third = map(json.loads, out.splitlines())
         self.assertEqual((status, first["value"], first["ok"]), (1, "a\"\\\u20ac\n", True))
         self.assertEqual((second["value"], second["printed"], second["oop"]), (None, "nil", 10))
+        self.assertEqual(large["value"], 10 ** 10)
         self.assertEqual((third["ok"], third["error"]["number"]), (False, 2094))
 
     def test_the_documented_transcript(self):
@@ -121,12 +160,33 @@ class Console(Case):
 
 class Terminal(Case):
     """A session on a pseudo-terminal."""
-    def setUp(self):
-        super().setUp()
+    def start(self, rows=24, columns=100, **environment):
         self.child, self.terminal = pty.fork()
         if self.child == 0:
-            os.execve(INSTALLATION + "/bin/tmqkci", ["tmqkci"], self.environment(TERM="xterm"))
-        fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 100, 0, 0))
+            os.execve(INSTALLATION + "/bin/tmqkci", ["tmqkci"], self.environment(**{"TERM": "xterm", **environment}))
+        fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
+        self.expect("6.7.local.*tmqkci> ")
+
+    def type(self, keys):
+        os.write(self.terminal, keys.encode())
+
+    def converse(self, *exchanges):
+        for keys, answer in exchanges:
+            if keys.startswith("\x03"):
+                time.sleep(0.7)  # so that there is something to interrupt
+            self.type(keys)
+            self.expect(answer)
+
+    def assert_ends(self, end):
+        self.type(end)
+        for _ in range(300):
+            child, status = os.waitpid(self.child, os.WNOHANG)
+            if child:
+                return self.assertEqual(os.waitstatus_to_exitcode(status), 0)
+            time.sleep(0.1)
+        os.kill(self.child, signal.SIGKILL)
+        os.waitpid(self.child, 0)
+        self.fail(f"still there 30 seconds after {end!r}")
 
     def expect(self, pattern, seconds=60):
         """What came up to the pattern; escape sequences are left out."""
@@ -143,19 +203,31 @@ class Terminal(Case):
         return seen
 
     def test_session(self):
-        self.expect("6.7.local.*tmqkci> ")
-        for keys, answer in [("3 + 4\r", "\n7\r.*tmqkci> "), ("#(1\r", r"\.\.\.> "),
-                             ("2) size + 40\r", "\n42\r.*tmqkci> "),
-                             (":tab\t#(8)\r", "SmallInteger  8.*tmqkci> "), ("5 factori\t\r", "\n120\r.*tmqkci> "),
-                             ("System waitMilliseconds: 1500\r", "1500"), ("\x03", "interrupted.*tmqkci> "),
-                             ("6 * \x03", "tmqkci> "), ("6 * 7\r", "\n42\r.*tmqkci> "), ("\x04", "")]:
-            if keys == "\x03":
-                time.sleep(0.7)
-            os.write(self.terminal, keys.encode())
-            self.expect(answer)
-        self.assertEqual(os.waitstatus_to_exitcode(os.waitpid(self.child, 0)[1]), 0)
+        self.start()
+        self.converse(
+            ("3 + 4\r", "\n7\r.*tmqkci> "), ("#(1\r", r"\.\.\.> "),
+            ("2) size + 40\r", "\n42\r.*tmqkci> "),
+            (":tab\t#(8)\r", "SmallInteger  8.*tmqkci> "), ("5 factori\t\r", "\n120\r.*tmqkci> "),
+            ("System waitMilliseconds: 1500\r", "1500"), ("\x03", "interrupted.*tmqkci> "),
+            ("6 * \x03", "tmqkci> "), ("6 * 7\r", "\n42\r.*tmqkci> "))
+        self.assert_ends("\x04")
         history = self.home + "/.local/state/tmqkci/history"
         self.assertEqual(os.stat(history).st_mode & 0o777, 0o600)
+
+    def test_ends_in_spite_of_a_call_that_never_does(self):
+        self.start()
+        # Completing a name asks the server, and waits.
+        self.converse(("[true] whileTrue: []\r", "true"), ("\x03", "interrupted.*tmqkci> "), ("5 fac\t", "fac"),
+                      ("\x03\x15:time\r", "tmqkci> "))
+        self.assert_ends(":quit\r")
+
+    def test_poor_terminals(self):
+        os.makedirs(self.home + "/state/tmqkci/history")  # where a file should be
+        self.start(rows=0, columns=0, XDG_STATE_HOME=self.home + "/state")
+        self.converse((":tab\t#(8)\r", "SmallInteger  8.*tmqkci> "))
+        self.assert_ends("\x04")
+        self.start(TERM="dumb")
+        self.assert_ends("\x04")
 
 
 class Doctor(Case):

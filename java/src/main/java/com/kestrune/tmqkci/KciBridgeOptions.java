@@ -15,6 +15,7 @@ public record KciBridgeOptions(boolean linked, String applicationName, int buffe
     public static final KciBridgeOptions DEFAULTS = new KciBridgeOptions(true, null, 64 * 1024, 1024, 0);
 
     private static final int SMALLEST_PRELOAD = 16;
+    private static final int FULL_TRACE = 2;
 
     /**
      * Makes options.
@@ -24,12 +25,16 @@ public record KciBridgeOptions(boolean linked, String applicationName, int buffe
      * @param bufferSize size of the transfer buffer in bytes
      * @param preloadSize bytes fetched with an object's description
      * @param traceLevel 0, 1 or 2
-     * @throws IllegalArgumentException if the preload size is below 16 or above the buffer's size
+     * @throws IllegalArgumentException if the preload size is below 16 or above the buffer's size, or if there is no such
+     *     trace level
      */
     public KciBridgeOptions {
         if (preloadSize < SMALLEST_PRELOAD || preloadSize > bufferSize) {
             throw new IllegalArgumentException("preload size " + preloadSize + ": must be from " + SMALLEST_PRELOAD
                     + " to the buffer's size, " + bufferSize);
+        }
+        if (traceLevel < 0 || traceLevel > FULL_TRACE) {
+            throw new IllegalArgumentException("trace level " + traceLevel + ": must be from 0 to " + FULL_TRACE);
         }
     }
 

@@ -87,14 +87,6 @@ public final class KciLoginOptions {
         return this;
     }
 
-    String server() {
-        return server;
-    }
-
-    String user() {
-        return user;
-    }
-
     /** Calls the native login, and overwrites the passwords. */
     int login(TmqKciException report) {
         try {

@@ -33,7 +33,7 @@ public final class KciObject {
             // A volatile write is dear, and elements come without a description.
             this.description = description;
         }
-        reference = ExportSet.holds(oop) ? session.cleaner().register(this, new Release(session.exports(), oop)) : null;
+        reference = ExportSet.holds(oop) ? KciSession.cleaner().register(this, new Release(session.exports(), oop)) : null;
     }
 
     /**
@@ -215,7 +215,7 @@ public final class KciObject {
     /**
      * Converts the object to a Java value. Known types are Boolean, Character, Byte, Short, Integer, Long, Float,
      * Double, their primitive counterparts, String, LocalDateTime, byte[], KciObject, and Object, which stands for the
-     * type that fits the object best: KciObject when no other does. nil becomes null.
+     * type that fits the object best: KciObject when no other does, and for integers beyond 30 bits. nil becomes null.
      *
      * <p>An integer that does not fit the type is refused; Float and Double take integers, too, and round.
      *

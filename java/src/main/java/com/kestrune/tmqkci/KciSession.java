@@ -31,10 +31,12 @@ import java.util.stream.Stream;
  * Float, Double, String, LocalDateTime (its milliseconds; the rest is dropped) and byte[].
  */
 public final class KciSession implements AutoCloseable {
+    /** One thread for all sessions; it makes no call. */
+    private static final Cleaner CLEANER = Cleaner.create();
+
     private final int id;
     private final String name;
     private final ExportSet exports = new ExportSet();
-    private final Cleaner cleaner = Cleaner.create();
     private final SessionCalls calls;
     private final Transfers transfers;
     private final FutureCalls futures;
@@ -143,6 +145,7 @@ public final class KciSession implements AutoCloseable {
      * @return the result
      */
     public KciObject send(Object receiver, String selector, Object... arguments) {
+        Objects.requireNonNull(arguments, "arguments");
         return run(null, Objects.requireNonNull(selector, "selector"), receiver, arguments);
     }
 
@@ -178,6 +181,7 @@ public final class KciSession implements AutoCloseable {
      */
     public CompletableFuture<KciObject> sendAsync(Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(selector, "selector");
+        Objects.requireNonNull(arguments, "arguments");
         return futures.begin(abandoned -> run(abandoned, selector, receiver, arguments));
     }
 
@@ -359,6 +363,7 @@ public final class KciSession implements AutoCloseable {
         if (!string.isString()) {
             throw Values.refused(string, String.class);
         }
+        Transfers.checkRange(start, text.length());
         boolean doubleByte = string.description().isDBString;
         transfers.storeBytes(string, doubleByte ? 2 * start - 1 : start, Values.encode(text, doubleByte));
     }
@@ -428,8 +433,8 @@ public final class KciSession implements AutoCloseable {
         return calls;
     }
 
-    Cleaner cleaner() {
-        return cleaner;
+    static Cleaner cleaner() {
+        return CLEANER;
     }
 
     ExportSet exports() {

@@ -30,9 +30,11 @@ final class Transfers {
         this.maxReferences = Math.min(maxReferences, LARGEST_SLICE);
     }
 
-    private static void checkRange(long start, long count) {
-        if (start < 1 || count < 0) {
-            throw new IndexOutOfBoundsException("start " + start + ", count " + count + ": indexes begin at 1");
+    /** Indexes are 31 bits wide in the client library, and the bridge cuts wider ones. */
+    static void checkRange(long start, long count) {
+        if (start < 1 || count < 0 || start > Integer.MAX_VALUE || start - 1 + count > Integer.MAX_VALUE) {
+            throw new IndexOutOfBoundsException("start " + start + ", count " + count + ": indexes go from 1 to "
+                    + Integer.MAX_VALUE);
         }
     }
 
@@ -175,8 +177,9 @@ final class Transfers {
     }
 
     /** References from a place on; fewer where the object ends. */
-    List<KciObject> references(KciObject object, long start, int count, boolean named) {
-        checkRange(start, count);
+    List<KciObject> references(KciObject object, long start, int most, boolean named) {
+        checkRange(start, Math.min(most, 1));
+        int count = (int) Math.min(most, Integer.MAX_VALUE - start + 1);
         TmqKciReport source = TmqKciReport.ofOop(object.oopFor(session));
         List<KciObject> all = new ArrayList<>(Math.min(count, maxReferences));
         calls.enter();

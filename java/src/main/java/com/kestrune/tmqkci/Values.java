@@ -125,7 +125,7 @@ final class Values {
     }
 
     static KciConversionException refused(KciObject object, Class<?> type) {
-        return new KciConversionException(object + " cannot become a " + type.getSimpleName());
+        return new KciConversionException(object + " cannot be converted to " + type.getSimpleName());
     }
 
     /** Null if there is no such value. */
@@ -229,7 +229,7 @@ final class Values {
             return null;
         }
         if (narrow.longValue() != value) {
-            throw new KciConversionException("the integer " + value + " does not fit a " + type.getSimpleName());
+            throw new KciConversionException("the integer " + value + " does not fit " + type.getSimpleName());
         }
         return narrow;
     }

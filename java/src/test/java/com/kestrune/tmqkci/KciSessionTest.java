@@ -72,13 +72,13 @@ class KciSessionTest {
         assertRefused("the integer 2147483648 does not fit 32 bits", () -> session.send(1L << 31, "abs"));
         assertRefused("a java.util.Date has no counterpart on the server",
                 () -> session.send(1, "max:", new java.util.Date()));
-        assertRefused("the integer 10000000000 does not fit a Integer",
+        assertRefused("the integer 10000000000 does not fit Integer",
                 () -> session.execute("100000 * 100000").intValue());
-        assertRefused("the integer 128 does not fit a Byte", () -> session.execute("128").as(Byte.class));
-        assertRefused("7 cannot become a String", () -> session.execute("7").stringValue());
-        assertRefused("1.5 cannot become a Integer", () -> session.execute("1.5").intValue());
-        assertRefused("nil cannot become a Boolean", () -> session.execute("nil").booleanValue());
-        assertRefused("'42' cannot become a Long", () -> session.execute("'42'").longValue());
+        assertRefused("the integer 128 does not fit Byte", () -> session.execute("128").as(Byte.class));
+        assertRefused("7 cannot be converted to String", () -> session.execute("7").stringValue());
+        assertRefused("1.5 cannot be converted to Integer", () -> session.execute("1.5").intValue());
+        assertRefused("nil cannot be converted to Boolean", () -> session.execute("nil").booleanValue());
+        assertRefused("'42' cannot be converted to Long", () -> session.execute("'42'").longValue());
         KciObject plain = session.create("plain");
         assertRefused("the text has characters beyond U+00FF, and the string holds bytes",
                 () -> session.storeString(plain, 1, "\u20AC"));
@@ -89,6 +89,9 @@ class KciSessionTest {
         plain.release();
         assertThrows(IllegalStateException.class, () -> session.send(plain, "size"));
         assertThrows(IllegalArgumentException.class, () -> KciBridgeOptions.DEFAULTS.withSizes(64, 65));
+        assertThrows(IllegalArgumentException.class, () -> KciBridgeOptions.DEFAULTS.withTraceLevel(-1));
+        assertEquals("arguments", assertThrows(NullPointerException.class,
+                () -> session.send(1, "max:", (Object[]) null)).getMessage());
     }
 
     private static void assertRefused(String text, Executable call) {
@@ -130,6 +133,26 @@ class KciSessionTest {
         session.storeString(wide, 3, "\uD800");
         assertEquals("\u20ACa\uD800c", session.fetchString(wide));
         assertEquals(3, session.fetchElements(session.execute("Set new add: 1; add: 2; add: 3; yourself")).size());
+    }
+
+    @Test
+    void indexesBeyond31BitsAreRefused() {
+        KciObject text = session.create("abc");
+        KciObject wide = session.create("\u20ACabc");
+        KciObject array = session.execute("#(1 2 3)");
+        for (long start : new long[] {0, (1L << 31), (1L << 32) + 1, (1L << 62) + 1, Long.MIN_VALUE, Long.MAX_VALUE}) {
+            for (Executable call : new Executable[] {() -> session.storeBytes(text, start, new byte[] {'X'}),
+                () -> session.storeString(text, start, "X"), () -> session.storeString(wide, start, "X"),
+                () -> session.fetchBytes(text, start, 1), () -> session.storeElements(array, start, List.of(7)),
+                () -> session.fetchElements(array, start, 3)}) {
+                assertTrue(assertThrows(IndexOutOfBoundsException.class, call).getMessage()
+                        .startsWith("start " + start + ", count "));
+            }
+        }
+        assertThrows(IndexOutOfBoundsException.class,
+                () -> session.storeBytes(text, Integer.MAX_VALUE, new byte[] {'X', 'Y'}));
+        assertEquals(2, session.fetchElements(array, 2, Integer.MAX_VALUE).size());
+        assertEquals(List.of("'abc'", "Array(1 2 3)"), List.of(text.printString(), array.printString()));
     }
 
     @Test

@@ -6,8 +6,10 @@ import com.kestrune.tmqkci.KciMessages;
 import com.kestrune.tmqkci.KciObject;
 import com.kestrune.tmqkci.KciSession;
 import com.kestrune.tmqkci.TmqKciException;
+import com.kestrune.tmqkci.TmqKciReport;
 
 import java.io.PrintStream;
+import java.math.BigInteger;
 import java.util.ArrayList;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -45,19 +47,18 @@ final class Evaluator {
         this.err = err;
     }
 
-    /** Whether no further input is wanted, or possible. */
+    /** Whether no further input is wanted, or possible; nor is it when nobody gets its result. */
     boolean hasEnded() {
-        return ended || !session.isOpen();
+        return ended || !session.isOpen() || out.checkError();
     }
 
-    /** Whether the last input was given up before its result came. */
+    /** Whether the server may still be at an input that was given up before its result came. */
     boolean wasInterrupted() {
         return interrupted;
     }
 
     /** Runs an input; answers whether it succeeded. */
     boolean run(String input) {
-        interrupted = false;
         try {
             if (input.startsWith(":")) {
                 return command(input);
@@ -65,6 +66,7 @@ final class Evaluator {
             show(input, format.table, format.treeDepth);
             return true;
         } catch (TmqKciException error) {
+            interrupted = false;
             lastError = error;
             fail(input, error);
             return false;
@@ -111,17 +113,19 @@ final class Evaluator {
     private void show(String expression, boolean table, int depth) {
         long begin = System.nanoTime();
         KciObject value = session.execute(expression);
+        interrupted = false;
         long nanos = System.nanoTime() - begin;
         if (format.json) {
             Map<String, Object> fields = new LinkedHashMap<>();
             fields.put("ok", true);
             fields.put("expression", expression);
-            fields.put("printed", shown.printed(value));
+            String printed = shown.printed(value);
+            fields.put("printed", printed);
             fields.put("class", shown.className(value));
-            fields.put("value", jsonValue(value));
+            fields.put("value", jsonValue(value, printed));
             fields.put("oop", value.oop());
             fields.put("microseconds", nanos / NANOS_PER_MICRO);
-            out.println(Json.of(fields));
+            Json.print(out, fields);
         } else {
             out.println(depth > 0 ? new Tree(shown, format.limit).of(value, depth)
                     : table ? new Table(shown, format.limit).of(value) : shown.printed(value));
@@ -132,8 +136,13 @@ final class Evaluator {
     }
 
     /** The value itself where JSON has one, else null. */
-    private static Object jsonValue(KciObject object) {
+    private static Object jsonValue(KciObject object, String printed) {
         Object value = object.as(Object.class);
+        // A large integer is an object of bytes, whose layout is the server's own.
+        if (value == object && object.description().valueType == TmqKciReport.VALUE_BYTES
+                && printed.matches("-?[0-9]+")) {
+            return new BigInteger(printed);
+        }
         return value instanceof KciObject || value instanceof byte[] ? null
                 : value instanceof Number || value instanceof Boolean || value == null ? value : value.toString();
     }
@@ -144,13 +153,13 @@ final class Evaluator {
             fields.put("ok", false);
             fields.put("expression", input);
             fields.put("error", fields(error));
-            out.println(Json.of(fields));
+            Json.print(out, fields);
         } else {
             err.println(line(error));
         }
     }
 
-    /** An error on one line. */
+    /** An error's number and message, which may have several lines. */
     static String line(TmqKciException error) {
         return error.number == 0 ? "Error: " + error.getMessage() : "Error " + error.number + ": " + error.getMessage();
     }
@@ -174,9 +183,17 @@ final class Evaluator {
         if (error.number == 0) {
             return line(error);
         }
-        String report = KciMessages.report(error, 1, true, 1, oop -> session.isOpen()
-                ? shown.printed(session.object(oop)) : null);
+        String report = KciMessages.report(error, 1, true, 1, this::argument);
         String meaning = KciMessages.text(error.category, error.number);
         return report.stripTrailing() + (meaning.startsWith("[") ? "" : "\n" + meaning);
+    }
+
+    /** An error's argument as it prints itself; null, for its identifier, if the object is gone or never was one. */
+    private String argument(long oop) {
+        try {
+            return session.isOpen() ? shown.printed(session.object(oop)) : null;
+        } catch (TmqKciException | IllegalArgumentException gone) {
+            return null;
+        }
     }
 }

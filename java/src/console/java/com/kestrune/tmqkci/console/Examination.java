@@ -7,6 +7,7 @@ import java.io.IOException;
 import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.LinkedHashMap;
@@ -31,7 +32,7 @@ final class Examination {
             Map.entry(13, "PIPE"), Map.entry(14, "ALRM"), Map.entry(15, "TERM"), Map.entry(17, "CHLD"),
             Map.entry(25, "XFSZ"));
 
-    private final String installation = System.getenv("KESTRUNE");
+    private String installation = System.getenv("KESTRUNE");
     private final List<Finding> findings = new ArrayList<>();
     private boolean fits32Bit;
     private boolean linkedFound;
@@ -49,6 +50,7 @@ final class Examination {
 
     void run() {
         java();
+        installation();
         bridge();
         linkedFound = clientLibrary("lnk");
         rpcFound = clientLibrary("rpc");
@@ -79,6 +81,19 @@ final class Examination {
                 "use a 32-bit (i386) Java 17 or later: --java HOME or JAVA32_HOME names it"));
     }
 
+    private void installation() {
+        try {
+            if (installation != null && !Files.isDirectory(Path.of(installation))) {
+                findings.add(Finding.failure("KESTRUNE", installation + " is no folder",
+                        "set KESTRUNE to the database installation's folder"));
+            }
+        } catch (InvalidPathException unnameable) {
+            findings.add(Finding.failure("KESTRUNE", "the folder's name does not exist in the locale's encoding",
+                    "set LC_ALL=C.UTF-8"));
+            installation = null;
+        }
+    }
+
     private void bridge() {
         Set<String> places = new LinkedHashSet<>();
         String property = System.getProperty(TmqKciLibrary.PROPERTY);
@@ -103,7 +118,7 @@ final class Examination {
                 "set KESTRUNE, or name the file with -D" + TmqKciLibrary.PROPERTY + "=FILE"));
     }
 
-    /** Every place of the client library of one flavour; whether the first that exists can be opened. */
+    /** Every place of the client library of one flavour; whether one of them can be opened. */
     private boolean clientLibrary(String flavour) {
         String name = "lib" + orDefault(System.getenv("KCIRTL_BASELIBNAME"), "kci") + flavour
                 + orDefault(System.getenv("KCIRTL_VERSION"), "67") + ".so";
@@ -195,7 +210,8 @@ final class Examination {
                         .redirectError(ProcessBuilder.Redirect.DISCARD).start();
                 boolean ended = process.waitFor(PROBE_SECONDS, TimeUnit.SECONDS);
                 process.destroyForcibly();
-                told.put("status", ended ? Integer.toString(process.exitValue()) : "no end within a minute");
+                told.put("end", ended ? "ended with status " + process.exitValue()
+                        : "had not ended after " + PROBE_SECONDS + " seconds");
                 for (String line : new String(Files.readAllBytes(output), StandardCharsets.UTF_8).split("\n")) {
                     String[] parts = line.split("\t", 2);
                     if (parts.length == 2) {
@@ -240,8 +256,8 @@ final class Examination {
             findings.add(Finding.failure(subject, probed.get("error"), "accepted are " + ACCEPTED
                     + "; what stands above tells of the files"));
         } else {
-            findings.add(Finding.failure(subject, "the process that opened the libraries ended with status "
-                    + probed.get("status"), "see whether the client library fits this system"));
+            findings.add(Finding.failure(subject, "the process that opened the libraries "
+                    + probed.get("end"), "see whether the client library fits this system"));
         }
     }
 

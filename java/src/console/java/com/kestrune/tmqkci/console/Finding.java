@@ -34,8 +34,4 @@ record Finding(Grade grade, String subject, String text, String remedy) {
     static Finding failure(String subject, String text, String remedy) {
         return new Finding(Grade.FAILURE, subject, text, remedy);
     }
-
-    boolean isFailure() {
-        return grade == Grade.FAILURE;
-    }
 }

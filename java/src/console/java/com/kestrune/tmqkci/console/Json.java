@@ -1,5 +1,7 @@
 package com.kestrune.tmqkci.console;
 
+import java.io.PrintStream;
+import java.nio.charset.StandardCharsets;
 import java.util.Map;
 
 /** JSON text (RFC 8259) of maps, iterables, strings, numbers, booleans and null, on one line. */
@@ -7,7 +9,13 @@ final class Json {
     private Json() {
     }
 
-    static String of(Object value) {
+    /** Writes a line, in UTF-8 whatever the stream's own encoding is. */
+    static void print(PrintStream out, Object value) {
+        byte[] line = (of(value) + "\n").getBytes(StandardCharsets.UTF_8);
+        out.write(line, 0, line.length);
+    }
+
+    private static String of(Object value) {
         StringBuilder text = new StringBuilder();
         append(text, value);
         return text.toString();

@@ -61,7 +61,8 @@ final class Login {
         try {
             password = Secrets.password(file, variable, prompt);
         } catch (IOException unreadable) {
-            throw new ParameterException(command, "cannot read the password file " + file);
+            throw new ParameterException(command, "cannot read the password file " + file + ": "
+                    + Terminals.reason(unreadable));
         }
         if (password == null) {
             throw new ParameterException(command, "no password: name a file with one, set " + variable

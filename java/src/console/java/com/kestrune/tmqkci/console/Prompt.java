@@ -6,6 +6,7 @@ import com.kestrune.tmqkci.KciSession;
 import java.io.IOException;
 import java.io.PrintStream;
 import java.nio.file.Files;
+import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
 import java.nio.file.attribute.PosixFilePermissions;
 import java.util.List;
@@ -17,11 +18,15 @@ import org.jline.reader.LineReaderBuilder;
 import org.jline.reader.ParsedLine;
 import org.jline.reader.Parser;
 import org.jline.reader.UserInterruptException;
+import org.jline.terminal.Size;
 import org.jline.terminal.Terminal;
 import org.jline.terminal.TerminalBuilder;
 
 /** The console at a terminal: inputs of several lines, their history, completion of names. */
 final class Prompt {
+    private static final int USUAL_COLUMNS = 80;
+    private static final int USUAL_ROWS = 24;
+
     private final KciSession session;
     private final Evaluator evaluator;
     private final PrintStream out;
@@ -36,17 +41,28 @@ final class Prompt {
         Thread thread = Thread.currentThread();
         try (Terminal terminal = TerminalBuilder.builder().name("tmqkci").system(true).jna(false).jansi(false)
                 .encoding(Terminals.charset().name()).nativeSignals(true).build()) {
+            if (terminal.getWidth() == 0 || terminal.getHeight() == 0) {
+                terminal.setSize(new Size(USUAL_COLUMNS, USUAL_ROWS));
+            }
             terminal.handle(Terminal.Signal.INT, signal -> thread.interrupt());
             ServerNames names = new ServerNames(session);
             LineReader reader = LineReaderBuilder.builder().terminal(terminal).appName("tmqkci")
-                    .parser(Prompt::parse).completer(names).variable(LineReader.HISTORY_FILE, historyFile())
-                    .variable(LineReader.SECONDARY_PROMPT_PATTERN, "   ...> ").build();
+                    .parser(Prompt::parse).completer(names).variable(LineReader.SECONDARY_PROMPT_PATTERN, "   ...> ").build();
+            Path history = historyFile();
+            if (history != null) {
+                reader.setVariable(LineReader.HISTORY_FILE, history);
+            }
             reader.setOpt(LineReader.Option.DISABLE_EVENT_EXPANSION);
             out.println("tmqkci " + Tmqkci.Version.own() + ", client library " + KciBridge.clientVersion() + ", "
                     + session + ". :help helps, :quit quits.");
             while (!evaluator.hasEnded()) {
                 try {
-                    String input = Source.joined(reader.readLine("tmqkci> "));
+                    String lines = reader.readLine("tmqkci> ");
+                    if (lines == null) {
+                        // How a terminal without abilities tells the end.
+                        break;
+                    }
+                    String input = Source.joined(lines);
                     if (!input.isEmpty()) {
                         evaluator.run(input);
                         names.outdated();
@@ -60,23 +76,23 @@ final class Prompt {
         }
     }
 
-    /** Where former inputs are kept, for this user alone. */
+    /** Where former inputs are kept, for this user alone; null if they cannot be, as in a home that is read-only. */
     private static Path historyFile() {
         String state = System.getenv("XDG_STATE_HOME");
         String home = System.getenv("HOME");
-        Path folder = (state != null && state.startsWith("/") ? Path.of(state)
-                : Path.of(home != null ? home : System.getProperty("user.home"), ".local", "state")).resolve("tmqkci");
-        Path file = folder.resolve("history");
         try {
+            Path folder = (state != null && state.startsWith("/") ? Path.of(state)
+                    : Path.of(home != null ? home : System.getProperty("user.home"), ".local", "state"))
+                    .resolve("tmqkci");
+            Path file = folder.resolve("history");
             Files.createDirectories(folder);
             if (!Files.exists(file)) {
                 Files.createFile(file, PosixFilePermissions.asFileAttribute(
                         PosixFilePermissions.fromString("rw-------")));
             }
-            return file;
-        } catch (IOException readOnly) {
-            // A history for this run only: nothing can be kept in a home that cannot be written to.
-            return Path.of("/dev/null");
+            return Files.isRegularFile(file) && Files.isReadable(file) && Files.isWritable(file) ? file : null;
+        } catch (IOException | InvalidPathException unusable) {
+            return null;
         }
     }
 

@@ -42,7 +42,12 @@ final class ServerNames implements Completer {
             return;
         }
         if (names == null) {
-            names = ask();
+            try {
+                names = ask();
+            } catch (KciInterruptedException | IllegalStateException unanswered) {
+                Thread.interrupted();
+                return;
+            }
         }
         names.forEach(name -> candidates.add(new Candidate(name, name, null, null, null, null, !name.endsWith(":"))));
     }
@@ -56,9 +61,6 @@ final class ServerNames implements Completer {
                 all.addAll(texts(named.send("selectors")));
             } catch (TmqKciException | KciConversionException other) {
                 // Not known there, or no class.
-            } catch (KciInterruptedException enough) {
-                Thread.interrupted();
-                break;
             }
         }
         return all;

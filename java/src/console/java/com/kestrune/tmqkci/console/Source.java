@@ -2,6 +2,11 @@ package com.kestrune.tmqkci.console;
 
 import java.io.BufferedReader;
 import java.io.IOException;
+import java.io.InputStream;
+import java.io.InputStreamReader;
+import java.nio.charset.Charset;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 
 /**
  * Finds the end of an input that is given in lines. It goes on while a bracket, a string or a comment is open, after a
@@ -9,38 +14,99 @@ import java.io.IOException;
  * after a period. An empty line ends it unless a string or comment is open.
  */
 final class Source {
+    /** A command's own words, before its expression. */
+    private static final Pattern COMMAND = Pattern.compile("\\s*:\\S*(\\s+[0-9]+(?=\\s))?");
+
+    /** How far the declaration of temporaries is. */
+    private enum Begin {
+        NOTHING, DECLARING, DECLARED, STATEMENTS_AFTER_DECLARATION, STATEMENTS
+    }
+
+    private final StringBuilder text = new StringBuilder();
+    private Begin begin = Begin.NOTHING;
+    private boolean blank = true;
+    private int depth;
+    private char quote;
+
     private Source() {
+    }
+
+    /** Reads strictly: what is not in the encoding is an error. A byte order mark at the begin is left out. */
+    static BufferedReader reader(InputStream in, Charset charset) throws IOException {
+        BufferedReader reader = new BufferedReader(new InputStreamReader(in, charset.newDecoder()));
+        reader.mark(1);
+        if (reader.read() != '\uFEFF') {
+            reader.reset();
+        }
+        return reader;
     }
 
     /** The next input; null at the end. What the end of the file cuts short counts as an input. */
     static String read(BufferedReader in) throws IOException {
-        StringBuilder lines = new StringBuilder();
+        Source source = new Source();
         for (String line = in.readLine(); line != null; line = in.readLine()) {
-            lines.append(lines.length() > 0 ? "\n" : "").append(line);
-            if (isComplete(lines.toString())) {
-                if (!lines.toString().isBlank()) {
-                    return joined(lines.toString());
+            if (source.isCompleteWith(line)) {
+                if (!source.blank) {
+                    break;
                 }
-                lines.setLength(0);
+                source = new Source();
             }
         }
-        return lines.toString().isBlank() ? null : joined(lines.toString());
+        return source.blank ? null : source.input();
     }
 
     /** The input without the backslashes that continued its lines. */
     static String joined(String lines) {
-        return lines.replace("\\\n", "\n").strip();
+        Source source = new Source();
+        lines.lines().forEach(source::isCompleteWith);
+        return source.input();
     }
 
     static boolean isComplete(String lines) {
-        int depth = 0;
-        char quote = 0;
-        for (int i = 0; i < lines.length(); ++i) {
-            char c = lines.charAt(i);
+        Source source = new Source();
+        boolean complete = true;
+        for (String line : lines.split("\n", -1)) {
+            complete = source.isCompleteWith(line);
+        }
+        return complete;
+    }
+
+    private String input() {
+        return text.toString().strip();
+    }
+
+    /** Adds a line; answers whether the input is complete with it. */
+    private boolean isCompleteWith(String line) {
+        Matcher command = COMMAND.matcher(line);
+        String rest = line.substring(scan(line, blank && command.lookingAt() ? command.end() : 0)).stripTrailing();
+        blank &= line.isBlank();
+        boolean continued = quote == 0 && rest.endsWith("\\");
+        // The operator \\ is no continuation; it goes on for its argument's sake, and stays.
+        boolean dropped = continued && (rest.length() - rest.replaceFirst("\\\\+$", "").length()) % 2 != 0;
+        text.append(dropped ? line.substring(0, line.lastIndexOf('\\')) : line).append('\n');
+        if (quote != 0) {
+            return false;
+        }
+        return line.isBlank() || depth <= 0 && !continued && !rest.endsWith(";") && !rest.endsWith(":=")
+                && begin != Begin.DECLARED
+                && !(begin == Begin.STATEMENTS_AFTER_DECLARATION && rest.endsWith("."));
+    }
+
+    /** Follows brackets and quotes; answers where the last string, comment or character literal ends. */
+    private int scan(String line, int from) {
+        int literalEnd = from;
+        for (int i = from; i < line.length(); ++i) {
+            char c = line.charAt(i);
             if (quote != 0) {
                 quote = c == quote ? 0 : quote;
-            } else if (c == '$') {
-                ++i;
+                literalEnd = i + 1;
+                continue;
+            }
+            if (!Character.isWhitespace(c)) {
+                begin = afterwards(c);
+            }
+            if (c == '$') {
+                literalEnd = Math.min(++i + 1, line.length());
             } else if (c == '\'' || c == '"') {
                 quote = c;
             } else if (c == '(' || c == '[' || c == '{') {
@@ -49,21 +115,15 @@ final class Source {
                 --depth;
             }
         }
-        if (lines.stripLeading().startsWith(":")) {
-            return true;
-        }
-        if (quote != 0) {
-            return false;
-        }
-        boolean endsWithEmptyLine = lines.substring(lines.lastIndexOf('\n') + 1).isBlank();
-        return endsWithEmptyLine || depth <= 0 && !goesOn(lines.strip());
+        return literalEnd;
     }
 
-    private static boolean goesOn(String text) {
-        if (text.endsWith(";") || text.endsWith(":=") || text.endsWith("\\")) {
-            return true;
-        }
-        int declared = text.startsWith("|") ? text.indexOf('|', 1) : -1;
-        return declared > 0 && (declared == text.length() - 1 || text.endsWith("."));
+    private Begin afterwards(char c) {
+        return switch (begin) {
+            case NOTHING -> c == '|' ? Begin.DECLARING : c == '"' ? Begin.NOTHING : Begin.STATEMENTS;
+            case DECLARING -> c == '|' ? Begin.DECLARED : Begin.DECLARING;
+            case DECLARED -> c == '"' ? Begin.DECLARED : Begin.STATEMENTS_AFTER_DECLARATION;
+            default -> begin;
+        };
     }
 }

@@ -8,7 +8,9 @@ import java.io.InputStream;
 import java.io.PrintStream;
 import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
+import java.nio.file.AccessDeniedException;
 import java.nio.file.Files;
+import java.nio.file.NoSuchFileException;
 import java.nio.file.Path;
 
 /** The standard streams: where they lead, and in which encoding. */
@@ -16,6 +18,8 @@ final class Terminals {
     static final int INPUT = 0;
     static final int OUTPUT = 1;
     static final int ERROR = 2;
+
+    private static final PrintStream OUT = new PrintStream(new FileOutputStream(FileDescriptor.out), true, charset());
 
     private Terminals() {
     }
@@ -36,12 +40,19 @@ final class Terminals {
         return locale.equals(StandardCharsets.US_ASCII) ? StandardCharsets.UTF_8 : locale;
     }
 
+    /** Why a file cannot be read, in words. */
+    static String reason(IOException unreadable) {
+        return unreadable instanceof NoSuchFileException ? "there is no such file"
+                : unreadable instanceof AccessDeniedException ? "not permitted" : unreadable.getMessage();
+    }
+
     static InputStream in() {
         return new FileInputStream(FileDescriptor.in);
     }
 
+    /** The one stream for all results, which remembers whether any was lost. */
     static PrintStream out() {
-        return new PrintStream(new FileOutputStream(FileDescriptor.out), true, charset());
+        return OUT;
     }
 
     static PrintStream err() {

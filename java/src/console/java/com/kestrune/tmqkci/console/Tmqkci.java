@@ -7,10 +7,10 @@ import com.kestrune.tmqkci.TmqKciException;
 
 import java.io.BufferedReader;
 import java.io.IOException;
-import java.io.InputStreamReader;
 import java.io.PrintStream;
 import java.io.PrintWriter;
 import java.nio.charset.CharacterCodingException;
+import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.Files;
 import java.nio.file.Path;
@@ -26,13 +26,15 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.UnmatchedArgumentException;
 
 /** The program {@code tmqkci}. */
 @Command(name = "tmqkci", mixinStandardHelpOptions = true, versionProvider = Tmqkci.Version.class, sortOptions = false,
         usageHelpAutoWidth = true, subcommands = Doctor.class,
         description = {"Evaluates expressions on an object database server and shows their values.",
             "Without -e and -f, expressions are read from the terminal or from standard input."},
-        footer = {"", "Exit status: 0 success, 1 an error of the server, 2 wrong usage, 3 no connection.",
+        footer = {"", "Exit status: 0 success, 1 an error of the server, 2 wrong usage, 3 no connection,",
+            "4 results that could not be written, 5 an error of this program.",
             "KESTRUNE names the database installation; without it, the local store inside this program is used.",
             "JAVA32_HOME, or the option --java HOME before all others, names the 32-bit Java."})
 final class Tmqkci implements Callable<Integer> {
@@ -40,6 +42,9 @@ final class Tmqkci implements Callable<Integer> {
     static final int SERVER_ERROR = 1;
     static final int USAGE = 2;
     static final int NO_CONNECTION = 3;
+    static final int OUTPUT_LOST = 4;
+    static final int INTERNAL_ERROR = 5;
+    private static final int DEEPEST_TREE = 999;
 
     /** What runs, if not standard input. */
     static final class Inputs {
@@ -81,18 +86,31 @@ final class Tmqkci implements Callable<Integer> {
     public static void main(String[] args) {
         PrintStream err = Terminals.err();
         int status = new Tmqkci().command.setOut(new PrintWriter(Terminals.out(), true))
-                .setErr(new PrintWriter(err, true)).setParameterExceptionHandler((wrong, given) -> {
-                    err.println("tmqkci: " + wrong.getMessage());
+                .setErr(new PrintWriter(err, true)).setExpandAtFiles(false)
+                .setParameterExceptionHandler((wrong, given) -> {
+                    boolean java = wrong instanceof UnmatchedArgumentException unknown
+                            && unknown.getUnmatched().stream().anyMatch(word -> word.matches("--java(=.*)?"));
+                    err.println("tmqkci: " + (java ? "--java HOME comes before all other options" : wrong.getMessage()));
                     err.println("\"tmqkci --help\" lists the options.");
                     return USAGE;
+                }).setExecutionExceptionHandler((failure, failed, given) -> {
+                    err.println("tmqkci: internal error: " + failure);
+                    return INTERNAL_ERROR;
                 }).execute(args);
+        if (Terminals.out().checkError()) {
+            err.println("tmqkci: cannot write to standard output");
+            status = OUTPUT_LOST;
+        }
         System.exit(status);
     }
 
     @Override
     public Integer call() throws IOException {
-        if (limit < 1 || treeDepth < 0) {
-            throw new ParameterException(command, "--limit must be positive, and --tree not negative");
+        if (limit < 1 || treeDepth < 0 || treeDepth > DEEPEST_TREE) {
+            throw new ParameterException(command, "--limit must be positive, and --tree from 0 to " + DEEPEST_TREE);
+        }
+        if (table && treeDepth > 0) {
+            throw new ParameterException(command, "--table and --tree exclude each other");
         }
         List<String> given = given();
         KciSession session;
@@ -129,7 +147,7 @@ final class Tmqkci implements Callable<Integer> {
             Map<String, Object> answer = new LinkedHashMap<>();
             answer.put("ok", false);
             answer.put("error", fields);
-            out.println(Json.of(answer));
+            Json.print(out, answer);
         } else {
             err.println(line);
             err.println("No connection. \"tmqkci doctor\" shows what works here and what does not.");
@@ -138,7 +156,7 @@ final class Tmqkci implements Callable<Integer> {
     }
 
     /** What the options say to run; null if that is to be read. */
-    private List<String> given() throws IOException {
+    private List<String> given() {
         if (inputs.expressions != null) {
             return inputs.expressions;
         }
@@ -146,17 +164,19 @@ final class Tmqkci implements Callable<Integer> {
             return null;
         }
         List<String> all = new ArrayList<>();
-        try (BufferedReader in = Files.newBufferedReader(inputs.file, StandardCharsets.UTF_8)) {
+        try (BufferedReader in = Source.reader(Files.newInputStream(inputs.file), StandardCharsets.UTF_8)) {
             for (String input = Source.read(in); input != null; input = Source.read(in)) {
                 all.add(input);
             }
-        } catch (CharacterCodingException notUtf8) {
-            throw new ParameterException(command, inputs.file + " is not UTF-8 text");
         } catch (IOException unreadable) {
-            throw new ParameterException(command, "cannot read " + inputs.file + ": "
-                    + unreadable.getMessage());
+            throw unreadable(inputs.file.toString(), StandardCharsets.UTF_8, unreadable);
         }
         return all;
+    }
+
+    private ParameterException unreadable(String name, Charset charset, IOException failure) {
+        return new ParameterException(command, failure instanceof CharacterCodingException
+                ? name + " is not " + charset + " text" : "cannot read " + name + ": " + Terminals.reason(failure));
     }
 
     /** The first error ends it. */
@@ -172,17 +192,20 @@ final class Tmqkci implements Callable<Integer> {
         return SUCCESS;
     }
 
-    private int runStandardInput(Evaluator evaluator) throws IOException {
+    private int runStandardInput(Evaluator evaluator) {
         int status = SUCCESS;
-        BufferedReader in = new BufferedReader(new InputStreamReader(Terminals.in(), Terminals.charset()));
-        while (!evaluator.hasEnded()) {
-            String input = Source.read(in);
-            if (input == null) {
-                break;
+        try (BufferedReader in = Source.reader(Terminals.in(), Terminals.charset())) {
+            while (!evaluator.hasEnded()) {
+                String input = Source.read(in);
+                if (input == null) {
+                    break;
+                }
+                if (!evaluator.run(input) && !inputs.interactive) {
+                    status = SERVER_ERROR;
+                }
             }
-            if (!evaluator.run(input) && !inputs.interactive) {
-                status = SERVER_ERROR;
-            }
+        } catch (IOException unreadable) {
+            throw unreadable("standard input", Terminals.charset(), unreadable);
         }
         return status;
     }
@@ -201,7 +224,7 @@ final class Tmqkci implements Callable<Integer> {
         }
     }
 
-    /** The versions of the console and, where it can be loaded, of the client library. */
+    /** The versions of the console and of the Java that runs it. */
     static final class Version implements CommandLine.IVersionProvider {
         @Override
         public String[] getVersion() {

@@ -1,6 +1,7 @@
 package com.kestrune.tmqkci.demo;
 
 import com.kestrune.tmqkci.KciMessages;
+import com.kestrune.tmqkci.TmqKciCacheStats;
 import com.kestrune.tmqkci.TmqKciException;
 import com.kestrune.tmqkci.TmqKciInterface;
 import com.kestrune.tmqkci.TmqKciReport;
@@ -36,6 +37,7 @@ final class Tour {
         suspendedProcess();
         changes();
         releases();
+        cacheStatistics();
     }
 
     private void section(String title, String methods) {
@@ -151,9 +153,9 @@ final class Tour {
             line("its message", error.getMessage());
             line("its arguments", LongStream.of(error.args)
                     .mapToObj(oop -> database.print(database.describe(oop))).collect(Collectors.joining(" ")));
-            System.out.println("  all of it, rendered through the message catalogue:");
+            out.println("  all of it, rendered through the message catalogue:");
             KciMessages.report(error, 1, false, 1, oop -> database.print(database.describe(oop))).lines()
-                    .forEach(text -> System.out.println("    " + text));
+                    .forEach(text -> out.println("    " + text));
         }
     }
 
@@ -197,5 +199,18 @@ final class Tour {
         long[] oops = {database.run("Array new: 5").oop};
         Database.check(error -> TmqKciInterface._releaseOops(session, oops, oops.length, error));
         line("objects released by their identifiers", oops.length);
+    }
+
+    /** A 32-bit bridge has none, and says so. */
+    private void cacheStatistics() {
+        section("Cache statistics", "_KCSIinitialize _KCSIstatNames _KCSIattach _KCSIsampleStats _KCSIgetStats "
+                + "_KCSIdetach");
+        TmqKciException error = new TmqKciException();
+        long[] processes = {ProcessHandle.current().pid()};
+        int[] statuses = {TmqKciInterface._KCSIinitialize(error), TmqKciInterface._KCSIstatNames(new Object[1], error),
+            TmqKciInterface._KCSIattach("monitor", error), TmqKciInterface._KCSIsampleStats(processes, error),
+            TmqKciInterface._KCSIgetStats(processes[0], new TmqKciCacheStats(), error),
+            TmqKciInterface._KCSIdetach(error)};
+        line("what each answers, " + Arrays.toString(statuses), error.getMessage());
     }
 }
