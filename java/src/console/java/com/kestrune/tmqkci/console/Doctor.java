@@ -6,36 +6,26 @@ import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Locale;
 import java.util.Map;
-import java.util.Set;
 import java.util.concurrent.Callable;
 
 import picocli.CommandLine.Command;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
-import picocli.CommandLine.ParameterException;
-import picocli.CommandLine.Spec;
+import picocli.CommandLine.ParentCommand;
 
 /** The subcommand {@code doctor}: one page on what works here and what does not. */
 @Command(name = "doctor", mixinStandardHelpOptions = true, versionProvider = Tmqkci.Version.class,
         description = "Tells what works here and what does not, with what to do. Runs in any Java.",
         footer = {"", "Exit status: 0 when a login could be tried, else 3."})
 final class Doctor implements Callable<Integer> {
-    private static final Set<String> EVALUATION = Set.of("--execute", "--file", "--interactive", "--json", "--table",
-            "--tree", "--limit", "--time");
-
     @Option(names = "--json", description = "a line of JSON")
     private boolean json;
 
-    @Spec
-    private CommandSpec spec;
+    @ParentCommand
+    private Tmqkci console;
 
     @Override
     public Integer call() {
-        // A login's options may stand before: the doctor is asked why such a login fails.
-        if (spec.parent().commandLine().getParseResult().matchedOptions().stream()
-                .anyMatch(option -> EVALUATION.contains(option.longestName()))) {
-            throw new ParameterException(spec.commandLine(), "before \"doctor\" only options of a login may stand");
-        }
+        console.refuseEvaluationBefore("doctor");
         Examination examination = new Examination();
         examination.run();
         PrintStream out = Terminals.out();

@@ -18,6 +18,7 @@ import java.util.ArrayList;
 import java.util.LinkedHashMap;
 import java.util.List;
 import java.util.Map;
+import java.util.Set;
 import java.util.concurrent.Callable;
 
 import picocli.CommandLine;
@@ -45,6 +46,8 @@ final class Tmqkci implements Callable<Integer> {
     static final int OUTPUT_LOST = 4;
     static final int INTERNAL_ERROR = 5;
     private static final int DEEPEST_TREE = 999;
+    private static final Set<String> EVALUATION = Set.of("--execute", "--file", "--interactive", "--json", "--table",
+            "--tree", "--limit", "--time");
 
     /** What runs, if not standard input. */
     static final class Inputs {
@@ -102,6 +105,15 @@ final class Tmqkci implements Callable<Integer> {
             status = OUTPUT_LOST;
         }
         System.exit(status);
+    }
+
+    /** Refuses options before a subcommand that it does not heed; those of a login tell it what to look at. */
+    void refuseEvaluationBefore(String subcommand) {
+        if (command.getParseResult().matchedOptions().stream()
+                .anyMatch(option -> EVALUATION.contains(option.longestName()))) {
+            throw new ParameterException(command.getSubcommands().get(subcommand),
+                    "before \"" + subcommand + "\" only options of a login may stand");
+        }
     }
 
     @Override
