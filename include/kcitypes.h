@@ -17,7 +17,19 @@
 #define TMQKCI_API __attribute__((visibility("default")))
 #endif
 #define TMQKCI_LEAF_API __attribute__((visibility("default")))
+
+/*
+ * Exported data stays where the library keeps it: a program at fixed addresses would hold a copy of its own otherwise,
+ * which the library, whose names bind within itself, never looks at.
+ */
+#if defined(__has_attribute)
+#if __has_attribute(nodirect_extern_access)
+#define TMQKCI_DATA __attribute__((visibility("default"), nodirect_extern_access))
+#endif
+#endif
+#ifndef TMQKCI_DATA
 #define TMQKCI_DATA __attribute__((visibility("default")))
+#endif
 
 #ifdef __cplusplus
 #define TMQKCI_C_BEGIN extern "C" {

@@ -3,7 +3,7 @@
 #include "host/hostfork.h"
 #include "hostunwind.h"
 
-__thread uintptr_t HandlerScope::innermost;
+__thread uintptr_t HandlerScope::innermost [[gnu::tls_model("initial-exec")]];
 
 namespace {
 constexpr char utlModule[] = "utl";
