@@ -46,9 +46,8 @@ constexpr int32_t largestIndex = 16;
 // The largest table runs up to 92 % full, with probe runs of dozens of slots. Looking into each key there would miss
 // the cache each time, so every slot has two bytes of its own, in the same block:
 // - the tag, a byte of the hash of the slot's key; a search reads the tags of a group of slots at once;
-// - the filter, a bit each for the hashes of the keys that belong here and had to be put far away. Where an absent
-// key's
-//   bit is missing, only the next empty slot is left to find. Bits stay when keys are removed: they say "perhaps".
+// - the filter, a bit each for the hashes of the keys that belong here and had to be put far away. Where the bit of an
+//   absent key is missing, only the next empty slot is left to find. A bit says "perhaps": it stays on removal.
 constexpr uint8_t emptyTag = 0;
 constexpr int32_t groupSize = 32;
 
