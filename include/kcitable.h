@@ -18,7 +18,7 @@ typedef struct KciRtlJumpSType {
     KciLong kciFeatureLevel;      /* at least KCI_ENTRY_COUNT */
     KciLong kciCompatiblityLevel; /* 0 or 1 */
     KciLong reserved;
-    KciOtherFunc* KciAbort;
+    void (*KciAbort)(void);
     KciOtherFunc* KciAddOopToNsc;
     KciOtherFunc* KciAddOopsToNsc;
     KciOtherFunc* KciAddSaveObjsToReadSet;
@@ -26,24 +26,24 @@ typedef struct KciRtlJumpSType {
     KciOtherFunc* KciAppendBytes;
     KciOtherFunc* KciAppendChars;
     KciOtherFunc* KciAppendOops;
-    KciOtherFunc* KciBegin;
-    KciOtherFunc* KciCallInProgress;
+    void (*KciBegin)(void);
+    BoolType (*KciCallInProgress)(void);
     KciOtherFunc* KciCheckAuth;
     KciOtherFunc* KciClampedTraverseObjs;
     KciOtherFunc* KciClampedTrav;
     KciOtherFunc* KciClassMethodForClass;
     KciOtherFunc* KciClassNamedSize;
     KciOtherFunc* KciClearStack;
-    KciOtherFunc* KciCommit;
+    BoolType (*KciCommit)(void); /* FALSE: refused, another session changed something first */
     KciOtherFunc* KciContinue;
     OopType (*KciContinueWith)(OopType process, OopType replaceTop, KciLong flags, KciErrSType* error);
-    KciOtherFunc* KciNbContinueWith;
+    void (*KciNbContinueWith)(OopType process, OopType replaceTop, KciLong flags); /* ended by KciNbEnd */
     KciOtherFunc* KciCreateOopObj;
     KciOtherFunc* KciCreateByteObj;
     void (*KciDirtyObjsInit)(void);
     BoolType (*KciDirtySaveObjs)(OopType* dest, ArraySizeType* count); /* in: room; out: written; TRUE: more remain */
     OopType (*KciNewDateTime)(OopType cls, const KciDateTimeSType* value);
-    KciOtherFunc* KciFetchDateTime;
+    BoolType (*KciFetchDateTime)(OopType object, KciDateTimeSType* value);
     KciOtherFunc* KciDateTimeToCTime;
     KciOtherFunc* KciCTimeToDateTime;
     KciOtherFunc* KciDbgEstablish;
@@ -85,7 +85,7 @@ typedef struct KciRtlJumpSType {
     KciSessionIdType (*KciGetSessionId)(void);
     KciOtherFunc* KciGetMaxSessionId;
     KciOtherFunc* KciHandleError;
-    KciOtherFunc* KciHardBreak;
+    void (*KciHardBreak)(void);
     BoolType (*KciInit)(void);
     void (*KciInitAppName)(const char* name, BoolType flag);
     KciOtherFunc* KciSetCacheName;
@@ -165,7 +165,7 @@ typedef struct KciRtlJumpSType {
     void (*KciSetNet)(const char* server, const char* hostUser, const char* hostPassword, const char* netService);
     void (*KciSetSessionId)(KciSessionIdType session);
     void (*KciShutdown)(void);
-    KciOtherFunc* KciSoftBreak;
+    void (*KciSoftBreak)(void);
     KciOtherFunc* KciStep;
     KciOtherFunc* KciStoreByte;
     void (*KciStoreBytesInstanceOf)(OopType cls, OopType object, KciLong start, const ByteType* bytes, ArraySizeType count);
@@ -341,10 +341,15 @@ typedef const KciRtlJumpSType* (*KciGetRtlTableFuncPtr)(void);
 #define KCI_ENTRY_AT(word, member)                                                                                     \
     static_assert(offsetof(KciRtlJumpSType, member) == ((word)-1) * 4, "entry-point table layout: " #member)
 KCI_ENTRY_AT(4, KciAbort);
+KCI_ENTRY_AT(12, KciBegin);
+KCI_ENTRY_AT(13, KciCallInProgress);
+KCI_ENTRY_AT(20, KciCommit);
 KCI_ENTRY_AT(22, KciContinueWith);
+KCI_ENTRY_AT(23, KciNbContinueWith);
 KCI_ENTRY_AT(26, KciDirtyObjsInit);
 KCI_ENTRY_AT(27, KciDirtySaveObjs);
 KCI_ENTRY_AT(28, KciNewDateTime);
+KCI_ENTRY_AT(29, KciFetchDateTime);
 KCI_ENTRY_AT(36, KciErr);
 KCI_ENTRY_AT(46, KciFetchBytes);
 KCI_ENTRY_AT(50, KciFetchVaryingOops);
@@ -353,6 +358,7 @@ KCI_ENTRY_AT(54, KciFetchNamedOops);
 KCI_ENTRY_AT(56, KciFetchObjInfo);
 KCI_ENTRY_AT(65, KciFltToOop);
 KCI_ENTRY_AT(68, KciGetSessionId);
+KCI_ENTRY_AT(71, KciHardBreak);
 KCI_ENTRY_AT(72, KciInit);
 KCI_ENTRY_AT(73, KciInitAppName);
 KCI_ENTRY_AT(76, KciIsKindOf);
@@ -374,6 +380,7 @@ KCI_ENTRY_AT(145, KciSaveObjs);
 KCI_ENTRY_AT(148, KciSetNet);
 KCI_ENTRY_AT(149, KciSetSessionId);
 KCI_ENTRY_AT(150, KciShutdown);
+KCI_ENTRY_AT(151, KciSoftBreak);
 KCI_ENTRY_AT(154, KciStoreBytesInstanceOf);
 KCI_ENTRY_AT(157, KciStoreIdxOops);
 KCI_ENTRY_AT(159, KciStoreNamedOops);

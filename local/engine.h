@@ -17,8 +17,9 @@ enum class RequestKind : uint8_t {
     StartSource,   // text: source
     StartString,   // object: a string object that holds the source
     StartSend,     // object: receiver, text: selector, objects: arguments
+    StartContinue, // object: process, secondObject: value
     Poll,          // reply.progress; reply.object: the result when ready
-    Continue,      // object: process, secondObject: value; runs to the end; reply.object: the result
+    Continue,      // StartContinue and polls to the end; reply.object: the result
     FetchInfo,     // object, start; reply.info, bytes of the body into room; reply.integer: how many
     FetchBytes,    // object, start, room; reply.integer: how many
     FetchNamed,    // object, start, objectRoom; reply.integer: how many

@@ -146,6 +146,15 @@ OopType KciContinueWith(OopType process, OopType replaceTop, KciLong flags, KciE
     return client().call({.kind = RequestKind::Continue, .object = process, .secondObject = replaceTop}).object;
 }
 
+void KciNbContinueWith(OopType process, OopType replaceTop, KciLong flags) {
+    if (flags != 0) {
+        client().recordError(ErrorNumber::NotSupported,
+                             "KciNbContinueWith with flags is not supported by the local store");
+        return;
+    }
+    client().start({.kind = RequestKind::StartContinue, .object = process, .secondObject = replaceTop});
+}
+
 BoolType KciCallInProgress() {
     const ClientSession* session = client().session();
     return session != nullptr && session->callInProgress ? TRUE : FALSE;

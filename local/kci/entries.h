@@ -33,6 +33,7 @@ KCI_ENTRY BoolType KciIsRemote();
 KCI_ENTRY BoolType KciLogin(const char* user, const char* password);
 KCI_ENTRY void KciLogout();
 KCI_ENTRY OopType KciLongToOop(KciLong value);
+KCI_ENTRY void KciNbContinueWith(OopType process, OopType replaceTop, KciLong flags);
 KCI_ENTRY KciNbProgressEType KciNbEnd(void** result);
 KCI_ENTRY void KciNbExecute(OopType sourceString, OopType symbolList);
 KCI_ENTRY void KciNbExecuteStr(const char* source, OopType symbolList);

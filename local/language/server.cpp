@@ -145,13 +145,15 @@ void Engine::State::dispatch(const Request& request, Reply& reply) {
     case RequestKind::StartSource:
     case RequestKind::StartString:
     case RequestKind::StartSend:
+    case RequestKind::StartContinue:
         start(session, request);
         break;
     case RequestKind::Poll:
         poll(session, reply);
         break;
     case RequestKind::Continue:
-        continueProcess(session, request, reply);
+        start(session, request);
+        runToEnd(session, reply);
         break;
     case RequestKind::Commit:
         reply.integer = runtime.commit(request.session) ? 1 : 0;
@@ -195,30 +197,38 @@ void Engine::State::start(ServerSession& session, const Request& request) {
         throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
     }
     session.breakCell.take(); // it was meant for an earlier call
-    auto process = std::make_unique<Process>();
-    Interpreter& interpreter = session.interpreter;
-    // What is wrong with the source or the message shows at the first poll, as other errors of a call do.
+    // What is wrong with the source, the message or the process shows at the first poll, as other errors of a call do.
     try {
-        needValues(interpreter.view, {&request.object, 1});
-        needValues(interpreter.view, request.objects);
-        if (request.kind == RequestKind::StartSend) {
-            Oop selector = needSelector(runtime, interpreter.view, decodeText(request.text), request.objects.size());
-            interpreter.startSend(*process, request.object, selector, request.objects);
-        } else {
-            std::string source(request.text);
-            if (request.kind == RequestKind::StartString) {
-                needText(interpreter.view, request.object);
-                source = isDoubleByte(interpreter.view, request.object)
-                             ? encodeText(textOf(interpreter.view, request.object))
-                             : bytesOf(interpreter.view, request.object);
-            }
-            interpreter.startExpression(*process, compileExpression(runtime, interpreter.view, decodeText(source)));
-        }
+        session.running = begin(session, request);
     } catch (...) {
-        Interpreter::suspend(*process, caughtFailure(), false);
-        process->stack.clear(); // nothing began that could be continued
+        // Nothing began that could be continued.
+        session.running = std::make_unique<Process>();
+        Interpreter::suspend(*session.running, caughtFailure(), false);
     }
-    session.running = std::move(process);
+}
+
+std::unique_ptr<Process> Engine::State::begin(ServerSession& session, const Request& request) {
+    Interpreter& interpreter = session.interpreter;
+    const View& view = interpreter.view;
+    if (request.kind == RequestKind::StartContinue || request.kind == RequestKind::Continue) {
+        return takeSuspended(session, request);
+    }
+    auto process = std::make_unique<Process>();
+    needValues(view, {&request.object, 1});
+    needValues(view, request.objects);
+    if (request.kind == RequestKind::StartSend) {
+        Oop selector = needSelector(runtime, view, decodeText(request.text), request.objects.size());
+        interpreter.startSend(*process, request.object, selector, request.objects);
+        return process;
+    }
+    std::string source(request.text);
+    if (request.kind == RequestKind::StartString) {
+        needText(view, request.object);
+        source = isDoubleByte(view, request.object) ? encodeText(textOf(view, request.object))
+                                                    : bytesOf(view, request.object);
+    }
+    interpreter.startExpression(*process, compileExpression(runtime, view, decodeText(source)));
+    return process;
 }
 
 Outcome Engine::State::runSlice(ServerSession& session) {
@@ -252,10 +262,7 @@ void Engine::State::poll(ServerSession& session, Reply& reply) {
     finish(session, outcome, reply);
 }
 
-void Engine::State::continueProcess(ServerSession& session, const Request& request, Reply& reply) {
-    if (session.running) {
-        throw Failure(ErrorNumber::OperationInProgress, "the session's call has not ended");
-    }
+std::unique_ptr<Process> Engine::State::takeSuspended(ServerSession& session, const Request& request) {
     Oop value = request.secondObject;
     if (value != KCI_OOP_ILLEGAL) {
         needValues(session.interpreter.view, {&value, 1});
@@ -264,10 +271,13 @@ void Engine::State::continueProcess(ServerSession& session, const Request& reque
     if (found == session.suspended.end()) {
         throw Failure(ErrorNumber::BadArgument, "the object is no suspended process", {request.object});
     }
-    session.breakCell.take();
-    session.running = std::move(found->second);
+    std::unique_ptr<Process> process = std::move(found->second);
     forgetProcess(session, request.object);
-    session.interpreter.resume(*session.running, value);
+    session.interpreter.resume(*process, value);
+    return process;
+}
+
+void Engine::State::runToEnd(ServerSession& session, Reply& reply) {
     Outcome outcome = Outcome::Progressed;
     while (outcome == Outcome::Progressed || outcome == Outcome::Waiting) {
         outcome = runSlice(session);

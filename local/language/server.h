@@ -64,8 +64,10 @@ private:
 
     // Calls
     void start(ServerSession& session, const Request& request);
+    std::unique_ptr<Process> begin(ServerSession& session, const Request& request);
     void poll(ServerSession& session, Reply& reply);
-    void continueProcess(ServerSession& session, const Request& request, Reply& reply);
+    std::unique_ptr<Process> takeSuspended(ServerSession& session, const Request& request);
+    void runToEnd(ServerSession& session, Reply& reply);
     Outcome runSlice(ServerSession& session);
     void finish(ServerSession& session, Outcome outcome, Reply& reply);
     Oop keepSuspended(ServerSession& session, std::unique_ptr<Process> process);

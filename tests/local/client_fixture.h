@@ -106,8 +106,6 @@ protected:
         return object;
     }
 
-    void softBreak() { reinterpret_cast<void (*)()>(kci.KciSoftBreak)(); }
-
     // The number of the pending error, which is taken; 0 when none is pending.
     int32_t pending() {
         error = {};

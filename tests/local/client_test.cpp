@@ -105,13 +105,13 @@ TEST_F(LocalClient, EndlessLoopStaysPollableAndBreaks) {
     EXPECT_EQ(kci.KciNewOop(KCI_CLASS_STRING), KCI_OOP_ILLEGAL);
     kci.KciNbExecuteStr("1", KCI_OOP_NIL);
     EXPECT_EQ(pending(), 2203);
-    softBreak();
+    kci.KciSoftBreak();
     finish();
     EXPECT_EQ(error.number, 6003);
     OopType process = error.context;
     std::thread breaker([&] {
         std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        reinterpret_cast<void (*)()>(kci.KciHardBreak)();
+        kci.KciHardBreak();
     });
     kci.KciContinueWith(process, KCI_OOP_ILLEGAL, 0, nullptr);
     breaker.join();
@@ -140,6 +140,11 @@ TEST_F(LocalClient, SuspendedProcessContinuesWithAValue) {
         EXPECT_EQ(error.number, number) << source << ": " << error.message;
         EXPECT_EQ(kci.KciContinueWith(error.context, value, 0, nullptr), result) << source;
         EXPECT_EQ(pending(), 0) << source << ": " << error.message;
+        evaluate(source);
+        kci.KciNbContinueWith(error.context, value, 0);
+        EXPECT_TRUE(kci.KciCallInProgress());
+        EXPECT_EQ(finish(), result) << source;
+        EXPECT_EQ(error.number, 0) << source << ": " << error.message;
     }
     evaluate("#(7 8) inject: 0 into: [:a :b | a + (b at: 1)]"); // fails twice, in the same process
     OopType process = error.context;
@@ -150,6 +155,11 @@ TEST_F(LocalClient, SuspendedProcessContinuesWithAValue) {
     EXPECT_EQ(kci.KciContinueWith(process, small(8), 0, nullptr), KCI_OOP_ILLEGAL) << "it has ended";
     EXPECT_EQ(pending(), 2094);
     kci.KciContinueWith(process, small(8), 1, nullptr);
+    EXPECT_EQ(pending(), 4101);
+    kci.KciNbContinueWith(process, small(8), 0);
+    EXPECT_EQ(finish(), KCI_OOP_ILLEGAL);
+    EXPECT_EQ(error.number, 2094);
+    kci.KciNbContinueWith(process, small(8), 1);
     EXPECT_EQ(pending(), 4101);
 }
 
@@ -391,14 +401,12 @@ TEST_F(LocalClient, ReleasedObjectsAreCollected) {
 
 TEST_F(LocalClient, TransactionsReachOtherSessions) {
     KciSessionIdType first = kci.KciGetSessionId();
-    auto commit = reinterpret_cast<BoolType (*)()>(kci.KciCommit);
-    auto abort = reinterpret_cast<void (*)()>(kci.KciAbort);
     OopType list = evaluate("Shared at: #list put: (List new)");
     KciSessionIdType second = logIn();
     EXPECT_EQ(print("list"), "error 2189: the name list is not known");
     EXPECT_FALSE(exists(list)) << "not even by its identifier";
     kci.KciSetSessionId(first);
-    EXPECT_TRUE(commit());
+    EXPECT_TRUE(kci.KciCommit());
     kci.KciSetSessionId(second);
     EXPECT_TRUE(exists(list));
     EXPECT_EQ(print("list add: 1. list"), "List(1)");
@@ -406,7 +414,7 @@ TEST_F(LocalClient, TransactionsReachOtherSessions) {
     EXPECT_EQ(print("list"), "List()");
     kci.KciDirtyObjsInit();
     kci.KciSetSessionId(second);
-    EXPECT_TRUE(commit());
+    EXPECT_TRUE(kci.KciCommit());
     kci.KciSetSessionId(first);
     EXPECT_EQ(print("list"), "List(1)");
     EXPECT_TRUE(changed().contains(list)) << "the other session's commit changed it";
@@ -421,8 +429,8 @@ TEST_F(LocalClient, TransactionsReachOtherSessions) {
     kci.KciSetSessionId(second);
     EXPECT_EQ(print("list add: 4. System commit"), "true");
     kci.KciSetSessionId(first);
-    EXPECT_FALSE(commit());
-    abort();
+    EXPECT_FALSE(kci.KciCommit());
+    kci.KciAbort();
     EXPECT_EQ(print("list"), "List(1 4)");
 }
 

@@ -29,10 +29,10 @@ TEST_F(LocalClient, RandomSourceIsHarmless) {
         void* result = nullptr;
         for (int polls = 0; kci.KciNbEnd(&result) != KCI_RESULT_READY; ++polls) {
             if (polls == 3)
-                softBreak();
+                kci.KciSoftBreak();
         }
         if (pending() != 0 && error.context != KCI_OOP_NIL && i % 3 == 0) {
-            softBreak(); // without effect: nothing runs
+            kci.KciSoftBreak(); // without effect: nothing runs
             evaluate("System sliceSize");
         }
     }

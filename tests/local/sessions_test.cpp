@@ -53,7 +53,7 @@ TEST_F(Sessions, BreaksReachTheSessionThatWasSelected) {
     OopType system = evaluate("System");
     const OopType wait = small(300);
     kci.KciNbPerform(system, "waitMilliseconds:", &wait, 1);
-    softBreak();
+    kci.KciSoftBreak();
     ASSERT_TRUE(kci.KciLogin("guest", "guest"));
     KciSessionIdType second = kci.KciGetSessionId();
     kci.KciNbExecuteStr("[true] whileTrue: [nil]", KCI_OOP_NIL);
@@ -65,7 +65,7 @@ TEST_F(Sessions, BreaksReachTheSessionThatWasSelected) {
     EXPECT_EQ(kci.KciContinueWith(error.context, KCI_OOP_NIL, 0, nullptr), system);
     kci.KciSetSessionId(second);
     EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
-    softBreak();
+    kci.KciSoftBreak();
     EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
 }
 
