@@ -31,8 +31,9 @@ void put(ClientSession& holder, const KciErrSType& error) {
 } // namespace
 
 Client& client() {
-    // Never destroyed: the process may end while one of its threads is in a call.
-    static Client& theClient = *new Client;
+    // Never destroyed: the process may end while one of its threads is in a call. Needs no memory, which may be out.
+    alignas(Client) static std::byte place[sizeof(Client)];
+    static Client& theClient = *new (place) Client;
     return theClient;
 }
 

@@ -18,6 +18,7 @@ struct ClientSession {
 
 class Client {
 public:
+    Client() noexcept = default;
     bool initialize();
     void shutDown();
 

@@ -54,11 +54,19 @@ struct Code {
     bool isBlock = false;
     bool isClassMethod = false;
     Oop owner = nil; // the method's class; nil for an expression
+
+    size_t memory() const {
+        return sizeof(Code) + instructions.capacity() * sizeof(Instruction) + literals.capacity() * sizeof(Oop) +
+               blocks.capacity() * sizeof(CodeId);
+    }
 };
 
 // All code there is. Code lives as long as a block, a method or a frame refers to it.
 class CodeTable {
 public:
+    // Its memory counts towards the store's limit.
+    explicit CodeTable(Store& owner) : store(owner) {}
+
     CodeId add(std::unique_ptr<Code> code);
     // Before marks are set: those of earlier rounds, even of one that an exception ended, mean nothing from now on.
     void startMarking() { ++marking; }
@@ -72,6 +80,7 @@ private:
         std::unique_ptr<Code> code;
         uint32_t marked = 0; // in this round of marking last
     };
+    Store& store;
     std::vector<Entry> entries;
     uint32_t marking = 0;
     std::vector<CodeId> freeIds;
@@ -84,6 +93,7 @@ inline CodeId CodeTable::add(std::unique_ptr<Code> code) {
     }
     CodeId id = freeIds.back();
     freeIds.pop_back();
+    store.charge(code->memory());
     entries[static_cast<size_t>(id)].code = std::move(code);
     return id;
 }
@@ -108,6 +118,7 @@ inline void CodeTable::sweep() {
     for (size_t i = 0; i < entries.size(); ++i) {
         if (entries[i].code && entries[i].marked != marking) {
             freeIds.push_back(static_cast<CodeId>(i));
+            store.discharge(entries[i].code->memory());
             entries[i].code.reset();
         }
     }

@@ -22,6 +22,12 @@ int64_t Interpreter::monotonicMilliseconds() {
     return int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000;
 }
 
+void Process::charge() {
+    store.discharge(charged);
+    charged = sizeof(Process) + stack.capacity() * sizeof(Oop) + frames.capacity() * sizeof(Frame);
+    store.charge(charged);
+}
+
 void Process::addRoots(CodeTable& codes, const std::function<void(Oop)>& mark) const {
     mark(oop);
     for (Oop value : stack) {

@@ -23,6 +23,15 @@ struct Frame {
 
 // A computation: running, waiting, or suspended by an error until it is continued.
 struct Process {
+    explicit Process(Store& owner) : store(owner) {}
+    Process(const Process&) = delete;
+    Process& operator=(const Process&) = delete;
+    ~Process() { store.discharge(charged); }
+    // Counts what the stack has come to towards the store's limit.
+    void charge();
+
+    Store& store;
+    size_t charged = 0;
     Oop oop = KCI_OOP_NONE; // of the object that stands for it, once it is suspended
     std::vector<Oop> stack;
     std::vector<Frame> frames;

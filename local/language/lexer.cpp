@@ -28,6 +28,16 @@ bool isReservedWord(std::string_view word) {
     return word == "self" || word == "super" || word == "nil" || word == "true" || word == "false";
 }
 
+bool isSymbolWord(std::u16string_view name) {
+    auto [start, end] = std::pair{name.begin(), name.end()};
+    if (name.empty() || isOperatorCharacter(name[0])) {
+        return !name.empty() && name.size() <= 2 && std::all_of(start, end, isOperatorCharacter) &&
+               (name.size() == 1 || name.find(u'|') == name.npos);
+    }
+    return isLetter(name[0]) &&
+           std::all_of(start, end, [](char16_t c) { return isLetter(c) || isDigit(c) || c == u':'; });
+}
+
 void failAt(std::u16string_view source, uint32_t position, const std::string& problem) {
     auto before = source.substr(0, std::min<size_t>(position, source.size()));
     auto line = 1 + std::count(before.begin(), before.end(), u'\n');

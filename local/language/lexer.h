@@ -38,6 +38,9 @@ bool isOperatorCharacter(char16_t c);
 // self, super, nil, true, false: no variable can have these names.
 bool isReservedWord(std::string_view word);
 
+// Whether the name can follow # as it is, without quotes.
+bool isSymbolWord(std::u16string_view name);
+
 // An error in source text at a unit's position.
 [[noreturn]] void failAt(std::u16string_view source, uint32_t position, const std::string& problem);
 

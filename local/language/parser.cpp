@@ -153,11 +153,22 @@ private:
         return node;
     }
 
-    // Every way into a nested expression passes here.
-    NodePointer parseExpression() {
-        if (++nesting > maxNesting) {
-            fail("expressions are nested too deeply");
+    // Held by everything that brackets in the text can lead to again.
+    class Nesting {
+    public:
+        explicit Nesting(Parser& owner) : parser(owner) {
+            if (++parser.nesting > maxNesting) {
+                parser.fail("expressions are nested too deeply");
+            }
         }
+        ~Nesting() { --parser.nesting; }
+
+    private:
+        Parser& parser;
+    };
+
+    NodePointer parseExpression() {
+        Nesting guard(*this);
         NodePointer first = parsePrimary();
         if (first->kind == Node::Kind::Name && token.kind == TokenKind::Assign) {
             if (isReservedWord(first->name)) {
@@ -169,7 +180,6 @@ private:
         } else {
             first = parseCascade(parseKeywordSend(parseBinarySends(parseUnarySends(std::move(first)))));
         }
-        --nesting;
         return first;
     }
 
@@ -375,15 +385,13 @@ private:
     Literal textLiteral(Literal::Kind kind) {
         Literal literal;
         literal.kind = kind;
-        literal.text = token.text;
+        literal.text = std::move(token.text);
         return literal;
     }
 
     // Inside a literal array words are symbols, and parentheses nest further arrays.
     Literal parseLiteralArray() {
-        if (++nesting > maxNesting) {
-            fail("literal arrays are nested too deeply");
-        }
+        Nesting guard(*this);
         Literal array;
         array.kind = Literal::Kind::Array;
         uint32_t opening = token.position;
@@ -393,7 +401,6 @@ private:
             array.elements.push_back(parseArrayElement());
         }
         advance();
-        --nesting;
         return array;
     }
 
@@ -428,6 +435,7 @@ private:
     }
 
     Literal parseLiteralBytes() {
+        Nesting guard(*this);
         Literal bytes;
         bytes.kind = Literal::Kind::Bytes;
         uint32_t opening = token.position;

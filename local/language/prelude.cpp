@@ -76,7 +76,8 @@ constexpr PreludeMethod methods[] = {
     {Association, true, "key: key value: value ^key -> value"},
     {Association, false, "printString ^self printLimited: 5"},
     {Association, false,
-     "printLimited: depth ^(self key printLimited: depth - 1) , '->' , (self value printLimited: depth - 1)"},
+     "printLimited: depth depth < 1 ifTrue: [^'...']. ^(self key printLimited: depth - 1) , '->' , (self value "
+     "printLimited: depth - 1)"},
     // Collection
     {Collection, false, "isEmpty ^self size = 0"},
     {Collection, false, "notEmpty ^self size > 0"},

@@ -31,12 +31,16 @@ Failure caughtFailure() {
     } catch (const NoSuchObject& missing) {
         return {ErrorNumber::BadArgument, "no object has the identifier " + std::to_string(missing.oop)};
     } catch (const StoreFull& full) {
-        return {ErrorNumber::OutOfMemory,
-                full.wholeStore
-                    ? "the local store would hold more than " + std::to_string(Store::memoryLimit >> 20) + " MiB"
-                    : "an object would have more than " + std::to_string(Store::maxBytes >> 20) + " MiB of bytes or " +
-                          std::to_string(Store::maxElements) + " references"};
+        return failureOf(full);
     }
+}
+
+Failure failureOf(const StoreFull& full) {
+    return {ErrorNumber::OutOfMemory,
+            full.wholeStore
+                ? "the local store would hold more than " + std::to_string(Store::memoryLimit >> 20) + " MiB"
+                : "an object would have more than " + std::to_string(Store::maxBytes >> 20) + " MiB of bytes or " +
+                      std::to_string(Store::maxElements) + " references"};
 }
 
 int64_t needInteger(const View& view, Oop oop) {

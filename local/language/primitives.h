@@ -28,6 +28,7 @@ std::span<const Primitive> systemPrimitives();
 
 // In a catch block: what is being handled, as a Failure. What is neither a Failure nor the store's goes on.
 Failure caughtFailure();
+Failure failureOf(const StoreFull& full);
 
 // A new object with the same contents; what cannot be changed is its own copy.
 Oop copyOf(const View& view, Oop oop);

@@ -1,4 +1,5 @@
 // String, Symbol and DoubleByteString: elements are characters, whatever their width.
+#include "language/lexer.h"
 #include "language/number.h"
 #include "language/primitives.h"
 #include "language/text.h"
@@ -164,11 +165,13 @@ Oop asNumber(Interpreter& interpreter, Oop self, Arguments) {
 // As the text would be written in source.
 Oop print(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
-    if (view.classOf(self) == kernel::Symbol) {
-        return newText(view, u"#" + textOf(view, self));
+    std::u16string text = textOf(view, self);
+    bool isSymbol = view.classOf(self) == kernel::Symbol;
+    if (isSymbol && isSymbolWord(text)) {
+        return newText(view, u"#" + text);
     }
-    std::u16string quoted = isDoubleByte(view, self) ? u"w'" : u"'";
-    for (char16_t unit : textOf(view, self)) {
+    std::u16string quoted = isSymbol ? u"#'" : isDoubleByte(view, self) ? u"w'" : u"'";
+    for (char16_t unit : text) {
         quoted.append(unit == u'\'' ? 2 : 1, unit);
     }
     return newText(view, quoted + u"'");

@@ -15,7 +15,7 @@ public:
     Runtime(); // with a complete kernel
 
     Store store;
-    CodeTable codes;
+    CodeTable codes{store};
     // Grows when a method changes, or may have changed: what was looked up before is worth nothing then.
     uint32_t methodEpoch = 1;
 

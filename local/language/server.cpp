@@ -202,7 +202,7 @@ void Engine::State::start(ServerSession& session, const Request& request) {
         session.running = begin(session, request);
     } catch (...) {
         // Nothing began that could be continued.
-        session.running = std::make_unique<Process>();
+        session.running = std::make_unique<Process>(runtime.store);
         Interpreter::suspend(*session.running, caughtFailure(), false);
     }
 }
@@ -210,10 +210,13 @@ void Engine::State::start(ServerSession& session, const Request& request) {
 std::unique_ptr<Process> Engine::State::begin(ServerSession& session, const Request& request) {
     Interpreter& interpreter = session.interpreter;
     const View& view = interpreter.view;
+    if (request.text.size() > Store::maxBytes) {
+        throw StoreFull{};
+    }
     if (request.kind == RequestKind::StartContinue || request.kind == RequestKind::Continue) {
         return takeSuspended(session, request);
     }
-    auto process = std::make_unique<Process>();
+    auto process = std::make_unique<Process>(runtime.store);
     needValues(view, {&request.object, 1});
     needValues(view, request.objects);
     if (request.kind == RequestKind::StartSend) {
@@ -221,13 +224,15 @@ std::unique_ptr<Process> Engine::State::begin(ServerSession& session, const Requ
         interpreter.startSend(*process, request.object, selector, request.objects);
         return process;
     }
-    std::string source(request.text);
-    if (request.kind == RequestKind::StartString) {
+    std::u16string source;
+    if (request.kind == RequestKind::StartSource) {
+        source = decodeText(request.text);
+    } else {
         needText(view, request.object);
-        source = isDoubleByte(view, request.object) ? encodeText(textOf(view, request.object))
-                                                    : bytesOf(view, request.object);
+        source = isDoubleByte(view, request.object) ? textOf(view, request.object)
+                                                    : decodeText(bytesOf(view, request.object));
     }
-    interpreter.startExpression(*process, compileExpression(runtime, view, decodeText(source)));
+    interpreter.startExpression(*process, compileExpression(runtime, view, source));
     return process;
 }
 
@@ -243,7 +248,18 @@ Outcome Engine::State::runSlice(ServerSession& session) {
     uint32_t steps = session.facts.sliceSteps;
     for (;;) {
         Outcome outcome = session.interpreter.run(process, steps);
-        if (outcome != Outcome::Progressed || steps == 0) {
+        process.charge();
+        if (outcome != Outcome::Progressed) {
+            return outcome;
+        }
+        if (runtime.store.isFull()) {
+            runtime.store.collect(*this);
+        }
+        if (runtime.store.isFull()) {
+            Interpreter::suspend(process, failureOf(StoreFull{.wholeStore = true}), false);
+            return Outcome::Suspended;
+        }
+        if (steps == 0) {
             return outcome;
         }
         runtime.store.collect(*this);
@@ -318,6 +334,16 @@ void Engine::State::finish(ServerSession& session, Outcome outcome, Reply& reply
 
 Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process> process) {
     const View& view = session.interpreter.view;
+    process->stack.shrink_to_fit();
+    process->frames.shrink_to_fit();
+    process->charge();
+    while (runtime.store.isFull() && !session.suspended.empty()) {
+        dropOldestProcess(session);
+    }
+    if (runtime.store.isFull()) {
+        throw StoreFull{.wholeStore = true};
+    }
+    Store::ForError room(runtime.store);
     if (process->oop == KCI_OOP_NONE) {
         process->oop = kernel::newInstance(view, kernel::Process, 0);
     }
@@ -336,11 +362,15 @@ Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process
     session.suspended[oop] = std::move(process);
     session.suspendedInOrder.push_back(oop);
     if (session.suspendedInOrder.size() > maxSuspended) {
-        Oop oldest = session.suspendedInOrder.front();
-        forgetProcess(session, oldest);
-        runtime.store.release(session.facts.id, oldest);
+        dropOldestProcess(session);
     }
     return oop;
+}
+
+void Engine::State::dropOldestProcess(ServerSession& session) {
+    Oop oldest = session.suspendedInOrder.front();
+    forgetProcess(session, oldest);
+    runtime.store.release(session.facts.id, oldest);
 }
 
 void Engine::State::forgetProcess(ServerSession& session, Oop process) {

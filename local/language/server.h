@@ -71,6 +71,7 @@ private:
     Outcome runSlice(ServerSession& session);
     void finish(ServerSession& session, Outcome outcome, Reply& reply);
     Oop keepSuspended(ServerSession& session, std::unique_ptr<Process> process);
+    void dropOldestProcess(ServerSession& session);
     void forgetProcess(ServerSession& session, Oop process);
 
     Runtime runtime;

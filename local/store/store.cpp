@@ -77,7 +77,7 @@ void Store::noteChange(const Entry& entry, SessionId session, Oop oop) {
 }
 
 void Store::reserve(size_t bytes) {
-    if (memoryUsed + bytes > memoryLimit) {
+    if (memoryUsed + bytes > memoryLimit + beyondLimit) {
         collectAt = 0;
         throw StoreFull{.wholeStore = true};
     }
@@ -231,6 +231,11 @@ bool Store::commit(SessionId session, const Visit& visit) {
         }
     }
     markReached(session, visit);
+    auto notes = notesOf(session);
+    // From here on nothing throws.
+    for (auto& [seer, changed] : notes) {
+        seer->changed.merge(changed);
+    }
     ++commitCount;
     std::erase_if(writer.created, [&](Oop oop) {
         if (!isMarked(oop)) {
@@ -247,14 +252,27 @@ bool Store::commit(SessionId session, const Visit& visit) {
         entry.object = std::move(copy.object);
         entry.object->version = commitCount;
         --entry.copies;
-        for (const auto& [other, unused] : sessions) {
-            if (other != session) {
-                noteChange(entry, other, oop);
-            }
-        }
     }
     writer.writeSet.clear();
     return true;
+}
+
+// What other sessions will have to be told of the session's changes; there is room for it in their own sets.
+std::vector<std::pair<Store::Session*, std::unordered_set<Oop>>> Store::notesOf(SessionId session) {
+    std::vector<std::pair<Session*, std::unordered_set<Oop>>> notes;
+    for (auto& [other, seer] : sessions) {
+        if (other == session || !seer.tracking) {
+            continue;
+        }
+        auto& changed = notes.emplace_back(&seer, std::unordered_set<Oop>()).second;
+        for (const auto& [oop, copy] : sessions.at(session).writeSet) {
+            if (entries[indexOf(oop)].exports != 0 && seer.exported.contains(oop)) {
+                changed.insert(oop);
+            }
+        }
+        seer.changed.reserve(seer.changed.size() + changed.size());
+    }
+    return notes;
 }
 
 void Store::abort(SessionId session, Oop keptClass) {

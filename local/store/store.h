@@ -57,6 +57,7 @@ public:
     static constexpr uint32_t maxElements = 4u << 20;
     static constexpr uint32_t maxBytes = 16u << 20;
     static constexpr size_t memoryLimit = 256u << 20;
+    static constexpr size_t errorRoom = 2u << 20;
     static constexpr uint32_t firstFreeIndex = 2048; // identifiers below 4 * this are given out by createAt only
 
     void openSession(SessionId session);
@@ -115,7 +116,19 @@ public:
     void requestCollection() { collectAt = 0; }
 
     uint32_t objectCount() const { return liveObjects; }
-    size_t memory() const { return memoryUsed; }
+    // Counts memory outside the objects, of code and of stacks, towards the limit.
+    void charge(size_t bytes) { memoryUsed += bytes; }
+    void discharge(size_t bytes) { memoryUsed -= bytes; }
+    // Whether such memory has gone beyond the limit. What an error needs may go beyond it by as much.
+    bool isFull() const { return memoryUsed > memoryLimit + errorRoom; }
+    class ForError {
+    public:
+        explicit ForError(Store& owner) : store(owner) { store.beyondLimit = errorRoom; }
+        ~ForError() { store.beyondLimit = 0; }
+
+    private:
+        Store& store;
+    };
 
 private:
     struct Object {
@@ -152,6 +165,7 @@ private:
     const Object& look(SessionId session, Oop oop) const;
     Object& writable(SessionId session, Oop oop);
     void noteChange(const Entry& entry, SessionId session, Oop oop);
+    std::vector<std::pair<Session*, std::unordered_set<Oop>>> notesOf(SessionId session);
     std::unique_ptr<Object> makeObject(const Shape& shape, uint32_t size);
     template <class Action>
     void changeSize(SessionId session, Oop oop, Action action);
@@ -170,6 +184,7 @@ private:
     uint32_t commitCount = 0;
     uint32_t liveObjects = 0;
     size_t memoryUsed = 0;
+    size_t beyondLimit = 0;
     size_t collectAt = 8u << 20;
 };
 

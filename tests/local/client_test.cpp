@@ -291,6 +291,12 @@ TEST_F(LocalClient, ValuesGoBothWays) {
     OopType parts[3] = {};
     EXPECT_EQ(kci.KciFetchNamedOops(date, 1, parts, 3), 3);
     EXPECT_EQ(std::vector<OopType>(parts, parts + 3), (std::vector{small(2024), small(366), small(86399999)}));
+    KciDateTimeSType back{};
+    EXPECT_TRUE(kci.KciFetchDateTime(date, &back));
+    EXPECT_EQ(std::tuple(back.year, back.dayOfYear, back.milliseconds, back.timeZone),
+              std::tuple(2024, 366, 86399999, KCI_OOP_NIL));
+    EXPECT_FALSE(kci.KciFetchDateTime(small(1), &back));
+    EXPECT_EQ(pending(), 2094);
     day.year = 2023;
     EXPECT_EQ(kci.KciNewDateTime(KCI_CLASS_DATE_TIME, &day), KCI_OOP_ILLEGAL);
     EXPECT_EQ(pending(), 2161);

@@ -39,7 +39,7 @@ TEST_F(Language, Syntax) {
     };
     for (const auto& [source, text] : errors)
         EXPECT_EQ(print(source), "error 2005: syntax error at position " + text);
-    for (const char* part : {"(", "[", "{", "#(", "- ", "a := ", "3 + (", "x foo: ["})
+    for (const char* part : {"(", "[", "{", "#(", "#[", "#(#[", "- ", "a := ", "3 + (", "x foo: ["})
         EXPECT_TRUE(print(repeat(part, 100000)).starts_with("error 2005")) << part;
     EXPECT_TRUE(print("1" + repeat(" + 1", 100000)).starts_with("error 2005"));
     EXPECT_EQ(print("1" + repeat(" + 1", 200)), "201");
@@ -130,6 +130,7 @@ TEST_F(Language, TextsAndCollections) {
         {"Object new at: 1", "error 2004: an Object has no elements"},
         {"(1 to: 200) asArray sorted: [:a :b | a > b]. ((1 to: 200) asArray sorted: [:a :b | a > b]) first", "200"},
         {"a := Array new: 1. a at: 1 put: a. a", "Array(Array(Array(Array(Array(Array(...))))))"},
+        {"p := 1 -> 2. p value: p. p", "1->1->1->1->1->..."},
         {"(DateTime year: 2024 month: 2 day: 29) asString", "error 2010: a DateTime does not understand #asString"},
         {"(DateTime year: 2023 month: 2 day: 29)", "error 2161: year 2023, month 2, day 29 is not a date"},
         {"(DateTime year: 9999 month: 12 day: 31) addDays: 1",

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <new>
 #include <set>
@@ -106,6 +107,83 @@ TEST_F(Sessions, ACollectionWithoutMemoryLosesNothing) {
             << "allocation " << n;
     }
     EXPECT_GT(n, 10) << "few allocations were failed";
+}
+
+// What another session has in its export set and tracks must be noted in the course of publishing.
+TEST_F(Sessions, ACommitWithoutMemoryPublishesNothing) {
+    KciSessionIdType writer = kci.KciGetSessionId();
+    evaluate("Shared at: #all put: ((1 to: 20) collect: [:i | {0}]). System commit");
+    KciSessionIdType reader = logIn();
+    kci.KciDirtyObjsInit();
+    OopType arrays[20] = {};
+    kci.KciFetchVaryingOops(evaluate("all"), 1, arrays, 20);
+    kci.KciSaveObjs(arrays, 20);
+    int n = 0;
+    for (BoolType done = FALSE; done == FALSE; ++n) {
+        kci.KciSetSessionId(writer);
+        evaluate("all do: [:each | each at: 1 put: {7}]");
+        allocationsLeft = n;
+        done = kci.KciCommit();
+        allocationsLeft = -1;
+        EXPECT_EQ(pending(), done != FALSE ? 0 : 2208);
+        EXPECT_EQ(print("all allSatisfy: [:each | (each at: 1) first = 7]"), "true");
+        kci.KciSetSessionId(reader);
+        kci.KciAbort();
+        EXPECT_EQ(print("all count: [:each | (each at: 1) = 0]"), done != FALSE ? "0" : "20") << "allocation " << n;
+        EXPECT_EQ(changed().empty(), done == FALSE);
+    }
+    EXPECT_GT(n, 20) << "few allocations were failed";
+}
+
+TEST(FreshLibrary, NeedsNoMemoryToSayThatThereIsNone) {
+    const KciRtlJumpSType& kci = openTable();
+    KciErrSType error{};
+    const std::function<void()> calls[] = {
+        [&] { kci.KciShutdown(); },
+        [&] { kci.KciInit(); },
+        [&] { kci.KciLogin("guest", "guest"); },
+        [&] { kci.KciNbExecuteStr("System commit. #(1 $a 'two') printString foo", KCI_OOP_NIL); },
+        [&] { kci.KciNbEnd(nullptr); },
+        [&] { kci.KciCommit(); },
+    };
+    for (const auto& call : calls) {
+        int n = 0;
+        for (bool failed = true; failed; ++n) {
+            allocationsLeft = n;
+            call();
+            failed = allocationsLeft < 0;
+            allocationsLeft = -1;
+            EXPECT_EQ(kci.KciErr(&error) && failed ? error.number : 2208, 2208) << error.message;
+        }
+    }
+    kci.KciShutdown();
+}
+
+// A hundred deep stacks each of three sessions would take 2.5 GB.
+TEST_F(Sessions, StacksAndSourcesCountTowardsTheLimit) {
+    auto pages = [] {
+        long size = 0;
+        long resident = 0;
+        std::ifstream("/proc/self/statm") >> size >> resident;
+        return resident;
+    };
+    long before = pages();
+    kci.KciNbExecuteStr(std::string(100 << 20, ' ').c_str(), KCI_OOP_NIL);
+    finish();
+    EXPECT_EQ(error.number, 2208);
+    EXPECT_LT(pages() - before, (40 << 20) / 4096);
+    for (int session = 0; session < 3; ++session) {
+        logIn();
+        evaluate(
+            "Object subclass: #D variables: #(). D method: 'down: n | a b c d e f g h i j k l m n2 o p q r s t u | "
+            "^self down: n + 1'");
+        for (int i = 0; i < 40; ++i) {
+            evaluate("D new down: 1");
+            ASSERT_EQ(error.number, 2138) << error.message;
+        }
+    }
+    EXPECT_LT(pages() - before, (350 << 20) / 4096);
+    EXPECT_EQ(print("3 + 4"), "7");
 }
 
 TEST_F(Sessions, CommitsPublishWhatSharedObjectsLeadTo) {
