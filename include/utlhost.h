@@ -20,7 +20,8 @@ TMQKCI_API unsigned UtlGetPageSize(void);
 /*
  * Looks for an installed file: the last component of name, with ext (such as ".err") added when it has no extension, in
  * the folder of the running program, then in that folder's ../bin/ and ../sys/. TRUE with the path in dst, of size
- * bytes; FALSE, with dst untouched, when no such file exists or its path does not fit. Thread-safe.
+ * bytes; FALSE, with dst untouched, when no such file exists or its path does not fit. A folder of that name and a link
+ * that does not lead to a regular file are passed over. Thread-safe.
  */
 TMQKCI_API BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned size);
 

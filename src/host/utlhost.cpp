@@ -81,6 +81,13 @@ bool appendLogNameValue(char letter, const LogNameValues& values, BoundedText& t
     }
 }
 
+// What a link leads to counts: one that leads nowhere, or a folder of that name, must not hide a file further on.
+bool leadsToFile(const char* path) {
+    HostFnameStrType target;
+    HostExpandFileName(path, target, sizeof target);
+    return HostFileType(target) == HOST_FILE_KIND_FILE;
+}
+
 bool appendLogName(string_view pattern, const LogNameValues& values, BoundedText& text) {
     while (!pattern.empty()) {
         const size_t plain = std::min(pattern.find('%'), pattern.size());
@@ -121,8 +128,9 @@ BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned s
         HostFnameStrType path;
         BoundedText candidate(path, sizeof path);
         if (!candidate.append(folder) || !candidate.append(place) || !candidate.append(file) ||
-            !candidate.append(extension) || !HostFileExist(path))
+            !candidate.append(extension) || !leadsToFile(path)) {
             continue;
+        }
         const size_t length = strlen(path);
         if (length >= size)
             return FALSE;

@@ -100,6 +100,12 @@ TEST(UtlFindExeFile, SearchesThreeFoldersInOrder) {
         EXPECT_EQ(find("utl_find.err"), folder.string() + "/" + place + "utl_find.err");
         EXPECT_FALSE(UtlFindExeFile("utl_find", ".err", found.data(), 8));
     }
+    // What is no file hides none.
+    fs::remove(folder / "utl_find.err");
+    fs::create_symlink("/nonexistent", folder / "utl_find.err");
+    fs::remove(folder / "../bin/utl_find.err");
+    fs::create_directory(folder / "../bin/utl_find.err");
+    EXPECT_EQ(find("utl_find"), folder.string() + "/../sys/utl_find.err");
     EXPECT_EQ(find("utl_find.txt"), "none");
     EXPECT_EQ(find("utl_find/"), "none");
     std::error_code notEmpty;
