@@ -169,6 +169,6 @@ TMQKCI_NATIVE(isKindOf)(JNIEnv* env, jclass, jint sessionId, jobject jobj, jobje
             return call.failed();
         }
         TRACE_DEBUG("isKindOf completed.\n");
-        return call.done(isKind != FALSE ? 1 : 0);
+        return call.done(isKind);
     });
 }

@@ -173,7 +173,8 @@ public final class TmqKciInterface {
      * @param object the object
      * @param cls the class
      * @param errReport receives the error
-     * @return 1 if it is, 0 if not, {@link #FAILED} or {@link #NOT_LENT}
+     * @return what the client library answers: 1 or another positive number if it is, 0 if not; {@link #FAILED} or
+     *     {@link #NOT_LENT}
      */
     public static native int _isKindOf(int sessionId, TmqKciReport object, TmqKciReport cls, TmqKciException errReport);
 
