@@ -9,23 +9,44 @@ namespace {
 
 constexpr int32_t genericErrorNumber = 2318;
 
-// Errors can happen before _initialize has come to the error report's fields, or because one of them is missing: what
-// is there is resolved here.
-void resolveErrorFields(jobject jErrRpt) {
-    if (argsFid != nullptr) {
-        return;
-    }
-    jclass errorClass = ENV->GetObjectClass(jErrRpt);
-    for (const JavaField& field : exceptionFields) {
-        if (*field.fid == nullptr) {
-            *field.fid = ENV->GetFieldID(errorClass, field.name, field.signature);
+// The fields of one error report. Errors can happen before _initialize has come to them, or because one of them is
+// missing: what is there is resolved here. That is done on the class itself, for a subclass may hide a field; where
+// Java cannot find that, on the report's own, for this report only.
+class ErrorFields {
+public:
+    explicit ErrorFields(jobject report) {
+        if (argsFid != nullptr) [[likely]] {
+            return;
+        }
+        jclass errorClass = ENV->FindClass(exceptionClassName);
+        if (errorClass == nullptr) {
+            ENV->ExceptionClear();
+            errorClass = ENV->GetObjectClass(report);
+            forgets = true;
+        }
+        for (const JavaField& field : exceptionFields) {
             if (*field.fid == nullptr) {
-                ENV->ExceptionClear();
+                *field.fid = ENV->GetFieldID(errorClass, field.name, field.signature);
+                if (*field.fid == nullptr) {
+                    ENV->ExceptionClear();
+                }
+            }
+        }
+        ENV->DeleteLocalRef(errorClass);
+    }
+    ~ErrorFields() {
+        for (const JavaField& field : exceptionFields) {
+            if (forgets) {
+                *field.fid = nullptr;
             }
         }
     }
-    ENV->DeleteLocalRef(errorClass);
-}
+    ErrorFields(const ErrorFields&) = delete;
+    ErrorFields& operator=(const ErrorFields&) = delete;
+
+private:
+    bool forgets = false;
+};
 
 void traceError() {
     TRACE_DEBUG("    KCI ERROR: \n");
@@ -52,7 +73,7 @@ jint setupError(jobject jErrRpt) {
     if (jErrRpt == nullptr) {
         return 0;
     }
-    resolveErrorFields(jErrRpt);
+    const ErrorFields fields(jErrRpt);
     const auto set = [&](jfieldID fid, auto setter, auto value) {
         if (fid != nullptr) {
             (ENV->*setter)(jErrRpt, fid, value);

@@ -20,6 +20,10 @@ struct JavaField {
     const char* signature;
 };
 
+constexpr char reportClassName[] = "com/kestrune/tmqkci/TmqKciReport";
+constexpr char exceptionClassName[] = "com/kestrune/tmqkci/TmqKciException";
+constexpr char cacheStatsClassName[] = "com/kestrune/tmqkci/TmqKciCacheStats";
+
 // In the order in which _initialize resolves them.
 extern const std::span<const JavaField> reportFields;
 extern const std::span<const JavaField> exceptionFields;

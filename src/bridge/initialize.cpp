@@ -91,16 +91,14 @@ public:
 private:
     // NULL, or what is missing.
     static const char* resolveClasses() {
+        if (const char* failure = resolve(reportClassName, reportFields, "JNI: Can't find TmqKciReport", dropClass)) {
+            return failure;
+        }
         if (const char* failure =
-                resolve("com/kestrune/tmqkci/TmqKciReport", reportFields, "JNI: Can't find TmqKciReport", dropClass)) {
+                resolve(exceptionClassName, exceptionFields, "JNI: Can't find TmqKciException", dropClass)) {
             return failure;
         }
-        if (const char* failure = resolve("com/kestrune/tmqkci/TmqKciException", exceptionFields,
-                                          "JNI: Can't find TmqKciException", dropClass)) {
-            return failure;
-        }
-        return resolve("com/kestrune/tmqkci/TmqKciCacheStats", cacheStatsFields, "JNI: Can't find TmqKciCacheStats",
-                       keepCacheStatsClass);
+        return resolve(cacheStatsClassName, cacheStatsFields, "JNI: Can't find TmqKciCacheStats", keepCacheStatsClass);
     }
 
     static void dropClass(jclass cls) { ENV->DeleteLocalRef(cls); }

@@ -42,8 +42,18 @@ class InitializationTest {
             error -> TmqKciInterface._KCSIsampleStats(new long[1], error),
             error -> TmqKciInterface._KCSIgetStats(1, new TmqKciCacheStats(), error));
 
+    /** It hides fields of the report. */
+    static final class Hiding extends TmqKciException {
+        private static final long serialVersionUID = 1L;
+        int number;
+        boolean fatal;
+    }
+
     @Test
     void beforeAtAndAfterTheFirstInitialization() {
+        Hiding first = new Hiding();
+        assertEquals(TmqKciInterface.FAILED, TmqKciInterface._logout(1, first));
+        assertEquals(TmqKciException.BRIDGE_ERROR, ((TmqKciException) first).number);
         methods.forEach(call -> TestSession.refuse("KCI: Not initialized", call));
         cacheStatistics.forEach(call -> TestSession.refuse("KCSI Interface not defined for 32-bit", call));
         String missing = TestSession.fail(error -> TmqKciInterface._initialize(0, "tests", 64, 64, 0,
