@@ -56,14 +56,14 @@ tmqkci_java_test(NativeMethodsTest -Xcheck:jni)
 tmqkci_java_test(KciSessionTest)
 tmqkci_java_test(KciThreadsTest)
 tmqkci_java_test(ReferenceCountTest)
-tmqkci_java_test(SecondCopyTest)
+tmqkci_java_test(SecondCopyTest -Xcheck:jni)
 tmqkci_java_test(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE:tmqkci313>" -Xcheck:jni)
 set_tests_properties(Java.ScriptedClientTest PROPERTIES ENVIRONMENT "KESTRUNE=${scripted_installation}")
 tmqkci_java_test(LibraryTest "-Dtests.java64=${JAVA64}" "-Dtests.needsAbsent=$<TARGET_FILE:java_test_needs_absent>"
   "-Dtests.needsFuture=$<TARGET_FILE:java_test_needs_future>")
 
 tmqkci_java_test(KciMessagesTest -Xcheck:jni)
-set_property(TEST Java.KciMessagesTest APPEND PROPERTY ENVIRONMENT
+set_property(TEST Java.KciMessagesTest Java.SecondCopyTest APPEND PROPERTY ENVIRONMENT
   "KESTRUNE_LANG=${PROJECT_BINARY_DIR}/messages/english67.err")
 add_dependencies(tmqkci_java_tests messages)
 

@@ -26,7 +26,8 @@ constexpr char cacheStatsClassName[] = "com/kestrune/tmqkci/TmqKciCacheStats";
 
 // In the order in which _initialize resolves them.
 extern const std::span<const JavaField> reportFields;
-extern const std::span<const JavaField> exceptionFields;
+enum ExceptionField { numberField, messageField, categoryField, contextField, fatalField, argCountField, argsField };
+extern const std::span<const JavaField> exceptionFields; // by ExceptionField
 extern const std::span<const JavaField> cacheStatsFields;
 
 #endif

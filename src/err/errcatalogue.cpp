@@ -43,6 +43,15 @@ void forkReleaseLocks() {
     HostMutexRelease(&mutex);
 }
 
+// The library goes, by dlclose or with the process, and its open file goes along. A thread that is looking something
+// up, perhaps this one, keeps it.
+[[gnu::destructor]] void closeFileWithLibrary() {
+    if (pthread_mutex_trylock(&mutex) == 0) {
+        ErrUtlShutdown();
+        pthread_mutex_unlock(&mutex);
+    }
+}
+
 uint32_t wordAt(std::string_view file, uint64_t position) {
     uint32_t value = 0;
     memcpy(&value, file.data() + position, sizeof value);

@@ -5,18 +5,18 @@
 #include <stdio.h>
 #include <string.h>
 
+#include "bridge/fields.h"
 #include "errmsg.h"
 #include "javasupport/faultreports.h"
 #include "javasupport/utf16text.h"
 
 namespace {
 
-// Fields of the exception and the printer's method. A virtual machine gives classes of one loader to one library, so
-// they are resolved once; the classes are kept because the identifiers live as long as these.
+// What this library's natives read and call. It holds no reference to a class: one would keep the class loader, and
+// with it this library, for ever. The identifiers stay good nonetheless, for as long as the library is loaded its class
+// loader is there, and so are the classes that this one finds.
 struct JavaIds {
-    jclass exceptionClass;
-    jclass printerClass;
-    jfieldID number, message, category, context, fatal, argCount, args;
+    jfieldID error[argsField + 1]; // by ExceptionField
     jmethodID print;
 };
 
@@ -24,41 +24,22 @@ JavaIds ids;
 pthread_mutex_t idsMutex = PTHREAD_MUTEX_INITIALIZER;
 bool idsResolved;
 
-jclass globalClass(JNIEnv* env, const char* name) {
-    jclass const local = env->FindClass(name);
-    if (!local)
-        return nullptr;
-    auto* const global = static_cast<jclass>(env->NewGlobalRef(local));
-    env->DeleteLocalRef(local);
-    return global;
-}
-
-struct FieldRow {
-    jfieldID JavaIds::*id;
-    const char* name;
-    const char* signature;
-};
-
-constexpr FieldRow fieldRows[] = {
-    {&JavaIds::number, "number", "I"},     {&JavaIds::message, "message", "Ljava/lang/String;"},
-    {&JavaIds::category, "category", "J"}, {&JavaIds::context, "context", "J"},
-    {&JavaIds::fatal, "fatal", "Z"},       {&JavaIds::argCount, "argCount", "I"},
-    {&JavaIds::args, "args", "[J"},
-};
-
 bool lookUpIds(JNIEnv* env, JavaIds& found) {
-    found.exceptionClass = globalClass(env, "com/kestrune/tmqkci/TmqKciException");
-    if (!found.exceptionClass)
+    const jclass exceptionClass = env->FindClass(exceptionClassName);
+    if (exceptionClass == nullptr) {
         return false;
-    found.printerClass = globalClass(env, "com/kestrune/tmqkci/KciMessages$ObjectPrinter");
-    if (!found.printerClass)
-        return false;
-    for (const FieldRow& row : fieldRows) {
-        found.*row.id = env->GetFieldID(found.exceptionClass, row.name, row.signature);
-        if (!(found.*row.id))
-            return false;
     }
-    found.print = env->GetMethodID(found.printerClass, "print", "(J)Ljava/lang/String;");
+    for (size_t i = 0; i < exceptionFields.size(); ++i) {
+        found.error[i] = env->GetFieldID(exceptionClass, exceptionFields[i].name, exceptionFields[i].signature);
+        if (found.error[i] == nullptr) {
+            return false;
+        }
+    }
+    const jclass printerClass = env->FindClass("com/kestrune/tmqkci/KciMessages$ObjectPrinter");
+    if (printerClass == nullptr) {
+        return false;
+    }
+    found.print = env->GetMethodID(printerClass, "print", "(J)Ljava/lang/String;");
     return found.print != nullptr;
 }
 
@@ -66,16 +47,7 @@ bool lookUpIds(JNIEnv* env, JavaIds& found) {
 bool resolveIds(JNIEnv* env) {
     pthread_mutex_lock(&idsMutex);
     if (!idsResolved) {
-        JavaIds found{};
-        idsResolved = lookUpIds(env, found);
-        if (idsResolved) {
-            ids = found;
-        } else {
-            for (jclass kept : {found.exceptionClass, found.printerClass}) {
-                if (kept)
-                    env->DeleteGlobalRef(kept);
-            }
-        }
+        idsResolved = lookUpIds(env, ids);
     }
     const bool resolved = idsResolved;
     pthread_mutex_unlock(&idsMutex);
@@ -150,7 +122,7 @@ void printObject(ErrMsgPrinterFuncType* printer, OopType object) {
 }
 
 void readMessage(JNIEnv* env, jobject error, KciErrSType& record) {
-    auto* const message = static_cast<jstring>(env->GetObjectField(error, ids.message));
+    auto* const message = static_cast<jstring>(env->GetObjectField(error, ids.error[messageField]));
     if (!message)
         return;
     jchar units[KCI_ERR_MESSAGE_SIZE];
@@ -162,12 +134,13 @@ void readMessage(JNIEnv* env, jobject error, KciErrSType& record) {
 
 void readArguments(JNIEnv* env, jobject error, KciErrSType& record) {
     record.argCount = 0;
-    auto* const args = static_cast<jlongArray>(env->GetObjectField(error, ids.args));
+    auto* const args = static_cast<jlongArray>(env->GetObjectField(error, ids.error[argsField]));
     if (!args)
         return;
     jlong values[KCI_ERR_MAX_ARGS];
-    const jsize count = std::clamp<jsize>(
-        std::min<jsize>(env->GetIntField(error, ids.argCount), env->GetArrayLength(args)), 0, KCI_ERR_MAX_ARGS);
+    const jsize count =
+        std::clamp<jsize>(std::min<jsize>(env->GetIntField(error, ids.error[argCountField]), env->GetArrayLength(args)),
+                          0, KCI_ERR_MAX_ARGS);
     env->GetLongArrayRegion(args, 0, count, values);
     env->DeleteLocalRef(args);
     for (jsize i = 0; i < count; ++i)
@@ -177,10 +150,10 @@ void readArguments(JNIEnv* env, jobject error, KciErrSType& record) {
 
 KciErrSType readError(JNIEnv* env, jobject error) {
     KciErrSType record{};
-    record.category = static_cast<OopType>(env->GetLongField(error, ids.category));
-    record.number = env->GetIntField(error, ids.number);
-    record.context = static_cast<OopType>(env->GetLongField(error, ids.context));
-    record.fatal = env->GetBooleanField(error, ids.fatal) ? TRUE : FALSE;
+    record.category = static_cast<OopType>(env->GetLongField(error, ids.error[categoryField]));
+    record.number = env->GetIntField(error, ids.error[numberField]);
+    record.context = static_cast<OopType>(env->GetLongField(error, ids.error[contextField]));
+    record.fatal = env->GetBooleanField(error, ids.error[fatalField]) ? TRUE : FALSE;
     readMessage(env, error, record);
     readArguments(env, error, record);
     return record;
