@@ -5,6 +5,7 @@
  *   answer OOP after POLLS      the call's result, after so many polls that answer "not ready"
  *   fail NUMBER context OOP after POLLS   the call's error
  *   break ENTRY fatal FLAG      the next call of that entry fails with error 4000
+ *   claim COUNT                 the next fetch of references answers that count, and fetches none
  *   released OOP                answers how often the object was given up
  *   started                     answers how many calls have been started
  */
@@ -12,6 +13,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace {
 
@@ -25,7 +27,7 @@ char named[64], armed[64];
 int armedFatal;
 
 OopType result, failureContext, nextOop = 60000;
-int pollsLeft, failure, started;
+int pollsLeft, failure, started, claimed;
 int releases[objects];
 OopType changes = 2500; // what KciDirtySaveObjs has left to hand out
 
@@ -61,6 +63,7 @@ void start(const char* source) {
         sscanf(source, "fail %d context %u after %d", &failure, &failureContext, &pollsLeft) == 3)
         return;
     sscanf(source, "break %63s fatal %d", named, &armedFatal);
+    sscanf(source, "claim %d", &claimed);
     if (sscanf(source, "released %u", &oop) == 1)
         result = smallInteger(releases[oop % objects]);
     else if (strcmp(source, "started") == 0)
@@ -101,6 +104,8 @@ BoolType fetchObjInfo(OopType object, KciLong, ArraySizeType room, KciObjInfoSTy
 KciLong fetchOops(OopType, KciLong from, OopType* dest, ArraySizeType count) {
     if (fails("KciFetchOops"))
         return 0;
+    if (claimed != 0)
+        return std::exchange(claimed, 0);
     KciLong fetched = 0;
     for (KciLong i = from; fetched < KciLong(count) && i <= elements; ++i)
         dest[fetched++] = firstObject + 4 * OopType(i);

@@ -102,10 +102,13 @@ public final class KciBridge {
         }
     }
 
-    /** The error of a native call, with the stack of this thread. */
+    /** The error of a native call, with the stack of this thread. The report was empty before the call. */
     static TmqKciException failure(int status, TmqKciException report) {
-        return status == TmqKciInterface.FAILED ? new TmqKciException(report)
-                : new TmqKciException("the virtual machine did not lend a string or an array to the bridge");
+        if (status == TmqKciInterface.NOT_LENT) {
+            return new TmqKciException("the virtual machine did not lend a string or an array to the bridge");
+        }
+        return report.isFilled() ? new TmqKciException(report)
+                : new TmqKciException("the client library answered " + status + " and reported no error");
     }
 
     /**

@@ -90,7 +90,7 @@ final class SessionCalls {
         KciBridge.acquire();
         try {
             sendReleases();
-            return check(call.call(report));
+            return check(call.call(emptyReport()));
         } finally {
             KciBridge.lock().unlock();
         }
@@ -132,11 +132,12 @@ final class SessionCalls {
         int status = TmqKciInterface.FAILED;
         try {
             if (args == null) {
-                status = TmqKciInterface._executeStr(id, text, report);
+                status = TmqKciInterface._executeStr(id, text, emptyReport());
             } else if (text == null) {
-                status = TmqKciInterface._executeObj(id, args.receiver, report);
+                status = TmqKciInterface._executeObj(id, args.receiver, emptyReport());
             } else {
-                status = TmqKciInterface._perform(id, args.receiver, text, args.reports, args.reports.length, report);
+                status = TmqKciInterface._perform(id, args.receiver, text, args.reports, args.reports.length,
+                        emptyReport());
             }
         } finally {
             if (args != null) {
@@ -153,7 +154,7 @@ final class SessionCalls {
         running = false;
         int status = TmqKciInterface.FAILED;
         try {
-            status = TmqKciInterface._nbEnd(id, result, report);
+            status = TmqKciInterface._nbEnd(id, result, emptyReport());
             running = status == TmqKciInterface.NOT_READY;
             if (status == 0) {
                 exports.retain(result.oop);
@@ -228,7 +229,7 @@ final class SessionCalls {
             if (count == 0) {
                 continue;
             }
-            int status = TmqKciInterface._releaseOops(id, batch, count, report);
+            int status = TmqKciInterface._releaseOops(id, batch, count, emptyReport());
             if (status < 0) {
                 // It concerns nothing that the caller asked for; the server keeps the objects until the logout.
                 LOG.log(System.Logger.Level.WARNING, "{0}: {1} objects were not released: {2}", session, count,
@@ -238,6 +239,12 @@ final class SessionCalls {
                 }
             }
         }
+    }
+
+    /** What a call failed with before must not pass for the failure of the next. */
+    private TmqKciException emptyReport() {
+        report.clear();
+        return report;
     }
 
     private int check(int status) {
@@ -278,7 +285,7 @@ final class SessionCalls {
             KciBridge.lock().lock();
             try {
                 if (ended == null) {
-                    check(TmqKciInterface._logout(id, report));
+                    check(TmqKciInterface._logout(id, emptyReport()));
                     end("is closed");
                 }
             } finally {

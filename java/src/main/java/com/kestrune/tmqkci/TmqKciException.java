@@ -77,6 +77,22 @@ public class TmqKciException extends RuntimeException {
         args = report.args;
     }
 
+    /** Empties the report for another call. */
+    void clear() {
+        number = 0;
+        message = null;
+        category = 0;
+        context = 0;
+        fatal = false;
+        argCount = 0;
+        args = null;
+    }
+
+    /** Whether a call has written to the report since it was empty. */
+    boolean isFilled() {
+        return number != 0 || message != null || category != 0;
+    }
+
     /** Tells where the error comes from: its session, and the process that it suspended, or null. */
     TmqKciException from(KciSession origin, KciProcess suspended) {
         session = origin;

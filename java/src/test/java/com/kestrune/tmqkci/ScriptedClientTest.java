@@ -138,6 +138,17 @@ class ScriptedClientTest {
     }
 
     @Test
+    void negativeAnswersAreErrorsOfTheirOwn() {
+        KciObject array = session.object(4012);
+        for (int count : new int[] {-1, -5}) {
+            failsAt("KciFetchOops", 0, () -> session.fetchElements(array));
+            session.execute("claim " + count);
+            assertEquals("the client library answered " + count + " and reported no error",
+                    assertThrows(TmqKciException.class, () -> session.fetchElements(array)).getMessage());
+        }
+    }
+
+    @Test
     void fatalErrorsEndTheSession() {
         for (String entry : calls().keySet()) {
             Executable call = calls().get(entry);
