@@ -132,7 +132,8 @@ TMQKCI_NATIVE(nbEnd)(JNIEnv* env, jclass, jint sessionId, jobject result, jthrow
             return call.refused("nbEnd(): NULL result argument");
         }
         void* resultPtr = nullptr;
-        const KciNbProgressEType end = rtlPrivKciRtlFuncs->KciNbEnd(&resultPtr);
+        // A client library may answer more than the enumeration names.
+        const int32_t end = rtlPrivKciRtlFuncs->KciNbEnd(&resultPtr);
         if (end != KCI_RESULT_READY) {
             // These two complete the line begun above.
             if (Debug) [[unlikely]] {

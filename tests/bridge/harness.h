@@ -122,6 +122,7 @@ const std::string FRAME = "KciSetSessionId(7)|KciErr|";
 // What the bridge takes from the C library, under the test's control.
 struct Host {
     bool loadable = true; // dlopen finds the scripted client library
+    bool tellsWhy = true; // dlerror has a text
     std::vector<std::string> opened;
     unsigned failingMalloc = 0; // the nth allocation of the bridge from now is refused
     unsigned mallocs = 0, flushes = 0;

@@ -3,6 +3,8 @@
 
 #include "kcirtl.h"
 
+extern JNIEnv* ENV;
+
 namespace bridge {
 namespace {
 
@@ -58,6 +60,10 @@ TEST_F(Initialize, SetsUpAndTraces) {
     EXPECT_EQ(trace, loading() + debug("Already initialized.") + returning(32));
     EXPECT_EQ(client().callCount + jni().calls.size() + host().mallocs, 0u);
     EXPECT_EQ(kernelOops->longs, std::vector<jlong>(16, -1));
+    JNIEnv another = *jni().env();
+    EXPECT_EQ(Java_com_kestrune_tmqkci_TmqKciInterface__1initialize(&another, nullptr, 0, null, 0, 0, 0, null, null),
+              32);
+    EXPECT_EQ(ENV, jni().env());
     EXPECT_EQ(initialize({.debugFlag = 0}), 32);
     EXPECT_NE(trace, "") << "flags are never lowered";
 }
@@ -109,6 +115,9 @@ TEST_F(Initialize, FailsWithTheWrongClientLibrary) {
     expectTraced(debug("     " + reason) + genericFailure(reason));
     expectTraced("[Debug]: dlopen(/k/lib/libkcilnk67.so) failure: not there\n");
     EXPECT_EQ(client().calls, "");
+    expectFailure("KciRtlLoad failure: dlopen(libkcilnk67.so) failed because (no error info returned)", {},
+                  [] { host().loadable = host().tellsWhy = false; });
+    EXPECT_EQ(trace.find("[Debug]"), std::string::npos);
 
     const std::pair<int, std::string> products[] = {{0, ""}, {2, "KS/2G"}, {3, "KS/64"}, {4, ""}, {255, ""}};
     for (const auto& [product, name] : products) {
@@ -126,7 +135,7 @@ TEST_F(Initialize, FailsWithTheWrongClientLibrary) {
     KciRtlUnload();
     for (const char* version : {"6.7", "6.7.1", "6.8", "6.9.999"})
         expectFailure("KciInit failure", {}, [=] { client().version = version, client().results["KciInit"] = {0}; });
-    EXPECT_EQ(initialize({}), 32);
+    EXPECT_EQ(initialize({}, [] { client().results["KciInit"] = {256}; }), 32) << "whatever is not 0 is true";
 }
 
 TEST_F(Initialize, FailsWhileSettingUp) {

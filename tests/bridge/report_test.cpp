@@ -50,6 +50,12 @@ TEST_F(Describe, IdentifiersThatAreValues) {
     stories.push_back({[this] { return CALL(setup, 7, null); }, FRAME + "! setup(): NULL result argument"});
     check(stories);
 
+    // Whatever is not 0 is true.
+    const Story odd =
+        setup(6, "", "objType=3 oop=6 valueLong=1 valueType=1", [] { client().results["KciOopToBool"] = {256}; });
+    EXPECT_EQ(call(odd.native, odd.script), 0);
+    odd.check();
+
     // An error that is pending after the decoding of an integer keeps the value out of the report.
     const Story pending = setup(7, "", "objType=3 oop=7", [] { client().fail("KciErr", scriptError(), 2); });
     EXPECT_EQ(call(pending.native, pending.script), -1);
@@ -65,9 +71,9 @@ TEST_F(Describe, ServerObjects) {
         client().info.objSize = size;
         client().info.isIndexable = indexable;
     };
-    const auto bytes = [=](int cls, int size, int string = 0, int dbString = 0) {
+    const auto bytes = [=](int cls, int size, int string = 0, int dbString = 0, int named = 0) {
         return [=] {
-            describes(KCI_IMPL_BYTE, cls, 0, size, true);
+            describes(KCI_IMPL_BYTE, cls, named, size, true);
             client().bytes.assign(size_t(size), 'x');
             client().results["KciIsKindOf"] = {string, dbString};
             client().floatResult = 2.5;
@@ -77,7 +83,7 @@ TEST_F(Describe, ServerObjects) {
         return [=] {
             describes(impl, cls, named, int(body.size()), impl == KCI_IMPL_NSC);
             client().oops = body;
-            client().results["KciOopToLong"] = {366};
+            client().results["KciOopToLong"] = {366, -5};
         };
     };
     const auto other = [=](int impl, int named, int size) { return [=] { describes(impl, 500, named, size, true); }; };
@@ -97,7 +103,7 @@ TEST_F(Describe, ServerObjects) {
          "indexedSize=3 isCollection=1 namedSize=0 objType=1 oop=300 valueBytes='xxx' valueType=5"},
         {bytes(500, 3, 1), 500, byteArray + dbKind,
          "indexedSize=3 isCollection=1 isString=1 namedSize=0 objType=1 oop=300 valueBytes='xxx' valueType=7"},
-        {bytes(500, 4, 1, 1), 500, byteArray + dbKind,
+        {bytes(500, 4, 256, 2), 500, byteArray + dbKind,
          "indexedSize=4 isCollection=1 isDBString=1 isString=1 namedSize=0 objType=1 oop=300 valueBytes='xxxx' "
          "valueType=8"},
         {bytes(1521, 8), 1521, byteArray + "KciOopToFlt(300)|",
@@ -105,6 +111,8 @@ TEST_F(Describe, ServerObjects) {
          "valueType=4"},
         {bytes(500, 100), 500, byteArray + kind,
          "indexedSize=100 isCollection=1 namedSize=0 objType=1 oop=300 valueBytes='xxxxxxxxxxxxxxxx' valueType=5"},
+        {bytes(500, 5, 0, 0, 2), 500, byteArray + kind,
+         "indexedSize=3 isCollection=1 namedSize=2 objType=1 oop=300 valueBytes='xxx' valueType=5"},
         {bytes(500, 0), 500, byteArray + kind,
          "indexedSize=0 isCollection=1 namedSize=0 objType=1 oop=300 valueBytes='' valueType=5"},
         {oops(KCI_IMPL_POINTER, 501, 1, {301, 0x80000001}), 501, longArray,
@@ -115,7 +123,14 @@ TEST_F(Describe, ServerObjects) {
          longArray + "KciOopToLong(300)|",
          "indexedSize=0 isCollection=0 namedSize=4 objType=0 oop=300 valueInt1=2024 valueInt2=366 valueLong=-7 "
          "valueLongs=[ 8099 300 4294967271 10 ] valueType=9"},
+        {oops(KCI_IMPL_POINTER, 1857, 4, {300, 1 << 2 | 3, 304, 10}), 1857,
+         longArray + "KciOopToLong(300)|KciOopToLong(304)|",
+         "indexedSize=0 isCollection=0 namedSize=4 objType=0 oop=300 valueInt1=366 valueInt2=1 valueLong=-5 "
+         "valueLongs=[ 300 7 304 10 ] valueType=9"},
+        {other(4, 0, 3), 500, "", "indexedSize=3 isCollection=1 namedSize=0 objType=4 oop=300"},
         {other(5, 0, 3), 500, "", "indexedSize=3 isCollection=1 namedSize=0 objType=5 oop=300"},
+        {other(6, 0, 3), 500, "", "indexedSize=3 isCollection=1 namedSize=0 objType=6 oop=300"},
+        {other(7, 0, 3), 500, "", "indexedSize=3 isCollection=1 namedSize=0 objType=7 oop=300"},
         {other(5, 1, INT32_MIN), 500, "", "indexedSize=2147483647 isCollection=1 namedSize=1 objType=5 oop=300"},
     };
     std::vector<Story> stories;
@@ -124,6 +139,10 @@ TEST_F(Describe, ServerObjects) {
         stories.push_back(
             setup(300, history(each.cls) + each.steps + "KciErr|= 0", classes + each.fields, each.script));
     }
+    stories.push_back(
+        setup(300, history(500) + "KciErr|= 0",
+              "classHistoryOop=600 classOop=500 indexedSize=3 isCollection=1 namedSize=0 objType=5 oop=300",
+              [=] { other(5, 0, 3)(), client().results["KciFetchObjInfo"] = {256}; }));
     stories.push_back(setup(300, begin + "KciErr|! Failure in KciFetchObjInfo() call", "oop=300",
                             [] { client().results["KciFetchObjInfo"] = {0}; }));
     stories.push_back(

@@ -1,6 +1,9 @@
 // Versions, login and logout, polling, pending errors, and cache statistics.
 #include "bridge/harness.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace bridge {
 namespace {
 
@@ -76,6 +79,7 @@ TEST_F(Bridge, Login) {
              "KciSetNet('\u00e9', NULL, NULL, NULL)|KciErr 0|     Ready to KciLogin..|KciLogin('" + kanji + "', '')|" +
              ok,
          session},
+        {all, begin + ok, [=] { session(), client().results["KciLogin"] = {256}; }},
         {all, begin + "    Kci_Login Failed!|KciErr 0|! KciLogin failure: cause unknown",
          [] { client().results["KciLogin"] = {0}; }},
         // What is missing or not lent first decides.
@@ -83,6 +87,58 @@ TEST_F(Bridge, Login) {
         {login({u"srv", u"net"}), lends(2) + "! Login:  NULL UserName argument"},
         {login({u"srv", nullptr, u"usr"}), lends(2) + "! Login:  NULL password argument"},
     });
+}
+
+// What reaches Java of an error, whole and where Java cannot allocate; the method fails with -1 in any case.
+TEST_F(Bridge, ErrorRecordsOnTheirWayToJava) {
+    const auto native = [this] { return CALL(checkErrors, 7); };
+    initialize({});
+    KciErrSType odd = scriptError();
+    const auto fails = [&] { client().fail("KciPollForSignal", odd); };
+    EXPECT_EQ(call(native, fails), -1);
+
+    // More than the record holds, less than none, no terminator.
+    memset(odd.message, 'm', sizeof odd.message);
+    std::fill_n(odd.args, KCI_ERR_MAX_ARGS, 301);
+    for (const auto& [given, taken] : {std::pair(11, 10), {INT32_MAX, 10}, {-1, 0}, {INT32_MIN, 0}}) {
+        odd.argCount = given;
+        EXPECT_EQ(call(native, fails), -1);
+        EXPECT_EQ(error->number("argCount"), taken);
+        EXPECT_EQ(error->object("args")->longs, std::vector<jlong>(size_t(taken), 301));
+        EXPECT_EQ(error->object("message")->text, std::u16string(400, 'm'));
+    }
+    odd = scriptError();
+    for (const auto& [given, taken] : {std::pair(0x100, 0), {0x101, 1}, {-256, 0}}) {
+        odd.fatal = given;
+        EXPECT_EQ(call(native, [&] { fails(), client().results["KciErr"] = {256}; }), -1);
+        EXPECT_EQ(error->number("fatal"), taken) << "the low byte";
+    }
+
+    // Where Java refuses, the fields before stay written.
+    const struct {
+        std::function<jint()> native;
+        std::string trace, written;
+    } ends[] = {
+        {native, debug("    Session: 7"), "argCount=2 category=3613 context=4294967281 fatal=1 number=2101"},
+        {[this] { return CALL(setup, 7, null); }, debug("    Generic Error return: setup(): NULL result argument"),
+         "argCount=0 category=10 context=10 fatal=0 number=2318"},
+        {[this] { return CALL(continue, 7, arg(server(300)), JNI_TRUE, null, null, arg(u"mine"), arg(u"stack")); }, "",
+         "argCount=3 category=10 context=10 fatal=0 number=2372"},
+    };
+    for (const auto& end : ends) {
+        for (const char* refused : {"NewStringUTF", "NewLongArray"}) {
+            call(end.native, [&] {
+                client().fail("KciPollForSignal", scriptError());
+                jni().fail(refused);
+                pendingAllowed = "OutOfMemoryError";
+            });
+            EXPECT_EQ(status, -1);
+            EXPECT_TRUE(trace.ends_with(allocationError() + end.trace + returning(-1))) << trace;
+            EXPECT_EQ(error->wrote("message"), refused == std::string("NewLongArray"));
+            error->fields.erase("message");
+            EXPECT_EQ(describe(error), end.written);
+        }
+    }
 }
 
 TEST_F(Bridge, LogoutAndPendingErrors) {
@@ -107,7 +163,7 @@ TEST_F(Bridge, NbEnd) {
         {[&] { return CALL(nbEnd, 7, null); }, begin + "! nbEnd(): NULL result argument"},
     };
     // The early exit looks for no error, and its trace is neither prefixed nor flushed.
-    for (int progress : {KCI_RESULT_NOT_READY, KCI_RESULT_PROGRESSED}) {
+    for (int progress : {0, 1, 3, -1, 256}) {
         stories.push_back({native, begin + "KciNbEnd()|\"/ not ready: " + std::to_string(progress) + ".\n|-> 1",
                            [=] { client().results["KciNbEnd"] = {progress}; },
                            [=, this] {

@@ -59,7 +59,7 @@ KciLong fetch(const std::vector<Element>& body, Element* dest, ArraySizeType cou
     return static_cast<KciLong>(fetched);
 }
 
-// What a fetch says it has fetched.
+// What an entry answers that works by itself: a fetch, how many it has fetched.
 KciLong claimed(const char* function, KciLong fetched) {
     return theClient.results.contains(function) ? KciLong(theClient.result(function)) : fetched;
 }
@@ -122,7 +122,7 @@ KciRtlJumpSType makeTable() {
             return FALSE;
         *error = theClient.pending.front();
         theClient.pending.pop_front();
-        return TRUE;
+        return BoolType(claimed("KciErr", TRUE));
     };
     table.KciNbEnd = [](void** result) {
         static OopType oop;
@@ -137,7 +137,7 @@ KciRtlJumpSType makeTable() {
     };
     table.KciFetchBytes = [](OopType object, KciLong start, ByteType* dest, ArraySizeType count) {
         record("KciFetchBytes", object, start, count);
-        return fetch(theClient.bytes, dest, count);
+        return claimed("KciFetchBytes", fetch(theClient.bytes, dest, count));
     };
     table.KciStoreBytesInstanceOf = [](OopType cls, OopType object, KciLong start, const ByteType* bytes,
                                        ArraySizeType count) {
@@ -163,7 +163,10 @@ KciRtlJumpSType makeTable() {
         *fetched = static_cast<ArraySizeType>(fetch(body, dest, room));
         return BoolType(theClient.result("KciFetchObjInfo"));
     };
-    table.KciOopToBool = [](OopType oop) { return record("KciOopToBool", oop), BoolType(oop == KCI_OOP_TRUE); };
+    table.KciOopToBool = [](OopType oop) {
+        record("KciOopToBool", oop);
+        return BoolType(claimed("KciOopToBool", oop == KCI_OOP_TRUE));
+    };
     table.KciOopToChr = [](OopType oop) { return record("KciOopToChr", oop), static_cast<char>(oop >> 5); };
     table.KciOopToFlt = [](OopType oop) { return record("KciOopToFlt", oop), theClient.floatResult; };
     table.KciLongToOop = [](KciLong value) { return record("KciLongToOop", value), OopType(value) << 2 | 3; };

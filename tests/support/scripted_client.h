@@ -17,8 +17,8 @@ struct Client {
     std::string calls;
     unsigned callCount = 0;
 
-    // Integer results by function name, taken in order; the last one stays. A function without an entry answers 0; the
-    // fetch of identifiers, how many it fetched.
+    // Integer results by function name, taken in order; the last one stays. A function without an entry answers 0, or
+    // what it should: a fetch, how many it fetched.
     std::map<std::string, std::deque<std::int64_t>> results{{"KciInit", {1}},
                                                             {"KciProduct", {1}},
                                                             {"KciLogin", {1}},
