@@ -321,8 +321,8 @@ class BundledLibrary(Case):
                         "-Djava.io.tmpdir=" + self.home, "-cp", self.jar + ":" + self.home, "Where"]
         self.cache = self.home + "/.cache/tmqkci"
 
-    def where(self):
-        return self.succeed(*self.command).strip()
+    def where(self, *prefix, **more):
+        return self.succeed(*prefix, *self.command, **more).strip()
 
     def test_unpacked_once_by_several_at_once(self):
         running = [subprocess.Popen(self.command, env=self.environment(), stdout=subprocess.PIPE, text=True)
@@ -362,6 +362,41 @@ class BundledLibrary(Case):
             self.assertFalse(place.startswith(self.cache), place)
             self.assertFalse(os.path.exists(os.path.dirname(place)))
         self.assertEqual(os.listdir(self.home + "/trap"), [])
+
+    def test_a_cache_that_others_could_exchange_is_not_used(self):
+        above = self.home + "/above"
+        cache, link = above + "/any/cache", self.home + "/link"
+        os.makedirs(cache)
+        os.symlink(cache, link)
+        self_id = os.geteuid()
+        for mode, owner, named, used in [(0o777, self_id, cache, False), (0o770, self_id, above + "/missing", False),
+                                         (0o755, 65534, link, False), (0o1777, self_id, link, True)]:
+            if owner == self_id or self_id == 0:  # only root gives folders away
+                os.chmod(above, mode)
+                os.chown(above, owner, -1)
+                place = self.where(XDG_CACHE_HOME=named)
+                self.assertEqual(place.startswith(above), used, (mode, owner, place))
+        # Where there is no other place, none is used.
+        os.chmod(above, 0o777)
+        status, out, err = self.run_program(*self.command[:1], "-Djava.io.tmpdir=" + above, *self.command[3:],
+                                            XDG_CACHE_HOME=above)
+        self.assertEqual((status, out), (1, ""))
+        self.assertRegex(err, "neither into the cache .*/above can be written to by others.*temporary folder .*/above can")
+
+    def test_a_cache_from_which_nothing_is_executed(self):
+        os.makedirs(self.cache)
+        script = 'mount -t tmpfs -o noexec none "$HOME/.cache" && exec "$@"'
+        private = ["unshare", "--map-root-user", "--mount"]
+        if self.run_program(*private, "true")[0] != 0:
+            self.skipTest("this machine allows no mounts of one's own")
+        place = self.where(*private, "sh", "-c", script, "sh")
+        self.assertRegex(place, self.home + "/tmqkci[^/]*/libtmqkci313.so$")
+
+    def test_the_strictest_umask(self):
+        place = self.where("sh", "-c", 'umask 777; exec "$@"', "sh")
+        self.assertTrue(place.startswith(self.cache), place)
+        for folder in glob.glob(self.home + "/.cache/**/", recursive=True):
+            self.assertEqual(os.stat(folder).st_mode & 0o777, 0o700, folder)
 
 
 class Consumers(Case):

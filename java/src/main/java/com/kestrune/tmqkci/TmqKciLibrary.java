@@ -3,7 +3,6 @@ package com.kestrune.tmqkci;
 import com.kestrune.tmqkci.LoadFailure.Attempt;
 
 import java.io.File;
-import java.io.IOException;
 import java.util.ArrayList;
 import java.util.List;
 
@@ -17,8 +16,8 @@ import java.util.List;
  * <li>{@value #FILE_NAME} in the folders of {@code java.library.path};
  * <li>when neither the property nor {@code KESTRUNE} is set, the copy in the jar, which is unpacked into the user's
  * cache, {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its content.
- * What others could write to is refused there. When the cache cannot be used the copy goes into a temporary folder,
- * which is removed at once.
+ * What others could write to, or exchange, is refused there. When the cache cannot be used, or nothing may be executed
+ * there, the copy goes into a temporary folder, which is removed at once.
  * </ol>
  */
 public final class TmqKciLibrary {
@@ -104,18 +103,7 @@ public final class TmqKciLibrary {
             failed.add(new Attempt(place, null, "it is for a 32-bit (i386) Java", null));
             return null;
         }
-        try (BundledLibrary copy = BundledLibrary.unpack()) {
-            File file = copy.file().toFile();
-            try {
-                OtherCopy.loadUnlessThereIsOne(file);
-                return file.getPath();
-            } catch (UnsatisfiedLinkError error) {
-                failed.add(new Attempt(place, file, null, error));
-            }
-        } catch (IOException cause) {
-            failed.add(new Attempt(place, null, cause.getMessage(), null));
-        }
-        return null;
+        return BundledLibrary.load(place, failed);
     }
 
     private static boolean isSet(String value) {
