@@ -32,7 +32,7 @@ set(CPACK_PROJECT_CONFIG_FILE "${packaging}/generators.cmake")
 set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE i386)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION database)
-# The highest version that the libraries need of it; a test of the library holds it there.
+# The highest version that a program or library needs of it; a test of the package holds them and the documents to it.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.35)")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "openjdk-17-jre-headless | java17-runtime-headless")
 set(CPACK_PRE_BUILD_SCRIPTS "${packaging}/command_link.cmake")

@@ -62,17 +62,6 @@ TEST(Library, NeedsOnlyTheCLibrary) {
     EXPECT_EQ(matches(output("readelf -lW " LIBRARY), "GNU_STACK .* (R\\S+)"), std::vector<std::string>{"RW"});
 }
 
-// Raising this shuts out older systems; what calls for a newer C library is told by name.
-TEST(Library, RunsWithTheCLibraryOf2022) {
-    const int highestMinor = 34;
-    const std::regex version("U (.*)@GLIBC_2\\.(\\d+)");
-    const std::string symbols = output("nm -D --undefined-only " LIBRARY);
-    int seen = 0;
-    for (std::sregex_iterator at(symbols.begin(), symbols.end(), version), end; at != end; ++at, ++seen)
-        EXPECT_LE(std::stoi((*at)[2]), highestMinor) << (*at)[1];
-    EXPECT_GT(seen, 10);
-}
-
 TEST(Library, HeadersStandAlone) {
     for (const auto& entry : std::filesystem::directory_iterator(HEADERS)) {
         const std::string flags = " -m32 -D_POSIX_C_SOURCE=200809L -Wall -Wextra -Wpedantic -Werror -fsyntax-only ";

@@ -424,9 +424,18 @@ class DebianPackage(Case):
         self.succeed("cpack", "-G", "DEB", "-B", packages, "--config", BUILD + "/CPackConfig.cmake",
                      LD_LIBRARY_PATH=None)
         package = glob.glob(packages + "/tmqkci_*_i386.deb")[0]
-        self.assertRegex(self.succeed("dpkg-deb", "-f", package, "Depends"), r"^libc6 \(>= [0-9.]+\)\n$")
         root = self.home + "/root"
         self.succeed("dpkg-deb", "-x", package, root)
+        declared = re.fullmatch(r"libc6 \(>= 2\.([0-9]+)\)\n", self.succeed("dpkg-deb", "-f", package, "Depends"))[1]
+        documents = pathlib.Path(root + "/usr/lib/tmqkci/share/doc/tmqkci")
+        self.assertIn(f"from glibc 2.{declared} on", (documents / "installation.md").read_text("utf-8"))
+        binaries = [path for path in pathlib.Path(root).rglob("*")
+                    if path.is_file() and path.read_bytes().startswith(b"\x7fELF")]
+        self.assertLessEqual({"libtmqkci313.so", "libkcilnk67.so", "gstack", "errmsgc"}, {path.name for path in binaries})
+        for path in binaries:
+            needed = re.findall(r" (\S+@GLIBC_2\.([0-9]+))", self.succeed("readelf", "-W", "--dyn-syms", str(path)))
+            self.assertGreater(len(needed), 10, path)
+            self.assertEqual([symbol for symbol, minor in needed if int(minor) > int(declared)], [], path)
         self.assertEqual(self.succeed(root + "/usr/bin/tmqkci", "-e", "'hello' size"), "5\n")
         self.succeed(root + "/usr/bin/tmqkci", "doctor")
         self.assertIn("com.kestrune.tmqkci", self.succeed(
