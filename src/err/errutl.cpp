@@ -1,7 +1,8 @@
 #include "errutl.h"
 
-#include <errno.h>
-#include <string.h>
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -19,8 +20,8 @@
 #endif
 
 #include "err/errimage.h"
+#include "host/filestatus.h"
 #include "hostunix.h"
-#include "syserror.h"
 #include "utl.h"
 #include "utlhost.h"
 
@@ -33,7 +34,7 @@ namespace {
 constexpr ByteType magicArray[4] = {0xDE, 0xAD, 0xBE, 0xEF};
 constexpr char versionText[] = "67";
 // Far above any real file; a larger one is a mistake that should not cost its size in memory.
-constexpr off_t maxImageSize = 64 << 20;
+constexpr uint64_t maxImageSize = 64 << 20;
 
 BoolType errutl_is_init;
 
@@ -78,18 +79,21 @@ void closeFile() {
 // Takes the file's contents into memory. What is not a regular file, or is empty, leaves the image empty, so that every
 // read in it fails.
 bool loadImage(int descriptor) {
-    struct stat status {};
-    if (fstat(descriptor, &status) != 0)
+    FileStatus status;
+    if (!hostFileStatus(descriptor, "", AT_EMPTY_PATH, status)) {
         return false;
-    if (!S_ISREG(status.st_mode) || status.st_size == 0)
+    }
+    if (!S_ISREG(status.mode) || status.size == 0) {
         return true;
-    if (status.st_size > maxImageSize) {
+    }
+    if (status.size > maxImageSize) {
         errno = EFBIG;
         return false;
     }
-    const size_t size = static_cast<size_t>(status.st_size);
-    if (!image.allocate(size))
+    const auto size = static_cast<size_t>(status.size);
+    if (!image.allocate(size)) {
         return false;
+    }
     for (size_t position = 0; position < size;) {
         const ssize_t count = pread(descriptor, image.bytes + position, size - position, static_cast<off_t>(position));
         if (count > 0) {
@@ -104,18 +108,18 @@ bool loadImage(int descriptor) {
     return true;
 }
 
-// Opening a pipe would wait for a writer.
-bool isPipe(const char* name) {
-    struct stat status {};
-    return stat(name, &status) == 0 && S_ISFIFO(status.st_mode);
-}
-
-FILE* openForReading(const char* name, SysErrorSType& error) {
-    if (isPipe(name)) {
-        error.hostError = ESPIPE;
+// The stream, or null with errno. What a pipe or a terminal has to say would have to be waited for.
+FILE* openForReading(const char* name) {
+    HostFnameStrType path;
+    HostExpandFileName(name, path, sizeof path);
+    FileStatus status;
+    FILE* const file = hostOpenAtOnce(path, status);
+    if (file != nullptr && (S_ISFIFO(status.mode) || isatty(fileno(file)) == 1)) {
+        fclose(file);
+        errno = ESPIPE;
         return nullptr;
     }
-    return HostOpenFile(name, "r", &error, 0);
+    return file;
 }
 
 // Determines the file's name, not yet expanded. FALSE when fileName is too long for any file.
@@ -163,11 +167,11 @@ BoolType ErrUtlInit(BoolType isCompiled, const char* fileName) {
 
 BoolType ErrUtlReset(BoolType isCompiled) {
     closeFile();
-    SysErrorSType error;
-    ErrUtlErrFile = openForReading(ErrUtlErrFileName, error);
-    if (!ErrUtlErrFile) {
+    ErrUtlErrFile = openForReading(ErrUtlErrFileName);
+    if (ErrUtlErrFile == nullptr) {
+        const long error = errno;
         fprintf(stderr, "ErrUtlReset: fopen() failure on \"%s\"\n", ErrUtlErrFileName);
-        fprintf(stderr, "     errno = %ld (sorry, no translation available)\n", static_cast<long>(error.hostError));
+        fprintf(stderr, "     errno = %ld (sorry, no translation available)\n", error);
         return FALSE;
     }
     if (isCompiled && !ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr))

@@ -4,18 +4,21 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "host/filestatus.h"
 #include "host/hostexpand.h"
 #include "hostenv.h"
 #include "syserror.h"
 
 HostFileKindEType HostFileType(const char* name) {
-    struct stat64 info;
-    if (lstat64(name, &info) != 0)
+    FileStatus status;
+    if (!hostFileStatus(AT_FDCWD, name, AT_SYMLINK_NOFOLLOW, status)) {
         return HOST_FILE_KIND_ERROR;
-    switch (info.st_mode & S_IFMT) {
+    }
+    switch (status.mode) {
     case S_IFREG:
         return HOST_FILE_KIND_FILE;
     case S_IFDIR:
@@ -38,11 +41,13 @@ BoolType HostFileExist(const char* name) {
 BoolType HostFileExistSize(const char* name, long* size) {
     HostFnameStrType path;
     hostExpand(name, path, sizeof path, LinkHandling::keep);
-    struct stat64 info;
-    if (lstat64(path, &info) != 0)
+    FileStatus status;
+    if (!hostFileStatus(AT_FDCWD, path, AT_SYMLINK_NOFOLLOW, status)) {
         return FALSE;
-    if (size != nullptr)
-        *size = static_cast<long>(std::min<off64_t>(info.st_size, LONG_MAX));
+    }
+    if (size != nullptr) {
+        *size = static_cast<long>(std::min<uint64_t>(status.size, LONG_MAX));
+    }
     return TRUE;
 }
 

@@ -71,6 +71,7 @@ TEST(ErrUtlInit, FindsTheFileByEnvironmentAndBesideTheProgram) {
     const auto beside = installed / (unlikely + ".err");
     std::filesystem::create_directories(installed);
     std::filesystem::copy_file(folder.path("french"), beside);
+    ASSERT_EQ(system(("touch -d 2040-01-01 " + beside.string()).c_str()), 0) << "seconds of more than 32 bits";
     setenv("KESTRUNE_LANG", unlikely.c_str(), 1);
     EXPECT_TRUE(ErrUtlInit(TRUE, nullptr));
     EXPECT_EQ(std::filesystem::path(ErrUtlErrFileName), beside);
@@ -82,6 +83,9 @@ TEST(ErrUtlInit, FindsTheFileByEnvironmentAndBesideTheProgram) {
 TEST(ErrUtlInit, RefusesWhatIsNoMessageFile) {
     const TempFolder folder;
     ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600), 0);
+    ASSERT_EQ(system(("touch -d 2040-01-01 " + folder.path("pipe")).c_str()), 0);
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    ASSERT_EQ(grantpt(terminal) + unlockpt(terminal), 0);
     const std::string missing = folder.path("missing");
     const auto refusal = [](const std::string& name) {
         testing::internal::CaptureStderr();
@@ -94,8 +98,11 @@ TEST(ErrUtlInit, RefusesWhatIsNoMessageFile) {
     };
     EXPECT_EQ(refusal(missing), "ErrUtlReset: fopen() failure on \"" + missing +
                                     "\"\n     errno = 2 (sorry, no translation available)\n" + unable(missing));
-    EXPECT_NE(refusal(folder.path("pipe")).find("errno = 29 "), std::string::npos);
-    EXPECT_EQ(ErrUtlErrFile, nullptr);
+    for (const std::string& waitedFor : {folder.path("pipe"), std::string(ptsname(terminal))}) {
+        EXPECT_NE(refusal(waitedFor).find("errno = 29 "), std::string::npos);
+        EXPECT_EQ(ErrUtlErrFile, nullptr);
+    }
+    close(terminal);
     EXPECT_NE(refusal(folder.path("")).find("fread() header failure"), std::string::npos);
     EXPECT_NE(refusal("/dev/zero").find("bad magic number"), std::string::npos);
     EXPECT_NE(ErrUtlErrFile, nullptr);

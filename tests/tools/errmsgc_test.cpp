@@ -1,6 +1,7 @@
 // The message compiler as a user meets it: statuses, texts, files.
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
@@ -50,8 +51,10 @@ TEST(Errmsgc, CompilesListsAndLooksUpInEveryByteOrder) {
     const TempFolder folder;
     const std::string source = folder.write("catalogue.msg", catalogue);
     const std::string output = folder.path("out.err");
+    ASSERT_EQ(system(("touch -d 2040-01-01 " + source).c_str()), 0) << "seconds of more than 32 bits";
     for (const char* const order : {"", "--order little ", "--order big ", "--order mixed ", "--order 1230 "}) {
         expect(order + ("-o " + output + " " + source), 0, "");
+        ASSERT_EQ(system(("touch -d 2040-01-01 " + output).c_str()), 0);
         expect("--check " + output, 0, "");
         expect("--list " + output, 0, listing);
         expect("--get b " + output, 0, " two %s\n%d\n");
@@ -60,11 +63,11 @@ TEST(Errmsgc, CompilesListsAndLooksUpInEveryByteOrder) {
         expect("--get z " + output, 0, "last\\\n");
         expect("--get x " + output, 1, "errmsgc: " + output + " has no text for \"x\"\n");
     }
-    struct stat status {};
-    EXPECT_EQ(stat(output.c_str(), &status), 0);
+    struct statx status {};
+    EXPECT_EQ(statx(AT_FDCWD, output.c_str(), 0, STATX_MODE, &status), 0);
     const mode_t mask = umask(0);
     umask(mask);
-    EXPECT_EQ(status.st_mode & 0777, 0666 & ~mask);
+    EXPECT_EQ(status.stx_mode & 0777, 0666 & ~mask);
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path("")), {}), 2);
 }
 
@@ -106,6 +109,9 @@ TEST(Errmsgc, RefusesFaultyCatalogues) {
     }
     EXPECT_EQ(errmsgc("-o " + output + " " + folder.path("missing")).status, 1);
     EXPECT_EQ(errmsgc("-o " + output + " " + folder.path("")).status, 1);
+    EXPECT_EQ(system(("mkfifo " + folder.path("pipe")).c_str()), 0);
+    EXPECT_EQ(errmsgc("-o " + output + " " + folder.path("pipe")).status, 1);
+    EXPECT_EQ(errmsgc("--list " + folder.path("pipe")).status, 1);
     EXPECT_EQ(errmsgc("-o /nonexistent/out.err " + longest).status, 1);
 }
 

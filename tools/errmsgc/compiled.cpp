@@ -11,6 +11,7 @@
 
 #include "errmsg.h"
 #include "hash.h"
+#include "host/filestatus.h"
 #include "hostdebug.h"
 #include "utlheap.h"
 
@@ -81,17 +82,17 @@ void Compiled::fault(const char* format, ...) {
 }
 
 bool Compiled::open() {
-    struct stat status {};
-    file = fopen(name.c_str(), "re");
-    if (!file || fstat(fileno(file), &status) != 0) {
+    FileStatus status;
+    file = hostOpenAtOnce(name.c_str(), status);
+    if (file == nullptr) {
         fault("cannot be read: %s", strerror(errno));
         return false;
     }
-    if (!S_ISREG(status.st_mode) || status.st_size > INT32_MAX) {
+    if (!S_ISREG(status.mode) || status.size > INT32_MAX) {
         fault("not a message file");
         return false;
     }
-    size = static_cast<uint32_t>(status.st_size);
+    size = static_cast<uint32_t>(status.size);
     if (!ErrUtlReadHdr(file, &header)) {
         fault("the header is not valid");
         return false;

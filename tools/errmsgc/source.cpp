@@ -13,6 +13,7 @@
 #include <unordered_map>
 
 #include "hash.h"
+#include "host/filestatus.h"
 
 namespace errmsgc {
 namespace {
@@ -117,13 +118,13 @@ std::string Entry::text() const {
 }
 
 bool readCatalogue(const std::string& fileName, std::vector<Entry>& entries) {
-    const FilePointer file(fopen(fileName.c_str(), "re"));
-    struct stat status {};
-    if (!file || fstat(fileno(file.get()), &status) != 0) {
+    FileStatus status;
+    const FilePointer file(hostOpenAtOnce(fileName.c_str(), status));
+    if (!file) {
         fprintf(stderr, "errmsgc: %s cannot be read: %s\n", fileName.c_str(), strerror(errno));
         return false;
     }
-    if (!S_ISREG(status.st_mode)) {
+    if (!S_ISREG(status.mode)) {
         fprintf(stderr, "errmsgc: %s is not a regular file\n", fileName.c_str());
         return false;
     }
