@@ -34,8 +34,8 @@ TMQKCI_API void ErrMsgInit(void);
 
 /*
  * Opens the message file again under the name that ErrMsgInit found, and leaves panicked. The header is not read anew:
- * a file with another table needs ErrMsgInit. FALSE, and panicked, on failure. HostFork calls it in the process that
- * starts another and in the started one.
+ * a file with another table needs ErrMsgInit. FALSE, and panicked, on failure; without an ErrMsgInit before it, without
+ * a word. HostFork calls it in the process that starts another and in the started one.
  */
 TMQKCI_API BoolType ErrMsgReset(void);
 
@@ -51,7 +51,10 @@ TMQKCI_API void ErrMsgSetPanicked(BoolType panicked);
  */
 TMQKCI_API char* ErrMsgGetString(const char* sym);
 
-/* Builds a message in buf, of bufSize bytes, always terminated; with bufSize 0 nothing is written. */
+/*
+ * Builds a message in buf, of bufSize bytes, always terminated; with bufSize 0 nothing is written. The symbol and the
+ * arguments may stand in buf.
+ */
 TMQKCI_API void ErrMsgBuildString(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, va_list ap);
 TMQKCI_API void ErrMsgSymToText(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, ...);
 

@@ -1,8 +1,10 @@
 #include "errmsg.h"
 
 #include <algorithm>
-#include <stdio.h>
-#include <string.h>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 
 #include "err/errcatalogue.h"
 #include "err/errformat.h"
@@ -19,9 +21,11 @@ constexpr char UserErrTxt[] = "errmsg.userErrTxt";
 constexpr char InvalidErrNumMsgTxt[] = "errmsg.invalidErr";
 
 BoolType resetLocked() {
-    const BoolType opened = ErrUtlReset(FALSE);
-    if (opened)
+    // Every fork resets the catalogue. Where no file was ever named there is nothing to say about one.
+    const BoolType opened = ErrUtlErrFileName[0] != '\0' && ErrUtlReset(FALSE);
+    if (opened) {
         errMsgForgetLookups();
+    }
     errMsgSetPanicked(!opened);
     return opened;
 }
@@ -52,6 +56,36 @@ void buildFromPattern(const char* sym, char* buf, size_t bufSize, const ParsedEn
     memcpy(buf, work, length);
     buf[length] = 0;
     buf[bufSize - 1] = 0;
+}
+
+// Whether rendering into the buffer would overwrite what is rendered.
+bool quotesBuffer(const char* buf, size_t bufSize, const char* sym, const MessageArgs& args) {
+    const auto inBuffer = [&](const char* text) {
+        return reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(buf) < bufSize;
+    };
+    bool found = inBuffer(sym);
+    for (size_t i = 0; i < args.kinds.size(); ++i) {
+        found = found || (args.kinds[i] == 's' && inBuffer(args.values[i].text));
+    }
+    return found;
+}
+
+// The bracketed form, up to the end of the buffer; zeros behind it.
+void buildWithoutPattern(const char* sym, char* buf, size_t bufSize, const MessageArgs& args) {
+    if (!quotesBuffer(buf, bufSize, sym, args)) {
+        memset(buf, 0, bufSize);
+        TextSink out(buf, bufSize - 1);
+        desperateErr(out, sym, nullptr, args);
+        return;
+    }
+    ErrMsgStrType usual;
+    char* const large = bufSize > sizeof usual ? static_cast<char*>(malloc(bufSize)) : nullptr;
+    char* const work = large != nullptr ? large : usual;
+    TextSink out(work, (large != nullptr ? bufSize : std::min(bufSize, sizeof usual)) - 1);
+    desperateErr(out, sym, nullptr, args);
+    memset(buf, 0, bufSize);
+    memcpy(buf, work, out.length());
+    free(large);
 }
 
 } // namespace
@@ -123,9 +157,7 @@ void ErrMsgBuildString(const char* sym, char* buf, ArraySizeType bufSize, const 
     if (!errMsgPanicked() && lookUp(sym, entry, pattern)) {
         buildFromPattern(sym, buf, bufSize, entry, args);
     } else {
-        memset(buf, 0, bufSize);
-        TextSink out(buf, bufSize - 1);
-        desperateErr(out, sym, nullptr, args);
+        buildWithoutPattern(sym, buf, bufSize, args);
     }
 }
 

@@ -23,6 +23,9 @@ const char* const collidingB = "c.cdfa";
 TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     setenv("KESTRUNE_LANG", "/nonexistent", 1);
     EXPECT_EQ(message("errmsg.line4", "d", 3), "[errmsg.line4 3]");
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(ErrMsgReset());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "nothing was open";
     ErrMsgInit();
     EXPECT_TRUE(ErrMsgGetPanicked());
     EXPECT_EQ(message("a.b", nullptr), "[a.b]");
@@ -43,6 +46,13 @@ TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     ErrMsgSymToText("errmsg.line4", text, 1, "d", 3);
     EXPECT_STREQ(text, "");
     ErrMsgSymToText("errmsg.line4", nullptr, 0, "d", 3);
+    // Symbol and arguments may stand in the buffer that receives the text.
+    strcpy(text, "abc");
+    ErrMsgSymToText(text, text, sizeof text, "ss", text, text + 1);
+    EXPECT_EQ(std::string(text, sizeof text), "[abc abc bc]" + std::string(sizeof text - 12, '\0'));
+    std::string large(5000, 'a');
+    ErrMsgSymToText("s", large.data(), 5001, "s", large.data());
+    EXPECT_EQ(large, "[s " + std::string(4997, 'a'));
 }
 
 // The message that an entry, without its symbol, gives.
