@@ -34,7 +34,10 @@ TMQKCI_API void* UtlMalloc_(unsigned length, int line);
 /* UtlMallocF; then all pages that the block touches may be read, written and executed, also after its release. */
 TMQKCI_API void* UtlMallocExe(unsigned length, int lineNum, const char* fileName);
 
-/* Releases a block. NULL is reported. A pointer that is not a live block's is reported and left alone. */
+/*
+ * Releases a block. NULL is reported. A pointer that is not a live block's is reported, with a line on standard error
+ * that says what is known of it, and left alone; the memory that it leads to need not exist.
+ */
 TMQKCI_API void UtlFree(void* ptr);
 
 /* Prepares the heap. Allocations do so themselves; later calls change nothing. */

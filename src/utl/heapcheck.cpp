@@ -31,12 +31,14 @@ void HeapViolations::report() {
 namespace {
 // Fetches what checkLiveList will look at.
 inline void prefetchBlock(const HeapLedger::Entry& entry) {
-    const char* chunk = reinterpret_cast<const char*>(entry.chunk);
-    const char* end = chunk + sizeof(HeapChunk) + entry.size;
-    prefetch(chunk + offsetof(HeapChunk, prev));
-    prefetch(chunk + sizeof(HeapChunk) - 1);
-    prefetch(end);
-    prefetch(end + heapGuardWords * sizeof(uint32_t) - 1);
+    // Integers: of a gap, which has no chunk, no address is formed.
+    const auto chunk = reinterpret_cast<uintptr_t>(entry.chunk);
+    const uintptr_t end = chunk + sizeof(HeapChunk) + entry.size;
+    const auto prefetchAt = [](uintptr_t place) { prefetch(reinterpret_cast<const void*>(place)); };
+    prefetchAt(chunk + offsetof(HeapChunk, prev));
+    prefetchAt(chunk + sizeof(HeapChunk) - 1);
+    prefetchAt(end);
+    prefetchAt(end + heapGuardWords * sizeof(uint32_t) - 1);
 }
 
 [[gnu::cold]] void addBlockDamage(const HeapLedger::Entry& entry, bool linkedWell, HeapViolations& violations) {

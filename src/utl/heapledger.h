@@ -30,10 +30,16 @@ public:
 
     // Makes room for one more entry; false without memory. Entries may move.
     bool reserve() { return count < capacity || makeRoom(); }
-    // Enters a block as the newest; reserve has made room.
+    // The same for what is kept about a block's place.
+    static bool reserveFor(const HeapChunk* chunk) {
+        return allCountsAreThere || countFor(chunk) != nullptr || makeCounts(chunk);
+    }
+    // Enters a block as the newest; both reserves have made room.
     void append(const Entry& entry);
-    // The entry of a live block, or none. Apart from the header in front of it, a foreign pointer is not followed.
+    // The entry of a live block, or none. A foreign pointer is followed nowhere but into pages that hold live blocks.
     int32_t find(const HeapChunk* chunk) const;
+    // The entry of the live block that holds an address, or none. Slow: for reports.
+    int32_t findAround(const void* address) const;
     void remove(int32_t index);
     // Closes the gaps when they have become many. Entries move.
     void compactIfSparse() {
@@ -59,19 +65,48 @@ public:
     HeapChunk* chunkAt(int32_t index) const { return index == none ? nullptr : entries[index].chunk; }
 
 private:
-    // What the header in front of a caller's pointer says, whatever memory that is.
-    struct Claim {
-        uintptr_t ref;
-        unsigned sequence;
-    };
-    [[gnu::no_sanitize("address", "thread")]] static Claim readClaim(const HeapChunk* chunk) {
-        return {reinterpret_cast<uintptr_t>(chunk->ref), chunk->num_mallocs};
+    // What the header in front of a caller's pointer says, whatever memory that is. Its page must be readable.
+    [[gnu::no_sanitize("address", "thread")]] static uintptr_t claimedRef(const HeapChunk* chunk) {
+        return reinterpret_cast<uintptr_t>(chunk->ref);
+    }
+    [[gnu::no_sanitize("address", "thread")]] static unsigned claimedSequence(const HeapChunk* chunk) {
+        return chunk->num_mallocs;
+    }
+
+    // For each page the number of live blocks whose `ref` stands in it: what tells without a look at it that a page can
+    // be read. At 64 bits the counts of a region are made with its first block and kept.
+    static constexpr bool allCountsAreThere = sizeof(void*) == 4;
+    static constexpr unsigned addressBits = allCountsAreThere ? 32 : 47;
+    static constexpr unsigned regionBits = 30;
+    static constexpr unsigned pageBits = 12;
+    static constexpr size_t pagesPerRegion = size_t{1} << (regionBits - pageBits);
+    static_assert((1 << pageBits) / heapOverhead < UINT8_MAX);
+    static uint8_t allCounts[allCountsAreThere ? size_t{1} << (addressBits - pageBits) : 1];
+    static uint8_t* countsOfRegion[allCountsAreThere ? 1 : size_t{1} << (addressBits - regionBits)];
+
+    static uintptr_t countedPlace(const HeapChunk* chunk) {
+        return reinterpret_cast<uintptr_t>(chunk) + offsetof(HeapChunk, ref);
+    }
+    // Null when the region has no counts.
+    static uint8_t* countFor(const HeapChunk* chunk) {
+        const uintptr_t place = countedPlace(chunk);
+        if constexpr (allCountsAreThere) {
+            return &allCounts[place >> pageBits];
+        } else {
+            uint8_t* const counts = countsOfRegion[place >> regionBits];
+            return counts != nullptr ? &counts[(place >> pageBits) % pagesPerRegion] : nullptr;
+        }
+    }
+    static bool makeCounts(const HeapChunk* chunk);
+    static bool isReadable(const HeapChunk* chunk) {
+        const uint8_t* const count = countFor(chunk);
+        return (allCountsAreThere || count != nullptr) && *count != 0;
     }
 
     bool makeRoom();
     bool grow();
     void compact();
-    int32_t search(const HeapChunk* chunk, unsigned sequence) const;
+    int32_t search(const HeapChunk* chunk) const;
 
     // The entry of a record's block, for record -1 a place that nobody reads. Of records that are not in use: any.
     static int32_t& entryOfRecord(int32_t record) { return recordEntries[record + 1]; }
@@ -93,6 +128,7 @@ extern constinit HeapLedger heapLedger;
 
 inline void HeapLedger::append(const Entry& entry) {
     const auto address = reinterpret_cast<uintptr_t>(entry.chunk);
+    ++*countFor(entry.chunk);
     lowestChunk = std::min(lowestChunk, address);
     highestChunk = std::max(highestChunk, address);
     entryOfRecord(entry.record) = count;
@@ -101,19 +137,21 @@ inline void HeapLedger::append(const Entry& entry) {
 
 inline int32_t HeapLedger::find(const HeapChunk* chunk) const {
     const auto address = reinterpret_cast<uintptr_t>(chunk);
-    if (address < lowestChunk || address > highestChunk || address % alignof(HeapChunk) != 0) [[unlikely]]
+    if (address < lowestChunk || address > highestChunk || address % alignof(HeapChunk) != 0 || !isReadable(chunk))
+        [[unlikely]] {
         return none;
-    const Claim claim = readClaim(chunk);
-    const uintptr_t offset = claim.ref - reinterpret_cast<uintptr_t>(chunkRefs);
+    }
+    const uintptr_t offset = claimedRef(chunk) - reinterpret_cast<uintptr_t>(chunkRefs);
     if (offset < sizeof chunkRefs && offset % sizeof(HeapChunkRef) == 0) [[likely]] {
         const int32_t index = entryOfRecord(static_cast<int32_t>(offset / sizeof(HeapChunkRef)));
         if (index < count && entries[index].chunk == chunk) [[likely]]
             return index;
     }
-    return search(chunk, claim.sequence);
+    return search(chunk);
 }
 
 inline void HeapLedger::remove(int32_t index) {
+    --*countFor(entries[index].chunk);
     int32_t first = index;
     int32_t last = index;
     if (first > 0 && !entries[first - 1].chunk)

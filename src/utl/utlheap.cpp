@@ -140,6 +140,24 @@ void reportUnlocked(HostMutexAccessor& mutex, HeapViolations& violations) {
         mutex.withoutLock([&] { violations.report(); });
 }
 
+// What is known of a pointer that is not a live block's: whether it leads into one.
+struct ForeignText {
+    explicit ForeignText(const void* ptr) {
+        const int32_t index = heapLedger.findAround(ptr);
+        if (index == HeapLedger::none) {
+            snprintf(text, sizeof text,
+                     "UtlFree: %p is no live block: released before, or never taken from this heap\n", ptr);
+        } else {
+            HeapChunk* const chunk = heapLedger[index].chunk;
+            snprintf(text, sizeof text,
+                     "UtlFree: %p is no live block; it is byte %td of one of %zu bytes, %.*s line %d\n", ptr,
+                     static_cast<const char*>(ptr) - chunk->userBytes(), heapLedger[index].size,
+                     static_cast<int>(heapNameSize), chunk->fName, static_cast<int>(chunk->lineNum));
+        }
+    }
+    char text[160];
+};
+
 void initHeap() {
     HostMutexInit(&heapMutex);
     hostForkRegister(ForkSlot::heapMutex, {[] { HostMutexAcquire(&heapMutex); }, [] { HostMutexRelease(&heapMutex); },
@@ -185,6 +203,10 @@ void* HeapChunk::malloc(size_t size, intptr_t line, const char* name) {
     auto* chunk = static_cast<HeapChunk*>(::malloc(roundedSize(size) + heapOverhead));
     if (!chunk)
         return nullptr;
+    if (!heapLedger.reserveFor(chunk)) {
+        ::free(chunk);
+        return nullptr;
+    }
     chunk->userSize = size;
     chunk->lineNum = line;
     chunk->num_mallocs = sequence;
@@ -202,7 +224,7 @@ void* HeapChunk::malloc(size_t size, intptr_t line, const char* name) {
 }
 
 void HeapChunk::free(void* ptr) {
-    auto* chunk = reinterpret_cast<HeapChunk*>(static_cast<char*>(ptr) - sizeof(HeapChunk));
+    auto* chunk = reinterpret_cast<HeapChunk*>(reinterpret_cast<uintptr_t>(ptr) - sizeof(HeapChunk));
     HeapViolations violations;
     HostMutexAccessor mutex(heapMutex);
     int32_t index = heapLedger.find(chunk);
@@ -210,7 +232,11 @@ void HeapChunk::free(void* ptr) {
         // Released before, or never ours. There is no block that could be released.
         checkHeapRefs(violations);
         violations.add(__LINE__);
-        return reportUnlocked(mutex, violations);
+        const ForeignText text(ptr);
+        return mutex.withoutLock([&] {
+            fputs(text.text, stderr);
+            violations.report();
+        });
     }
     if (!isIntact(chunk, heapLedger[index].size)) [[unlikely]]
         addDamage(chunk, heapLedger[index].size, violations);

@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 #include <random>
 #include <regex>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -131,6 +132,25 @@ TEST(UtlHeap, PointersThatAreNoLiveBlocksAreReportedAndLeftAlone) {
     });
     EXPECT_EQ(violationsIn(child), 5) << child.out;
     EXPECT_EQ(child.exitStatus, 0);
+    EXPECT_NE(child.err.find(" is no live block; it is byte 16 of one of 100 bytes, test line "), std::string::npos);
+    EXPECT_NE(child.err.find("UtlFree: 0x1000 is no live block: released before"), std::string::npos);
+    // Memory that the system has back: of a large block, of the blocks at the heap's end, of somebody else.
+    const ChildResult unmapped = runInChild([] {
+        char* const low = take(1);
+        char* const large = take(1 << 20);
+        const std::array ends{take(100000), take(100000), take(100000)};
+        char* const other = static_cast<char*>(mmap(nullptr, 8192, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        char* const high = take(1 << 20);
+        UtlFree(large);
+        std::for_each(ends.rbegin(), ends.rend(), UtlFree);
+        UtlFree(large);
+        UtlFree(ends[2]);
+        UtlFree(other + 4096);
+        UtlFree(low);
+        UtlFree(high);
+    });
+    EXPECT_EQ(violationsIn(unmapped), 3) << unmapped.out;
+    EXPECT_EQ(unmapped.exitStatus, 0) << "signal " << unmapped.signal;
     EXPECT_EQ(runInChild([] { UtlFree(nullptr); }).out.find("Freeing a NULL pointer\nUTL_GUARANTEE failure"), 0U);
 }
 
