@@ -304,6 +304,17 @@ class Launcher(Case):
         relative = "cd " + INSTALLATION + " && exec bin/tmqkci -e 3"
         self.assertEqual(self.run_program("sh", "-c", relative, CDPATH="/usr")[:2], (0, "3\n"))
 
+    def test_the_developers_scripts_find_their_folder(self):
+        for script, program in (".ci/run", "scripts/test"), ("scripts/lint", "bin/clang-tidy"):
+            for folder in "tree/build/default", "tree/bin", "tree/scripts", "tree/.ci", "other/scripts", "other/.ci":
+                os.makedirs(f"{self.home}/{folder}", exist_ok=True)
+            self.write("tree/build/default/compile_commands.json", "[]")
+            os.chmod(self.write("tree/" + program, "#!/bin/sh\npwd\n"), 0o755)
+            shutil.copy(HERE + "/../../" + script, f"{self.home}/tree/{script}")
+            found = self.succeed("sh", "-c", f"cd {self.home}/tree && exec {script} file", CDPATH=self.home + "/other",
+                                 PATH=self.home + "/tree/bin:/usr/bin:/bin")
+            self.assertEqual(found, self.home + "/tree\n")
+
 
 class BundledLibrary(Case):
     PROGRAM = """public class Where { public static void main(String[] a) {
