@@ -1,4 +1,8 @@
 // DateTime.
+
+// The C library's 64-bit time: the other one ends in January 2038.
+#define _FILE_OFFSET_BITS 64
+#define _TIME_BITS 64
 #include "language/date_time.h"
 #include "language/number.h"
 #include "language/primitives.h"
@@ -6,6 +10,7 @@
 
 #include <chrono>
 #include <cstdio>
+#include <ctime>
 
 namespace local {
 
@@ -57,8 +62,9 @@ KciDateTimeSType needDateTime(const View& view, Oop oop) {
 }
 
 Oop now(Interpreter& interpreter, Oop self, Arguments) {
-    auto sinceStart = std::chrono::system_clock::now().time_since_epoch();
-    return fromEpoch(interpreter.view, self, std::chrono::duration_cast<std::chrono::milliseconds>(sinceStart).count());
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return fromEpoch(interpreter.view, self, int64_t{now.tv_sec} * 1000 + now.tv_nsec / 1000000);
 }
 
 Oop make(Interpreter& interpreter, Oop self, Arguments arguments) {

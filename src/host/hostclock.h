@@ -1,11 +1,11 @@
 // Clock readings that the statistics line shares with the clock functions.
 #pragma once
 
+#include <cstdint>
 #include <sys/resource.h>
-#include <sys/time.h>
 
-// Wall-clock time at host initialisation.
-timeval hostBeginTime();
+// The wall clock at host initialisation, in microseconds since the epoch.
+int64_t hostBeginTime();
 
 // User and system time together, in milliseconds.
 long hostCpuMilliseconds(const rusage& usage);

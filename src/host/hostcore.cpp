@@ -19,6 +19,7 @@
 #include "host/interrupted.h"
 #include "host/signalprint.h"
 #include "host/unixiosignal.h"
+#include "host/wallclock.h"
 #include "hostatomic.h"
 #include "hostenv.h"
 #include "hostsignal.h"
@@ -65,9 +66,10 @@ void waitForDebugger(int timeOut) {
     printf("    Process Id is %ld\n", static_cast<long>(getpid()));
     fflush(stdout);
     blockAllExcept({SIGTRAP, SIGTERM, SIGUSR1, SIGQUIT, SIGABRT, SIGTSTP, SIGCONT});
-    const time_t start = time(nullptr);
-    while (time(nullptr) - start < timeOut)
+    const int64_t start = hostWallSeconds();
+    while (hostWallSeconds() - start < timeOut) {
         HostSleep(3);
+    }
 }
 
 void reportPathFailure(const char* what, int error) {

@@ -8,6 +8,7 @@
 #include <sys/time.h>
 
 #include "host/hostclock.h"
+#include "host/wallclock.h"
 #include "hostenv.h"
 #include "hosttime.h"
 
@@ -49,18 +50,12 @@ ClockFields clockFields(long seconds) {
 }
 
 bool appendElapsed(PieceWriter& line) {
-    const timeval begin = hostBeginTime();
-    timeval now;
-    gettimeofday(&now, nullptr);
-    long seconds = static_cast<long>(now.tv_sec - begin.tv_sec);
-    int hundredths = static_cast<int>(now.tv_usec / 10000 - begin.tv_usec / 10000);
-    if (hundredths < 0) {
-        hundredths += 100;
-        --seconds;
-    }
-    const ClockFields clock = clockFields(seconds);
+    constexpr int64_t hundredth = 10000;
+    const int64_t begin = hostBeginTime();
+    const int64_t elapsed = hostWallMicroseconds() / hundredth - begin / hundredth;
+    const ClockFields clock = clockFields(static_cast<long>(elapsed / 100));
     return line.append(" ELAPSED: %1d %02d:%02d:%02d.%02d  ", clock.hours / 24, clock.hours % 24, clock.minutes,
-                       clock.seconds, hundredths);
+                       clock.seconds, static_cast<int>(elapsed % 100));
 }
 
 bool appendCpu(PieceWriter& line, const rusage& usage) {

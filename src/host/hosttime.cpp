@@ -15,18 +15,19 @@
 #include "host/hostclock.h"
 #include "host/hostinit.h"
 #include "host/interrupted.h"
+#include "host/wallclock.h"
 #include "hostdebug.h"
 #include "hostsignal.h"
 
 namespace {
-timeval beginTp;
+int64_t beginTp; // microseconds
 long initialCpuClockReading;
 double sc_clk_tck;
 
 pthread_once_t clocksOnce = PTHREAD_ONCE_INIT;
 
 void recordClocks() {
-    gettimeofday(&beginTp, nullptr);
+    beginTp = hostWallMicroseconds();
     rusage usage;
     initialCpuClockReading = getrusage(RUSAGE_SELF, &usage) == 0 ? hostCpuMilliseconds(usage) : 0;
     sc_clk_tck = static_cast<double>(sysconf(_SC_CLK_TCK));
@@ -56,7 +57,7 @@ void hostStartClocks() {
     recordClocks();
 }
 
-timeval hostBeginTime() {
+int64_t hostBeginTime() {
     pthread_once(&clocksOnce, recordClocks);
     return beginTp;
 }
@@ -70,7 +71,7 @@ long hostCpuMilliseconds(const rusage& usage) {
 void HostSleep(unsigned seconds) {
     // One poll waits for at most this long.
     constexpr int64_t longestWait = INT_MAX / 1000;
-    const int64_t deadline = static_cast<int64_t>(time(nullptr)) + seconds;
+    const int64_t deadline = hostWallSeconds() + seconds;
     for (int64_t remaining = seconds; remaining > 0;) {
         const int64_t wait = std::min(remaining, longestWait);
         const bool over = waitMilliseconds("HostSleep", static_cast<int>(wait * 1000));
@@ -78,7 +79,7 @@ void HostSleep(unsigned seconds) {
             return;
         if (!over && HostGetSigTerm(__FILE_NAME__, __LINE__) != 0)
             return;
-        remaining = deadline - time(nullptr);
+        remaining = deadline - hostWallSeconds();
     }
 }
 

@@ -22,7 +22,9 @@
 
 namespace {
 int (*pollInstead)() = nullptr;
-}
+int pollCount = 0;
+int64_t secondsInstead = 0; // of the wall clock
+} // namespace
 
 // Stands in for the C library's: poll on no descriptors never fails by itself except with EINTR.
 extern "C" int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
@@ -30,6 +32,34 @@ extern "C" int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
         return pollInstead();
     return static_cast<int>(syscall(SYS_poll, descriptors, count, milliseconds));
 }
+
+#if defined(__i386__)
+// The C library's clock_gettime with seconds of 64 bits.
+struct WideTime {
+    int64_t seconds;
+    int64_t nanoseconds;
+};
+extern "C" int __clock_gettime64(clockid_t clock, WideTime* now) {
+    const long result = syscall(SYS_clock_gettime64, clock, now);
+    if (secondsInstead != 0 && clock == CLOCK_REALTIME)
+        *now = {secondsInstead, 0};
+    return static_cast<int>(result);
+}
+
+TEST(HostSleep, GoesOnBeyondJanuary2038) {
+    secondsInstead = (int64_t{1} << 31) - 3;
+    char line[400];
+    HostStatistics(line, sizeof line);
+    pollInstead = [] {
+        secondsInstead += 5;
+        return ++pollCount < 10 ? errno = EINTR, -1 : 0;
+    };
+    HostSleep(9);
+    EXPECT_EQ(pollCount, 2);
+    HostStatistics(line, sizeof line);
+    EXPECT_TRUE(std::string(line).starts_with(" ELAPSED: 0 00:00:10.00  ")) << line;
+}
+#endif
 
 namespace {
 using std::chrono::milliseconds;
