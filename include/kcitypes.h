@@ -20,9 +20,13 @@
 
 /*
  * Exported data stays where the library keeps it: a program at fixed addresses would hold a copy of its own otherwise,
- * which the library, whose names bind within itself, never looks at.
+ * which the library, whose names bind within itself, never looks at. On x86-64 the attribute that says so denies all
+ * objects of the program such copies, of the C library's data too, and position-independent programs take those by
+ * default; they look up addresses of weak names.
  */
-#if defined(__has_attribute)
+#if defined(__x86_64__) && defined(__PIC__)
+#define TMQKCI_DATA __attribute__((visibility("default"), weak))
+#elif defined(__has_attribute)
 #if __has_attribute(nodirect_extern_access)
 #define TMQKCI_DATA __attribute__((visibility("default"), nodirect_extern_access))
 #endif

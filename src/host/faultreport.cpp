@@ -74,8 +74,23 @@ void printRegisters(const ucontext_t& context) {
     hostSafePrintf("   efl 0x%x uesp 0x%x ss 0x%x \n", value(REG_EFL), value(REG_UESP), value(REG_SS));
 }
 #else
-// The build for x86-64 exists for race detection alone.
-void printRegisters(const ucontext_t&) {}
+void printRegisters(const ucontext_t& context) {
+    const auto& registers = context.uc_mcontext.gregs;
+    const auto value = [&registers](int index) { return static_cast<unsigned long>(registers[index]); };
+    HostSignalSafePrint("  Registers saved from frame receiving the signal:\n");
+    hostSafePrintf("   r8 0x%lx r9 0x%lx r10 0x%lx r11 0x%lx \n", value(REG_R8), value(REG_R9), value(REG_R10),
+                   value(REG_R11));
+    hostSafePrintf("   r12 0x%lx r13 0x%lx r14 0x%lx r15 0x%lx \n", value(REG_R12), value(REG_R13), value(REG_R14),
+                   value(REG_R15));
+    hostSafePrintf("   rdi 0x%lx rsi 0x%lx rbp 0x%lx rsp 0x%lx \n", value(REG_RDI), value(REG_RSI), value(REG_RBP),
+                   value(REG_RSP));
+    hostSafePrintf("   rbx 0x%lx rdx 0x%lx rcx 0x%lx rax 0x%lx \n", value(REG_RBX), value(REG_RDX), value(REG_RCX),
+                   value(REG_RAX));
+    // The kernel keeps the segments in one word.
+    hostSafePrintf("   trapno 0x%lx err 0x%lx rip 0x%lx csgsfs 0x%lx \n", value(REG_TRAPNO), value(REG_ERR),
+                   value(REG_RIP), value(REG_CSGSFS));
+    hostSafePrintf("   efl 0x%lx cr2 0x%lx \n", value(REG_EFL), value(REG_CR2));
+}
 #endif
 } // namespace
 

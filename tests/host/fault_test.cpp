@@ -186,8 +186,13 @@ TEST(Chaining, NeedsLittleStack) {
         setAction(SIGSEGV, openClosedPage);
         const auto depth = [] {
             closePageAndFault();
+#if defined(__i386__)
+            constexpr int stackPointer = REG_ESP;
+#else
+            constexpr int stackPointer = REG_RSP;
+#endif
             const auto* context = static_cast<ucontext_t*>(contextInside);
-            return static_cast<uintptr_t>(context->uc_mcontext.gregs[REG_ESP]) - stackInside;
+            return static_cast<uintptr_t>(context->uc_mcontext.gregs[stackPointer]) - stackInside;
         };
         const uintptr_t direct = depth();
         install();

@@ -26,6 +26,22 @@ void faultWithKnownRegisters() {
     HostFaultHandler(SIGBUS, &info, &context);
 }
 
+#if defined(__i386__)
+#define FIRST_REGISTERS "gs 0x[0-9a-f]+ fs 0x[0-9a-f]+ es 0x"
+#define PROGRAM_COUNTER "0x10e"
+#define REGISTERS                                                                                                      \
+    "   gs 0x100 fs 0x101 es 0x102 ds 0x103 \n   edi 0x104 esi 0x105 epb 0x106 esp 0x107 \n"                           \
+    "   ebx 0x108 edx 0x109 ecx 0x10a eax 0x10b \n   trapno 0x10c err 0x10d eip 0x10e cs 0x10f \n"                     \
+    "   efl 0x110 uesp 0x111 ss 0x112 \n"
+#else
+#define FIRST_REGISTERS "r8 0x[0-9a-f]+ r9 0x[0-9a-f]+ r10 0x"
+#define PROGRAM_COUNTER "0x110"
+#define REGISTERS                                                                                                      \
+    "   r8 0x100 r9 0x101 r10 0x102 r11 0x103 \n   r12 0x104 r13 0x105 r14 0x106 r15 0x107 \n"                         \
+    "   rdi 0x108 rsi 0x109 rbp 0x10a rsp 0x10f \n   rbx 0x10b rdx 0x10c rcx 0x10e rax 0x10d \n"                       \
+    "   trapno 0x114 err 0x113 rip 0x110 csgsfs 0x112 \n   efl 0x111 cr2 0x116 \n"
+#endif
+
 TEST(Report, UnhandledFaults) {
     const std::string ending = "\nBegin attempt to print C-level stack for PID [0-9]+ at: \n\nEnd of C-level stack for "
                                "PID [0-9]+\n\nflush \\[host.core[457][^]*\n$";
@@ -34,12 +50,9 @@ TEST(Report, UnhandledFaults) {
          "^\n\nKS Signal Handler: Unhandled signal 11, SIGSEGV Received at [0-9]+ \nHostFaultHandler: signal "
          "\\(int\\) = 11 \n    info->si_signo = 11 = 0xb  \n    info->si_code =  1 = 0x1  \n    info->si_errno = 0 = "
          "0x0  \n    info->si_addr = 0x\\(nil\\)  pc = 0x\\(nil\\) \n  Registers saved from frame receiving the "
-         "signal:\n   gs 0x[0-9a-f]+ fs 0x[0-9a-f]+ es 0x"},
-        {faultWithKnownRegisters,
-         "    info->si_addr = 0x0xabc  pc = 0x0x10e \n  Registers saved from frame receiving the signal:\n"
-         "   gs 0x100 fs 0x101 es 0x102 ds 0x103 \n   edi 0x104 esi 0x105 epb 0x106 esp 0x107 \n"
-         "   ebx 0x108 edx 0x109 ecx 0x10a eax 0x10b \n   trapno 0x10c err 0x10d eip 0x10e cs 0x10f \n"
-         "   efl 0x110 uesp 0x111 ss 0x112 \n"},
+         "signal:\n   " FIRST_REGISTERS},
+        {faultWithKnownRegisters, "    info->si_addr = 0x0xabc  pc = 0x" PROGRAM_COUNTER " \n"
+                                  "  Registers saved from frame receiving the signal:\n" REGISTERS},
         {[] { memset(newPage(PROT_READ), 1, 1); }, "SIGSEGV [^]*si_code =  2"},
         {[] {
              asm volatile("xorl %%ecx, %%ecx; divl %%ecx" : : : "eax", "ecx", "edx");

@@ -24,11 +24,14 @@ std::string signalState() {
         if (line.starts_with("SigBlk") || line.starts_with("SigIgn") || line.starts_with("SigCgt"))
             state += line.substr(0, 8) + line.substr(line.size() - 8) + "\n"; // without the C library's own, 32 and 33
     }
+    // The C library adds a flag of its own when it sets a disposition on x86-64.
+    constexpr int restorerFlag = 0x04000000;
     for (const int sig : {SIGCHLD, SIGVTALRM, SIGINT, SIGQUIT, SIGTTOU, SIGTTIN}) {
         struct sigaction action;
         sigaction(sig, nullptr, &action);
         state += std::to_string(reinterpret_cast<uintptr_t>(action.sa_handler)) + " " +
-                 std::to_string(action.sa_flags) + " " + std::to_string(sigismember(&action.sa_mask, SIGHUP)) + "\n";
+                 std::to_string(action.sa_flags & ~restorerFlag) + " " +
+                 std::to_string(sigismember(&action.sa_mask, SIGHUP)) + "\n";
     }
     return state;
 }

@@ -13,11 +13,6 @@ namespace {
 namespace fs = std::filesystem;
 using std::string;
 
-string javaHome() {
-    const char* home = getenv("TMQKCI_JAVA32_HOME");
-    return home != nullptr ? home : JAVA32_HOME;
-}
-
 // What a virtual machine does that runs Faults with these words.
 struct Case {
     const char* name;
@@ -36,10 +31,10 @@ void PrintTo(const Case& c, std::ostream* out) {
     const char* path = getenv("LD_LIBRARY_PATH");
     setenv("LD_LIBRARY_PATH", (string(I386_LIBS ":") + (path != nullptr ? path : "")).c_str(), 1);
     if (c.chaining)
-        setenv("LD_PRELOAD", (javaHome() + "/lib/libjsig.so").c_str(), 1);
+        setenv("LD_PRELOAD", JAVA_HOME "/lib/libjsig.so", 1);
     // The fast compiler keeps making null checks of faults; the other replaces those that fail often.
-    const string command = "exec " + javaHome() +
-                           "/bin/java -XX:TieredStopAtLevel=1 -Xmx100m -cp " CLASSES " Faults " JNI_LIBRARY " " +
+    const string command = "exec " JAVA_HOME "/bin/java -XX:TieredStopAtLevel=1 -Xmx100m -cp " CLASSES
+                           " Faults " JNI_LIBRARY " " +
                            c.words;
     execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
     _exit(96);
