@@ -1,6 +1,6 @@
 // The statistics of the shared cache can't be read by a 32-bit library; the methods exist because Java binds them.
 
-#include "nativecall.h"
+#include "bridge/TmqKciInterface.h"
 
 namespace {
 

@@ -1,6 +1,5 @@
 // The codes of a report's values, and the identifiers that carry their value in themselves.
-#ifndef TMQKCI_BRIDGE_CODES_H
-#define TMQKCI_BRIDGE_CODES_H
+#pragma once
 
 #include "kcirecords.h"
 
@@ -45,5 +44,3 @@ constexpr OopType characterOop(jlong code) {
 constexpr KciLong smallIntegerValue(OopType oop) {
     return static_cast<KciLong>(oop) >> 2;
 }
-
-#endif

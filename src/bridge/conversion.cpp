@@ -1,6 +1,6 @@
-// From a report to a server object.
+#include "bridge/conversion.h"
 
-#include "nativecall.h"
+#include "bridge/errors.h"
 
 namespace {
 
@@ -98,7 +98,7 @@ jint convertValue(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobjec
     case valueDateTime:
         return convertDateTime(conversion, jobj);
     default:
-        // Kept: a soft failure; the caller goes on with the identifier that it had.
+        // kept: callers depend on the soft failure; they go on with the identifier that they had.
         TRACE_DEBUG("    getOop(): Logic error in case statement\n");
         return 0;
     }

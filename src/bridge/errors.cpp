@@ -1,7 +1,10 @@
-#include "nativecall.h"
+#include "bridge/errors.h"
+
+#include "bridge/fields.h"
+#include "bridge/state.h"
 
 #include <algorithm>
-#include <string.h>
+#include <cstring>
 
 KciErrSType KciError;
 
@@ -146,16 +149,4 @@ jint allocationFailure() {
 jint clientErrorFound(jobject errRpt) {
     setupError(errRpt);
     return 1;
-}
-
-TMQKCI_NATIVE(checkErrors)(JNIEnv* env, jclass, jint sessionId, jthrowable jErrReport) {
-    TRACE_DEBUG("CheckErrors: %d\n", sessionId);
-    return inSession(env, sessionId, jErrReport, [](const NativeCall& call) {
-        rtlPrivKciRtlFuncs->KciPollForSignal();
-        if (call.clientError()) {
-            return call.failed();
-        }
-        TRACE_DEBUG("checkErrors completed.\n");
-        return call.done(0);
-    });
 }

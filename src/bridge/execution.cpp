@@ -1,4 +1,8 @@
-#include "nativecall.h"
+// Running code: starting calls, polling for their end, continuing suspended processes.
+
+#include "bridge/TmqKciInterface.h"
+
+#include <cstdio>
 
 namespace {
 
@@ -117,6 +121,36 @@ TMQKCI_NATIVE(perform)
         TRACE_DEBUG("    Selector = %s\n", selector);
         rtlPrivKciRtlFuncs->KciNbPerform(receiver, selector, args, static_cast<ArraySizeType>(numArgs));
         return call.done(0);
+    });
+}
+
+TMQKCI_NATIVE(nbEnd)(JNIEnv* env, jclass, jint sessionId, jobject result, jthrowable jErrReport) {
+    TRACE_DEBUG("NbEnd: %d ", sessionId);
+    return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
+        if (result == nullptr) [[unlikely]] {
+            return call.refused("nbEnd(): NULL result argument");
+        }
+        void* resultPtr = nullptr;
+        // A client library may answer more than the enumeration names.
+        const int32_t end = rtlPrivKciRtlFuncs->KciNbEnd(&resultPtr);
+        if (end != KCI_RESULT_READY) {
+            // These two complete the line begun above.
+            if (Debug) [[unlikely]] {
+                printf("/ not ready: %d.\n", end);
+            }
+            return call.notReady();
+        }
+        if (Debug) [[unlikely]] {
+            printf("\n");
+        }
+        if (call.clientError()) {
+            return call.failed();
+        }
+        if (resultPtr == nullptr) [[unlikely]] {
+            return call.refused("Failure in KciNbEnd() call");
+        }
+        const OopType resultOop = *static_cast<const OopType*>(resultPtr);
+        return call.done(setupReport(sessionId, resultOop, result, jErrReport, TRUE));
     });
 }
 

@@ -1,6 +1,6 @@
 // Giving objects up, and learning which ones changed.
 
-#include "nativecall.h"
+#include "bridge/TmqKciInterface.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "fields.h"
+#include "bridge/fields.h"
 
 jfieldID oopFid, classOopFid, classHistoryOopFid, objTypeFid, namedSizeFid, indexedSizeFid, isCollectionFid,
     isStringFid, isDBStringFid, valueTypeFid, int1Fid, int2Fid, longFid, doubleFid, bytesFid, longsFid, stringFid;

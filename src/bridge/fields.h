@@ -1,6 +1,5 @@
 // The Java fields that the bridge reads and writes, resolved once.
-#ifndef TMQKCI_BRIDGE_FIELDS_H
-#define TMQKCI_BRIDGE_FIELDS_H
+#pragma once
 
 #include <jni.h>
 
@@ -29,5 +28,3 @@ extern const std::span<const JavaField> reportFields;
 enum ExceptionField { numberField, messageField, categoryField, contextField, fatalField, argCountField, argsField };
 extern const std::span<const JavaField> exceptionFields; // by ExceptionField
 extern const std::span<const JavaField> cacheStatsFields;
-
-#endif

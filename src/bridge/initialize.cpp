@@ -1,22 +1,11 @@
-#include "nativecall.h"
+#include "bridge/TmqKciInterface.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <iterator>
-#include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-
-int TmqKciInitialized = 0;
-JNIEnv* ENV = nullptr;
-jint BufSizeBytes;
-jint BufSizeOops;
-ByteType* byteBuf;
-OopType* oopBuf;
-jlong* jlongBuf;
-int PreloadSizeBytes;
-int PreloadSizeOops;
-jclass jTmqKciCacheStatsClass;
 
 namespace {
 
@@ -70,7 +59,7 @@ public:
         if (preloadSize > bufSize) {
             return call.refused("preloadSize exceeds bufSize");
         }
-        // Kept: neither a negative size nor one raised above bufSize is looked at again.
+        // kept: callers may pass a negative size, or one that is raised above bufSize; neither is looked at again.
         if (preloadSize >= 0) {
             preloadSize = std::max(preloadSize, smallestPreload);
         }
@@ -182,7 +171,7 @@ private:
         if (const char* failure = allocateBuffers(bufSize)) {
             return call.refused(failure);
         }
-        // Kept: an array that is too short leaves Java's own exception pending, and the bridge initialized.
+        // kept: callers with too short an array find Java's own exception pending, and the bridge initialized.
         ENV->SetLongArrayRegion(kernelOops, 0, std::size(kernelTable), kernelTable);
         TmqKciInitialized = 1;
         TRACE_DEBUG("libtmqkci311 initialization completed.\n");
@@ -237,7 +226,7 @@ TMQKCI_NATIVE(initialize)
         traceSizes();
     }
     if (TmqKciInitialized) {
-        // Kept: ENV stays as the last native call left it.
+        // kept: callers may come from another thread; ENV stays as the last native call left it.
         TRACE_DEBUG("Already initialized.\n");
         TRACE_DEBUG("    Returning: %d\n", initialized);
         return initialized;

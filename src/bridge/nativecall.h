@@ -2,10 +2,10 @@
 //
 // A method hands its own work to inSession (or inBridge) as a function that ends in one of NativeCall's exits.
 // An Exit cannot be had elsewhere, so no path can forget a step of the frame.
-#ifndef TMQKCI_BRIDGE_NATIVECALL_H
-#define TMQKCI_BRIDGE_NATIVECALL_H
+#pragma once
 
-#include "TmqKciInterface.h"
+#include "bridge/errors.h"
+#include "bridge/state.h"
 
 class NativeCall;
 
@@ -101,5 +101,3 @@ jint inSession(JNIEnv* env, jint sessionId, jobject jErrReport, Body body) {
         return body(call);
     });
 }
-
-#endif

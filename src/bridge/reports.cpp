@@ -1,4 +1,6 @@
-#include "nativecall.h"
+#include "bridge/reports.h"
+
+#include "bridge/TmqKciInterface.h"
 
 #include <algorithm>
 
@@ -33,7 +35,7 @@ jint reportSpecial(KciSessionIdType sessionId, OopType oop, jobject result, jobj
     } else if (isBoolean(oop)) {
         setValueLong(result, valueBoolean, rtlPrivKciRtlFuncs->KciOopToBool(oop) != FALSE ? 1 : 0);
     } else if (isCharacter(oop)) {
-        // Kept: codes above 127 come out negative.
+        // kept: callers get codes above 127 as negative numbers.
         setValueLong(result, valueCharacter, static_cast<signed char>(rtlPrivKciRtlFuncs->KciOopToChr(oop)));
     } else if (isSmallInteger(oop)) {
         if (kciError(jErrReport)) {
@@ -154,7 +156,8 @@ jint reportObject(KciSessionIdType sessionId, OopType oop, jobject result, jobje
 
 jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, jobject jErrReport,
                  BoolType fullSetup) {
-    // Kept: the first thing asked of a report, although every value that is written has a code of its own.
+    // kept: callers that watch the Java environment see this first; nothing needs the value, for whatever is written
+    // has a code of its own.
     ENV->GetByteField(result, valueTypeFid);
     if (resultOop == KCI_OOP_NONE) [[unlikely]] {
         const jint status = getOop(sessionId, result, &resultOop, jErrReport);
@@ -174,4 +177,14 @@ jint setupReport(KciSessionIdType sessionId, OopType resultOop, jobject result, 
         return released(clientFailure(sessionId));
     }
     return fullSetup ? reportObject(sessionId, resultOop, result, jErrReport) : 0;
+}
+
+TMQKCI_NATIVE(setup)(JNIEnv* env, jclass, jint sessionId, jobject result, jthrowable jErrReport) {
+    return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
+        if (result == nullptr) [[unlikely]] {
+            return call.refused("setup(): NULL result argument");
+        }
+        const auto oop = static_cast<OopType>(ENV->GetLongField(result, oopFid));
+        return call.done(setupReport(sessionId, oop, result, jErrReport, TRUE));
+    });
 }

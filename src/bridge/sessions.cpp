@@ -1,6 +1,6 @@
-#include "nativecall.h"
+// Versions, login and logout, and errors that are pending in a session.
 
-#include <stdio.h>
+#include "bridge/TmqKciInterface.h"
 
 namespace {
 
@@ -115,42 +115,14 @@ TMQKCI_NATIVE(logout)(JNIEnv* env, jclass, jint sessionId, jthrowable jErrReport
     });
 }
 
-TMQKCI_NATIVE(setup)(JNIEnv* env, jclass, jint sessionId, jobject result, jthrowable jErrReport) {
-    return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
-        if (result == nullptr) [[unlikely]] {
-            return call.refused("setup(): NULL result argument");
-        }
-        const auto oop = static_cast<OopType>(ENV->GetLongField(result, oopFid));
-        return call.done(setupReport(sessionId, oop, result, jErrReport, TRUE));
-    });
-}
-
-TMQKCI_NATIVE(nbEnd)(JNIEnv* env, jclass, jint sessionId, jobject result, jthrowable jErrReport) {
-    TRACE_DEBUG("NbEnd: %d ", sessionId);
-    return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
-        if (result == nullptr) [[unlikely]] {
-            return call.refused("nbEnd(): NULL result argument");
-        }
-        void* resultPtr = nullptr;
-        // A client library may answer more than the enumeration names.
-        const int32_t end = rtlPrivKciRtlFuncs->KciNbEnd(&resultPtr);
-        if (end != KCI_RESULT_READY) {
-            // These two complete the line begun above.
-            if (Debug) [[unlikely]] {
-                printf("/ not ready: %d.\n", end);
-            }
-            return call.notReady();
-        }
-        if (Debug) [[unlikely]] {
-            printf("\n");
-        }
+TMQKCI_NATIVE(checkErrors)(JNIEnv* env, jclass, jint sessionId, jthrowable jErrReport) {
+    TRACE_DEBUG("CheckErrors: %d\n", sessionId);
+    return inSession(env, sessionId, jErrReport, [](const NativeCall& call) {
+        rtlPrivKciRtlFuncs->KciPollForSignal();
         if (call.clientError()) {
             return call.failed();
         }
-        if (resultPtr == nullptr) [[unlikely]] {
-            return call.refused("Failure in KciNbEnd() call");
-        }
-        const OopType resultOop = *static_cast<const OopType*>(resultPtr);
-        return call.done(setupReport(sessionId, resultOop, result, jErrReport, TRUE));
+        TRACE_DEBUG("checkErrors completed.\n");
+        return call.done(0);
     });
 }

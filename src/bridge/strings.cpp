@@ -1,4 +1,6 @@
-#include "TmqKciInterface.h"
+#include "bridge/strings.h"
+
+#include "bridge/state.h"
 
 jint AllocatedStringIndex = 0;
 
@@ -42,7 +44,8 @@ const ByteType* GetDbString(jstring jstr) {
     }
     const auto* str = reinterpret_cast<const ByteType*>(ENV->GetStringChars(jstr, nullptr));
     if (str != nullptr) {
-        // Kept: recorded as UTF characters and so released as such.
+        // kept: callers get it released as the other strings, as if it were UTF; virtual machines take it, unless they
+        // check.
         record(jstr, str);
     }
     return str;

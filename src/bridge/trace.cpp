@@ -1,7 +1,7 @@
-#include "trace.h"
+#include "bridge/trace.h"
 
-#include <stdarg.h>
-#include <stdio.h>
+#include <cstdarg>
+#include <cstdio>
 
 BoolType Debug = FALSE;
 BoolType Info = FALSE;

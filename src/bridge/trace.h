@@ -1,8 +1,11 @@
 // Trace lines on standard output. A flag that is off costs one branch: arguments are not even evaluated.
-#ifndef TMQKCI_BRIDGE_TRACE_H
-#define TMQKCI_BRIDGE_TRACE_H
+#pragma once
 
 #include "kcitypes.h"
+
+#include <jni.h>
+
+#include <cstdint>
 
 // Raised by _initialize, never cleared.
 extern BoolType Debug;
@@ -25,4 +28,11 @@ extern BoolType Info;
 // Writes the prefix and the formatted message, then flushes standard output.
 [[gnu::cold, gnu::format(printf, 2, 3)]] void traceLine(const char* prefix, const char* format, ...);
 
-#endif
+// An identifier as the client's signed long, the way traces show it.
+inline long shown(OopType oop) {
+    return static_cast<KciLong>(oop);
+}
+// A Java reference as traces show it.
+inline long long referenceValue(jobject reference) {
+    return static_cast<long long>(reinterpret_cast<intptr_t>(reference));
+}

@@ -1,6 +1,6 @@
 // Reading and writing the contents of an object in bulk.
 
-#include "nativecall.h"
+#include "bridge/TmqKciInterface.h"
 
 #include <algorithm>
 
@@ -154,7 +154,7 @@ constexpr TransferTexts putObjsTexts = {
         "putObjs(): numObjs < 0",
         "putObjs(): jobjs is NULL or shorter than numObjs",
     },
-    "Problem with GetObjectArrayElement in pubObjs()", // kept: spelt so
+    "Problem with GetObjectArrayElement in pubObjs()", // kept: callers compare this text
     "putObjs completed.",
 };
 constexpr TransferTexts putNamedObjsTexts = {
@@ -184,7 +184,7 @@ TMQKCI_NATIVE(getBytes)
             const KciLong fetchedBytes = rtlPrivKciRtlFuncs->KciFetchBytes(
                 receiver, transfer.clientStart(), reinterpret_cast<ByteType*>(buf), transfer.clientCount());
             if (call.clientError()) {
-                // Kept: the elements stay borrowed.
+                // kept: callers find their array as it was, for its elements stay borrowed.
                 return call.failed();
             }
             TRACE_DEBUG("     fetchedBytes = %d\n", fetchedBytes);
