@@ -1,17 +1,20 @@
 // Whether fatal reports may end the virtual machine: a native of com.kestrune.tmqkci.KciMessages.
 #include "javasupport/faultreports.h"
 
-#include <jni.h>
-
 #include "hostdebug.h"
 
+#include <jni.h>
+
 namespace {
+
 volatile bool faultReportsWanted;
-}
+
+} // namespace
 
 void keepVirtualMachineAlive() {
-    if (!faultReportsWanted)
+    if (!faultReportsWanted) {
         noHalt = TRUE;
+    }
 }
 
 extern "C" TMQKCI_API void JNICALL Java_com_kestrune_tmqkci_KciMessages_faultReports(JNIEnv*, jclass, jboolean wanted) {

@@ -1,14 +1,14 @@
 // Natives of com.kestrune.tmqkci.KciMessages: the message catalogue for Java.
-#include <algorithm>
-#include <jni.h>
-#include <pthread.h>
-#include <stdio.h>
-#include <string.h>
-
 #include "bridge/fields.h"
 #include "errmsg.h"
 #include "javasupport/faultreports.h"
 #include "javasupport/utf16text.h"
+
+#include <jni.h>
+#include <pthread.h>
+
+#include <algorithm>
+#include <cstdio>
 
 namespace {
 
@@ -59,8 +59,9 @@ bool resolveIds(JNIEnv* env) {
 void prepareCatalogue() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] {
-        if (!ErrUtlIsUp())
+        if (!ErrUtlIsUp()) {
             ErrMsgInit();
+        }
     });
     keepVirtualMachineAlive();
 }
@@ -69,7 +70,8 @@ void prepareCatalogue() {
 jstring toJava(JNIEnv* env, Utf16Text& text) {
     text.finish();
     if (text.failed()) {
-        if (jclass const error = env->FindClass("java/lang/OutOfMemoryError")) {
+        const jclass error = env->FindClass("java/lang/OutOfMemoryError");
+        if (error != nullptr) {
             env->ThrowNew(error, "no memory for a message");
             env->DeleteLocalRef(error);
         }
@@ -100,7 +102,7 @@ void printIdentifier(ErrMsgPrinterFuncType* printer, OopType object) {
 void printObject(ErrMsgPrinterFuncType* printer, OopType object) {
     JNIEnv* const env = report->env;
     // After a failure of the Java printer the rest is only gone through.
-    if (!report->printer || env->ExceptionCheck()) {
+    if (report->printer == nullptr || env->ExceptionCheck()) {
         printIdentifier(printer, object);
         return;
     }
@@ -109,22 +111,26 @@ void printObject(ErrMsgPrinterFuncType* printer, OopType object) {
     auto* const shown =
         static_cast<jstring>(env->CallObjectMethod(outer->printer, ids.print, static_cast<jlong>(object)));
     report = outer;
-    if (env->ExceptionCheck())
+    if (env->ExceptionCheck()) {
         return;
-    if (!shown) {
+    }
+    if (shown == nullptr) {
         printIdentifier(printer, object);
         return;
     }
     const jsize length = env->GetStringLength(shown);
-    if (jchar* const place = report->text.extend(static_cast<size_t>(length)))
+    jchar* const place = report->text.extend(static_cast<size_t>(length));
+    if (place != nullptr) {
         env->GetStringRegion(shown, 0, length, place);
+    }
     env->DeleteLocalRef(shown);
 }
 
 void readMessage(JNIEnv* env, jobject error, KciErrSType& record) {
     auto* const message = static_cast<jstring>(env->GetObjectField(error, ids.error[messageField]));
-    if (!message)
+    if (message == nullptr) {
         return;
+    }
     jchar units[KCI_ERR_MESSAGE_SIZE];
     const jsize count = std::min(env->GetStringLength(message), static_cast<jsize>(KCI_ERR_MESSAGE_SIZE));
     env->GetStringRegion(message, 0, count, units);
@@ -135,16 +141,18 @@ void readMessage(JNIEnv* env, jobject error, KciErrSType& record) {
 void readArguments(JNIEnv* env, jobject error, KciErrSType& record) {
     record.argCount = 0;
     auto* const args = static_cast<jlongArray>(env->GetObjectField(error, ids.error[argsField]));
-    if (!args)
+    if (args == nullptr) {
         return;
+    }
     jlong values[KCI_ERR_MAX_ARGS];
     const jsize count =
         std::clamp<jsize>(std::min<jsize>(env->GetIntField(error, ids.error[argCountField]), env->GetArrayLength(args)),
                           0, KCI_ERR_MAX_ARGS);
     env->GetLongArrayRegion(args, 0, count, values);
     env->DeleteLocalRef(args);
-    for (jsize i = 0; i < count; ++i)
+    for (jsize i = 0; i < count; ++i) {
         record.args[i] = static_cast<OopType>(values[i]);
+    }
     record.argCount = count;
 }
 
@@ -175,8 +183,9 @@ TMQKCI_API jstring Java_com_kestrune_tmqkci_KciMessages_text(JNIEnv* env, jclass
 TMQKCI_API jstring Java_com_kestrune_tmqkci_KciMessages_render(JNIEnv* env, jclass, jobject error, jint errorNumber,
                                                                jboolean displayOops, jint errorsInProgress,
                                                                jobject printer) {
-    if (!resolveIds(env))
+    if (!resolveIds(env)) {
         return nullptr;
+    }
     prepareCatalogue();
     const KciErrSType record = readError(env, error);
     Report here{env, printer, {}};

@@ -3,7 +3,8 @@
 #pragma once
 
 #include <jni.h>
-#include <stddef.h>
+
+#include <cstddef>
 #include <string_view>
 
 // Collects a text in UTF-16. A failure to allocate is remembered, and what follows is ignored.
