@@ -1,9 +1,10 @@
 #include "dynlib.h"
 
 #include <dlfcn.h>
-#include <fenv.h>
-#include <stdio.h>
-#include <string.h>
+
+#include <cfenv>
+#include <cstdio>
+#include <cstring>
 
 namespace {
 

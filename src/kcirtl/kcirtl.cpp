@@ -2,11 +2,10 @@
 
 #include "dynlib.h"
 
-#include <stdarg.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <span>
 #include <string_view>
 
 const KciRtlJumpSType* rtlPrivKciRtlFuncs = nullptr;
@@ -14,68 +13,55 @@ const KciRtlJumpSType* rtlPrivKciRtlFuncs = nullptr;
 namespace {
 
 constexpr KciLong highestCompatibilityLevel = 1;
+constexpr size_t libraryNameSize = 24;
+constexpr size_t searchPathSize = 2048;
+constexpr size_t candidateSize = 1024;
 constexpr char noKestruneNote[] =
     "\nThe KESTRUNE environment variable is not defined.\nSetting it should correct this error.\n";
 
 DynLibType kcidl = nullptr;
 
-// The caller's message buffer; a caller that passed none gets no message.
-struct ErrorText {
-    char* buffer;
-    ArraySizeType size;
-
-    void set(const char* format, ...) const __attribute__((format(printf, 2, 3))) {
-        va_list args;
-        va_start(args, format);
-        if (buffer != nullptr) {
-            vsnprintf(buffer, size, format, args);
-        }
-        va_end(args);
-    }
-
-    // All of the text or, when the room asked for is not there, an empty one.
-    void setWhole(size_t room, const char* format, const char* argument) const {
-        if (room <= size) {
-            set(format, argument);
-        } else {
-            set("%s", "");
-        }
-    }
-
-    void append(const char* text) const {
-        if (buffer != nullptr && size > 0) {
-            const size_t length = strnlen(buffer, size - 1);
-            snprintf(buffer + length, size - length, "%s", text);
-        }
-    }
-};
-
-// A text that grows in a fixed buffer; a piece that does not fit is left out whole.
-template <size_t size>
-class FixedText {
+// A text that grows in a buffer and is always terminated in it; in none, it stays nowhere.
+class BoundedText {
 public:
+    explicit BoundedText(std::span<char> room) : BoundedText(room, 0) {}
+    // Goes on behind what the buffer holds.
+    BoundedText(std::span<char> room, size_t length) : buffer(room), used(length) { terminate(); }
+
+    // The piece as a whole, or nothing of it and false.
     bool append(std::string_view piece) {
-        if (piece.size() >= size - used) {
+        if (piece.size() >= buffer.size() - used) {
             return false;
         }
-        memcpy(text + used, piece.data(), piece.size());
-        used += piece.size();
-        text[used] = '\0';
+        used += piece.copy(buffer.data() + used, piece.size());
+        terminate();
         return true;
     }
-    bool appendSeparator() { return used == 0 || text[used - 1] == '/' || text[used - 1] == '\\' || append("/"); }
+    // As much of the piece as fits.
+    void appendCut(std::string_view piece) {
+        if (!buffer.empty()) {
+            append(piece.substr(0, buffer.size() - 1 - used));
+        }
+    }
+    bool appendSeparator() { return used == 0 || buffer[used - 1] == '/' || buffer[used - 1] == '\\' || append("/"); }
+
     [[nodiscard]] bool empty() const { return used == 0; }
-    [[nodiscard]] const char* c_str() const { return text; }
-    [[nodiscard]] std::string_view view() const { return {text, used}; }
+    [[nodiscard]] const char* c_str() const { return buffer.data(); }
+    [[nodiscard]] std::string_view view() const { return {buffer.data(), used}; }
 
 private:
-    size_t used = 0;
-    char text[size] = {};
+    void terminate() const {
+        if (!buffer.empty()) {
+            buffer[used] = '\0';
+        }
+    }
+
+    std::span<char> buffer;
+    size_t used;
 };
 
-using LibraryName = FixedText<24>;
-using SearchPath = FixedText<2048>;
-using CandidateName = FixedText<1024>;
+// The caller's message buffer; a caller that passed none gets no message.
+using ErrorBuffer = std::span<char>;
 
 std::string_view environmentValue(const char* variable) {
     const char* value = getenv(variable);
@@ -86,13 +72,13 @@ std::string_view orDefault(std::string_view value, std::string_view otherwise) {
     return value.empty() ? otherwise : value;
 }
 
-bool buildLibraryName(LibraryName& name, bool useRpc) {
+bool buildLibraryName(BoundedText& name, bool useRpc) {
     return name.append("lib") && name.append(orDefault(environmentValue("KCIRTL_BASELIBNAME"), "kci")) &&
            name.append(useRpc ? "rpc" : "lnk") && name.append(orDefault(environmentValue("KCIRTL_VERSION"), "67"));
 }
 
 // The caller's folders first, the product's own last.
-bool buildSearchPath(SearchPath& searchPath, const char* path, std::string_view kestrune) {
+bool buildSearchPath(BoundedText& searchPath, const char* path, std::string_view kestrune) {
     if (path != nullptr && !searchPath.append(path)) {
         return false;
     }
@@ -113,7 +99,8 @@ SearchResult searchFolders(std::string_view folders, std::string_view libraryNam
         if (folder.empty()) {
             continue;
         }
-        CandidateName candidate;
+        char text[candidateSize];
+        BoundedText candidate(text);
         if (!candidate.append(folder) || !candidate.appendSeparator() || !candidate.append(libraryName)) {
             return SearchResult::nameTooLong;
         }
@@ -124,28 +111,31 @@ SearchResult searchFolders(std::string_view folders, std::string_view libraryNam
     return SearchResult::notFound;
 }
 
-bool openLibrary(const LibraryName& libraryName, const char* path, const ErrorText& error) {
+bool openLibrary(const BoundedText& libraryName, const char* path, ErrorBuffer error) {
     const std::string_view kestrune = environmentValue("KESTRUNE");
-    SearchPath searchPath;
+    char text[searchPathSize];
+    BoundedText searchPath(text);
     if (!buildSearchPath(searchPath, path, kestrune)) {
-        error.set("The search path for the KCI library is longer than 2047 characters; shorten KESTRUNE.");
+        BoundedText(error).appendCut(
+            "The search path for the KCI library is longer than 2047 characters; shorten KESTRUNE.");
         return false;
     }
     switch (searchFolders(searchPath.view(), libraryName.view())) {
     case SearchResult::found:
         return true;
     case SearchResult::nameTooLong:
-        error.set("A folder in the search path for the KCI library is longer than about 1000 characters.");
+        BoundedText(error).appendCut(
+            "A folder in the search path for the KCI library is longer than about 1000 characters.");
         return false;
     case SearchResult::notFound:
         break;
     }
     // The dynamic linker's own places, and the failure that the caller sees.
-    if (DynLibLoad(libraryName.c_str(), &kcidl, error.buffer, error.size)) {
+    if (DynLibLoad(libraryName.c_str(), &kcidl, error.data(), error.size())) {
         return true;
     }
-    if (kestrune.empty()) {
-        error.append(noKestruneNote);
+    if (kestrune.empty() && !error.empty()) {
+        BoundedText(error, strnlen(error.data(), error.size())).appendCut(noKestruneNote);
     }
     return false;
 }
@@ -156,15 +146,19 @@ void cleanUp() {
     rtlPrivKciRtlFuncs = nullptr;
 }
 
-const KciRtlJumpSType* acceptedTable(const LibraryName& libraryName, const ErrorText& error) {
+const KciRtlJumpSType* acceptedTable(const BoundedText& libraryName, ErrorBuffer error) {
     const auto getTable =
-        reinterpret_cast<KciGetRtlTableFuncPtr>(DynLibGetFunc(kcidl, "KciGetRtlTable", error.buffer, error.size));
+        reinterpret_cast<KciGetRtlTableFuncPtr>(DynLibGetFunc(kcidl, "KciGetRtlTable", error.data(), error.size()));
     if (getTable == nullptr) {
         return nullptr;
     }
     const KciRtlJumpSType* table = getTable();
     const auto refuse = [&](const char* format) {
-        error.setWhole(strlen(format) + libraryName.view().size(), format, libraryName.c_str());
+        BoundedText message(error);
+        // kept: callers get an empty text where the name and the format as it stands, with its "%s", would not fit.
+        if (strlen(format) + libraryName.view().size() <= error.size()) {
+            snprintf(error.data(), error.size(), format, libraryName.c_str());
+        }
         return nullptr;
     };
     if (table == nullptr) {
@@ -186,15 +180,16 @@ BoolType KciRtlIsLoaded(void) {
 }
 
 BoolType KciRtlLoad(BoolType useRpc, const char* path, char* errBuf, ArraySizeType errBufSize) {
-    const ErrorText error{errBuf, errBufSize};
+    const ErrorBuffer error(errBuf, errBuf != nullptr ? errBufSize : 0);
     if (KciRtlIsLoaded()) {
-        constexpr char text[] = "Library is already loaded.";
-        error.setWhole(sizeof text, "%s", text);
+        BoundedText(error).append("Library is already loaded.");
         return FALSE;
     }
-    LibraryName libraryName;
+    char text[libraryNameSize];
+    BoundedText libraryName(text);
     if (!buildLibraryName(libraryName, useRpc != FALSE)) {
-        error.set("KCIRTL_BASELIBNAME and KCIRTL_VERSION are longer than 17 characters together; shorten them.");
+        BoundedText(error).appendCut(
+            "KCIRTL_BASELIBNAME and KCIRTL_VERSION are longer than 17 characters together; shorten them.");
         return FALSE;
     }
     if (!openLibrary(libraryName, path, error)) {
