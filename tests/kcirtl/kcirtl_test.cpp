@@ -29,12 +29,13 @@ protected:
     void TearDown() override { fs::remove_all(folder); }
 
     static void clear() {
-        for (const char* name : {"KESTRUNE", "KCIRTL_BASELIBNAME", "KCIRTL_VERSION", "CLIENT_LIBRARY_LOG"})
+        for (const char* name : {"KESTRUNE", "KCIRTL_BASELIBNAME", "KCIRTL_VERSION", "CLIENT_LIBRARY_LEVELS"})
             unsetenv(name);
+        setenv("CLIENT_LIBRARY_LOG", "", 1);
     }
 
     // Puts a copy of a library where the loader may look for it.
-    std::string install(const std::string& library, const std::string& name = "libkcilnk67.so") {
+    std::string install(const std::string& name = "libkcilnk67.so", const std::string& library = "scripted") {
         const fs::path target = fs::path(folder) / name;
         fs::create_directories(target.parent_path());
         fs::copy_file(CLIENT_LIBRARIES + library + ".so", target, fs::copy_options::overwrite_existing);
@@ -65,10 +66,7 @@ protected:
         return rtlPrivKciRtlFuncs && dladdr(rtlPrivKciRtlFuncs, &info) ? info.dli_fname : "";
     }
 
-    static std::string log() {
-        const char* text = getenv("CLIENT_LIBRARY_LOG");
-        return text ? text : "";
-    }
+    static std::string log() { return getenv("CLIENT_LIBRARY_LOG"); }
 
     std::string folder, output;
     std::vector<std::string> attempts;
@@ -111,8 +109,8 @@ TEST_F(KciRtl, BuildsTheNameAndSearchesInOrder) {
 }
 
 TEST_F(KciRtl, TakesTheFirstThatOpens) {
-    const std::string first = install("valid", "first/libkcilnk67.so");
-    const std::string second = install("negative", "second/lib/libkcilnk67.so");
+    const std::string first = install("first/libkcilnk67.so");
+    const std::string second = install("second/lib/libkcilnk67.so");
     setenv("KESTRUNE", (folder + "/second").c_str(), 1);
     EXPECT_TRUE(load(FALSE, (folder + "/none;" + folder + "/first").c_str()));
     EXPECT_EQ(loadedFrom(), first);
@@ -131,6 +129,7 @@ TEST_F(KciRtl, TakesTheFirstThatOpens) {
         EXPECT_FALSE(KciRtlIsLoaded());
         EXPECT_EQ(log(), "opened KciShutdown KciUnload closed ");
     }
+    setenv("CLIENT_LIBRARY_LEVELS", "400 -1", 1);
     EXPECT_TRUE(load(FALSE, nullptr));
     EXPECT_EQ(loadedFrom(), second);
     EXPECT_EQ(rtlPrivKciRtlFuncs->kciCompatiblityLevel, -1);
@@ -139,7 +138,7 @@ TEST_F(KciRtl, TakesTheFirstThatOpens) {
 
 // The dynamic linker's own search finds a library of this name that the process already holds.
 TEST_F(KciRtl, FallsBackToTheBareName) {
-    void* held = dlopen(install("valid", "held.so").c_str(), RTLD_LAZY);
+    void* held = dlopen(install("held.so").c_str(), RTLD_LAZY);
     ASSERT_NE(held, nullptr);
     EXPECT_TRUE(load(FALSE, "/nowhere"));
     EXPECT_EQ(loadedFrom(), folder + "/held.so");
@@ -151,34 +150,36 @@ TEST_F(KciRtl, FallsBackToTheBareName) {
 TEST_F(KciRtl, RefusesWhatIsNoFittingClientLibrary) {
     const std::string old = "Attempted to load old KCI library 'libkcilnk67'.\n";
     const std::string incompatible = "Attempted to load incompatible KCI library 'libkcilnk67'.\n";
-    const std::pair<const char*, std::string> rows[] = {
-        {"old", old}, {"old_incompatible", old}, {"incompatible", incompatible}};
-    for (const auto& [library, expected] : rows) {
-        install(library);
+    const std::pair<const char*, std::string> rows[] = {{"311 0", old}, {"-1 9", old}, {"400 2", incompatible}};
+    install();
+    for (const auto& [levels, expected] : rows) {
         // The format, its "%s" included, and the name must fit.
         const auto needed = static_cast<ArraySizeType>(expected.size() + 2);
         for (ArraySizeType size : {256u, needed, needed - 1, 1u}) {
             clear();
-            EXPECT_FALSE(load(FALSE, folder.c_str(), size)) << library;
-            EXPECT_EQ(error, size >= needed ? expected : "") << library << " in " << size;
-            EXPECT_EQ(log(), "opened closed ") << library;
+            setenv("CLIENT_LIBRARY_LEVELS", levels, 1);
+            EXPECT_FALSE(load(FALSE, folder.c_str(), size)) << levels;
+            EXPECT_EQ(error, size >= needed ? expected : "") << levels << " in " << size;
+            EXPECT_EQ(log(), "opened closed ") << levels;
         }
         EXPECT_FALSE(KciRtlLoad(FALSE, folder.c_str(), nullptr, 0));
     }
-    const std::string noEntry = install("no_entry");
+    clear();
+    const std::string noEntry = install("libkcilnk67.so", "no_entry");
     EXPECT_FALSE(load(FALSE, folder.c_str()));
     EXPECT_EQ(error, "dlsym(KciGetRtlTable) failed because " + noEntry + ": undefined symbol: KciGetRtlTable");
-    EXPECT_TRUE(log().ends_with("opened closed ")) << log();
+    EXPECT_EQ(log(), "opened closed ");
 
     // A failed load leaves room for a good one.
-    install("valid");
+    install();
+    setenv("CLIENT_LIBRARY_LEVELS", "312 1", 1);
     EXPECT_TRUE(load(FALSE, folder.c_str()));
     KciRtlUnload();
 }
 
 // Whatever the environment holds, nothing is written outside the caller's buffer and the reason is told.
 TEST_F(KciRtl, RefusesOverlongValues) {
-    install("valid");
+    install();
     const std::pair<const char*, std::vector<size_t>> rows[] = {{"KCIRTL_BASELIBNAME", {16, 100000}},
                                                                 {"KCIRTL_VERSION", {15, 100000}},
                                                                 {"KESTRUNE", {2048, 100000}},
@@ -199,7 +200,7 @@ TEST_F(KciRtl, RefusesOverlongValues) {
     }
     // A path that still fits works.
     clear();
-    const std::string name = install("valid", std::string(200, 'd') + "/" + std::string(200, 'e') + "/libkcilnk67.so");
+    const std::string name = install(std::string(200, 'd') + "/" + std::string(200, 'e') + "/libkcilnk67.so");
     EXPECT_TRUE(load(FALSE, (";;/nowhere;;" + fs::path(name).parent_path().string() + ";").c_str()));
     EXPECT_EQ(loadedFrom(), name);
     KciRtlUnload();
@@ -215,7 +216,8 @@ TEST_F(KciRtl, CutsMessagesToTheBuffer) {
 }
 
 TEST_F(KciRtl, KeepsTheFloatingPointEnvironment) {
-    void* spoiler = dlopen(install("floating").c_str(), RTLD_LAZY);
+    setenv("CLIENT_LIBRARY_SPOILS", "", 1);
+    void* spoiler = dlopen(install().c_str(), RTLD_LAZY);
     EXPECT_EQ(fegetround(), FE_UPWARD) << "the library spoils it when nobody watches";
     dlclose(spoiler);
     fesetenv(FE_DFL_ENV);
@@ -245,7 +247,7 @@ TEST(DynLib, OpensAndLooksUp) {
     EXPECT_EQ(error, "dlopen(/nowhere/lib.d/libnone.so) failed because /nowhere/lib.d/libnone.so" + NOT_FOUND);
     testing::internal::GetCapturedStdout();
 
-    ASSERT_TRUE(DynLibLoad(CLIENT_LIBRARIES "valid", &handle, nullptr, 0));
+    ASSERT_TRUE(DynLibLoad(CLIENT_LIBRARIES "scripted", &handle, nullptr, 0));
     EXPECT_NE(DynLibGetFunc(handle, "KciGetRtlTable", error, sizeof error), nullptr);
     EXPECT_EQ(DynLibGetFunc(handle, "absent", nullptr, 0), nullptr);
     EXPECT_NE(dlsym(RTLD_DEFAULT, "KciGetRtlTable"), nullptr) << "global";

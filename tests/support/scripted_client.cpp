@@ -3,6 +3,7 @@
 #include "support/unexpected_calls.h"
 
 #include <algorithm>
+#include <cfenv>
 #include <cstring>
 #include <sstream>
 
@@ -53,15 +54,18 @@ std::vector<OopType> list(const OopType* oops, ArraySizeType count) {
 }
 
 template <typename Element>
-KciLong fetch(const std::vector<Element>& body, Element* dest, ArraySizeType count) {
-    const auto fetched = std::min<std::size_t>(count, body.size());
-    std::copy_n(body.begin(), fetched, dest);
+KciLong fetch(const std::vector<Element>& body, KciLong start, Element* dest, ArraySizeType count) {
+    const auto begin = std::min(static_cast<std::size_t>(start - 1), body.size());
+    const auto fetched = std::min<std::size_t>(count, body.size() - begin);
+    std::copy_n(body.begin() + static_cast<std::ptrdiff_t>(begin), fetched, dest);
     return static_cast<KciLong>(fetched);
 }
 
 // What an entry answers that works by itself: a fetch, how many it has fetched.
-KciLong claimed(const char* function, KciLong fetched) {
-    return theClient.results.contains(function) ? KciLong(theClient.result(function)) : fetched;
+KciLong claimed(const char* function, KciLong answer) {
+    if (const auto claim = theClient.claims.extract(function))
+        return claim.mapped();
+    return theClient.results[function].empty() ? answer : KciLong(theClient.result(function));
 }
 
 template <std::size_t size>
@@ -87,7 +91,7 @@ template <FixedName name>
 void scriptFetch(KciLong (*&entry)(OopType, KciLong, OopType*, ArraySizeType)) {
     entry = [](OopType object, KciLong start, OopType* dest, ArraySizeType count) {
         record(name.text, object, start, count);
-        return claimed(name.text, fetch(theClient.oops, dest, count));
+        return claimed(name.text, fetch(theClient.oops, start, dest, count));
     };
 }
 template <FixedName name>
@@ -97,24 +101,67 @@ void scriptStore(void (*&entry)(OopType, KciLong, const OopType*, ArraySizeType)
     };
 }
 
+// The error of an entry that a text breaks.
+KciErrSType toldError(int number = 4000, OopType context = KCI_OOP_NIL, int fatal = FALSE) {
+    KciErrSType error = clientError(number, "as told");
+    error.context = context;
+    error.fatal = fatal;
+    return error;
+}
+
+// What happens to the library when it is opened, outlives it in the environment.
+void note(const std::string& event) {
+    if (const char* log = getenv("CLIENT_LIBRARY_LOG"))
+        setenv("CLIENT_LIBRARY_LOG", (log + event + " ").c_str(), 1);
+}
+[[gnu::constructor]] void opened() {
+    note("opened");
+    if (getenv("CLIENT_LIBRARY_SPOILS")) {
+        fesetround(FE_UPWARD);
+        feenableexcept(FE_DIVBYZERO | FE_INVALID);
+        feraiseexcept(FE_INEXACT);
+    }
+}
+[[gnu::destructor]] void closed() {
+    note("closed");
+}
+
 KciRtlJumpSType makeTable() {
     KciRtlJumpSType table{};
     const auto unexpected = unexpectedCalls<TableName>(std::make_index_sequence<KCI_ENTRY_COUNT>());
     std::memcpy(static_cast<void*>(&table.KciAbort), unexpected.data(), sizeof unexpected);
     table.kciFeatureLevel = KCI_ENTRY_COUNT;
+    if (const char* levels = getenv("CLIENT_LIBRARY_LEVELS"))
+        sscanf(levels, "%d %d", &table.kciFeatureLevel, &table.kciCompatiblityLevel);
 
 #define SCRIPTED(function) script<#function>(table.function)
     SCRIPTED(KciInit), SCRIPTED(KciInitAppName), SCRIPTED(KciProduct), SCRIPTED(KciShutdown), SCRIPTED(KciUnload);
-    SCRIPTED(KciSetNet), SCRIPTED(KciLogin), SCRIPTED(KciLogout), SCRIPTED(KciGetSessionId), SCRIPTED(KciSetSessionId);
-    SCRIPTED(KciDirtyObjsInit), SCRIPTED(KciPollForSignal), SCRIPTED(KciNbExecuteStr), SCRIPTED(KciNbExecute);
-    SCRIPTED(KciContinueWith), SCRIPTED(KciIsKindOf), SCRIPTED(KciFetchNamedOop), SCRIPTED(KciOopToLong);
-    SCRIPTED(KciFltToOop), SCRIPTED(KciNewOop);
+    SCRIPTED(KciLogin), SCRIPTED(KciLogout), SCRIPTED(KciGetSessionId), SCRIPTED(KciSetSessionId);
+    SCRIPTED(KciDirtyObjsInit), SCRIPTED(KciPollForSignal), SCRIPTED(KciNbExecute), SCRIPTED(KciIsKindOf);
+    SCRIPTED(KciFetchNamedOop), SCRIPTED(KciOopToLong), SCRIPTED(KciFltToOop);
 #undef SCRIPTED
     scriptFetch<"KciFetchVaryingOops">(table.KciFetchVaryingOops);
     scriptFetch<"KciFetchNamedOops">(table.KciFetchNamedOops);
     scriptStore<"KciStoreIdxOops">(table.KciStoreIdxOops);
     scriptStore<"KciStoreNamedOops">(table.KciStoreNamedOops);
 
+    table.KciSetNet = [](const char* server, const char* user, const char* password, const char* service) {
+        theClient.fail(server, toldError());
+        record("KciSetNet", server, user, password, service);
+    };
+    table.KciNbExecuteStr = [](const char* source, OopType symbolList) {
+        record("KciNbExecuteStr", source, symbolList);
+        theClient.obey(source, KCI_OOP_NIL);
+    };
+    table.KciContinueWith = [](OopType process, OopType value, KciLong flags, KciErrSType* error) {
+        record("KciContinueWith", process, value, flags, error);
+        return OopType(claimed("KciContinueWith", KciLong(value)));
+    };
+    table.KciNewOop = [](OopType cls) {
+        record("KciNewOop", cls);
+        return theClient.pending.empty() ? OopType(claimed("KciNewOop", KciLong(theClient.nextOop += 4)))
+                                         : KCI_OOP_ILLEGAL;
+    };
     table.KciVersion = [] { return record("KciVersion"), theClient.version; };
     table.KciErr = [](KciErrSType* error) {
         record("KciErr");
@@ -127,17 +174,20 @@ KciRtlJumpSType makeTable() {
     table.KciNbEnd = [](void** result) {
         static OopType oop;
         record("KciNbEnd");
-        const auto end = KciNbProgressEType(theClient.result("KciNbEnd"));
+        const auto end = theClient.isLate() ? KCI_RESULT_NOT_READY : KciNbProgressEType(theClient.result("KciNbEnd"));
         oop = end == KCI_RESULT_READY ? OopType(theClient.result("KciNbEnd result")) : 0;
         *result = end == KCI_RESULT_READY ? &oop : nullptr;
+        if (end == KCI_RESULT_READY)
+            theClient.callEnded();
         return end;
     };
     table.KciNbPerform = [](OopType receiver, const char* selector, const OopType* args, ArraySizeType count) {
         record("KciNbPerform", receiver, selector, list(args, count), count);
+        theClient.obey(selector, receiver);
     };
     table.KciFetchBytes = [](OopType object, KciLong start, ByteType* dest, ArraySizeType count) {
         record("KciFetchBytes", object, start, count);
-        return claimed("KciFetchBytes", fetch(theClient.bytes, dest, count));
+        return claimed("KciFetchBytes", fetch(theClient.bytes, start, dest, count));
     };
     table.KciStoreBytesInstanceOf = [](OopType cls, OopType object, KciLong start, const ByteType* bytes,
                                        ArraySizeType count) {
@@ -145,23 +195,30 @@ KciRtlJumpSType makeTable() {
     };
     table.KciReleaseOops = [](const OopType* oops, ArraySizeType count) {
         record("KciReleaseOops", list(oops, count), count);
+        for (OopType oop : list(oops, count))
+            ++theClient.releases[oop];
     };
     table.KciSaveObjs = [](const OopType* oops, ArraySizeType count) { record("KciSaveObjs", list(oops, count)); };
     table.KciDirtySaveObjs = [](OopType* dest, ArraySizeType* count) {
         record("KciDirtySaveObjs", *count);
-        *count = ArraySizeType(claimed("KciDirtySaveObjs", fetch(theClient.changed, dest, *count)));
-        return BoolType(*count < theClient.changed.size());
+        auto& changed = theClient.changed;
+        const KciLong fetched = fetch(changed, 1, dest, *count);
+        changed.erase(changed.begin(), changed.begin() + fetched);
+        *count = ArraySizeType(claimed("KciDirtySaveObjs", fetched));
+        return BoolType(!changed.empty());
     };
     table.KciFetchObjInfo = [](OopType object, KciLong start, ArraySizeType room, KciObjInfoSType* info, ByteType* dest,
                                ArraySizeType* fetched) {
         record("KciFetchObjInfo", object, start, room);
         *info = theClient.info;
+        if (theClient.bytesByIdentifier)
+            info->objImpl = object % 8 == 0 ? KCI_IMPL_BYTE : KCI_IMPL_POINTER;
         const auto oopBytes = reinterpret_cast<const ByteType*>(theClient.oops.data());
-        const auto& body = theClient.info.objImpl == KCI_IMPL_BYTE
+        const auto& body = info->objImpl == KCI_IMPL_BYTE
                                ? theClient.bytes
                                : std::vector<ByteType>(oopBytes, oopBytes + theClient.oops.size() * sizeof(OopType));
-        *fetched = static_cast<ArraySizeType>(fetch(body, dest, room));
-        return BoolType(theClient.result("KciFetchObjInfo"));
+        *fetched = static_cast<ArraySizeType>(fetch(body, start, dest, room));
+        return BoolType(theClient.pending.empty() ? theClient.result("KciFetchObjInfo") : FALSE);
     };
     table.KciOopToBool = [](OopType oop) {
         record("KciOopToBool", oop);
@@ -184,6 +241,7 @@ void Client::record(const std::string& function, const std::string& arguments) {
     if (function != "KciErr")
         calls += "(" + arguments + ")";
     callCount++;
+    note(function);
     for (Failure& failure : failures) {
         if (failure.function == function && failure.callsLeft > 0 && --failure.callsLeft == 0)
             pending.push_back(failure.error);
@@ -198,6 +256,48 @@ std::int64_t Client::result(const std::string& function) {
     if (answers.size() > 1)
         answers.pop_front();
     return answer;
+}
+
+void Client::obey(const char* text, OopType receiver) {
+    const auto smallInteger = [](int value) { return std::int64_t(value) << 2 | 3; };
+    char entry[64];
+    unsigned oop = 0, context = 0;
+    int milliseconds = 0, number = 0;
+    std::int64_t answer = receiver;
+    started++;
+    if (sscanf(text, "answer %u after %d", &oop, &milliseconds) == 2) {
+        answer = oop;
+    } else if (sscanf(text, "fail %d context %u after %d", &number, &context, &milliseconds) == 3) {
+        errorOfCall = toldError(number, context);
+    } else if (sscanf(text, "break %63s fatal %d", entry, &number) == 2) {
+        failuresOfLaterCalls.push_back({entry, 1, toldError(4000, KCI_OOP_NIL, number)});
+    } else if (sscanf(text, "claim %63s %d", entry, &number) == 2) {
+        claims[entry] = number;
+    } else if (sscanf(text, "released %u", &oop) == 1) {
+        answer = smallInteger(releases[oop]);
+    } else if (text == std::string("started")) {
+        answer = smallInteger(started);
+    } else if (text == std::string("objects")) {
+        bytesByIdentifier = true;
+        info.objClass = 1000;
+        info.objSize = 10000;
+        bytes.assign(10000, 7);
+        for (oop = 4004; oops.size() < 10000; oop += 4)
+            oops.push_back(oop);
+        changed.assign(oops.begin(), oops.begin() + 2500);
+    } else if (receiver == KCI_OOP_NIL) {
+        return;
+    }
+    results["KciNbEnd result"] = {answer};
+    end = Clock::now() + std::chrono::milliseconds(milliseconds);
+}
+
+void Client::callEnded() {
+    failures.insert(failures.end(), failuresOfLaterCalls.begin(), failuresOfLaterCalls.end());
+    failuresOfLaterCalls.clear();
+    if (errorOfCall)
+        pending.push_back(*errorOfCall);
+    errorOfCall.reset();
 }
 
 void Client::fail(const std::string& function, const KciErrSType& error, unsigned nth) {

@@ -1,12 +1,30 @@
 // A client library that records every call with its arguments and answers by script. Linked into a test its table is
 // given to the bridge directly; built as a shared library it hands the table out through KciGetRtlTable.
+//
+// Where a test has only the bridge, source texts and selectors are the script. Each starts a call; these say more:
+//   answer OOP after TIME       the call's result, after so many milliseconds; else it is nil, or the receiver of a
+//                               message, at once
+//   fail NUMBER context OOP after TIME   the call's error
+//   break ENTRY fatal FLAG      the next call of that entry after this one fails with error 4000, as does the entry
+//                               that a login's server is called
+//   claim ENTRY ANSWER          the next call of that entry answers this: of a fetch, or one that makes an object
+//   released OOP                answers how often the object was given up
+//   started                     answers how many calls have been started
+//   objects                     from here on every object has 10000 elements, those whose identifiers are multiples of
+//                               8 bytes; 2500 are changed
+//
+// For tests that open it: CLIENT_LIBRARY_LEVELS, when set, holds feature and compatibility level; CLIENT_LIBRARY_LOG
+// receives the names of calls, and when the library is opened and closed; with CLIENT_LIBRARY_SPOILS its initializer
+// spoils the floating-point environment.
 #pragma once
 
 #include "kcitable.h"
 
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,7 +49,8 @@ struct Client {
     KciObjInfoSType info{};
     std::vector<ByteType> bytes;
     std::vector<OopType> oops;
-    std::vector<OopType> changed;
+    std::vector<OopType> changed;   // until they are handed out
+    bool bytesByIdentifier = false; // which objects have bytes, instead of info's kind
 
     // The error that the session holds for the next KciErr.
     std::deque<KciErrSType> pending;
@@ -45,6 +64,12 @@ struct Client {
     // Used by the table's functions.
     void record(const std::string& function, const std::string& arguments);
     std::int64_t result(const std::string& function);
+    void obey(const char* text, OopType receiver);
+    bool isLate() const { return Clock::now() < end; }
+    void callEnded();
+    std::map<OopType, int> releases;
+    std::map<std::string, int> claims;
+    OopType nextOop = 60000;
 
 private:
     struct Failure {
@@ -52,7 +77,12 @@ private:
         unsigned callsLeft;
         KciErrSType error;
     };
-    std::vector<Failure> failures;
+    std::vector<Failure> failures, failuresOfLaterCalls;
+
+    using Clock = std::chrono::steady_clock;
+    Clock::time_point end{}; // of the call
+    std::optional<KciErrSType> errorOfCall;
+    int started = 0;
 };
 
 KciErrSType clientError(std::int32_t number, const std::string& message, const std::vector<OopType>& args = {});

@@ -10,6 +10,7 @@ import java.util.Map;
 import java.util.concurrent.CompletableFuture;
 
 import org.junit.jupiter.api.AfterEach;
+import org.junit.jupiter.api.BeforeEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.Timeout;
 import org.junit.jupiter.api.function.Executable;
@@ -20,6 +21,11 @@ class ScriptedClientTest {
     private static final String SECRET = "k9-unlikely-secret";
 
     private KciSession session = login("none");
+
+    @BeforeEach
+    void makeObjects() {
+        session.execute("objects");
+    }
 
     @AfterEach
     void close() {
@@ -91,7 +97,7 @@ class ScriptedClientTest {
         assertEquals(1, released(oop + 12), "also when the call fails");
         failsAt("KciStoreBytesInstanceOf", 0, () -> session.send(1, "any", "caf\u00E9"));
         assertEquals(1, released(oop + 16), "or was never begun");
-        failsAt("KciStoreOops", 0, () -> session.storeElements(session.object(oop), 1, List.of("text")));
+        failsAt("KciStoreIdxOops", 0, () -> session.storeElements(session.object(oop), 1, List.of("text")));
         assertEquals(1, released(oop + 20));
         failsAt("KciNbExecuteStr", 0, () -> session.send(1, "any", "caf\u00E9", new byte[1]));
         assertEquals(1, released(oop + 24), "or could not be converted to its end");
@@ -118,9 +124,9 @@ class ScriptedClientTest {
                 Map.entry("KciNbPerform", () -> session.send(array, "size")),
                 Map.entry("KciSetSessionId", () -> session.execute("answer 31 after 0")),
                 Map.entry("KciFetchBytes", () -> session.fetchBytes(bytes)),
-                Map.entry("KciFetchOops", () -> session.fetchElements(array)),
+                Map.entry("KciFetchVaryingOops", () -> session.fetchElements(array)),
                 Map.entry("KciStoreBytesInstanceOf", () -> session.storeBytes(bytes, 1, new byte[5000])),
-                Map.entry("KciStoreOops", () -> session.storeNamed(array, 1, List.of(1, 2))),
+                Map.entry("KciStoreNamedOops", () -> session.storeNamed(array, 1, List.of(1, 2))),
                 Map.entry("KciDirtySaveObjs", () -> session.changedObjects()),
                 Map.entry("KciNewOop", () -> session.create("text")),
                 Map.entry("KciIsKindOf", () -> session.isKindOf(1, array)),
@@ -141,8 +147,8 @@ class ScriptedClientTest {
     void negativeAnswersAreErrorsOfTheirOwn() {
         KciObject array = session.object(4012);
         for (int count : new int[] {-1, -5}) {
-            failsAt("KciFetchOops", 0, () -> session.fetchElements(array));
-            session.execute("claim " + count);
+            failsAt("KciFetchVaryingOops", 0, () -> session.fetchElements(array));
+            session.execute("claim KciFetchVaryingOops " + count);
             assertEquals("the client library answered " + count + " and reported no error",
                     assertThrows(TmqKciException.class, () -> session.fetchElements(array)).getMessage());
         }
