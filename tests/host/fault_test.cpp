@@ -201,23 +201,6 @@ TEST(Chaining, NeedsLittleStack) {
 }
 #endif
 
-TEST(Chaining, ManyThreadsAtOnceAreNoRecursion) {
-    expectGoodInChild([] {
-        constexpr int threads = 8;
-        static std::atomic<int> inside;
-        static thread_local char* page;
-        setAction(SIGSEGV, [](int, siginfo_t*, void*) {
-            ++inside;
-            while (inside < threads)
-                HostMilliSleep(1);
-            mprotect(page, UtlGetPageSize(), PROT_READ);
-        });
-        install();
-        inThreads(threads, [] { faultInCLibrary(page = newPage(PROT_NONE)); });
-        EXPECT_EQ(inside, threads);
-    });
-}
-
 TEST(Recursion, LimitsOnOneThread) {
     struct Case {
         int faultsOfAbort; // 0: the third activation aborts for good, 1: the fourth does, 2: the fifth ends the process

@@ -2,7 +2,6 @@ package com.kestrune.tmqkci;
 
 import static com.kestrune.tmqkci.TestSession.PRELOAD_SIZE;
 import static com.kestrune.tmqkci.TestSession.fail;
-import static com.kestrune.tmqkci.TestSession.refuse;
 import static com.kestrune.tmqkci.TestSession.succeed;
 import static org.junit.jupiter.api.Assertions.*;
 
@@ -11,8 +10,6 @@ import java.io.DataOutputStream;
 import java.io.IOException;
 import java.util.Arrays;
 import java.util.List;
-import java.util.stream.LongStream;
-import java.util.stream.Stream;
 
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.Test;
@@ -36,31 +33,6 @@ class NativeMethodsTest {
         byte[] all = new byte[(int) object.indexedSize];
         assertEquals(all.length, succeed(error -> TmqKciInterface._getBytes(id, object, 1, all.length, all, error)));
         return all;
-    }
-
-    @Test
-    void valuesBecomeWhatTheServerCallsThem() {
-        record Row(TmqKciReport value, long oop, int valueType, long valueLong) {
-        }
-        for (Row row : List.of(new Row(TmqKciReport.ofNil(), 10, 0, 0), new Row(TmqKciReport.ofBoolean(true), 38, 1, 1),
-                new Row(TmqKciReport.ofCharacter((char) 200), 6414, 2, -56),
-                new Row(TmqKciReport.ofInteger(0), 3, 3, 0),
-                new Row(TmqKciReport.ofInteger(-(1 << 29)), 0x80000003L, 3, -(1 << 29)))) {
-            TmqKciReport report = describe(row.value);
-            assertEquals(row, new Row(row.value, report.oop, report.valueType, report.valueLong));
-        }
-        TmqKciReport time = describe(TmqKciReport.ofDateTime(2024, 366, 86_399_999));
-        assertArrayEquals(new long[] {1857, 0, 9, 2024, 366, 86_399_999}, new long[] {
-            time.classOop, time.objType, time.valueType, time.valueInt1, time.valueInt2, time.valueLong});
-        assertEquals(-1e300, describe(TmqKciReport.ofFloat(-1e300)).valueDouble);
-        fail(error -> TmqKciInterface._setup(id, TmqKciReport.ofDateTime(2023, 366, 0), error));
-
-        TmqKciReport array = session.run("Array with: 1 with: nil");
-        assertArrayEquals(new long[] {7, 10}, array.valueLongs);
-        assertEquals(PRELOAD_SIZE / 4, session.run("Array new: 100").valueLongs.length);
-        assertEquals(TmqKciReport.KIND_UNORDERED, session.run("Set new add: 5; yourself").objType);
-        assertTrue(LongStream.of(describe(TmqKciReport.ofOop(array.classHistoryOop)).valueLongs)
-                .anyMatch(oop -> oop == array.classOop));
     }
 
     @Test
@@ -99,59 +71,5 @@ class NativeMethodsTest {
         succeed(report -> TmqKciInterface._continue(id, TmqKciReport.ofOop(error.context), false,
                 TmqKciReport.ofInteger(-299_958), result, null, null, report));
         assertEquals(42, result.valueLong);
-    }
-
-    private long[] changed(int room) {
-        long[] oops = new long[101];
-        int count = succeed(error -> TmqKciInterface._changedOops(id, oops, room, error));
-        assertEquals(0, oops[count], "nothing is written beyond the count");
-        return Arrays.copyOf(oops, count);
-    }
-
-    @Test
-    void changedObjectsAreToldOnceUntilTheyAreGivenUp() {
-        TmqKciReport[] all = Stream.of("one", "two", "three").map(name -> session.run(name + " := Array new: 1"))
-                .toArray(TmqKciReport[]::new);
-        String change = "one at: 1 put: 5. two at: 1 put: 5. three at: 1 put: 5. nil";
-        changed(100);
-        session.run(change);
-        long[] first = changed(1);
-        assertEquals(1, first.length);
-        assertArrayEquals(Stream.of(all).mapToLong(each -> each.oop).sorted().toArray(),
-                LongStream.concat(LongStream.of(first), LongStream.of(changed(100))).sorted().toArray());
-        assertEquals(0, changed(100).length);
-        succeed(error -> TmqKciInterface._removeFromExportSet(id, all, 1, error));
-        long highBitsDoNotCount = all[1].oop | 7L << 32;
-        succeed(error -> TmqKciInterface._releaseOops(id, new long[] {highBitsDoNotCount}, 1, error));
-        session.run(change);
-        assertArrayEquals(new long[] {all[2].oop}, changed(100), "objects given up are no longer tracked");
-    }
-
-    @Test
-    void wrongArgumentsAreRefused() {
-        TmqKciReport nil = TmqKciReport.ofNil();
-        TmqKciReport[] holed = {TmqKciReport.ofInteger(7), null};
-        refuse("getOop(): NULL object", error -> TmqKciInterface._perform(id, null, "size", null, 0, error));
-        refuse("Logic error:  Bad object type",
-                error -> TmqKciInterface._setup(id, TmqKciReport.ofOop(18), error));
-        refuse("setup(): NULL result argument", error -> TmqKciInterface._setup(id, null, error));
-        refuse("nbEnd(): NULL result argument", error -> TmqKciInterface._nbEnd(id, null, error));
-        refuse("continue(): NULL result argument",
-                error -> TmqKciInterface._continue(id, nil, false, null, null, null, null, error));
-        refuse("perform(): NULL argument array", error -> TmqKciInterface._perform(id, nil, "a:", null, 1, error));
-        refuse("perform(): jArgs is shorter than numArgs",
-                error -> TmqKciInterface._perform(id, nil, "a:b:c:", holed, 3, error));
-        refuse("perform(): numArgs < 0", error -> TmqKciInterface._perform(id, nil, "a:", holed, -1, error));
-        refuse("Problem with GetObjectArrayElement in perform()",
-                error -> TmqKciInterface._perform(id, nil, "a:b:", holed, 2, error));
-        refuse("getBytes(): bytes is NULL or shorter than numBytes",
-                error -> TmqKciInterface._getBytes(id, nil, 1, 2, new byte[1], error));
-        refuse("getNamedObjs(): jobjs is NULL or shorter than numObjs",
-                error -> TmqKciInterface._getNamedObjs(id, nil, 1, 3, holed, error));
-        refuse("Problem with GetObjectArrayElement in pubObjs()",
-                error -> TmqKciInterface._putObjs(id, nil, 1, 2, holed, error));
-        refuse("releaseOops(): numOops < 0", error -> TmqKciInterface._releaseOops(id, new long[1], -1, error));
-        assertEquals(TmqKciInterface.NOT_LENT, TmqKciInterface._executeStr(id, null, new TmqKciException()));
-        assertEquals(7, session.run("3 + 4").valueLong, "the session goes on");
     }
 }
