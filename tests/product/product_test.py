@@ -5,6 +5,7 @@ import json
 import os
 import pathlib
 import pty
+import random
 import re
 import select
 import shutil
@@ -92,6 +93,7 @@ class Console(Case):
                 "3 \\\n+ 4\n5 max: 9;\n+ 1\n'ab\\\ncd' size\n-7 \\\\\n2\n$;\n" \
                 ":tree (1 to: 1) collect: [:x |\n x * 9]\n"
         values = "2\n12\n8\n7\n6\n6\n1\n$;\nArray (1)\n\u2514\u2500 1: 9\n"
+        failing = self.write("failing", '#!/usr/bin/env tmqkci\n"comment"\n6\n\n#(\n) foo\n5\n#(')
         for arguments, text, expected, error in [
             (["-e", "x := 5", "-e", "x + 1"], "", (0, "5\n6\n"), ""),
             (["-e", "nope", "-e", "1"], "", (1, ""), "Error 2189: the name nope is not known\n"),
@@ -99,16 +101,25 @@ class Console(Case):
             (["-e"], "", (2, ""), "-e"), (["--nonsense"], "", (2, ""), "--nonsense"),
             (["-e", "1", "-i"], "", (2, ""), "-i"), (["--limit", "0", "-e", "1"], "", (2, ""), "--limit"),
             (["-f", "/nowhere"], "", (2, ""), "/nowhere"), (["--tree", "1000", "-e", "1"], "", (2, ""), "--tree"),
-            (["--tree", "1", "--table", "-e", "1"], "", (2, ""), "exclude"),
+            (["--tree", "1", "--table", "-e", "1"], "", (2, ""), "exclusive"),
             (["-e", "1", "doctor"], "", (2, ""), "doctor"), (["--json", "doctor"], "", (2, ""), "doctor"),
             (["-e", "@" + HERE + "/run"], "", (1, ""), "Error 2005"),
             (["-f", self.write("lines", lines)], "", (0, values), ""),
             ([], lines + '"cut short', (1, values), "Error 2005"),
-            ([], "nil foo\n3\n", (1, "3\n"), "#foo"),
+            ([], "nil foo\n3\n", (1, "3\n"), "standard input:1: Error 2010"),
+            (["--on-error", "stop"], "nil foo\n3\n", (1, ""), "#foo"), (["-"], "nil foo\n3\n", (1, ""), "#foo"),
+            ([failing], "", (1, "6\n"), failing + ":5: Error 2010"),
+            (["--on-error", "continue", "-f", failing], "", (1, "6\n5\n"), failing + ":8: Error 2005"),
+            (["--on-error", "maybe", "-e", "1"], "", (2, ""), "stop or continue"), (["--json", "--csv"], "", (2, ""), "excl"),
+            (["-i"], ":time xyz\n:read /nowhere\n:quit now\n", (0, ""), "cannot read /nowhere: there is no such file"),
+            (["-i"], f":set it 2's\n${{'it'}} size\n:format csv\n#('a,b' 3)\n:format markdown\n'|'\n:output /nowhere/x\n",
+             (0, "3\nclass,value\nString,\"a,b\"\nSmallInteger,3\n| value |\n| --- |\n| \\| |\n"), "cannot write"),
+            (["-i"], f":output {self.home}/o\n3\n:output\n4\n:read {self.home}/o\n", (0, "4\n3\n"), ""),
+            (["--text", "3", "-e", "12345"], "", (0, "123... (3 of 5 characters)\n"), ""),
             (["-i"], "nil foo\n3\n:quit\n4\n", (0, "3\n"), "#foo"),
-            (["--table", "--limit", "2", "-e", "#(1 two 3)"], "",
-             (0, "#  class         value\n-  ------------  -----\n1  SmallInteger  1\n2  Symbol        #two\n"
-                 "Array (the first 2 of 3)\n"), ""),
+            (["--table", "--limit", "2", "--width", "19", "-e", "#('\u65e5' two 3)"], "",
+             (0, "#  class        ...\n-  -------------...\n1  DoubleByteStr...\n2  Symbol       ...\n"
+                 "Array (the first 2 of 3, cut at 19 columns)\n"), ""),
             (["-i"], ":table (Dictionary new at: #red put: 1; yourself)\n",
              (0, "#  key   value\n-  ----  -----\n1  #red  1\nDictionary (1 elements)\n"), ""),
             (["-i"], "a := Array new: 2. a at: 1 put: a; at: 2 put: #(5 (6)). 0\n:tree 2 a\n",
@@ -131,6 +142,8 @@ class Console(Case):
         self.assertEqual((second["value"], second["printed"], second["oop"]), (None, "nil", 10))
         self.assertEqual(large["value"], 10 ** 10)
         self.assertEqual((third["ok"], third["error"]["number"]), (False, 2094))
+        parts = json.loads(self.tmqkci("--json", "--depth", "2", "--limit", "2", "-e", "{1->#(2 (3)). 'a'. nil}")[1])
+        self.assertEqual((parts["value"], parts["size"]), ([{"key": 1, "value": "Array(2 Array(3))"}, "a"], 3))
 
     def test_the_documented_transcript(self):
         document = pathlib.Path(HERE + "/../../docs/console.md").read_text("utf-8")
@@ -163,7 +176,8 @@ class Terminal(Case):
     def start(self, rows=24, columns=100, **environment):
         self.child, self.terminal = pty.fork()
         if self.child == 0:
-            os.execve(INSTALLATION + "/bin/tmqkci", ["tmqkci"], self.environment(**{"TERM": "xterm", **environment}))
+            environment = {"TERM": "xterm", "EDITOR": "echo 40 + 3 >", **environment}
+            os.execve(INSTALLATION + "/bin/tmqkci", ["tmqkci"], self.environment(**environment))
         fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
         self.expect("6.7.local.*tmqkci> ")
 
@@ -203,16 +217,30 @@ class Terminal(Case):
         return seen
 
     def test_session(self):
-        self.start()
+        self.start(rows=24, columns=60)
         self.converse(
             ("3 + 4\r", "\n7\r.*tmqkci> "), ("#(1\r", r"\.\.\.> "),
-            ("2) size + 40\r", "\n42\r.*tmqkci> "),
-            (":tab\t#(8)\r", "SmallInteger  8.*tmqkci> "), ("5 factori\t\r", "\n120\r.*tmqkci> "),
+            ("2) size + 40\r", "\n42\r.*tmqkci> "), (":help\r", "\n {20}json, csv.*tmqkci> "),
+            (":tab\t#(8 '\u65e5')\r", "\n1  SmallInteger      8\r.*tmqkci> "), ("5 factori\t\r", "\n120\r.*tmqkci> "),
+            ("#(1 2 3) coll\t[:x | x]\r", r"Array\(1 2 3\).*tmqkci> "), ("'ab' asUpp\t\r", "'AB'.*tmqkci> "),
+            ("$a asString, (27 asCharacter asString)\r", r"\n'a\\x1b'\r.*tmqkci> "),
+            (":pager on\r", "tmqkci> "), (":tree Array new: 50\r", "21: nil"), ("q", "tmqkci> "),
+            (":edit 1\r", r"\n43\r.*tmqkci> "),
             ("System waitMilliseconds: 1500\r", "1500"), ("\x03", "interrupted.*tmqkci> "),
             ("6 * \x03", "tmqkci> "), ("6 * 7\r", "\n42\r.*tmqkci> "))
         self.assert_ends("\x04")
         history = self.home + "/.local/state/tmqkci/history"
         self.assertEqual(os.stat(history).st_mode & 0o777, 0o600)
+
+    def test_any_number_of_interrupts(self):
+        self.start()
+        for i in range(1000):
+            self.type(["", "3 + 4\r", "System waitMilliseconds: 9\r", "#(1\r", "5 fac\t"][i // 7 % 5 * (i % 7 == 0)] + "\x03")
+            time.sleep(random.choice([0, 0.001, 0.008]))
+            while select.select([self.terminal], [], [], 0)[0]:
+                os.read(self.terminal, 65536)
+        self.converse(("\x03", "tmqkci> "), ("6 * 7\r", "\n42\r.*tmqkci> "))
+        self.assert_ends("\x04")
 
     def test_ends_in_spite_of_a_call_that_never_does(self):
         self.start()
@@ -227,6 +255,7 @@ class Terminal(Case):
         self.converse((":tab\t#(8)\r", "SmallInteger  8.*tmqkci> "))
         self.assert_ends("\x04")
         self.start(TERM="dumb")
+        self.converse(("#(1\r", r"\.\.\.> "), ("\x03", "tmqkci> "), ("3 + 4\r", "\n7\r.*tmqkci> "))
         self.assert_ends("\x04")
 
 

@@ -28,7 +28,7 @@ final class Doctor implements Callable<Integer> {
         console.refuseEvaluationBefore("doctor");
         Examination examination = new Examination();
         examination.run();
-        PrintStream out = Terminals.out();
+        PrintStream out = Output.OUT.stream();
         if (json) {
             List<Map<String, Object>> findings = new ArrayList<>();
             for (Finding finding : examination.findings()) {

@@ -6,10 +6,7 @@ import com.kestrune.tmqkci.KciMessages;
 import com.kestrune.tmqkci.KciObject;
 import com.kestrune.tmqkci.KciSession;
 import com.kestrune.tmqkci.TmqKciException;
-import com.kestrune.tmqkci.TmqKciReport;
 
-import java.io.PrintStream;
-import java.math.BigInteger;
 import java.util.ArrayList;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -18,38 +15,42 @@ import java.util.Map;
 
 /** Runs inputs, expressions as well as commands, and shows what they answer. */
 final class Evaluator {
-    /** What the inputs' results look like. */
-    static final class Format {
-        boolean json;
-        boolean time;
-        boolean table;
-        /** How deep trees are; 0 for no trees. */
-        int treeDepth;
-        int limit;
-    }
-
     private static final int NANOS_PER_MICRO = 1000;
-    private static final int DEFAULT_DEPTH = 3;
+    private static final int SYNTAX_ERROR = 2005;
 
-    private final KciSession session;
-    private final Format format;
-    private final PrintStream out;
-    private final PrintStream err;
-    private final Shown shown = new Shown();
+    final KciSession session;
+    final Format format;
+    final Output out;
+    final Output err;
+    final Interrupts interrupts = new Interrupts();
+    final Shown shown = new Shown();
+    final Variables variables = new Variables();
+    private final Commands commands = new Commands(this);
+    private Input input;
+    private String expression = "";
     private TmqKciException lastError;
     private boolean ended;
-    private boolean interrupted;
+    private volatile boolean busy;
+    private volatile boolean interrupted;
 
-    Evaluator(KciSession session, Format format, PrintStream out, PrintStream err) {
+    Evaluator(KciSession session, Format format, Output out, Output err) {
         this.session = session;
         this.format = format;
         this.out = out;
         this.err = err;
     }
 
+    Commands commands() {
+        return commands;
+    }
+
     /** Whether no further input is wanted, or possible; nor is it when nobody gets its result. */
     boolean hasEnded() {
-        return ended || !session.isOpen() || out.checkError();
+        return ended || !session.isOpen() || out.isLost();
+    }
+
+    void end() {
+        ended = true;
     }
 
     /** Whether the server may still be at an input that was given up before its result came. */
@@ -57,106 +58,109 @@ final class Evaluator {
         return interrupted;
     }
 
+    /** Whether the session has something to do. From any thread. */
+    boolean isBusy() {
+        return busy || interrupted;
+    }
+
     /** Runs an input; answers whether it succeeded. */
-    boolean run(String input) {
+    boolean run(Input given) {
+        Thread runner = Thread.currentThread();
+        Input outer = input;
+        input = given;
+        expression = "";
+        busy = true;
+        Runnable formerTarget = interrupts.begin(runner::interrupt);
         try {
-            if (input.startsWith(":")) {
-                return command(input);
+            String text = given.text().startsWith(":set") ? given.text() : variables.expand(given.text());
+            if (text.startsWith(":")) {
+                return commands.run(text.substring(1).strip());
             }
-            show(input, format.table, format.treeDepth);
+            evaluate(text, format.style, format.depth);
             return true;
         } catch (TmqKciException error) {
             interrupted = false;
             lastError = error;
-            fail(input, error);
-            return false;
+            fail(error);
         } catch (KciInterruptedException interrupt) {
-            Thread.interrupted();
             interrupted = true;
-            fail(input, new TmqKciException("interrupted; the server goes on with it, and the next input waits for its "
-                    + "end"));
-            return false;
+            fail(new TmqKciException("interrupted; the server goes on with it, and the next input waits for its end"));
         } catch (KciConversionException | IllegalStateException | IllegalArgumentException refused) {
-            fail(input, new TmqKciException(refused.getMessage()));
-            return false;
+            fail(new TmqKciException(refused.getMessage()));
+        } finally {
+            interrupts.end(formerTarget);
+            input = outer;
+            busy = outer != null;
         }
+        return false;
     }
 
-    private boolean command(String input) {
-        String[] words = input.substring(1).strip().split("\\s+", 2);
-        String rest = words.length > 1 ? words[1] : "";
-        switch (words[0]) {
-            case "help", "h", "?" -> out.print(Help.TEXT);
-            case "quit", "q" -> ended = true;
-            case "error" -> out.println(lastError == null ? "There was no error yet." : report(lastError));
-            case "table" -> show(rest, true, 0);
-            case "tree" -> tree(rest);
-            case "time" -> format.time = !rest.equals("off");
-            default -> {
-                err.println("There is no command :" + words[0] + "; :help lists those that there are.");
-                return false;
-            }
-        }
-        return true;
-    }
-
-    /** With a depth in front of the expression, or without. */
-    private void tree(String rest) {
-        String[] words = rest.split("\\s+", 2);
-        if (words.length == 2 && words[0].matches("[0-9]{1,3}")) {
-            show(words[1], false, Integer.parseInt(words[0]));
-        } else {
-            show(rest, false, DEFAULT_DEPTH);
-        }
-    }
-
-    private void show(String expression, boolean table, int depth) {
+    /** Shows the value of an expression. */
+    void evaluate(String source, Format.Style style, int depth) {
+        expression = source;
         long begin = System.nanoTime();
-        KciObject value = session.execute(expression);
+        KciObject value = session.execute(source);
         interrupted = false;
         long nanos = System.nanoTime() - begin;
-        if (format.json) {
+        if (style == Format.Style.JSON) {
             Map<String, Object> fields = new LinkedHashMap<>();
             fields.put("ok", true);
-            fields.put("expression", expression);
-            String printed = shown.printed(value);
-            fields.put("printed", printed);
+            fields.put("expression", source);
+            fields.put("printed", shown.printed(value, format.text(out)));
             fields.put("class", shown.className(value));
-            fields.put("value", jsonValue(value, printed));
+            fields.put("value", new JsonValue(shown, format.limit).of(value, depth));
+            if (Rows.isCollection(value)) {
+                fields.put("size", value.indexedSize());
+            }
             fields.put("oop", value.oop());
             fields.put("microseconds", nanos / NANOS_PER_MICRO);
-            Json.print(out, fields);
-        } else {
-            out.println(depth > 0 ? new Tree(shown, format.limit).of(value, depth)
-                    : table ? new Table(shown, format.limit).of(value) : shown.printed(value));
-            if (format.time) {
-                out.println(String.format(Locale.ROOT, "(%.3f ms)", nanos / 1e6));
-            }
+            Json.print(out.stream(), fields);
+            return;
+        }
+        boolean data = style == Format.Style.CSV || style == Format.Style.MARKDOWN;
+        out.println(switch (style) {
+            case TREE -> new Tree(shown, format.limit).of(value, depth);
+            case CSV -> new Rows(shown, value, format.limit, shown::data).csv();
+            case MARKDOWN -> new Rows(shown, value, format.limit, shown::data).markdown();
+            case TABLE -> Rows.isCollection(value) ? new Table(shown, format.limit, format.width(out)).of(value)
+                    : shown.printed(value, format.text(out));
+            default -> shown.printed(value, format.text(out));
+        });
+        if (data && Rows.isCollection(value) && value.indexedSize() > format.limit) {
+            err.println("The first " + format.limit + " of " + value.indexedSize() + " elements.");
+        }
+        if (format.time) {
+            (data ? err : out).println(String.format(Locale.ROOT, "(%.3f ms)", nanos / 1e6));
         }
     }
 
-    /** The value itself where JSON has one, else null. */
-    private static Object jsonValue(KciObject object, String printed) {
-        Object value = object.as(Object.class);
-        // A large integer is an object of bytes, whose layout is the server's own.
-        if (value == object && object.description().valueType == TmqKciReport.VALUE_BYTES
-                && printed.matches("-?[0-9]+")) {
-            return new BigInteger(printed);
-        }
-        return value instanceof KciObject || value instanceof byte[] ? null
-                : value instanceof Number || value instanceof Boolean || value == null ? value : value.toString();
-    }
-
-    private void fail(String input, TmqKciException error) {
-        if (format.json) {
+    private void fail(TmqKciException error) {
+        if (format.style == Format.Style.JSON) {
             Map<String, Object> fields = new LinkedHashMap<>();
             fields.put("ok", false);
-            fields.put("expression", input);
+            fields.put("expression", input.text());
+            if (input.file() != null) {
+                fields.put("file", input.file());
+                fields.put("line", input.line() + lineIn(error) - 1);
+            }
             fields.put("error", fields(error));
-            Json.print(out, fields);
+            Json.print(out.stream(), fields);
         } else {
-            err.println(line(error));
+            err.println(input.place(lineIn(error)) + line(error));
         }
+    }
+
+    /** The line of the expression in which an error lies: a syntax error's argument is the position of its character. */
+    private int lineIn(TmqKciException error) {
+        try {
+            if (error.number == SYNTAX_ERROR && error.args.length == 1) {
+                int end = expression.offsetByCodePoints(0, session.object(error.args[0]).intValue() - 1);
+                return 1 + (int) expression.substring(0, end).chars().filter(c -> c == '\n').count();
+            }
+        } catch (KciConversionException | IndexOutOfBoundsException | IllegalArgumentException | TmqKciException other) {
+            // Then it is another kind of this error, and lies in the first.
+        }
+        return 1;
     }
 
     /** An error's number and message, which may have several lines. */
@@ -178,13 +182,16 @@ final class Evaluator {
         return fields;
     }
 
-    /** The error in full: message, number, category, arguments as they print themselves, and the catalogue's text. */
-    private String report(TmqKciException error) {
-        if (error.number == 0) {
-            return line(error);
+    /** The last error in full: message, number, category, arguments as they print themselves, and the catalogue's text. */
+    String report() {
+        if (lastError == null) {
+            return "There was no error yet.";
         }
-        String report = KciMessages.report(error, 1, true, 1, this::argument);
-        String meaning = KciMessages.text(error.category, error.number);
+        if (lastError.number == 0) {
+            return line(lastError);
+        }
+        String report = KciMessages.report(lastError, 1, true, 1, this::argument);
+        String meaning = KciMessages.text(lastError.category, lastError.number);
         return report.stripTrailing() + (meaning.startsWith("[") ? "" : "\n" + meaning);
     }
 

@@ -9,13 +9,14 @@ final class Json {
     private Json() {
     }
 
-    /** Writes a line, in UTF-8 whatever the stream's own encoding is. */
+    /** Writes a line, in UTF-8 whatever the stream's own encoding is; its control characters are escapes. */
     static void print(PrintStream out, Object value) {
         byte[] line = (of(value) + "\n").getBytes(StandardCharsets.UTF_8);
         out.write(line, 0, line.length);
     }
 
-    private static String of(Object value) {
+    /** The text, without an end of line. */
+    static String of(Object value) {
         StringBuilder text = new StringBuilder();
         append(text, value);
         return text.toString();
@@ -57,7 +58,7 @@ final class Json {
                 case '\t' -> text.append("\\t");
                 default -> {
                     // Surrogates that stand alone have no UTF-8 form.
-                    if (unit < ' ' || unit == 0x7F || isLoneSurrogate(string, i)) {
+                    if (unit < ' ' || unit >= 0x7F && unit < 0xA0 || isLoneSurrogate(string, i)) {
                         text.append(String.format("\\u%04x", (int) unit));
                     } else {
                         text.append(unit);

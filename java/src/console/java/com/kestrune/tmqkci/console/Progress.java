@@ -8,7 +8,7 @@ final class Progress implements AutoCloseable {
     private static final long BETWEEN_NANOS = 100_000_000;
     private static final String CLEAR_LINE = "\r\u001B[K";
 
-    private final PrintStream err = Terminals.isTerminal(Terminals.ERROR) ? Terminals.err() : null;
+    private final PrintStream err = Output.ERR.isTerminal() ? Output.ERR.stream() : null;
     private final String what;
     private long next = System.nanoTime() + SILENT_NANOS;
     private boolean shown;

@@ -5,8 +5,8 @@ import com.kestrune.tmqkci.KciObject;
 import com.kestrune.tmqkci.TmqKciException;
 import com.kestrune.tmqkci.TmqKciReport;
 
-import java.nio.charset.StandardCharsets;
 import java.io.ByteArrayOutputStream;
+import java.nio.charset.StandardCharsets;
 import java.util.ArrayList;
 import java.util.HashMap;
 import java.util.List;
@@ -21,11 +21,16 @@ final class Shown {
 
     /** How the object prints itself. */
     String printed(KciObject object) {
+        return printed(object, 0);
+    }
+
+    /** How the object prints itself, no more than so many characters of it, with what is left; 0 for all. */
+    String printed(KciObject object, int limit) {
         if (object.isNil()) {
             return "nil";
         }
         try {
-            return text(object.send("printString"));
+            return text(object.send("printString"), limit);
         } catch (KciConversionException noText) {
             return object.toString();
         } catch (TmqKciException refused) {
@@ -38,15 +43,26 @@ final class Shown {
 
     /** As {@link #printed}, on one line of bounded length. */
     String brief(KciObject object, int width) {
-        String line = printed(object).replace('\n', ' ').replace('\r', ' ').replace('\t', ' ');
-        return line.length() <= width ? line : line.substring(0, width - 3) + "...";
+        // Cut short first: measuring a long line takes long.
+        String line = printed(object, width + 1).replace('\n', ' ').replace('\r', ' ').replace('\t', ' ');
+        return Text.cut(line, width);
+    }
+
+    /** What a reader of data wants: the characters of a string, and how anything else prints itself. */
+    String data(KciObject object) {
+        return object.isNil() ? "" : object.isString() ? text(object, 0) : printed(object);
     }
 
     /** A string's text, with progress for a long one. */
-    private static String text(KciObject string) {
+    private static String text(KciObject string, int limit) {
         TmqKciReport description = string.description();
         if (!string.isString() || description.isDBString || description.indexedSize <= SLICE) {
-            return string.stringValue();
+            String text = string.stringValue();
+            return limit > 0 && text.length() > limit ? cut(text.substring(0, limit), text.length()) : text;
+        }
+        if (limit > 0 && limit < description.indexedSize) {
+            byte[] begin = string.session().fetchBytes(string, 1, limit);
+            return cut(new String(begin, StandardCharsets.ISO_8859_1), description.indexedSize);
         }
         ByteArrayOutputStream bytes = new ByteArrayOutputStream();
         try (Progress progress = new Progress("bytes read")) {
@@ -57,6 +73,10 @@ final class Shown {
             }
         }
         return bytes.toString(StandardCharsets.ISO_8859_1);
+    }
+
+    private static String cut(String begin, long all) {
+        return begin + "... (" + begin.length() + " of " + all + " characters)";
     }
 
     /** The name of the object's class; its identifier if the server tells none. */

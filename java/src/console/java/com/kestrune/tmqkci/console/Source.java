@@ -1,9 +1,9 @@
 package com.kestrune.tmqkci.console;
 
-import java.io.BufferedReader;
 import java.io.IOException;
 import java.io.InputStream;
 import java.io.InputStreamReader;
+import java.io.LineNumberReader;
 import java.nio.charset.Charset;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
@@ -14,8 +14,8 @@ import java.util.regex.Pattern;
  * after a period. An empty line ends it unless a string or comment is open.
  */
 final class Source {
-    /** A command's own words, before its expression. */
-    private static final Pattern COMMAND = Pattern.compile("\\s*:\\S*(\\s+[0-9]+(?=\\s))?");
+    /** A command's own words, before its expression; the whole line where there is none. */
+    private static final Pattern COMMAND = Pattern.compile("\\s*:((table|tree|edit)\\b(\\s+[0-9]+(?=\\s))?|.*)");
 
     /** How far the declaration of temporaries is. */
     private enum Begin {
@@ -25,41 +25,53 @@ final class Source {
     private final StringBuilder text = new StringBuilder();
     private Begin begin = Begin.NOTHING;
     private boolean blank = true;
+    private boolean command;
     private int depth;
     private char quote;
 
     private Source() {
     }
 
-    /** Reads strictly: what is not in the encoding is an error. A byte order mark at the begin is left out. */
-    static BufferedReader reader(InputStream in, Charset charset) throws IOException {
-        BufferedReader reader = new BufferedReader(new InputStreamReader(in, charset.newDecoder()));
+    /**
+     * Reads strictly: what is not in the encoding is an error. A byte order mark at the begin is left out, and so is a
+     * first line that names the file's interpreter.
+     */
+    static LineNumberReader reader(InputStream in, Charset charset) throws IOException {
+        LineNumberReader reader = new LineNumberReader(new InputStreamReader(in, charset.newDecoder()));
         reader.mark(1);
         if (reader.read() != '\uFEFF') {
+            reader.reset();
+        }
+        reader.mark(2);
+        if (reader.read() == '#' && reader.read() == '!') {
+            reader.readLine();
+        } else {
             reader.reset();
         }
         return reader;
     }
 
-    /** The next input; null at the end. What the end of the file cuts short counts as an input. */
-    static String read(BufferedReader in) throws IOException {
+    /** The next input of a file of that name; null at the end. What the end of the file cuts short is an input. */
+    static Input read(LineNumberReader in, String file) throws IOException {
         Source source = new Source();
+        int begin = in.getLineNumber() + 1;
         for (String line = in.readLine(); line != null; line = in.readLine()) {
             if (source.isCompleteWith(line)) {
-                if (!source.blank) {
+                if (!source.isNothing()) {
                     break;
                 }
                 source = new Source();
+                begin = in.getLineNumber() + 1;
             }
         }
-        return source.blank ? null : source.input();
+        return source.isNothing() ? null : new Input(source.input(), file, begin);
     }
 
-    /** The input without the backslashes that continued its lines. */
+    /** The input without the backslashes that continued its lines; empty if there are only comments. */
     static String joined(String lines) {
         Source source = new Source();
         lines.lines().forEach(source::isCompleteWith);
-        return source.input();
+        return source.isNothing() ? "" : source.input();
     }
 
     static boolean isComplete(String lines) {
@@ -71,14 +83,21 @@ final class Source {
         return complete;
     }
 
+    /** Whether there is nothing to run so far: no more than blanks and comments that have ended. */
+    private boolean isNothing() {
+        return begin == Begin.NOTHING && quote == 0 && !command;
+    }
+
     private String input() {
         return text.toString().strip();
     }
 
     /** Adds a line; answers whether the input is complete with it. */
     private boolean isCompleteWith(String line) {
-        Matcher command = COMMAND.matcher(line);
-        String rest = line.substring(scan(line, blank && command.lookingAt() ? command.end() : 0)).stripTrailing();
+        Matcher words = COMMAND.matcher(line);
+        boolean begins = blank && words.lookingAt();
+        command |= begins;
+        String rest = line.substring(scan(line, begins ? words.end() : 0)).stripTrailing();
         blank &= line.isBlank();
         boolean continued = quote == 0 && rest.endsWith("\\");
         // The operator \\ is no continuation; it goes on for its argument's sake, and stays.

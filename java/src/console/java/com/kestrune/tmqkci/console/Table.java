@@ -5,59 +5,46 @@ import com.kestrune.tmqkci.KciObject;
 import java.util.ArrayList;
 import java.util.List;
 
-/**
- * A collection as a table: a row for each element, with a column for each variable if all elements are plain objects of
- * one class, else with their class and value.
- */
+/** A collection's rows in aligned columns, numbered, in lines of a bounded width. */
 final class Table {
     private static final int CELL_WIDTH = 60;
 
     private final Shown shown;
     private final int limit;
+    private final int width;
+    private boolean cut;
 
-    Table(Shown shown, int limit) {
+    /** Lines are as wide as they need to be if the width is 0. */
+    Table(Shown shown, int limit, int width) {
         this.shown = shown;
         this.limit = limit;
+        this.width = width;
     }
 
     String of(KciObject collection) {
-        if (!Shown.hasParts(collection) || collection.indexedSize() == 0) {
-            return shown.printed(collection);
-        }
-        List<KciObject> elements = Shown.elements(collection, limit);
-        List<List<String>> rows = new ArrayList<>();
-        boolean alike = elements.stream().allMatch(element -> isRecord(element)
-                && element.classOop() == elements.get(0).classOop());
-        rows.add(new ArrayList<>(List.of("#")));
-        rows.get(0).addAll(alike ? shown.variableNames(elements.get(0)) : List.of("class", "value"));
-        try (Progress progress = new Progress("rows made")) {
-            for (KciObject element : elements) {
-                List<String> row = new ArrayList<>(List.of(Integer.toString(rows.size())));
-                if (alike) {
-                    element.session().fetchNamed(element).forEach(part -> row.add(shown.brief(part, CELL_WIDTH)));
-                } else {
-                    row.add(shown.className(element));
-                    row.add(shown.brief(element, CELL_WIDTH));
-                }
-                rows.add(row);
-                progress.reached(rows.size() - 1, elements.size());
-            }
-        }
-        String more = elements.size() < collection.indexedSize() ? " (the first " + elements.size() + " of "
-                + collection.indexedSize() + ")" : " (" + elements.size() + " elements)";
-        return layOut(rows) + shown.className(collection) + more;
+        Rows rows = new Rows(shown, collection, limit, part -> Text.visible(shown.brief(part, CELL_WIDTH)));
+        List<List<String>> numbered = new ArrayList<>();
+        numbered.add(with("#", rows.header));
+        rows.rows.forEach(row -> numbered.add(with(Integer.toString(numbered.size()), row)));
+        int shownCount = rows.rows.size();
+        String count = shownCount < collection.indexedSize()
+                ? "the first " + shownCount + " of " + collection.indexedSize() : shownCount + " elements";
+        return layOut(numbered) + shown.className(collection) + " (" + count + (cut ? ", cut at " + width + " columns" : "")
+                + ")";
     }
 
-    private static boolean isRecord(KciObject element) {
-        return Shown.hasParts(element) && element.namedSize() > 0 && element.indexedSize() == 0;
+    private static List<String> with(String first, List<String> rest) {
+        List<String> row = new ArrayList<>(List.of(first));
+        row.addAll(rest);
+        return row;
     }
 
-    private static String layOut(List<List<String>> rows) {
+    private String layOut(List<List<String>> rows) {
         int columns = rows.get(0).size();
         int[] widths = new int[columns];
         for (List<String> row : rows) {
             for (int i = 0; i < columns; ++i) {
-                widths[i] = Math.max(widths[i], row.get(i).length());
+                widths[i] = Math.max(widths[i], Text.columns(row.get(i)));
             }
         }
         StringBuilder text = new StringBuilder();
@@ -65,17 +52,25 @@ final class Table {
             StringBuilder line = new StringBuilder();
             for (int i = 0; i < columns; ++i) {
                 // Numbers of rows stand to the right, everything else to the left.
-                String padding = " ".repeat(widths[i] - row.get(i).length());
+                String padding = " ".repeat(widths[i] - Text.columns(row.get(i)));
                 line.append(i == 0 ? padding + row.get(i) : "  " + row.get(i) + padding);
             }
-            text.append(line.toString().stripTrailing()).append('\n');
+            appendLine(text, line);
             if (row == rows.get(0)) {
+                line.setLength(0);
                 for (int i = 0; i < columns; ++i) {
-                    text.append(i == 0 ? "" : "  ").append("-".repeat(widths[i]));
+                    line.append(i == 0 ? "" : "  ").append("-".repeat(widths[i]));
                 }
-                text.append('\n');
+                appendLine(text, line);
             }
         }
         return text.toString();
+    }
+
+    private void appendLine(StringBuilder text, CharSequence line) {
+        String whole = line.toString().stripTrailing();
+        String fitting = width > 0 ? Text.cut(whole, width) : whole;
+        cut |= fitting.length() < whole.length();
+        text.append(fitting).append('\n');
     }
 }

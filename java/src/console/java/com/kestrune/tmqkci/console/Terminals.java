@@ -2,10 +2,8 @@ package com.kestrune.tmqkci.console;
 
 import java.io.FileDescriptor;
 import java.io.FileInputStream;
-import java.io.FileOutputStream;
 import java.io.IOException;
 import java.io.InputStream;
-import java.io.PrintStream;
 import java.nio.charset.Charset;
 import java.nio.charset.StandardCharsets;
 import java.nio.file.AccessDeniedException;
@@ -18,8 +16,6 @@ final class Terminals {
     static final int INPUT = 0;
     static final int OUTPUT = 1;
     static final int ERROR = 2;
-
-    private static final PrintStream OUT = new PrintStream(new FileOutputStream(FileDescriptor.out), true, charset());
 
     private Terminals() {
     }
@@ -48,14 +44,5 @@ final class Terminals {
 
     static InputStream in() {
         return new FileInputStream(FileDescriptor.in);
-    }
-
-    /** The one stream for all results, which remembers whether any was lost. */
-    static PrintStream out() {
-        return OUT;
-    }
-
-    static PrintStream err() {
-        return new PrintStream(new FileOutputStream(FileDescriptor.err), true, charset());
     }
 }

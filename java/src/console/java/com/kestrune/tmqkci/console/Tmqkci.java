@@ -5,14 +5,8 @@ import com.kestrune.tmqkci.KciInterruptedException;
 import com.kestrune.tmqkci.KciSession;
 import com.kestrune.tmqkci.TmqKciException;
 
-import java.io.BufferedReader;
 import java.io.IOException;
-import java.io.PrintStream;
 import java.io.PrintWriter;
-import java.nio.charset.CharacterCodingException;
-import java.nio.charset.Charset;
-import java.nio.charset.StandardCharsets;
-import java.nio.file.Files;
 import java.nio.file.Path;
 import java.util.ArrayList;
 import java.util.LinkedHashMap;
@@ -27,15 +21,16 @@ import picocli.CommandLine.Command;
 import picocli.CommandLine.Mixin;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParameterException;
+import picocli.CommandLine.Parameters;
 import picocli.CommandLine.UnmatchedArgumentException;
 
 /** The program {@code tmqkci}. */
 @Command(name = "tmqkci", mixinStandardHelpOptions = true, versionProvider = Tmqkci.Version.class, sortOptions = false,
         usageHelpAutoWidth = true, subcommands = Doctor.class,
         description = {"Evaluates expressions on an object database server and shows their values.",
-            "Without -e and -f, expressions are read from the terminal or from standard input."},
-        footer = {"", "Exit status: 0 success, 1 an error of the server, 2 wrong usage, 3 no connection,",
-            "4 results that could not be written, 5 an error of this program.",
+            "Without -e and FILE, expressions are read from the terminal or from standard input."},
+        footer = {"", "Exit status: 0 success, 1 an error of the server, 2 wrong usage, 3 no connection, "
+            + "4 results that could not be written, 5 an error of this program.",
             "KESTRUNE names the database installation; without it, the local store inside this program is used.",
             "JAVA32_HOME, or the option --java HOME before all others, names the 32-bit Java."})
 final class Tmqkci implements Callable<Integer> {
@@ -45,41 +40,93 @@ final class Tmqkci implements Callable<Integer> {
     static final int NO_CONNECTION = 3;
     static final int OUTPUT_LOST = 4;
     static final int INTERNAL_ERROR = 5;
-    private static final int DEEPEST_TREE = 999;
-    private static final Set<String> EVALUATION = Set.of("--execute", "--file", "--interactive", "--json", "--table",
-            "--tree", "--limit", "--time");
+    private static final String STANDARD_INPUT = "-";
+    private static final String STOP = "stop";
+    private static final String CONTINUE = "continue";
+    /** Options that tell an examination what to look at. */
+    private static final Set<String> EXAMINED = Set.of("--server", "--net-service", "--user", "--password-file",
+            "--host-user", "--host-password-file", "--rpc");
 
     /** What runs, if not standard input. */
     static final class Inputs {
         @Option(names = {"-e", "--execute"}, paramLabel = "EXPR", description = "evaluate this; can be repeated")
         private List<String> expressions;
-        @Option(names = {"-f", "--file"}, paramLabel = "FILE", description = "evaluate what this file holds")
-        private Path file;
+        @Option(names = {"-f", "--file"}, paramLabel = "FILE", description = "the same")
+        private String option;
+        @Parameters(arity = "0..1", paramLabel = "FILE", description = "run what this file holds; - is standard input")
+        private String file;
         @Option(names = {"-i", "--interactive"}, description = "go on after errors, which leave the exit status alone, "
                 + "as at a terminal")
         private boolean interactive;
+
+        private String file() {
+            return option != null ? option : file;
+        }
+    }
+
+    /** What results look like, if not as they print themselves. */
+    static final class Styles {
+        @Option(names = "--json", description = "a line of JSON for each result or error")
+        private boolean json;
+        @Option(names = "--table", description = "show collections as tables")
+        private boolean table;
+        @Option(names = "--tree", paramLabel = "DEPTH", description = "show objects as trees of this depth")
+        private Integer tree;
+        @Option(names = "--csv", description = "show collections as comma-separated values")
+        private boolean csv;
+        @Option(names = "--markdown", description = "show collections as tables for Markdown")
+        private boolean markdown;
+
+        private Format.Style style() {
+            return json ? Format.Style.JSON : table ? Format.Style.TABLE : tree != null ? Format.Style.TREE
+                    : csv ? Format.Style.CSV : markdown ? Format.Style.MARKDOWN : Format.Style.TEXT;
+        }
+    }
+
+    /** What --on-error can be. */
+    static final class OnErrorWords extends ArrayList<String> {
+        private static final long serialVersionUID = 1;
+
+        OnErrorWords() {
+            super(List.of(STOP, CONTINUE));
+        }
     }
 
     @ArgGroup(exclusive = true)
     private final Inputs inputs = new Inputs();
+    @ArgGroup(exclusive = true)
+    private final Styles styles = new Styles();
     @Mixin
     private final Login login = new Login();
-    @Option(names = "--json", description = "a line of JSON for each result or error")
-    private boolean json;
-    @Option(names = "--table", description = "show collections as tables")
-    private boolean table;
-    @Option(names = "--tree", paramLabel = "DEPTH", description = "show objects as trees of this depth")
-    private int treeDepth;
+    @Option(names = "--depth", paramLabel = "COUNT", defaultValue = "3",
+            description = "show so many levels of elements in JSON (${DEFAULT-VALUE})")
+    private int depth;
     @Option(names = "--limit", paramLabel = "COUNT", defaultValue = "100",
             description = "show so many elements at most (${DEFAULT-VALUE})")
     private int limit;
+    @Option(names = "--width", paramLabel = "COLUMNS", defaultValue = "-1",
+            description = "cut tables here; 0: nowhere (where the terminal ends)")
+    private int width;
+    @Option(names = "--text", paramLabel = "COUNT", defaultValue = "-1",
+            description = "show so many characters of a text; 0: all (10000 on a terminal)")
+    private int text;
     @Option(names = "--time", description = "show how long each expression takes")
     private boolean time;
+    @Option(names = "--on-error", paramLabel = "WHAT", description = "stop, as for -e and files, or continue, as for "
+            + "standard input", completionCandidates = OnErrorWords.class)
+    private String onError;
+    @Option(names = "--set", paramLabel = "NAME=TEXT", description = "give a name to a text, which inputs use as "
+            + "$${NAME}; can be repeated")
+    private Map<String, String> variables = Map.of();
+    @Option(names = {"-q", "--quiet"}, description = "greet nobody")
+    private boolean quiet;
+    @Option(names = "--no-startup", description = "do not run ~/.config/tmqkci/startup first, as a terminal and -i do")
+    private boolean noStartup;
     /** What parses the options and tells how they are used. */
     private final CommandLine command = new CommandLine(this);
 
-    private final PrintStream out = Terminals.out();
-    private final PrintStream err = Terminals.err();
+    private final Output out = Output.OUT;
+    private final Output err = Output.ERR;
 
     /**
      * Runs the program.
@@ -87,20 +134,20 @@ final class Tmqkci implements Callable<Integer> {
      * @param args the command line
      */
     public static void main(String[] args) {
-        PrintStream err = Terminals.err();
-        int status = new Tmqkci().command.setOut(new PrintWriter(Terminals.out(), true))
-                .setErr(new PrintWriter(err, true)).setExpandAtFiles(false)
+        Output err = Output.ERR;
+        int status = new Tmqkci().command.setOut(new PrintWriter(Output.OUT.stream(), true))
+                .setErr(new PrintWriter(err.stream(), true)).setExpandAtFiles(false)
                 .setParameterExceptionHandler((wrong, given) -> {
                     boolean java = wrong instanceof UnmatchedArgumentException unknown
                             && unknown.getUnmatched().stream().anyMatch(word -> word.matches("--java(=.*)?"));
-                    err.println("tmqkci: " + (java ? "--java HOME comes before all other options" : wrong.getMessage()));
+                    err.println("tmqkci: " + (java ? "--java HOME comes before all other options" : wrong.getMessage().replaceFirst("^Error: ", "")));
                     err.println("\"tmqkci --help\" lists the options.");
                     return USAGE;
                 }).setExecutionExceptionHandler((failure, failed, given) -> {
                     err.println("tmqkci: internal error: " + failure);
                     return INTERNAL_ERROR;
                 }).execute(args);
-        if (Terminals.out().checkError()) {
+        if (Output.OUT.isLost()) {
             err.println("tmqkci: cannot write to standard output");
             status = OUTPUT_LOST;
         }
@@ -110,7 +157,7 @@ final class Tmqkci implements Callable<Integer> {
     /** Refuses options before a subcommand that it does not heed; those of a login tell it what to look at. */
     void refuseEvaluationBefore(String subcommand) {
         if (command.getParseResult().matchedOptions().stream()
-                .anyMatch(option -> EVALUATION.contains(option.longestName()))) {
+                .anyMatch(option -> !EXAMINED.contains(option.longestName()))) {
             throw new ParameterException(command.getSubcommands().get(subcommand),
                     "before \"" + subcommand + "\" only options of a login may stand");
         }
@@ -118,108 +165,87 @@ final class Tmqkci implements Callable<Integer> {
 
     @Override
     public Integer call() throws IOException {
-        if (limit < 1 || treeDepth < 0 || treeDepth > DEEPEST_TREE) {
-            throw new ParameterException(command, "--limit must be positive, and --tree from 0 to " + DEEPEST_TREE);
+        Format format = format();
+        List<Input> given;
+        try {
+            given = given();
+        } catch (IllegalArgumentException unreadable) {
+            throw new ParameterException(command, unreadable.getMessage());
         }
-        if (table && treeDepth > 0) {
-            throw new ParameterException(command, "--table and --tree exclude each other");
-        }
-        List<String> given = given();
         KciSession session;
         try {
             session = login.open(command);
         } catch (TmqKciException error) {
-            return refused(error, Evaluator.fields(error), Evaluator.line(error));
+            return refused(Evaluator.fields(error), Evaluator.line(error));
         } catch (UnsatisfiedLinkError error) {
-            return refused(error, Map.of("number", 0, "message", error.getMessage()), error.getMessage());
+            return refused(Map.of("number", 0, "message", error.getMessage()), error.getMessage());
         }
-        Evaluator.Format format = new Evaluator.Format();
-        format.json = json;
-        format.time = time;
-        format.table = table;
-        format.treeDepth = treeDepth;
-        format.limit = limit;
         Evaluator evaluator = new Evaluator(session, format, out, err);
         try {
-            if (given != null) {
-                return runAll(evaluator, given);
-            }
-            if (Terminals.isTerminal(Terminals.INPUT) && Terminals.isTerminal(Terminals.OUTPUT)) {
-                new Prompt(session, evaluator, out).run();
-                return SUCCESS;
-            }
-            return runStandardInput(evaluator);
+            variables.forEach(evaluator.variables::set);
+            return run(evaluator, given);
+        } catch (IllegalArgumentException unreadable) {
+            throw new ParameterException(command, unreadable.getMessage());
         } finally {
             close(session, evaluator.wasInterrupted());
         }
     }
 
-    private int refused(Throwable error, Map<String, Object> fields, String line) {
-        if (json) {
+    private Format format() {
+        Format format = new Format();
+        format.style = styles.style();
+        format.time = time;
+        format.limit = limit;
+        format.depth = styles.tree != null ? styles.tree : depth;
+        format.width = width;
+        format.text = text;
+        try {
+            format.check();
+        } catch (IllegalArgumentException meaningless) {
+            throw new ParameterException(command, "--limit, --depth, --tree: " + meaningless.getMessage());
+        }
+        if (onError != null && !List.of(STOP, CONTINUE).contains(onError)) {
+            throw new ParameterException(command, "--on-error is " + STOP + " or " + CONTINUE + ", not " + onError);
+        }
+        return format;
+    }
+
+    /** What the options say to run; null if that is to be read from standard input. */
+    private List<Input> given() {
+        if (inputs.expressions != null) {
+            return inputs.expressions.stream().map(Input::typed).toList();
+        }
+        return inputs.file() == null || inputs.file().equals(STANDARD_INPUT) ? null
+                : Script.of(Path.of(inputs.file()));
+    }
+
+    private int run(Evaluator evaluator, List<Input> given) throws IOException {
+        boolean terminal = given == null && inputs.file() == null && Terminals.isTerminal(Terminals.INPUT)
+                && out.isTerminal();
+        if ((terminal || inputs.interactive) && !noStartup) {
+            Prompt.runStartupFile(evaluator);
+        }
+        if (terminal) {
+            Prompt.run(evaluator, quiet);
+            return SUCCESS;
+        }
+        boolean file = given != null || inputs.file() != null;
+        Script script = new Script(evaluator, onError != null ? onError.equals(STOP) : file);
+        boolean succeeded = given != null ? script.run(given) : script.runStandardInput(!inputs.interactive);
+        return succeeded || inputs.interactive ? SUCCESS : SERVER_ERROR;
+    }
+
+    private int refused(Map<String, Object> fields, String line) {
+        if (styles.json) {
             Map<String, Object> answer = new LinkedHashMap<>();
             answer.put("ok", false);
             answer.put("error", fields);
-            Json.print(out, answer);
+            Json.print(out.stream(), answer);
         } else {
             err.println(line);
             err.println("No connection. \"tmqkci doctor\" shows what works here and what does not.");
         }
         return NO_CONNECTION;
-    }
-
-    /** What the options say to run; null if that is to be read. */
-    private List<String> given() {
-        if (inputs.expressions != null) {
-            return inputs.expressions;
-        }
-        if (inputs.file == null) {
-            return null;
-        }
-        List<String> all = new ArrayList<>();
-        try (BufferedReader in = Source.reader(Files.newInputStream(inputs.file), StandardCharsets.UTF_8)) {
-            for (String input = Source.read(in); input != null; input = Source.read(in)) {
-                all.add(input);
-            }
-        } catch (IOException unreadable) {
-            throw unreadable(inputs.file.toString(), StandardCharsets.UTF_8, unreadable);
-        }
-        return all;
-    }
-
-    private ParameterException unreadable(String name, Charset charset, IOException failure) {
-        return new ParameterException(command, failure instanceof CharacterCodingException
-                ? name + " is not " + charset + " text" : "cannot read " + name + ": " + Terminals.reason(failure));
-    }
-
-    /** The first error ends it. */
-    private static int runAll(Evaluator evaluator, List<String> given) {
-        for (String input : given) {
-            if (!evaluator.run(input)) {
-                return SERVER_ERROR;
-            }
-            if (evaluator.hasEnded()) {
-                break;
-            }
-        }
-        return SUCCESS;
-    }
-
-    private int runStandardInput(Evaluator evaluator) {
-        int status = SUCCESS;
-        try (BufferedReader in = Source.reader(Terminals.in(), Terminals.charset())) {
-            while (!evaluator.hasEnded()) {
-                String input = Source.read(in);
-                if (input == null) {
-                    break;
-                }
-                if (!evaluator.run(input) && !inputs.interactive) {
-                    status = SERVER_ERROR;
-                }
-            }
-        } catch (IOException unreadable) {
-            throw unreadable("standard input", Terminals.charset(), unreadable);
-        }
-        return status;
     }
 
     /** A logout would wait for a call that still runs on the server; one that was given up is not waited for long. */
