@@ -273,12 +273,38 @@ class Doctor(Case):
         self.assertIn("SEGV", found["signals of Java"][1])
         self.assertIn("\nA login can be tried.\n", self.tmqkci("doctor")[1])
 
-    def test_a_64_bit_java(self):
-        for arguments, named in [(["--java", JAVA64_HOME], JAVA32_HOME), (["--java", JAVA64_HOME, "--rpc"], JAVA32_HOME),
-                                 (["--rpc"], JAVA64_HOME)]:
-            status, possible, found = self.doctor(*arguments, LD_LIBRARY_PATH=None, JAVA32_HOME=named)
-            self.assertEqual((status, possible, found["Java"][0]), (3, False, "failure"))
-            self.assertEqual(found["client library libkcilnk67.so"][0] if "--rpc" not in arguments else "ok", "ok")
+        self.assertRegex(self.tmqkci("doctor", "--login")[1], "logged in as .* ms, evaluated .* ms, logged out in .* ms\n")
+        status, out, _ = self.tmqkci("doctor", "--login", "-u", "bob", TMQKCI_PASSWORD=SECRET)
+        self.assertEqual((status, "Error 4051" in out, SECRET in out), (3, True, False), out)
+
+    def test_flavours_and_a_64_bit_java(self):
+        for arguments, named, failing in [(["--java", JAVA64_HOME], JAVA32_HOME, "Java"),
+                                          (["--rpc"], JAVA32_HOME, "client library libkcirpc67.so")]:
+            status, possible, found = self.doctor(*arguments, JAVA32_HOME=named)
+            self.assertEqual((status, possible, [name for name in found if found[name][0] == "failure"]),
+                             (3, False, [failing, "initialization"]), found)
+
+    def test_permissions_near_misses_and_lacking_libraries(self):
+        # What root may do in spite of permissions is taken away.
+        bounded = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
+        lacking = self.write("lacking.c", "int absent(void); int KciGetRtlTable(void) { return absent(); }")
+        absent = self.write("absent.c", "int absent(void) { return 0; }")
+        build = f"gcc -m32 -shared -fPIC {absent} -Wl,-soname,libfoo2.so.3 -o $K/absent.so && " \
+                f"gcc -m32 -shared -fPIC {lacking} $K/absent.so -o $K/lib/libkcilnk67.so"
+        for change, expected in [
+            ("chmod 0 $K/lib/libkcilnk67.so", "FAIL  client library.* may not be read by .*chmod a\\+r"),
+            ("chmod 0 $K/lib", "FAIL  KESTRUNE.* may not be searched by .*chmod a\\+x.*\n      so: client library.*\n"
+                               "      so: initialization"),
+            ("chmod -x $K/bin/gstack", "warn  stack printer.* may not be run by"),
+            ("mv $K/lib/libkcilnk67.so $K/lib/libkcilnk70.so", "none that could be opened\n.*set KCIRTL_VERSION=70"),
+            (build, "-> install libfoo2-3 .*libfoo2-3:i386"),
+        ]:
+            with self.subTest(change):
+                copy = f"rm -rf $K && mkdir -p $K/lib && cp -r $I/bin $I/sys $K && cp $I/lib/*.so $K/lib && {change}"
+                self.succeed("sh", "-c", copy, K=self.home + "/k", I=INSTALLATION)
+                out = self.run_program(*bounded, INSTALLATION + "/bin/tmqkci", "doctor", KESTRUNE=self.home + "/k")[1]
+                self.run_program("chmod", "-R", "u+rwX", self.home + "/k")
+                self.assertEqual((bool(re.search(expected, out, re.S)), out.count("FAIL") < 2), (True, True), out)
 
     def test_unfit_client_libraries(self):
         os.makedirs(self.home + "/k/lib")
@@ -307,6 +333,9 @@ class Launcher(Case):
         old = self.home + "/old"
         os.makedirs(old)
         os.symlink(JAVA32_HOME + "/bin", old + "/bin")
+        broken = self.home + "/broken"
+        os.makedirs(broken + "/bin")
+        shutil.copy(JAVA32_HOME + "/bin/java", broken + "/bin")  # without what it needs
         self.write("old/release", 'JAVA_VERSION="11.0.2"\n')
         for environment, arguments, expected in [
             ({"JAVA32_HOME": None}, [], (3, "apt-get install openjdk-17-jre-headless:i386")),
@@ -318,11 +347,16 @@ class Launcher(Case):
             ({"JAVA32_HOME": old}, [], (3, "of version 11, not 17 or later")),
             ({"JAVA32_HOME": None, "JAVA_HOME": old}, [], (3, "apt-get install openjdk-17-jre-headless:i386")),
             ({"JAVA32_HOME": None, "JAVA_HOME": JAVA32_HOME}, [], (0, "")),
+            ({"JAVA32_HOME": None, "JAVA_HOME": broken}, [], (3, "passing over " + broken)),
+            ({"JAVA32_HOME": None, "JAVA_HOME": broken, "PATH": JAVA32_HOME + "/bin:/usr/bin"}, [], (0, "passing over")),
+            ({"JAVA32_HOME": "/nowhere"}, ["--help"], (0, "")), ({"JAVA32_HOME": broken}, ["--version"], (0, "")),
+            ({"JAVA32_HOME": broken}, ["doctor"], (3, "")),
         ]:
             if expected[0] == 3 and environment["JAVA32_HOME"] is None and glob.glob("/usr/lib/jvm/*i386*"):
                 continue  # this machine has one in a known place
             with self.subTest(environment):
-                status, _, err = self.tmqkci(*arguments, "-e", "1", **environment)
+                expression = [] if {"--help", "--version", "doctor"} & {*arguments} else ["-e", "1"]
+                status, _, err = self.tmqkci(*arguments, *expression, **environment)
                 self.assertEqual(status, expected[0], err)
                 self.assertIn(expected[1], err)
 

@@ -8,12 +8,27 @@ import java.util.ArrayList;
 import java.util.Comparator;
 import java.util.LinkedHashSet;
 import java.util.List;
+import java.util.Locale;
+import java.util.Map;
 import java.util.Set;
+import java.util.regex.Matcher;
+import java.util.regex.Pattern;
 
 /** Where the dynamic linker finds 32-bit libraries, as far as that can be told without running it. */
 final class Libraries {
-    static final String INSTALL_C_LIBRARY = "install the 32-bit C library (Debian, on amd64: dpkg --add-architecture "
-            + "i386 && apt-get update && apt-get install libc6:i386)";
+    /**
+     * What is missing.
+     *
+     * @param what a library or a version
+     * @param remedy what brings it
+     */
+    record Lacking(String what, String remedy) {
+    }
+
+    /** Debian's packages whose names do not follow from the library's. */
+    private static final Map<String, String> PACKAGES = Map.of("libc.so.6", "libc6", "libm.so.6", "libc6", "libdl.so.2",
+            "libc6", "libpthread.so.0", "libc6", "librt.so.1", "libc6", "libz.so.1", "zlib1g", "libgcc_s.so.1",
+            "libgcc-s1");
     private static final List<String> SYSTEM_FOLDERS = List.of("/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu",
             "/lib32", "/usr/lib32", "/lib", "/usr/lib", "/usr/local/lib");
     private static final String VERSION_PREFIX = "GLIBC_";
@@ -65,27 +80,39 @@ final class Libraries {
     }
 
     /** What a library needs and this system lacks: libraries, and a newer C library. */
-    static List<String> lacking(ElfFile library) {
-        List<String> lacking = new ArrayList<>();
+    static List<Lacking> lacking(ElfFile library) {
+        List<Lacking> lacking = new ArrayList<>();
         Set<String> offered = new LinkedHashSet<>();
         for (String name : library.needed) {
             Path file = find(name, library);
             if (file == null) {
-                lacking.add("the library " + name);
+                lacking.add(new Lacking("the library " + name, installing(name)));
                 continue;
             }
             try {
                 offered.addAll(ElfFile.of(file).versionsDefined);
             } catch (IOException vanished) {
-                lacking.add("the library " + name);
+                lacking.add(new Lacking("the library " + name, installing(name)));
             }
         }
         if (lacking.isEmpty()) {
             library.versionsNeeded.stream().filter(version -> version.startsWith(VERSION_PREFIX))
                     .filter(version -> !offered.contains(version)).max(byVersion())
-                    .ifPresent(version -> lacking.add("a C library with " + version));
+                    .ifPresent(version -> lacking.add(new Lacking("a C library with " + version,
+                            "the system is older than the library was made for: " + installing("libc.so.6"))));
         }
         return lacking;
+    }
+
+    private static String installing(String name) {
+        // A library's package has the name and the version of its file, with a hyphen between two digits.
+        Matcher parts = Pattern.compile("(lib.+?)\\.so\\.([0-9.]+)").matcher(name);
+        String named = !parts.matches() ? null : parts.group(1).replace('_', '-').toLowerCase(Locale.ROOT)
+                + (Character.isDigit(parts.group(1).charAt(parts.group(1).length() - 1)) ? "-" : "") + parts.group(2);
+        String wanted = PACKAGES.getOrDefault(name, named);
+        return (wanted == null ? "install the package that holds " + name : "install " + wanted + " (Debian, on amd64: "
+                + "dpkg --add-architecture i386 && apt-get update && apt-get install " + wanted + ":i386)")
+                + ", or add the folder of a 32-bit " + name + " to LD_LIBRARY_PATH";
     }
 
     /** The version of the 32-bit C library, as "2.36"; null if there is none. */

@@ -163,6 +163,10 @@ final class Tmqkci implements Callable<Integer> {
         }
     }
 
+    Login login() {
+        return login;
+    }
+
     @Override
     public Integer call() throws IOException {
         Format format = format();
