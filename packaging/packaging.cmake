@@ -6,7 +6,7 @@ set(package_files "${PROJECT_BINARY_DIR}/packaging")
 
 install(DIRECTORY "${PROJECT_SOURCE_DIR}/include/" DESTINATION include FILES_MATCHING PATTERN "*.h")
 
-# Whether a consumer is a 32-bit one is asked in the configuration file, which can say so.
+# Which word size a consumer has is asked in the configuration file, which can say so.
 write_basic_package_version_file("${package_files}/tmqkciConfigVersion.cmake" COMPATIBILITY SameMajorVersion
   ARCH_INDEPENDENT)
 configure_file("${packaging}/tmqkci.pc.in" "${package_files}/tmqkci.pc" @ONLY)

@@ -1,17 +1,10 @@
 # find_package(tmqkci): the target tmqkci::tmqkci, the support layer of the bridge for C and C++ programs.
-if(NOT CMAKE_SIZEOF_VOID_P EQUAL 4)
+math(EXPR tmqkci_bits "8 * ${CMAKE_SIZEOF_VOID_P}")
+if(NOT EXISTS "${CMAKE_CURRENT_LIST_DIR}/tmqkciTargets${tmqkci_bits}.cmake")
   set(tmqkci_FOUND FALSE)
-  set(tmqkci_NOT_FOUND_MESSAGE "tmqkci is a 32-bit (i386) library: configure with -m32 in CMAKE_C_FLAGS and "
-    "CMAKE_CXX_FLAGS")
+  set(tmqkci_NOT_FOUND_MESSAGE "this installation of tmqkci has no ${tmqkci_bits}-bit library: configure with -m32 in "
+    "CMAKE_C_FLAGS and CMAKE_CXX_FLAGS")
   list(JOIN tmqkci_NOT_FOUND_MESSAGE "" tmqkci_NOT_FOUND_MESSAGE)
   return()
 endif()
-
-get_filename_component(tmqkci_PREFIX "${CMAKE_CURRENT_LIST_DIR}/../../.." ABSOLUTE)
-if(NOT TARGET tmqkci::tmqkci)
-  add_library(tmqkci::tmqkci SHARED IMPORTED)
-  set_target_properties(tmqkci::tmqkci PROPERTIES
-    IMPORTED_LOCATION "${tmqkci_PREFIX}/lib/libtmqkci313.so"
-    IMPORTED_SONAME libtmqkci313.so
-    INTERFACE_INCLUDE_DIRECTORIES "${tmqkci_PREFIX}/include")
-endif()
+include("${CMAKE_CURRENT_LIST_DIR}/tmqkciTargets${tmqkci_bits}.cmake")

@@ -382,7 +382,8 @@ class Launcher(Case):
 class BundledLibrary(Case):
     PROGRAM = """public class Where { public static void main(String[] a) {
         com.kestrune.tmqkci.TmqKciLibrary.load();
-        System.out.println(com.kestrune.tmqkci.TmqKciLibrary.location()); } }"""
+        Module module = com.kestrune.tmqkci.TmqKciLibrary.class.getModule();
+        System.out.println(com.kestrune.tmqkci.TmqKciLibrary.location() + (module.isNamed() ? " " + module : "")); } }"""
 
     def setUp(self):
         super().setUp()
@@ -397,6 +398,11 @@ class BundledLibrary(Case):
 
     def where(self, *prefix, **more):
         return self.succeed(*prefix, *self.command, **more).strip()
+
+    def test_as_a_module(self):
+        self.assertIn("libtmqkci313.so module com.kestrune.tmqkci", self.succeed(
+            JAVA32_HOME + "/bin/java", "--module-path", self.jar, "--add-modules", "com.kestrune.tmqkci", "-cp", self.home,
+            "Where"))
 
     def test_unpacked_once_by_several_at_once(self):
         running = [subprocess.Popen(self.command, env=self.environment(), stdout=subprocess.PIPE, text=True)
@@ -512,6 +518,3 @@ class DebianPackage(Case):
             self.assertEqual([symbol for symbol, minor in needed if int(minor) > int(declared)], [], path)
         self.assertEqual(self.succeed(root + "/usr/bin/tmqkci", "-e", "'hello' size"), "5\n")
         self.succeed(root + "/usr/bin/tmqkci", "doctor")
-        self.assertIn("com.kestrune.tmqkci", self.succeed(
-            JAVA64_HOME + "/bin/java", "--module-path", root + "/usr/lib/tmqkci/lib/tmqkci.jar", "--describe-module",
-            "com.kestrune.tmqkci", LD_LIBRARY_PATH=None))
