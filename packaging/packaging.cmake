@@ -16,13 +16,17 @@ install(FILES "${packaging}/tmqkciConfig.cmake" "${package_files}/tmqkciConfigVe
 install(FILES "${package_files}/tmqkci.pc" DESTINATION lib/pkgconfig)
 install(FILES "${package_files}/tmqkci.pom" DESTINATION share/java)
 
+include("${packaging}/generated.cmake")
+
 set(CPACK_PACKAGE_NAME tmqkci)
 set(CPACK_PACKAGE_VENDOR Kestrune)
 set(CPACK_PACKAGE_CONTACT "Kestrune <tmqkci@kestrune.example>")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "Java bridge to an object database, with console and local store")
-set(CPACK_PACKAGE_DESCRIPTION "A 32-bit library with the native methods of com.kestrune.tmqkci, the Java package
-over it, a console, a diagnosis of what works on this system, and a store inside
-the process for work without a server.")
+# A package's description has lines of at most 80 characters with the space before them.
+set(CPACK_PACKAGE_DESCRIPTION "A 32-bit library with the native methods of com.kestrune.tmqkci,
+the Java package over it, a console, a diagnosis of what works on
+this system, and a store inside the process for work without a server.")
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS ${CMAKE_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS})
 set(CPACK_PACKAGE_FILE_NAME "tmqkci-${PROJECT_VERSION}-linux-i386")
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)
@@ -35,5 +39,6 @@ set(CPACK_DEBIAN_PACKAGE_SECTION database)
 # The highest version that a program or library needs of it; a test of the package holds them and the documents to it.
 set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.35)")
 set(CPACK_DEBIAN_PACKAGE_RECOMMENDS "openjdk-17-jre-headless | java17-runtime-headless")
-set(CPACK_PRE_BUILD_SCRIPTS "${packaging}/command_link.cmake")
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS gdb)
+set(CPACK_PRE_BUILD_SCRIPTS "${packaging}/debian_layout.cmake")
 include(CPack)

@@ -235,10 +235,11 @@ int main(int argc, char** argv) {
     sigprocmask(SIG_SETMASK, &none, nullptr);
     signal(SIGCHLD, SIG_DFL);
 
+    const bool asksForHelp = argc == 2 && string_view(argv[1]) == "--help";
     const pid_t pid = argc == 2 ? parsePid(argv[1]) : 0;
     if (pid == 0) {
-        fprintf(stderr, "usage: gstack PID\nPrints the C stack of every thread of a process.\n");
-        return 2;
+        fprintf(asksForHelp ? stdout : stderr, "usage: gstack PID\nPrints the C stack of every thread of a process.\n");
+        return asksForHelp ? 0 : 2;
     }
     if (access(processFolder(pid).c_str(), F_OK) != 0) {
         fprintf(stderr, "gstack: there is no process %d.\n", pid);

@@ -27,6 +27,8 @@ import picocli.CommandLine.UnmatchedArgumentException;
 /** The program {@code tmqkci}. */
 @Command(name = "tmqkci", mixinStandardHelpOptions = true, versionProvider = Tmqkci.Version.class, sortOptions = false,
         usageHelpAutoWidth = true, subcommands = Doctor.class,
+        customSynopsis = {"tmqkci [OPTION]... [FILE]", "       tmqkci [OPTION]... -e EXPR...",
+            "       tmqkci [OPTION]... doctor [OPTION]..."},
         description = {"Evaluates expressions on an object database server and shows their values.",
             "Without -e and FILE, expressions are read from the terminal or from standard input."},
         footer = {"", "Exit status: 0 success, 1 an error of the server, 2 wrong usage, 3 no connection, "
