@@ -32,15 +32,19 @@ TMQKCI_C_BEGIN
  * Installs HostFaultHandler, once per process; later calls do nothing. SIGPIPE and SIGHUP become ignored, SIGFPE and
  * SIGCHLD handled, unless another component handles them already. SIGQUIT, SIGILL, SIGABRT, SIGBUS, SIGSEGV, SIGTERM,
  * SIGUSR1, SIGXFSZ and SIGXCPU are taken over, and their earlier actions remembered. flushFiles runs before the process
- * ends or writes a core file, shutDown after a core file was written; both may be NULL. Not signal-safe; not to be
- * called by two threads at once.
+ * ends or writes a core file, shutDown after a core file was written; both may be NULL. What the report needs of the C
+ * library is taken and allocated here: the local time zone, a buffer for stdout. Not signal-safe; not to be called by
+ * two threads at once.
  */
 TMQKCI_API void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown);
 
 /* Puts the remembered actions back. The handler is not installed again afterwards. Signal-safe. */
 TMQKCI_API void hostUnInstallFaultHandler(void);
 
-/* The handler. It keeps errno when it returns. info and context may be NULL. */
+/*
+ * The handler. It keeps errno when it returns. info and context may be NULL. It is installed without SA_ONSTACK and
+ * needs, the kernel's part included, about 3,100 bytes of stack to pass a fault on and 23,000 for a report.
+ */
 TMQKCI_API void HostFaultHandler(int sig, siginfo_t* info, void* context);
 
 /*

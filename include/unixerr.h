@@ -28,8 +28,8 @@ TMQKCI_API int UnixErrOsErrToSysErr(int errCode, SysErrCategoryEType category);
 TMQKCI_API int UnixErrSysErrToOsErr(int code);
 
 /*
- * The host's text of an errno value, in the language of the locale, cut to size - 1 bytes and terminated in buf.
- * Returns buf. With size 0 nothing is written. errno is kept. Thread-safe; not signal-safe.
+ * The host's text of an errno value, in English whatever the locale, cut to size - 1 bytes and terminated in buf.
+ * Returns buf. With size 0 nothing is written. errno is kept. Thread- and signal-safe.
  */
 TMQKCI_API const char* HostGetErrMsg(int errnoValue, char* buf, unsigned size);
 

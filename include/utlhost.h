@@ -11,7 +11,10 @@
 
 TMQKCI_C_BEGIN
 
-/* Ends the process as exit (ISO C) does. The library ends it in no other orderly way. */
+/*
+ * Ends the process as exit (ISO C) does. The library ends it in no other orderly way. In HostFaultHandler the exit
+ * handlers have ten seconds: they may wait for what the signal interrupted.
+ */
 TMQKCI_API void UtlExit(int code) __attribute__((noreturn));
 
 /* The size of a page of memory, in bytes. Thread- and signal-safe. */

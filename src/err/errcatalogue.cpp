@@ -3,6 +3,7 @@
 #include <atomic>
 #include <errno.h>
 #include <string.h>
+#include <time.h>
 
 #include "err/errimage.h"
 #include "hash.h"
@@ -163,6 +164,17 @@ HostMutexSType* printMutex() {
         registered.store(true, std::memory_order_release);
     }
     return &mutex;
+}
+
+bool tryPrintMutex() {
+    // Far longer than any thread that runs keeps the mutex.
+    constexpr long longestWaitNanoseconds = 200'000'000;
+    timespec deadline;
+    clock_gettime(CLOCK_REALTIME, &deadline);
+    deadline.tv_nsec += longestWaitNanoseconds;
+    deadline.tv_sec += deadline.tv_nsec / 1'000'000'000;
+    deadline.tv_nsec %= 1'000'000'000;
+    return pthread_mutex_timedlock(printMutex(), &deadline) == 0;
 }
 
 bool errMsgPanicked() {

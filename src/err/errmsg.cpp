@@ -30,16 +30,21 @@ BoolType resetLocked() {
     return opened;
 }
 
-bool lookUp(const char* sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine]) {
+enum class Wait { forEver, aMoment };
+
+bool lookUp(const char* sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], Wait wait) {
     const std::string_view symbol = sym;
     PendingHooks hooks;
-    bool found = false;
-    {
-        ErrMsgAccessor accessor(printMutex());
-        found = findErrSym(symbol, entry, buffer, hooks);
+    if (wait == Wait::forEver) {
+        HostMutexAcquire(printMutex());
+    } else if (!tryPrintMutex()) {
+        return false;
     }
-    if (hooks.any())
+    const bool found = findErrSym(symbol, entry, buffer, hooks);
+    HostMutexRelease(printMutex());
+    if (hooks.any()) {
         hooks.run();
+    }
     return found;
 }
 
@@ -88,6 +93,26 @@ void buildWithoutPattern(const char* sym, char* buf, size_t bufSize, const Messa
     free(large);
 }
 
+void buildString(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, va_list ap, Wait wait) {
+    const MessageArgs args(kinds, ap);
+    if (strlen(sym) > maxSymbol) {
+        ErrMsgSetPanicked(TRUE);
+        fputs("errmsg|buildString:  Error symbol too long\n", stderr);
+        HostCallDebugger();
+    }
+    if (bufSize == 0) {
+        return;
+    }
+
+    ParsedEntry entry;
+    char pattern[maxLogicalLine];
+    if (!errMsgPanicked() && lookUp(sym, entry, pattern, wait)) {
+        buildFromPattern(sym, buf, bufSize, entry, args);
+    } else {
+        buildWithoutPattern(sym, buf, bufSize, args);
+    }
+}
+
 } // namespace
 
 void ErrMsgInit() {
@@ -123,7 +148,7 @@ void ErrMsgSetPanicked(BoolType panicked) {
 char* ErrMsgGetString(const char* sym) {
     ParsedEntry entry;
     char buffer[maxLogicalLine];
-    if (!lookUp(sym, entry, buffer))
+    if (!lookUp(sym, entry, buffer, Wait::forEver))
         return nullptr;
     // Not under the mutex: a report of the heap asks for messages.
     char* const string =
@@ -143,22 +168,11 @@ char* ErrMsgGetString(const char* sym) {
 }
 
 void ErrMsgBuildString(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, va_list ap) {
-    const MessageArgs args(kinds, ap);
-    if (strlen(sym) > maxSymbol) {
-        ErrMsgSetPanicked(TRUE);
-        fputs("errmsg|buildString:  Error symbol too long\n", stderr);
-        HostCallDebugger();
-    }
-    if (bufSize == 0)
-        return;
+    buildString(sym, buf, bufSize, kinds, ap, Wait::forEver);
+}
 
-    ParsedEntry entry;
-    char pattern[maxLogicalLine];
-    if (!errMsgPanicked() && lookUp(sym, entry, pattern)) {
-        buildFromPattern(sym, buf, bufSize, entry, args);
-    } else {
-        buildWithoutPattern(sym, buf, bufSize, args);
-    }
+void errMsgBuildReport(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, va_list ap) {
+    buildString(sym, buf, bufSize, kinds, ap, Wait::aMoment);
 }
 
 void ErrMsgSymToText(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, ...) {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 
 #include "err/unixerr_table.h"
@@ -54,15 +55,17 @@ int UnixErrSysErrToOsErr(int code) {
 }
 
 const char* HostGetErrMsg(int errnoValue, char* buf, unsigned size) {
-    if (size == 0)
+    if (size == 0) {
         return buf;
+    }
     const int savedErrno = errno;
-    // GNU's strerror_r: the text may stand elsewhere.
-    const char* text = strerror_r(errnoValue, buf, size);
-    if (text != buf) {
+    // Not strerror_r: translating the text takes locks and memory, and the fatal report comes here, too.
+    if (const char* text = strerrordesc_np(errnoValue); text != nullptr) {
         const size_t length = std::min<size_t>(strlen(text), size - 1);
         memcpy(buf, text, length);
         buf[length] = '\0';
+    } else {
+        snprintf(buf, size, "Unknown error %d", errnoValue);
     }
     errno = savedErrno;
     return buf;

@@ -3,6 +3,10 @@
 
 #include <cstdio>
 
+// Takes and allocates beforehand what the report needs from the C library: once it runs, whatever has interrupted may
+// hold the library's locks. For ordinary code; thread-safe.
+void hostPrepareReport();
+
 // Builds a message for the report as ErrMsgSymToText does. The error may have hit a thread that holds the catalogue's
 // mutex: when that cannot be had within a moment, the message is built without the catalogue, in brackets.
 void hostReportText(const char* sym, char* buf, unsigned size, const char* kinds, ...);

@@ -33,6 +33,10 @@ bool hostIsInThisLibrary(const void* address);
 // allowed was opened.
 bool hostProtectCheck(char* faultAddr);
 
+// Whether the page that holds the address was a guard page that has been opened since the access: the access is to be
+// made again.
+[[gnu::noinline]] bool hostWasOpenedMeanwhile(const char* faultAddr);
+
 // Takes the status of all children that ended or stopped.
 void hostReapChildren();
 
@@ -41,6 +45,13 @@ bool hostExitsOnFault();
 bool hostExitsOnGuardPageAccess();
 [[noreturn]] void hostExitForFault(int sig);
 [[noreturn]] void hostExitForGuardPageAccess(const void* address);
+
+// Gives the exit handlers, which are about to run in this signal handler, ten seconds: they may wait for what the
+// signal interrupted. After that, or when they fault or abort, the process ends with the code all the same.
+void hostLimitExit(int code);
+// Whether the calling thread has come so far.
+bool hostIsExiting();
+[[noreturn]] void hostEndExit();
 
 // How a signal ends the process.
 using ExitRoutine = void (*)(int exitcode, int sig, siginfo_t* info, void* context);

@@ -13,8 +13,11 @@
 #include <unistd.h>
 
 #include "errmsg.h"
+#include "errutl.h"
 #include "host/faultstate.h"
-#include "host/unixiosignal.h"
+#include "host/forkenvironment.h"
+#include "host/kernelsignal.h"
+#include "host/logname.h"
 #include "hostprocess.h"
 #include "hostunix.h"
 #include "unixerr.h"
@@ -81,53 +84,26 @@ FILE* openErrorStream() {
     flushAndFail(f);
 }
 
-// Appends the working folder to the name-resolution string, before a "!" at its end, unless it is there already or
-// would make the string too long.
-void extendNameResolution(const ForkChildPlan& plan) {
-    constexpr string_view key = "#dir";
-    constexpr string_view separator = "#dir:";
-    string_view value = plan.nameResolution;
-    const string_view dir = plan.workingDir;
-    if (value.find(key) != string_view::npos && value.find(dir) != string_view::npos)
-        return;
-    if (value.size() + separator.size() + dir.size() >= sizeof plan.nameResolution)
-        return;
-    const bool ends = value.ends_with('!');
-    if (ends)
-        value.remove_suffix(1);
-    char extended[sizeof plan.nameResolution];
-    char* end = extended;
-    for (const string_view part : {value, separator, dir, string_view(ends ? "!" : "")})
-        end = std::copy(part.begin(), part.end(), end);
-    *end = '\0';
-    HostSetEnv("KESTRUNE_NRS_ALL", extended);
-}
-
-void setEnvironment(const ForkChildPlan& plan) {
-    if (plan.waitsForDebugger) {
-        dprintf(STDERR_FILENO, "child process will wait for debugger!\n");
-        HostSetEnv("KESTRUNE_CHILD_DEBUG", "1");
-    }
-    if (plan.readinessPipe != -1) {
-        char number[16];
-        snprintf(number, sizeof number, "%d", plan.readinessPipe);
-        HostSetEnv("KESTRUNE_SERVER_PIPE", number);
-    }
-    if (plan.forUser) {
-        HostSetEnv("HOME", plan.home);
-        HostSetEnv("USER", plan.userName);
-        HostSetEnv("LOGNAME", plan.userName);
-        HostSetEnv("PATH", "/bin:/usr/bin:/usr/ucb");
-        if (plan.workingDir != nullptr)
-            extendNameResolution(plan);
-    }
-}
-
 // The lower ones are the standard ones and the caller's own; nothing above the range is expected.
 void closeDescriptors(int readinessPipe) {
     for (int descriptor = 8; descriptor <= 15; ++descriptor) {
         if (descriptor != readinessPipe)
             close(descriptor);
+    }
+}
+
+// Those of 0, 1 and 2 that are closed, or were until the message file took their numbers, lead to /dev/null.
+void openStandardDescriptors() {
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        const bool isMessageFile = ErrUtlErrFile != nullptr && fileno(ErrUtlErrFile) == descriptor;
+        if (!isMessageFile && fcntl(descriptor, F_GETFD) != -1) {
+            continue;
+        }
+        const int null = open("/dev/null", O_RDWR | O_CLOEXEC);
+        if (null != descriptor && null != -1) {
+            dup2(null, descriptor); // the file's content is in memory
+            close(null);
+        }
     }
 }
 
@@ -174,8 +150,9 @@ void becomeUser(const ForkChildPlan& plan) {
 
 // False, and said on standard output, when a pattern has no expansion.
 bool expandPattern(const char* pattern, const char* program, const ForkChildPlan& plan, HostFnameStrType& name) {
-    if (UtlExpandLogName(pattern, program, plan.userName, plan.home, name, sizeof name))
+    if (hostExpandLogName(pattern, {program, plan.userName, plan.home, plan.date, false}, name, sizeof name)) {
         return true;
+    }
     dprintf(STDOUT_FILENO, "expandLogName(%s) failed!\n", pattern);
     return false;
 }
@@ -220,7 +197,9 @@ void openLog(const ForkChildPlan& plan, const char* program) {
         printMessage(f, "host.fork13", "s", ErrnoText(error).text);
         flushAndFail(f);
     }
-    HostSetEnv("KESTRUNE_CHILD_LOG", path);
+    if (!plan.environment->set("KESTRUNE_CHILD_LOG", path)) {
+        fail();
+    }
     for (const int descriptor : {STDOUT_FILENO, STDERR_FILENO}) {
         if (dup2(log, descriptor) == -1) {
             const int dupError = errno;
@@ -271,10 +250,20 @@ void writeLogHeader(FILE* f, const ForkChildPlan& plan) {
 
 void runForkChild(const ForkChildPlan& plan) {
     const bool isServer = plan.readinessPipe != -1;
+    // Before a signal is taken: the handlers, with what they flush and how they end, are the parent's.
+    hostDropHandlersInKernel();
+    pthread_sigmask(SIG_SETMASK, &plan.callersMask, nullptr);
     shutdownSetAside = shutdownFct.exchange(nullptr);
-    setEnvironment(plan);
+    environ = plan.environment->variables();
+    if (plan.waitsForDebugger) {
+        dprintf(STDERR_FILENO, "child process will wait for debugger!\n");
+        if (!plan.environment->set("KESTRUNE_CHILD_DEBUG", "1")) {
+            fail();
+        }
+    }
     closeDescriptors(plan.readinessPipe);
     ErrMsgReset();
+    openStandardDescriptors();
     char** const words = splitWords(plan.command);
     const char* const program = words[0] != nullptr ? words[0] : "";
     startSession();
@@ -290,7 +279,7 @@ void runForkChild(const ForkChildPlan& plan) {
     else
         writeLogHeader(report, plan);
 
-    UNIXIO_DO_SIGNAL(SIGINT, unixioPlain(SIG_IGN), nullptr);
+    hostSetInKernel(SIGINT, SIG_IGN);
     shutdownFct = shutdownSetAside;
     UnixIoExecv(program, words);
     const int error = errno;

@@ -1,12 +1,16 @@
 // What a process that HostFork or HostForkServer starts does between fork and exec.
 #pragma once
 
+#include <csignal>
 #include <sys/types.h>
 
 #include "kcitypes.h"
 
-// All that the child has to know. What only a look-up in the system's databases tells is looked up before the fork: the
-// look-up takes locks of the C library, and a thread that is not there in the child might hold them.
+class ForkEnvironment;
+
+// All that the child has to know. What the system's databases, the time zone and the environment tell is looked up
+// before the fork: the look-up takes locks of the C library, and a thread that is not there in the child might hold
+// them.
 struct ForkChildPlan {
     const char* command;
     const char* workingDir; // pattern or null
@@ -24,8 +28,10 @@ struct ForkChildPlan {
     bool setsGroups;
     const gid_t* groups;
     size_t groupCount;
-    // $KESTRUNE_NRS_ALL of this process, empty when unset.
-    char nameResolution[2048];
+
+    sigset_t callersMask; // signals are blocked in the child until it has dropped the handlers
+    ForkEnvironment* environment;
+    char date[16]; // YYYY-MM-DD, empty when not known
 };
 
 // Becomes the process that was planned, or says what failed and ends with status 3.

@@ -9,7 +9,6 @@
 #include <ctime>
 #include <initializer_list>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -17,6 +16,8 @@
 #include "host/fatalreport.h"
 #include "host/faultstate.h"
 #include "host/interrupted.h"
+#include "host/kernelsignal.h"
+#include "host/realids.h"
 #include "host/signalprint.h"
 #include "host/unixiosignal.h"
 #include "host/wallclock.h"
@@ -108,9 +109,7 @@ void leaveCoreDir() {
 
 void prepareFirstDump() {
     hostCallIfSet(fileFlusherFct);
-    // What these answer does not matter: a process without set-id privileges has none to lose.
-    [[maybe_unused]] const int groupStatus = setgid(getgid());
-    [[maybe_unused]] const int userStatus = setuid(getuid());
+    hostDropSetIds();
     enterCoreDir();
 }
 
@@ -121,20 +120,13 @@ void prepareSecondDump() {
     errMsgSetPanicked(true);
 }
 
-// Where a library stands between sigaction and the kernel (a Java virtual machine's signal chaining keeps its SIGQUIT
-// so), the kernel still has the other handler. All zeros is the default action.
-void resetInKernel(int sig) {
-    const unsigned long action[8] = {};
-    constexpr size_t kernelMaskSize = 8;
-    syscall(SYS_rt_sigaction, sig, action, nullptr, kernelMaskSize);
-}
-
 // The child shares the parent's memory, so the core is the parent's; the parent stands still meanwhile.
 [[noreturn]] void dumpInChild() {
     UNIXIO_DO_SIGNAL(SIGINT, unixioPlain(SIG_IGN), nullptr);
     UNIXIO_DO_SIGNAL(SIGABRT, unixioPlain(SIG_DFL), nullptr);
     UNIXIO_DO_SIGNAL(SIGQUIT, unixioPlain(SIG_DFL), nullptr);
-    resetInKernel(SIGQUIT);
+    // Where a library stands in front of sigaction, the kernel still has the other handler.
+    hostSetInKernel(SIGQUIT, SIG_DFL);
     sigset_t quit;
     sigemptyset(&quit);
     sigaddset(&quit, SIGQUIT);

@@ -1,5 +1,5 @@
 // May run in a signal handler. The streams and the catalogue are used all the same: the process is lost, and what it
-// can still say is worth the risk.
+// can still say is worth the risk. Nothing of it waits for a lock that the interrupted code may hold, nor allocates.
 #include "hostdebug.h"
 
 #include <atomic>
@@ -7,13 +7,19 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <stdio_ext.h>
 #include <unistd.h>
 
+#include "err/errcatalogue.h"
 #include "host/errnokeeper.h"
 #include "host/fatalreport.h"
 #include "host/faultstate.h"
+#include "host/hostlocaltime.h"
 #include "host/unixiosignal.h"
 #include "hostatomic.h"
+#include "hostenv.h"
 #include "hostsignal.h"
 #include "hosttime.h"
 #include "unixerr.h"
@@ -37,12 +43,32 @@ void flushStreams() {
     fflush(stdout);
 }
 
-// The time as text.
+// The time as UtlCtime writes it.
 const char* currentTime(char* buf, unsigned size) {
     time_t seconds = 0;
     unsigned short milliseconds = 0;
     HostFtime(&seconds, &milliseconds);
-    return UtlCtime(seconds, buf, size);
+    const tm local = hostLocalTime(seconds);
+    const char* format = HostDateTimeFormat();
+    if (strstr(format, "%s") != nullptr) {
+        format = "%D %T"; // the C library would need the time zone's lock for the seconds since the epoch
+    }
+    if (strftime(buf, size, format, &local) == 0) {
+        buf[0] = '\0';
+    }
+    return buf;
+}
+
+// A stream's buffer is allocated on its first use. Gives stdout the one that it would get then.
+void allocateOutputBuffer() {
+    if (__fbufsize(stdout) != 0) {
+        return;
+    }
+    const bool byLines = __flbf(stdout) != 0 || isatty(STDOUT_FILENO) != 0;
+    setvbuf(stdout, nullptr, _IOFBF, 0); // glibc allocates here, and only here
+    if (byLines) {
+        setvbuf(stdout, nullptr, _IOLBF, 0);
+    }
 }
 
 void hostDoCallDebugger(bool firstTime, int error) {
@@ -74,6 +100,15 @@ void runFatalReportFunc(HostFaultFuncType* report) {
     fflush(stdout);
 }
 } // namespace
+
+void hostPrepareReport() {
+    const ErrnoKeeper kept;
+    hostLearnLocalTime();
+    printMutex(); // takes part in forks from here on
+    HostFnameStrType name;
+    HostExpandFileName("", name, sizeof name); // reads the automounter's prefix
+    allocateOutputBuffer();
+}
 
 void printDebuggerBanner(const char* who) {
     flushStreams();

@@ -12,10 +12,14 @@
 #include "errmsg.h"
 #include "host/debugchild.h"
 #include "host/forkchild.h"
+#include "host/forkenvironment.h"
+#include "host/hostlocaltime.h"
 #include "host/interrupted.h"
+#include "host/kernelsignal.h"
 #include "hostunix.h"
 #include "unixerr.h"
 #include "utlheap.h"
+#include "utlhost.h"
 
 volatile BoolType debugchild = FALSE;
 
@@ -170,7 +174,27 @@ BoolType awaitServer(ReadinessPipe& pipe, PidType pid, PidType* thePid, const Me
     return FALSE;
 }
 
-// What is planned holds no more than the caller gave and the name-resolution string; the user is added here.
+// As fork; the child does what is planned.
+pid_t forkChild(ReadinessPipe& pipe, ForkChildPlan& plan) {
+    const AllSignalsBlocked blocked;
+    plan.callersMask = blocked.callers();
+    // One operation: of two forks at once one takes it. A debugger wants a plain variable.
+    plan.waitsForDebugger = __atomic_exchange_n(&debugchild, FALSE, __ATOMIC_RELAXED);
+    pid_t pid;
+    do {
+        pid = fork();
+    } while (pid == -1 && shouldRetry());
+    if (pid == -1 && plan.waitsForDebugger) {
+        debugchild = TRUE;
+    }
+    if (pid == 0) {
+        pipe.closeReadEnd();
+        runForkChild(plan);
+    }
+    return pid;
+}
+
+// What is planned holds no more than the caller gave; the rest is added here.
 BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const MessageBuffer& msg, PidType* thePid) {
     Account account;
     char ownName[256];
@@ -182,8 +206,8 @@ BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const Mess
         plan.userName = HostGetUserName(ownName, sizeof ownName) ? ownName : nullptr;
         plan.home = HostGetHomeDir(nullptr, ownHome, sizeof ownHome) ? ownHome : nullptr;
     }
-    if (!HostGetEnv("KESTRUNE_NRS_ALL", plan.nameResolution, sizeof plan.nameResolution - 1))
-        plan.nameResolution[0] = '\0';
+    hostLearnLocalTime(); // for what the child may have to report
+    UtlExpandLogName("%D", nullptr, nullptr, nullptr, plan.date, sizeof plan.date);
     fflush(stderr);
     fflush(stdout);
 
@@ -191,17 +215,14 @@ BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const Mess
     if (isServer && !pipe.open())
         return msg.systemCallFailed("pipe", errno);
     plan.readinessPipe = pipe.writeEnd();
-    plan.waitsForDebugger = debugchild;
-    pid_t pid;
-    do
-        pid = fork();
-    while (pid == -1 && shouldRetry());
-    if (pid == -1)
+    ForkEnvironment environment;
+    plan.environment = &environment;
+    if (!environment.prepare(plan)) {
+        return msg.systemCallFailed("malloc", ENOMEM);
+    }
+    const pid_t pid = forkChild(pipe, plan);
+    if (pid == -1) {
         return msg.systemCallFailed("fork", errno);
-    debugchild = FALSE;
-    if (pid == 0) {
-        pipe.closeReadEnd();
-        runForkChild(plan);
     }
 
     ErrMsgReset();

@@ -165,10 +165,17 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
     int numSegvInProgress = 0;
     struct sigaction* savedHandler = nullptr;
     if (isSynchronousFault(sig)) {
+        if (hostIsExiting()) {
+            hostEndExit();
+        }
         if (!arrival.infoIsValid || arrival.wasSent())
             reportSender(arrival);
         if (sig == SIGSEGV && info != nullptr && hostProtectCheck(static_cast<char*>(info->si_addr))) {
             reportGuardPageAccess(info->si_addr);
+            return;
+        }
+        if (sig == SIGSEGV && arrival.infoIsValid && !arrival.wasSent() &&
+            hostWasOpenedMeanwhile(static_cast<const char*>(info->si_addr))) {
             return;
         }
         if (hostExitsOnFault())

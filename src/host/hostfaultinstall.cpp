@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 
+#include "host/fatalreport.h"
 #include "host/faulthandler.h"
 #include "host/faultstate.h"
 #include "host/handlerscope.h"
@@ -62,6 +63,7 @@ void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* s
     fileFlusherFct = flushFiles;
     shutdownFct = shutDown;
     hostLearnInstructionRange();
+    hostPrepareReport();
 
     ignoreUnlessHandled(SIGPIPE);
     ignoreUnlessHandled(SIGHUP);

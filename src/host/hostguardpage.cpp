@@ -23,6 +23,15 @@ struct protectedSType {
 };
 std::array<protectedSType, maxProtectedPages> protectedPages;
 
+// The latest pages that were opened: number n stands at n % latestOpened.size(). Another thread may have touched a page
+// before it was opened, and its fault arrive after that.
+std::array<std::atomic<char*>, maxProtectedPages> latestOpened;
+std::atomic<unsigned> openedCount;
+
+// The number of the opening for which this thread has made an access again. This model of thread-local data needs no
+// allocation on first use.
+__thread unsigned retriedOpening [[gnu::tls_model("initial-exec")]];
+
 protectedSType* findSlot(const char* pageAddr) {
     for (protectedSType& slot : protectedPages) {
         if (slot.pageAddr == pageAddr)
@@ -73,10 +82,27 @@ BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType protectHandler,
 
 BoolType HostUnProtectPage(char* pageAddr) {
     protectedSType* slot = pageAddr != nullptr ? findSlot(pageAddr) : nullptr;
-    if (slot == nullptr || !openPage(pageAddr))
+    if (slot == nullptr || !openPage(pageAddr)) {
         return FALSE;
+    }
+    const unsigned number = ++openedCount;
+    latestOpened[number % latestOpened.size()] = pageAddr;
     slot->pageAddr = nullptr;
     return TRUE;
+}
+
+bool hostWasOpenedMeanwhile(const char* faultAddr) {
+    const unsigned latest = openedCount;
+    for (unsigned number = latest; number != 0 && latest - number < latestOpened.size(); --number) {
+        const char* const page = latestOpened[number % latestOpened.size()];
+        if (page != nullptr && faultAddr >= page && faultAddr < page + UtlGetPageSize()) {
+            // Once for each opening: who then still meets a fault there has one of its own.
+            const bool isFirst = retriedOpening != number;
+            retriedOpening = number;
+            return isFirst;
+        }
+    }
+    return false;
 }
 
 bool hostProtectCheck(char* faultAddr) {

@@ -23,6 +23,7 @@ void initialiseOnce() {
     errno = pthread_sigmask(SIG_SETMASK, &noInterrupts, nullptr);
     if (errno != 0)
         hostInitCrash("pthread_sigmask");
+    hostPrepareReport();
     hostClearExitModes();
     hostClearFatalReportHandler();
 }

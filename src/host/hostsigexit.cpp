@@ -1,12 +1,16 @@
 // Runs in a signal handler; the exit routines end in UtlExit, whose exit handlers then run there, too.
 #include <algorithm>
 #include <atomic>
+#include <csignal>
 #include <ctime>
+#include <pthread.h>
+#include <sched.h>
 #include <ucontext.h>
 #include <unistd.h>
 
 #include "host/faulthandler.h"
 #include "host/faultstate.h"
+#include "host/kernelsignal.h"
 #include "host/signalprint.h"
 #include "hostdebug.h"
 #include "hostfault.h"
@@ -20,38 +24,96 @@ std::atomic<BoolType> exitOnGuardPageAccess;
 std::atomic<HostSigExitHandlerType> delaySigExit;
 std::atomic<HostSigExitHandlerType> completeSigExit;
 
-// The postponed exit.
-struct {
+// A postponed exit, with what the handler's frame held, which is gone by then.
+struct PostponedExit {
+    ExitRoutine exitfunc;
     int exitcode;
     int actualSig;
-    siginfo_t* info;
-    void* context;
-} exitparams;
-std::atomic<ExitRoutine> exitfunc;
+    bool hasInfo;
+    bool hasContext;
+    siginfo_t info;
+    ucontext_t context;
+};
+PostponedExit exitparams;
 
-// The handler's frame is gone by the time of a postponed exit; what it held is kept here.
-siginfo_t keptInfo;
-ucontext_t keptContext;
+// Held while the record is written or read, also in handlers: with every signal blocked nothing can interrupt the
+// holder and then wait for it.
+class ExitparamsAccess {
+public:
+    ExitparamsAccess() {
+        while (inUse.test_and_set(std::memory_order_acquire)) {
+            sched_yield();
+        }
+    }
+    ~ExitparamsAccess() { inUse.clear(std::memory_order_release); }
+    ExitparamsAccess(const ExitparamsAccess&) = delete;
+    ExitparamsAccess& operator=(const ExitparamsAccess&) = delete;
 
-void* keepContext(const void* context) {
-    if (context == nullptr)
-        return nullptr;
-    const auto* original = static_cast<const ucontext_t*>(context);
+private:
+    static std::atomic_flag inUse;
+    const AllSignalsBlocked blocked;
+};
+std::atomic_flag ExitparamsAccess::inUse;
+
+void keepContext(const ucontext_t& original, ucontext_t& kept) {
     // Member by member: the kernel's record is shorter than the C library's. The floating-point state is not kept.
-    const auto& registers = original->uc_mcontext.gregs;
-    std::copy(std::begin(registers), std::end(registers), std::begin(keptContext.uc_mcontext.gregs));
-    keptContext.uc_flags = original->uc_flags;
-    keptContext.uc_stack = original->uc_stack;
-    return &keptContext;
+    const auto& registers = original.uc_mcontext.gregs;
+    std::copy(std::begin(registers), std::end(registers), std::begin(kept.uc_mcontext.gregs));
+    kept.uc_flags = original.uc_flags;
+    kept.uc_stack = original.uc_stack;
+}
+
+PostponedExit readExitparams() {
+    const ExitparamsAccess access;
+    return exitparams;
 }
 
 void postpone(ExitRoutine routine, int argument, const SignalArrival& arrival) {
-    if (arrival.info != nullptr)
-        keptInfo = *arrival.info;
-    exitparams = {argument, arrival.sig, arrival.info != nullptr ? &keptInfo : nullptr, keepContext(arrival.context)};
-    exitfunc = routine;
+    const ExitparamsAccess access;
+    exitparams.exitfunc = routine;
+    exitparams.exitcode = argument;
+    exitparams.actualSig = arrival.sig;
+    exitparams.hasInfo = arrival.info != nullptr;
+    if (exitparams.hasInfo) {
+        exitparams.info = *arrival.info;
+    }
+    exitparams.hasContext = arrival.context != nullptr;
+    if (exitparams.hasContext) {
+        keepContext(*static_cast<const ucontext_t*>(arrival.context), exitparams.context);
+    }
 }
+
+// The exit under way in a signal handler.
+std::atomic<pid_t> exitingThread;
+int exitingCode;
 } // namespace
+
+void hostLimitExit(int code) {
+    constexpr unsigned longestExitSeconds = 10;
+    exitingCode = code;
+    exitingThread = gettid();
+    constexpr auto end = [](int) { hostEndExit(); };
+    for (const int sig : {SIGALRM, SIGABRT}) {
+        UNIXIO_DO_SIGNAL_1ARG(sig, end, nullptr);
+    }
+    sigset_t open;
+    sigemptyset(&open);
+    for (const int sig : {SIGALRM, SIGABRT, SIGSEGV, SIGBUS, SIGILL}) {
+        sigaddset(&open, sig);
+    }
+    alarm(longestExitSeconds);
+    pthread_sigmask(SIG_UNBLOCK, &open, nullptr);
+}
+
+bool hostIsExiting() {
+    const pid_t thread = exitingThread;
+    return thread != 0 && thread == gettid();
+}
+
+void hostEndExit() {
+    HostSignalSafePrint("KS Signal Handler: the exit handlers did not come to their end\n");
+    _exit(exitingCode);
+}
 
 void HostExitOnFault() {
     exitOnFault = TRUE;
@@ -93,10 +155,12 @@ void HostDelaySigExit(HostSigExitHandlerType postpone, HostSigExitHandlerType co
 }
 
 void HostDoSigExit() {
-    const ExitRoutine routine = exitfunc;
-    if (routine == nullptr)
+    PostponedExit postponed = readExitparams();
+    if (postponed.exitfunc == nullptr) {
         return;
-    routine(exitparams.exitcode, exitparams.actualSig, exitparams.info, exitparams.context);
+    }
+    postponed.exitfunc(postponed.exitcode, postponed.actualSig, postponed.hasInfo ? &postponed.info : nullptr,
+                       postponed.hasContext ? &postponed.context : nullptr);
     hostCallIfSet(completeSigExit);
 }
 

@@ -12,6 +12,7 @@
 #include "host/fatalreport.h"
 #include "host/faultstate.h"
 #include "host/guarantee.h"
+#include "host/kernelsignal.h"
 #include "host/realids.h"
 #include "host/signalprint.h"
 #include "hostatomic.h"
@@ -32,6 +33,7 @@ pid_t forkForExec() {
 }
 
 [[noreturn]] void execInChild(const char* path, char* const argv[]) {
+    hostDropHandlersInKernel();
     // The handler's mask would pass to the program.
     sigset_t none;
     sigemptyset(&none);

@@ -1,9 +1,10 @@
 // Texts about time: the statistics line and the date format.
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <langinfo.h>
-#include <pthread.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/time.h>
 
@@ -66,20 +67,20 @@ bool appendCpu(PieceWriter& line, const rusage& usage) {
                        static_cast<int>(cpu.tv_usec / 10000));
 }
 
-char dtFormat[256];
+constexpr size_t formatSize = 256;
 
-void chooseDateTimeFormat() {
+void chooseDateTimeFormat(char* format) {
     constexpr unsigned longestValue = 100;
     char value[longestValue + 1];
     if (HostGetEnv("KS_CFTIME", value, longestValue)) {
         const size_t length = strlen(value);
         if (value[length - 1] == 'S') {
-            memcpy(dtFormat, value, length + 1);
+            memcpy(format, value, length + 1);
             return;
         }
         printf("\n[WARNING]: Invalid $KS_CFTIME: '%s', using default.\n", value);
     }
-    snprintf(dtFormat, sizeof dtFormat, "%s %s", nl_langinfo(D_FMT), nl_langinfo(T_FMT));
+    snprintf(format, formatSize, "%s %s", nl_langinfo(D_FMT), nl_langinfo(T_FMT));
 }
 } // namespace
 
@@ -92,7 +93,21 @@ void HostStatistics(char* buf, unsigned size) {
 }
 
 const char* HostDateTimeFormat() {
-    static pthread_once_t once = PTHREAD_ONCE_INIT;
-    pthread_once(&once, chooseDateTimeFormat);
-    return dtFormat;
+    static std::atomic<const char*> known;
+    if (const char* format = known; format != nullptr) {
+        return format;
+    }
+    // Memory of its own for every thread that comes first, neither a lock nor the heap: the fatal report may have
+    // interrupted whoever has those.
+    void* const page = mmap(nullptr, formatSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page == MAP_FAILED) {
+        return "%D %T";
+    }
+    chooseDateTimeFormat(static_cast<char*>(page));
+    const char* format = nullptr;
+    if (known.compare_exchange_strong(format, static_cast<const char*>(page))) {
+        return static_cast<const char*>(page);
+    }
+    munmap(page, formatSize);
+    return format;
 }

@@ -14,6 +14,7 @@
 #include "host/borrowedsignal.h"
 #include "host/errnokeeper.h"
 #include "host/interrupted.h"
+#include "host/kernelsignal.h"
 #include "host/realids.h"
 #include "hostenv.h"
 #include "hostsignal.h"
@@ -25,23 +26,6 @@ constinit BorrowedSignal keyboardInterrupt(SIGINT);
 constinit BorrowedSignal keyboardQuit(SIGQUIT);
 constinit BorrowedSignal terminalOutput(SIGTTOU);
 constinit BorrowedSignal terminalInput(SIGTTIN);
-
-class AllSignalsBlocked {
-public:
-    AllSignalsBlocked() {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &callers_);
-    }
-    ~AllSignalsBlocked() { pthread_sigmask(SIG_SETMASK, &callers_, nullptr); }
-    AllSignalsBlocked(const AllSignalsBlocked&) = delete;
-    AllSignalsBlocked& operator=(const AllSignalsBlocked&) = delete;
-
-    const sigset_t& callers() const { return callers_; }
-
-private:
-    sigset_t callers_;
-};
 
 // Puts the terminal of descriptor 0 back to the process group that has it now. To be ended while SIGTTOU is blocked or
 // ignored: it would stop a process that is not in the foreground and reaches for the terminal.
@@ -59,35 +43,16 @@ private:
     const pid_t group_;
 };
 
-// The kernel's view of a signal set and action.
-constexpr size_t kernelSetSize = 8;
-struct KernelAction {
-    void (*handler)(int);
-    unsigned long flags;
-    void (*restorer)();
-    unsigned char mask[kernelSetSize];
-};
-
 // Everything below up to startShell runs in the child of a vfork, in this process's memory. It makes system calls only,
 // and past the C library: its functions for ids tell all threads of this process, and a library in front of sigaction
 // may keep books.
 
-// Signals that may be taken while this process's handlers stand would run them in the child.
-void dropHandlers() {
-    for (int signal = 1; signal <= SIGRTMAX; ++signal) {
-        KernelAction action;
-        if (syscall(SYS_rt_sigaction, signal, nullptr, &action, kernelSetSize) == 0 && action.handler != SIG_DFL &&
-            action.handler != SIG_IGN) {
-            action = {};
-            syscall(SYS_rt_sigaction, signal, &action, nullptr, kernelSetSize);
-        }
-    }
-}
-
 [[noreturn, gnu::noinline]] void runShell(const char* cmd, bool interactive, const sigset_t& mask) {
-    if (!interactive)
+    constexpr size_t kernelSetSize = 8;
+    if (!interactive) {
         setsid();
-    dropHandlers();
+    }
+    hostDropHandlersInKernel();
     syscall(SYS_rt_sigprocmask, SIG_SETMASK, &mask, nullptr, kernelSetSize);
     if (hostTakeRealIdsForExec()) {
         const char* const words[] = {"/bin/sh", "-c", cmd, nullptr};

@@ -7,6 +7,9 @@
 #include <string_view>
 #include <unistd.h>
 
+#include "host/faulthandler.h"
+#include "host/handlerscope.h"
+#include "host/logname.h"
 #include "hostunix.h"
 
 namespace {
@@ -43,12 +46,6 @@ private:
     size_t length_ = 0;
 };
 
-struct LogNameValues {
-    const char* program;
-    const char* user;
-    const char* home;
-};
-
 // Appends what the letter after a "%" stands for.
 bool appendLogNameValue(char letter, const LogNameValues& values, BoundedText& text) {
     HostFnameStrType own;
@@ -61,14 +58,19 @@ bool appendLogNameValue(char letter, const LogNameValues& values, BoundedText& t
     case 'M':
         return HostGetHostname(own, sizeof own) && text.append(own);
     case 'U':
-        if (values.user != nullptr)
+        if (values.user != nullptr) {
             return text.append(values.user);
-        return HostGetUserName(own, sizeof own) && text.append(own);
+        }
+        return values.looksUp && HostGetUserName(own, sizeof own) && text.append(own);
     case 'H':
-        if (values.home != nullptr)
+        if (values.home != nullptr) {
             return text.append(values.home);
-        return HostGetHomeDir(values.user, own, sizeof own) && text.append(own);
+        }
+        return values.looksUp && HostGetHomeDir(values.user, own, sizeof own) && text.append(own);
     case 'D': {
+        if (values.date != nullptr) {
+            return text.append(values.date);
+        }
         const time_t now = time(nullptr);
         tm local;
         return localtime_r(&now, &local) != nullptr && strftime(own, sizeof own, "%Y-%m-%d", &local) != 0 &&
@@ -105,6 +107,9 @@ bool appendLogName(string_view pattern, const LogNameValues& values, BoundedText
 } // namespace
 
 void UtlExit(int code) {
+    if (HandlerScope::isActive()) {
+        hostLimitExit(code);
+    }
     exit(code);
 }
 
@@ -142,9 +147,14 @@ BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned s
 
 BoolType UtlExpandLogName(const char* pattern, const char* program, const char* user, const char* home, char* dst,
                           unsigned size) {
+    return hostExpandLogName(pattern, {program, user, home, nullptr, true}, dst, size);
+}
+
+BoolType hostExpandLogName(const char* pattern, const LogNameValues& values, char* dst, unsigned size) {
     BoundedText text(dst, size);
-    if (size != 0 && appendLogName(pattern, {program, user, home}, text))
+    if (size != 0 && appendLogName(pattern, values, text)) {
         return TRUE;
+    }
     text.clear();
     return FALSE;
 }

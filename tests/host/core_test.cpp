@@ -1,10 +1,15 @@
 // The fatal report, core files, C stacks and waits.
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <sys/resource.h>
+#include <sys/syscall.h>
+#include <thread>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include "host/fatalreport.h"
@@ -118,6 +123,15 @@ TEST(Coredump, FirstSecondThird) {
 
 TEST(Coredump, WithoutFolderOrFile) {
     const auto body = [] {
+        // Nor is there a wait for another thread: this one takes no signals, not even the C library's own.
+        std::thread([] {
+            constexpr unsigned long all[] = {~0UL, ~0UL};
+            syscall(SYS_rt_sigprocmask, SIG_SETMASK, all, nullptr, 8);
+            for (;;) {
+                pause();
+            }
+        }).detach();
+        HostMilliSleep(100);
         const fs::path folder = fs::current_path();
         char host[256];
         EXPECT_TRUE(HostGetHostname(host, sizeof host));
@@ -144,6 +158,34 @@ TEST(Coredump, WaitsADayAndAHalfUnlessToldAndSigTermEndsIt) {
     expectHas(child.out, "Sleeping for 129600 seconds");
     expectHas(child.err, "Signal 15, SIGTERM");
     EXPECT_EQ(child.exitStatus, 0);
+}
+
+// Two threads postpone exits while a third carries them out: each comes with its own signal, info and context.
+TEST(PostponedExit, RecordsAreWhole) {
+    expectGoodInChild([] {
+        static std::atomic<int> carriedOut;
+        constexpr auto check = [](int code, int sig, siginfo_t* info, void* context) {
+            const ucontext_t& frame = *static_cast<ucontext_t*>(context);
+            EXPECT_TRUE(code == sig && info->si_signo == sig && frame.uc_mcontext.gregs[0] == sig &&
+                        frame.uc_mcontext.gregs[NGREG - 1] == sig);
+            ++carriedOut;
+        };
+        HostDelaySigExit([] {}, nullptr);
+        for (const int sig : {SIGXCPU, SIGXFSZ}) {
+            std::thread([=] {
+                siginfo_t info = arrival(sig, SI_USER);
+                ucontext_t context = {};
+                std::fill_n(context.uc_mcontext.gregs, NGREG, sig);
+                for (;;) {
+                    hostExitNowOrLater(check, sig, {sig, &info, &context, true});
+                }
+            }).detach();
+        }
+        for (int i = 0; i < 1000000 && !testing::Test::HasFailure(); ++i) {
+            HostDoSigExit();
+        }
+        EXPECT_GT(carriedOut, 0);
+    });
 }
 
 TEST(StackListing, OneListingForTwoThreads) {

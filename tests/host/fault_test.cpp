@@ -299,6 +299,26 @@ TEST(GuardPages, OpenOnTouch) {
     expectHas(child.err, "^" + somewhere + somewhere + line + "\\(nil\\).  time=[0-9]+\n$");
 }
 
+// A thread touched the page, too, before it was opened; its fault arrives after that. The second is a fault of its own.
+TEST(GuardPages, FaultThatAnotherThreadRepaired) {
+    const auto body = [] {
+        install();
+        char* const page = newPage(PROT_READ | PROT_WRITE);
+        for (int i = 0; i < 2; ++i) {
+            HostProtectPage(page, allow, nullptr);
+            touch(page);
+            siginfo_t info = arrival(SIGSEGV, SEGV_ACCERR);
+            info.si_addr = page + 17;
+            HostFaultHandler(SIGSEGV, &info, nullptr);
+            say(i == 0 ? "first again\n" : "second again\n");
+        }
+        HostUnProtectPage(page);
+        munmap(page, UtlGetPageSize());
+        touch(page);
+    };
+    expectEnding(body, {"first again\n[^]*second again\n\n\nKS Signal Handler: Unhandled signal 11"});
+}
+
 TEST(GuardPages, SetupFailures) {
     const ChildResult child = runInChild([] {
         SysErrorSType err;

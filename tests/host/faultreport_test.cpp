@@ -222,12 +222,50 @@ TEST(Stacks, SigUsr1PrintsThemAndLifeGoesOn) {
     }
 }
 
+// Exit handlers that run in the signal handler and cannot end.
+TEST(Termination, ExitHandlersThatNeedWhatWasInterrupted) {
+    void (*const handlers[])() = {
+        [] {
+            for (;;) {
+                pause();
+            }
+        },
+        jumpToNowhere,
+        abort,
+    };
+    for (void (*const handler)() : handlers) {
+        const auto body = [=] {
+            install();
+            atexit(handler);
+            raise(handler == abort ? SIGXFSZ : SIGTERM);
+        };
+        expectEnding(
+            body, {"KS Signal Handler: the exit handlers did not come to their end\n$", "", handler == abort ? 3 : 0});
+    }
+}
+
+// The report has no need of more stack than the documentation says.
+TEST(Report, OnAnAlternateStack) {
+    const auto body = [] {
+        constexpr size_t documented = 32 * 1024;
+        stack_t stack = {};
+        stack.ss_size = documented;
+        stack.ss_sp = mmap(nullptr, documented, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        sigaltstack(&stack, nullptr);
+        install();
+        ErrMsgInit();
+        setAction(SIGSEGV, HostFaultHandler, SA_SIGINFO | SA_ONSTACK);
+        raise(SIGSEGV);
+    };
+    expectEnding(body, {"\\[host.core[457][^]*\n$", "_{78}\n$"});
+}
+
 // A thread faults while it holds every lock of the library, as a fork in the making does.
 TEST(Report, NeedsNoLock) {
     const auto body = [] {
-        install();
         // Handlers registered first run last before a fork.
         pthread_atfork(jumpToNowhere, nullptr, nullptr);
+        install();
         ErrMsgInit();
         ErrMsgSetPanicked(FALSE);
         UtlFree(UtlMalloc(10, "test"));

@@ -5,6 +5,7 @@
 #include <fcntl.h>
 #include <pwd.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <thread>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include "errmsg.h"
 #include "host/debugchild.h"
 #include "host/processes.h"
+#include "hostfault.h"
 #include "hostsignal.h"
 #include "utlheap.h"
 #include "vermsg.h"
@@ -287,13 +289,17 @@ TEST(HostForkServer, ReadyOrNot) {
         {"/nonexistent", FALSE, 3, notRun("No such file or directory")},
         {"", FALSE, 3, notRun("No such file or directory")},
     };
-    for (const bool standardOnesClosed : {false, true}) {
+    for (int closed = 0; closed < 8; ++closed) { // bit i: descriptor i
         for (const auto& c : cases) {
             SCOPED_TRACE(c.command);
             const ChildResult child = runInChild([&] {
                 useMessages(scratch);
-                if (standardOnesClosed)
-                    close(0), close(1);
+                for (int descriptor = 0; descriptor < 3; ++descriptor) {
+                    if (closed & 1 << descriptor) {
+                        close(descriptor);
+                    }
+                }
+                EXPECT_EQ(waitFor(startWorker("/bin/true", nullptr, "log", scratch.path()).pid), 0);
                 const NothingLeft nothingLeft;
                 const Outcome outcome = startServer(c.command);
                 EXPECT_EQ(outcome.started, c.started);
@@ -303,9 +309,25 @@ TEST(HostForkServer, ReadyOrNot) {
                 EXPECT_EQ(waitFor(outcome.pid), c.status);
             });
             expectGood(child);
-            EXPECT_EQ(child.err, c.errors);
+            EXPECT_EQ(child.err, closed & 4 ? "" : c.errors);
         }
     }
+}
+
+// A signal that comes to the worker before its program runs is not its parent's: here while it opens a log that nobody
+// reads.
+TEST(HostFork, SignalBeforeTheProgramRuns) {
+    const Scratch scratch;
+    mkfifo(scratch.file("log").c_str(), 0600);
+    const ChildResult child = inProcess(scratch, [&] {
+        HostInstallFaultHandler([] { HostSignalSafePrint("the parent's files flushed\n"); }, nullptr);
+        const Outcome outcome = startWorker("/bin/true", nullptr, "log", scratch.path());
+        kill(outcome.pid, SIGTERM);
+        EXPECT_EQ(waitFor(outcome.pid), -SIGTERM);
+        hostUnInstallFaultHandler();
+    });
+    expectGood(child);
+    EXPECT_EQ(child.err, "");
 }
 
 // A signal does not end the wait for the byte, unless a SIGTERM has arrived.

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "host/expect.h"
+#include "host/hostlocaltime.h"
 #include "hostunix.h"
 #include "utlhost.h"
 
@@ -245,11 +246,23 @@ TEST(HostTimeZone, SecondsWestOfUtc) {
         {"UTC0", july, 0, "2026-07-15 10:04:05"},
         {"EST5EDT,M3.2.0,M11.1.0", january, 18000, "2026-01-15 05:04:05"},
         {"EST5EDT,M3.2.0,M11.1.0", july, 14400, "2026-07-15 06:04:05"},
+        {"Lord-10:30Howe-11,M10.1.0,M4.1.0", july, -37800, "2026-07-15 20:34:05"},
         {"IST-5:30", july, -19800, "2026-07-15 15:34:05"},
     };
     setenv("KS_CFTIME", "%Y-%m-%d %H:%M:%S", 1);
     for (const auto& c : cases) {
         setenv("TZ", c.zone, 1);
+        // What the fatal report goes by, nine years on.
+        expectGoodInChild([] {
+            hostLearnLocalTime();
+            const time_t now = time(nullptr);
+            for (time_t t = now; t - now < 9 * 365 * 86400; t += 1799) {
+                tm expected{};
+                localtime_r(&t, &expected);
+                const tm local = hostLocalTime(t);
+                ASSERT_EQ(memcmp(&local, &expected, sizeof local), 0) << t << ": " << asctime(&local);
+            }
+        });
         time_t time = c.time;
         EXPECT_EQ(HostTIMEZONE(&time), c.west) << c.zone;
         char text[64];
