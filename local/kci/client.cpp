@@ -77,6 +77,7 @@ bool Client::login(const char* user, const char* password) {
         return false;
     }
     current = reply.integer;
+    outside.errorPending = false;
     return true;
 }
 
@@ -93,6 +94,7 @@ void Client::logout() {
 void Client::select(KciSessionIdType session) {
     if (sessions.contains(session)) {
         current = session;
+        outside.errorPending = false;
         return;
     }
     char text[80];
@@ -100,9 +102,11 @@ void Client::select(KciSessionIdType session) {
     put(outside, makeError(ErrorNumber::BadSessionId, text, {}));
 }
 
-// The current session; NULL, with an error, when there is none.
+// The current session; NULL, with an error, when there is none. An error that concerned no session and was left untaken
+// is none of its calls'.
 ClientSession* Client::session() {
     if (auto found = sessions.find(current); found != sessions.end()) {
+        outside.errorPending = false;
         return &found->second;
     }
     recordError(ErrorNumber::NoSession, "no session of the local store is logged in and selected");

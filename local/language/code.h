@@ -68,11 +68,19 @@ public:
     explicit CodeTable(Store& owner) : store(owner) {}
 
     CodeId add(std::unique_ptr<Code> code);
-    // Before marks are set: those of earlier rounds, even of one that an exception ended, mean nothing from now on.
+    // Before marks are set by the collector: those of earlier rounds mean nothing from now on.
     void startMarking() { ++marking; }
     const Code& at(CodeId id) const { return *entries[static_cast<size_t>(id)].code; }
-    template <class Mark>
+    // Marks code and what it refers to, for the collector.
     void mark(CodeId id, const Mark& markOop);
+    // Code that a scanned object or nothing at all refers to so far is not to be swept.
+    void keep(CodeId id) {
+        if (store.isMarking()) {
+            mark(id, [this](Oop oop) { store.shade(oop); });
+        }
+    }
+    // What code refers to, the code of its blocks included.
+    void visit(CodeId id, const Mark& markOop) const;
     void sweep();
 
 private:
@@ -95,11 +103,11 @@ inline CodeId CodeTable::add(std::unique_ptr<Code> code) {
     freeIds.pop_back();
     store.charge(code->memory());
     entries[static_cast<size_t>(id)].code = std::move(code);
+    keep(id);
     return id;
 }
 
-template <class Mark>
-void CodeTable::mark(CodeId id, const Mark& markOop) {
+inline void CodeTable::mark(CodeId id, const Mark& markOop) {
     Entry& entry = entries[static_cast<size_t>(id)];
     if (entry.marked == marking || !entry.code) {
         return;
@@ -111,6 +119,17 @@ void CodeTable::mark(CodeId id, const Mark& markOop) {
     }
     for (CodeId block : entry.code->blocks) {
         mark(block, markOop);
+    }
+}
+
+inline void CodeTable::visit(CodeId id, const Mark& markOop) const {
+    const Code& code = at(id);
+    markOop(code.owner);
+    for (Oop literal : code.literals) {
+        markOop(literal);
+    }
+    for (CodeId block : code.blocks) {
+        visit(block, markOop);
     }
 }
 

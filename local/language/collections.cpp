@@ -3,6 +3,7 @@
 #include "language/number.h"
 #include "language/text.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 
@@ -15,41 +16,12 @@ uint32_t scramble(uint64_t value) {
     return static_cast<uint32_t>(value >> 32);
 }
 
-Oop keyAt(const View& view, Oop collection, uint32_t position, bool isDictionary) {
-    Oop element = view.slot(collection, position);
-    return isDictionary ? view.slot(element, kernel::association_slot::key) : element;
-}
-
-// The first position whose hash is not below the given one. Named variables of a subclass come before the elements.
-uint32_t lowerBound(const View& view, Oop collection, uint32_t hash, bool isDictionary) {
-    Description description = view.describe(collection);
-    uint32_t low = description.shape.named;
-    uint32_t high = low + description.size;
-    while (low < high) {
-        uint32_t middle = low + (high - low) / 2;
-        if (hashOf(view, keyAt(view, collection, middle, isDictionary)) < hash) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
+// The units of a text from a place on; long texts are told apart by their ends and their size.
+uint64_t hashUnits(const Units& text, uint32_t from, uint32_t to, uint64_t hash) {
+    for (uint32_t i = from; i < to; ++i) {
+        hash = (hash ^ text[i]) * 0x100000001B3u;
     }
-    return low;
-}
-
-std::optional<uint32_t> findPosition(const View& view, Oop collection, Oop key, bool isDictionary) {
-    Description description = view.describe(collection);
-    uint32_t hash = hashOf(view, key);
-    uint32_t end = description.shape.named + description.size;
-    for (uint32_t i = lowerBound(view, collection, hash, isDictionary); i < end; ++i) {
-        Oop candidate = keyAt(view, collection, i, isDictionary);
-        if (equal(view, candidate, key)) {
-            return i;
-        }
-        if (hashOf(view, candidate) != hash) {
-            break;
-        }
-    }
-    return std::nullopt;
+    return hash;
 }
 
 } // namespace
@@ -72,11 +44,11 @@ uint32_t hashOf(const View& view, Oop oop) {
     if (!isReference(oop) || view.classOf(oop) == kernel::Symbol || !isText(view, oop)) {
         return scramble(oop);
     }
-    uint64_t hash = 0xCBF29CE484222325u;
-    for (char16_t unit : textOf(view, oop)) {
-        hash = (hash ^ unit) * 0x100000001B3u;
-    }
-    return scramble(hash);
+    constexpr uint32_t end = 200;
+    Units text(view, oop);
+    uint32_t size = text.size();
+    uint64_t hash = hashUnits(text, 0, std::min(size, end), 0xCBF29CE484222325u ^ size);
+    return scramble(size > end ? hashUnits(text, std::max(end, size - end), size, hash) : hash);
 }
 
 bool equal(const View& view, Oop a, Oop b) {
@@ -104,19 +76,34 @@ bool equal(const View& view, Oop a, Oop b) {
     if (view.classOf(a) == kernel::Symbol || view.classOf(b) == kernel::Symbol) {
         return false;
     }
-    return textOf(view, a) == textOf(view, b);
+    return Units(view, a).compare(Units(view, b)) == 0;
 }
 
 std::optional<uint32_t> findElement(const View& view, Oop collection, Oop element) {
-    return findPosition(view, collection, element, false);
+    return view.findElement(collection, hashOf(view, element), [&](Oop each) { return equal(view, each, element); });
 }
 
 void insertElement(const View& view, Oop collection, Oop element) {
-    view.insertSlot(collection, lowerBound(view, collection, hashOf(view, element), false), element);
+    view.addElement(collection, element, hashOf(view, element));
 }
 
+namespace {
+
+std::optional<uint32_t> findKey(const View& view, Oop dictionary, Oop key, uint32_t hash) {
+    return view.findElement(dictionary, hash, [&](Oop association) {
+        return equal(view, view.slot(association, kernel::association_slot::key), key);
+    });
+}
+
+} // namespace
+
 std::optional<uint32_t> findKey(const View& view, Oop dictionary, Oop key) {
-    return findPosition(view, dictionary, key, true);
+    return findKey(view, dictionary, key, hashOf(view, key));
+}
+
+// A position found by key: no read of the whole.
+Oop associationAt(const View& view, Oop dictionary, uint32_t position) {
+    return view.store().elementAt(view.session(), dictionary, position);
 }
 
 std::optional<Oop> dictionaryAt(const View& view, Oop dictionary, Oop key) {
@@ -124,7 +111,7 @@ std::optional<Oop> dictionaryAt(const View& view, Oop dictionary, Oop key) {
     if (!position) {
         return std::nullopt;
     }
-    return view.slot(view.slot(dictionary, *position), kernel::association_slot::value);
+    return view.slot(associationAt(view, dictionary, *position), kernel::association_slot::value);
 }
 
 Oop newAssociation(const View& view, Oop key, Oop value) {
@@ -135,12 +122,12 @@ Oop newAssociation(const View& view, Oop key, Oop value) {
 }
 
 void dictionaryAtPut(const View& view, Oop dictionary, Oop key, Oop value) {
-    if (std::optional<uint32_t> position = findKey(view, dictionary, key)) {
-        view.setSlot(view.slot(dictionary, *position), kernel::association_slot::value, value);
+    uint32_t hash = hashOf(view, key);
+    if (std::optional<uint32_t> position = findKey(view, dictionary, key, hash)) {
+        view.setSlot(associationAt(view, dictionary, *position), kernel::association_slot::value, value);
         return;
     }
-    view.insertSlot(dictionary, lowerBound(view, dictionary, hashOf(view, key), true),
-                    newAssociation(view, key, value));
+    view.addElement(dictionary, newAssociation(view, key, value), hash);
 }
 
 } // namespace local

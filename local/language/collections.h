@@ -1,4 +1,4 @@
-// Sets, bags and dictionaries: unordered bodies, which are kept in the order of their keys' hash values.
+// Sets, bags and dictionaries: unordered bodies, whose elements are found by hash values.
 #pragma once
 
 #include "language/kernel.h"
@@ -18,6 +18,7 @@ void insertElement(const View& view, Oop collection, Oop element);
 
 // A dictionary's elements are its Associations.
 std::optional<uint32_t> findKey(const View& view, Oop dictionary, Oop key);
+Oop associationAt(const View& view, Oop dictionary, uint32_t position);
 std::optional<Oop> dictionaryAt(const View& view, Oop dictionary, Oop key);
 Oop newAssociation(const View& view, Oop key, Oop value);
 void dictionaryAtPut(const View& view, Oop dictionary, Oop key, Oop value);

@@ -101,7 +101,7 @@ Outcome Interpreter::run(Process& process, uint32_t& steps) {
             --stepsLeft;
             Frame& frame = process.frames.back();
             execute(frame, frame.code->instructions[frame.next++]);
-            if (runtime.store.collectionDue()) {
+            if (runtime.store.stepDue() || runtime.store.isCollectionWanted()) {
                 steps = stepsLeft;
                 break;
             }
@@ -157,7 +157,7 @@ void Interpreter::execute(Frame& frame, const Instruction& instruction) {
         push(readGlobal(frame.code->literals[index]));
         break;
     case Operation::StoreGlobal:
-        globals[frame.code->literals[index]] = current->stack.back();
+        setGlobal(frame.code->literals[index], current->stack.back());
         break;
     case Operation::Pop:
         current->stack.pop_back();
@@ -182,6 +182,7 @@ void Interpreter::execute(Frame& frame, const Instruction& instruction) {
         break;
     case Operation::MakeBlock: {
         Oop block = view.create(blockShape, 0);
+        runtime.codes.keep(instruction.operand);
         view.setSlot(block, kernel::block_slot::code, smallIntegerOop(instruction.operand));
         view.setSlot(block, kernel::block_slot::scope, frame.scope);
         view.setSlot(block, kernel::block_slot::receiver, frame.self);
@@ -243,15 +244,11 @@ Oop Interpreter::copyLiteral(Oop literal) {
         description.shape.cls == kernel::LargeInteger) {
         return literal;
     }
-    Oop copy = view.create(description.shape, description.size);
-    if (description.shape.body == Body::Byte) {
-        std::string bytes = bytesOf(view, literal);
-        view.writeBytes(copy, 0, {reinterpret_cast<const ByteType*>(bytes.data()), bytes.size()});
-        return copy;
-    }
-    for (uint32_t i = 0; i < description.size; ++i) {
-        Oop element = view.slot(literal, i);
-        view.setSlot(copy, i, isReference(element) ? copyLiteral(element) : element);
+    Oop copy = view.clone(literal);
+    for (uint32_t i = 0; description.shape.body == Body::Pointer && i < description.size; ++i) {
+        if (Oop element = view.slot(copy, i); isReference(element)) {
+            view.setSlot(copy, i, copyLiteral(element));
+        }
     }
     return copy;
 }

@@ -56,8 +56,8 @@ public:
     static constexpr size_t maxFrames = 10000;
     static constexpr int maxPerforms = 100;
 
-    Interpreter(Runtime& sharedRuntime, SessionFacts& sessionFacts)
-        : runtime(sharedRuntime), facts(sessionFacts), view(sharedRuntime.store, sessionFacts.id) {}
+    Interpreter(Runtime& sharedRuntime, SessionFacts& sessionFacts, Store::Session& session)
+        : runtime(sharedRuntime), facts(sessionFacts), view(sharedRuntime.store, session) {}
 
     void startExpression(Process& process, CodeId code);
     void startSend(Process& process, Oop receiver, Oop selector, std::span<const Oop> arguments);
@@ -70,6 +70,11 @@ public:
     static void suspend(Process& process, Failure failure, bool takesResult);
 
     void addRoots(const std::function<void(Oop)>& mark) const;
+    void setGlobal(Oop name, Oop value) {
+        runtime.store.shade(name);
+        runtime.store.shade(value);
+        globals[name] = value;
+    }
 
     // For primitives. Those that begin a call answer KCI_OOP_NONE as the primitive's result.
     Oop callBlock(Oop block, uint32_t argumentCount);

@@ -222,7 +222,7 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
                   request.kind == RequestKind::StoreIndexed;
     // What changed before it was filled stays changed.
     bool fills =
-        stores && session.freshObjects.contains(request.object) && !store.isChanged(view.session(), request.object);
+        stores && session.freshObjects.contains(request.object) && !view.session().changed.contains(request.object);
     bool makes = false;
     switch (request.kind) {
     case RequestKind::FetchInfo:
@@ -300,7 +300,7 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
         store.trackChanges(view.session());
         break;
     case RequestKind::TakeChanges:
-        if (!store.isTracking(view.session())) {
+        if (!view.session().tracking) {
             throw Failure(ErrorNumber::BadArgument, "changes are not tracked in this session");
         }
         reply.integer = static_cast<KciLong>(store.takeChanged(view.session(), request.objectRoom, &reply.more));
@@ -312,7 +312,7 @@ void handleObjectRequest(ServerSession& session, const Request& request, Reply& 
         store.exportObject(view.session(), reply.object);
         session.freshObjects.insert(reply.object);
     } else if (fills) {
-        store.forgetChange(view.session(), request.object);
+        view.session().changed.erase(request.object);
     }
     if (stores) {
         session.freshObjects.erase(request.object);

@@ -37,8 +37,8 @@ Failure caughtFailure() {
 
 Failure failureOf(const StoreFull& full) {
     return {ErrorNumber::OutOfMemory,
-            full.wholeStore
-                ? "the local store would hold more than " + std::to_string(Store::memoryLimit >> 20) + " MiB"
+            full.storeLimit != 0
+                ? "the local store would hold more than " + std::to_string(full.storeLimit >> 20) + " MiB"
                 : "an object would have more than " + std::to_string(Store::maxBytes >> 20) + " MiB of bytes or " +
                       std::to_string(Store::maxElements) + " references"};
 }

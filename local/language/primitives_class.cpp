@@ -103,7 +103,7 @@ Oop makeSubclass(Interpreter& interpreter, Oop self, Arguments arguments, bool i
     view.setSlot(cls, class_slot::indexable, booleanOop(indexable || shape.indexable));
     view.setSlot(cls, class_slot::namedSize, smallIntegerOop(static_cast<int32_t>(known.size())));
     view.setSlot(cls, class_slot::history, history);
-    interpreter.globals[name] = cls;
+    interpreter.setGlobal(name, cls);
     return cls;
 }
 
@@ -147,7 +147,7 @@ Oop removeMethod(Interpreter& interpreter, Oop self, Arguments arguments) {
         throw Failure(ErrorNumber::NotInCollection, className(view, self) + " has no method " + brief(view, selector),
                       {self, selector});
     }
-    view.removeSlot(methods, *position);
+    view.removeElement(methods, *position);
     ++interpreter.runtime.methodEpoch;
     return selector;
 }

@@ -92,9 +92,7 @@ Oop asArray(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
     Description description = view.describe(self);
     Oop array = view.create(kernel::arrayShape, description.size);
-    for (uint32_t i = 0; i < description.size; ++i) {
-        view.setSlot(array, i, view.slot(self, description.shape.named + i));
-    }
+    view.copyElements(array, 0, self, description.shape.named, description.size);
     return array;
 }
 
@@ -124,7 +122,7 @@ Oop bagRemove(Interpreter& interpreter, Oop self, Arguments arguments) {
     if (!position) {
         failAbsent(interpreter.view, self, arguments[0]);
     }
-    interpreter.view.removeSlot(self, *position);
+    interpreter.view.removeElement(self, *position);
     return arguments[0];
 }
 
@@ -151,8 +149,8 @@ Oop dictionaryRemoveKey(Interpreter& interpreter, Oop self, Arguments arguments)
     if (!position) {
         failAbsent(view, self, arguments[0]);
     }
-    Oop value = view.slot(view.slot(self, *position), kernel::association_slot::value);
-    view.removeSlot(self, *position);
+    Oop value = view.slot(associationAt(view, self, *position), kernel::association_slot::value);
+    view.removeElement(self, *position);
     return value;
 }
 

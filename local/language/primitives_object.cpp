@@ -161,18 +161,12 @@ Oop copyOf(const View& view, Oop oop) {
     default:
         break;
     }
-    Oop copy = view.create(description.shape, description.size);
-    if (description.shape.body == Body::Byte) {
-        std::string bytes = bytesOf(view, oop);
-        view.writeBytes(copy, 0, {reinterpret_cast<const ByteType*>(bytes.data()), bytes.size()});
-        return copy;
-    }
-    bool isDictionary = kernel::inherits(view, description.shape.cls, kernel::Dictionary);
-    for (uint32_t i = 0; i < description.shape.named + description.size; ++i) {
-        Oop element = view.slot(oop, i);
+    Oop copy = view.clone(oop);
+    if (kernel::inherits(view, description.shape.cls, kernel::Dictionary)) {
         // A dictionary's associations are its own.
-        bool isEntry = isDictionary && i >= description.shape.named;
-        view.setSlot(copy, i, isEntry ? copyOf(view, element) : element);
+        for (uint32_t i = description.shape.named; i < description.shape.named + description.size; ++i) {
+            view.setSlot(copy, i, view.clone(view.slot(copy, i)));
+        }
     }
     return copy;
 }

@@ -12,13 +12,17 @@ namespace {
 
 using Arguments = std::span<const Oop>;
 
+template <bool checked>
 Oop commit(Interpreter& interpreter, Oop, Arguments) {
-    return booleanOop(interpreter.runtime.commit(interpreter.facts.id));
+    Store::Progress progress = Store::Progress::Working;
+    while (progress == Store::Progress::Working) {
+        progress = interpreter.runtime.commit(interpreter.view.session(), checked, 10000);
+    }
+    return booleanOop(progress == Store::Progress::Done);
 }
 
 Oop abortTransaction(Interpreter& interpreter, Oop self, Arguments) {
-    interpreter.runtime.store.abort(interpreter.facts.id, kernel::Scope);
-    ++interpreter.runtime.methodEpoch;
+    interpreter.runtime.abort(interpreter.view.session());
     return self;
 }
 
@@ -83,12 +87,16 @@ Oop milliseconds(Interpreter& interpreter, Oop, Arguments) {
 }
 
 Oop collectGarbage(Interpreter& interpreter, Oop self, Arguments) {
-    interpreter.runtime.store.requestCollection();
+    interpreter.runtime.store.startCollection();
     return self;
 }
 
 Oop objectCount(Interpreter& interpreter, Oop, Arguments) {
     return newInteger(interpreter.view, interpreter.runtime.store.objectCount());
+}
+
+Oop memoryUsed(Interpreter& interpreter, Oop, Arguments) {
+    return newInteger(interpreter.view, static_cast<int64_t>(interpreter.runtime.store.memory()));
 }
 
 Oop globalNames(Interpreter& interpreter, Oop, Arguments) {
@@ -108,7 +116,8 @@ Oop forget(Interpreter& interpreter, Oop self, Arguments arguments) {
 }
 
 constexpr Primitive rows[] = {
-    {kernel::System, false, "commit", commit},
+    {kernel::System, false, "commit", commit<false>},
+    {kernel::System, false, "checkedCommit", commit<true>},
     {kernel::System, false, "abort", abortTransaction},
     {kernel::System, false, "user", user},
     {kernel::System, false, "session", session},
@@ -120,6 +129,7 @@ constexpr Primitive rows[] = {
     {kernel::System, false, "milliseconds", milliseconds},
     {kernel::System, false, "collectGarbage", collectGarbage},
     {kernel::System, false, "objectCount", objectCount},
+    {kernel::System, false, "memoryUsed", memoryUsed},
     {kernel::System, false, "globalNames", globalNames},
     {kernel::System, false, "forget:", forget},
 };

@@ -66,9 +66,9 @@ Runtime::Runtime() {
 Oop Runtime::symbol(std::string_view name) {
     auto found = symbols.find(std::string(name));
     if (found == symbols.end()) {
-        Oop oop =
-            store.create(systemSession, {kernel::Symbol, Body::Byte, true, 0}, static_cast<uint32_t>(name.size()));
-        store.writeBytes(systemSession, oop, 0, {reinterpret_cast<const ByteType*>(name.data()), name.size()});
+        Oop oop = store.create(store.systemSession(), {kernel::Symbol, Body::Byte, true, 0},
+                               static_cast<uint32_t>(name.size()));
+        store.writeBytes(store.systemSession(), oop, 0, {reinterpret_cast<const ByteType*>(name.data()), name.size()});
         found = symbols.emplace(name, oop).first;
     }
     return found->second;
@@ -79,28 +79,32 @@ Oop Runtime::kernelGlobal(Oop name) const {
     return found == kernelGlobals.end() ? KCI_OOP_NONE : found->second;
 }
 
-bool Runtime::commit(SessionId session) {
+Store::Progress Runtime::commit(Store::Session& session, bool checked, uint32_t steps) {
+    auto visit = [this](Oop, Oop cls, Oop firstSlot, const Mark& mark) {
+        if (CodeId code = codeOf(cls, firstSlot); code >= 0) {
+            codes.visit(code, mark);
+        }
+    };
+    Store::Progress progress = store.commit(session, visit, checked, steps);
+    // The next transaction may see other methods.
     ++methodEpoch;
-    codes.startMarking();
-    return store.commit(session,
-                        [this](Oop, Oop cls, Oop firstSlot, const Mark& mark) { visitCode(cls, firstSlot, mark); });
+    return progress;
 }
 
-void Runtime::visitCode(Oop cls, Oop firstSlot, const Mark& mark) {
-    if ((cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot) &&
-        smallIntegerValue(firstSlot) >= 0) {
-        codes.mark(smallIntegerValue(firstSlot), mark);
-    }
+void Runtime::abort(Store::Session& session) {
+    store.abort(session);
+    ++methodEpoch;
+}
+
+CodeId Runtime::codeOf(Oop cls, Oop firstSlot) {
+    bool hasCode = (cls == kernel::Block || cls == kernel::Method) && isSmallInteger(firstSlot);
+    return hasCode ? smallIntegerValue(firstSlot) : -1;
 }
 
 void Runtime::addRoots(const Mark& mark) const {
     for (const auto& [name, oop] : kernelGlobals) {
         mark(name);
     }
-}
-
-void Runtime::sweepSymbols(const std::function<bool(Oop)>& isLive) {
-    std::erase_if(symbols, [&](const auto& item) { return !isLive(item.second); });
 }
 
 void Runtime::makeClasses() {
@@ -167,6 +171,9 @@ void addMethod(Runtime& runtime, const View& view, Oop cls, bool classSide, Oop 
     view.setSlot(method, kernel::method_slot::code, smallIntegerOop(code));
     view.setSlot(method, kernel::method_slot::selector, selector);
     view.setSlot(method, kernel::method_slot::source, source);
+    if (code >= 0) {
+        runtime.codes.keep(code);
+    }
     Oop methods = view.slot(cls, classSide ? kernel::class_slot::classMethods : kernel::class_slot::methods);
     dictionaryAtPut(view, methods, selector, method);
     ++runtime.methodEpoch;

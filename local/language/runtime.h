@@ -19,17 +19,19 @@ public:
     // Grows when a method changes, or may have changed: what was looked up before is worth nothing then.
     uint32_t methodEpoch = 1;
 
-    View systemView() { return {store, systemSession}; }
+    View systemView() { return {store, store.systemSession()}; }
     // The one symbol of these (single-byte) characters.
     Oop symbol(std::string_view name);
     // A kernel class or object by its global name; 0 when the kernel has none of this name.
     Oop kernelGlobal(Oop name) const;
-    // What the session's changes make known to all takes along the literals of the code that it leads to.
-    bool commit(SessionId session);
+    // Works at it for about so many steps. What the session's changes make known to all takes along the literals of the
+    // code that it leads to.
+    Store::Progress commit(Store::Session& session, bool checked, uint32_t steps);
+    void abort(Store::Session& session);
     void addRoots(const Mark& mark) const;
-    // Marks what an object refers to outside the store, in the code that it stands for.
-    void visitCode(Oop cls, Oop firstSlot, const Mark& mark);
-    void sweepSymbols(const std::function<bool(Oop)>& isLive);
+    // The code that an object stands for, or a negative number.
+    static CodeId codeOf(Oop cls, Oop firstSlot);
+    void forgetSymbol(const std::string& name) { symbols.erase(name); }
 
 private:
     void makeClasses();

@@ -97,8 +97,8 @@ void Engine::requestBreak(SessionId session, bool hard) {
 Reply Engine::State::handle(const Request& request) {
     Reply reply;
     try {
-        if (runtime.store.collectionDue()) {
-            runtime.store.collect(*this);
+        if (runtime.store.stepDue()) {
+            runtime.store.collectStep(*this);
         }
         dispatch(request, reply);
         return reply;
@@ -156,11 +156,10 @@ void Engine::State::dispatch(const Request& request, Reply& reply) {
         runToEnd(session, reply);
         break;
     case RequestKind::Commit:
-        reply.integer = runtime.commit(request.session) ? 1 : 0;
+        reply.integer = runtime.commit(session.interpreter.view.session(), false, UINT32_MAX) == Store::Progress::Done;
         break;
     case RequestKind::Abort:
-        runtime.store.abort(request.session, kernel::Scope);
-        ++runtime.methodEpoch;
+        runtime.abort(session.interpreter.view.session());
         break;
     default:
         handleObjectRequest(session, request, reply);
@@ -178,9 +177,15 @@ void Engine::State::login(const Request& request, Reply& reply) {
     }
     SessionFacts facts{std::string(request.text), lastSession + 1, initialSliceSteps()};
     SessionId id = ++lastSession;
-    runtime.store.openSession(id);
+    Store::Session& opened = runtime.store.openSession(id);
     auto& freeCell = *std::find_if(breakCells.begin(), breakCells.end(), [](auto& cell) { return cell.isFree(); });
-    sessions[id] = std::make_unique<ServerSession>(runtime, std::move(facts), freeCell);
+    try {
+        sessions[id] = std::make_unique<ServerSession>(runtime, std::move(facts), opened, freeCell);
+    } catch (...) {
+        runtime.store.closeSession(id);
+        sessions.erase(id);
+        throw;
+    }
     reply.integer = id;
 }
 
@@ -249,20 +254,25 @@ Outcome Engine::State::runSlice(ServerSession& session) {
     for (;;) {
         Outcome outcome = session.interpreter.run(process, steps);
         process.charge();
+        if (runtime.store.isFull()) {
+            runtime.store.collect(*this);
+        }
+        while (runtime.store.isCollectionWanted()) {
+            runtime.store.collectStep(*this);
+        }
         if (outcome != Outcome::Progressed) {
             return outcome;
         }
         if (runtime.store.isFull()) {
-            runtime.store.collect(*this);
-        }
-        if (runtime.store.isFull()) {
-            Interpreter::suspend(process, failureOf(StoreFull{.wholeStore = true}), false);
+            Interpreter::suspend(process, failureOf(StoreFull{.storeLimit = runtime.store.limit()}), false);
             return Outcome::Suspended;
+        }
+        if (runtime.store.stepDue()) {
+            runtime.store.collectStep(*this);
         }
         if (steps == 0) {
             return outcome;
         }
-        runtime.store.collect(*this);
     }
 }
 
@@ -306,15 +316,15 @@ void Engine::State::runToEnd(ServerSession& session, Reply& reply) {
 
 // Ends the running call, whatever happens here: its result is exported, or its error reported and its process kept.
 void Engine::State::finish(ServerSession& session, Outcome outcome, Reply& reply) {
-    SessionId id = session.facts.id;
+    Store::Session& viewer = session.interpreter.view.session();
     std::unique_ptr<Process> process = std::move(session.running);
     if (outcome == Outcome::Finished) {
         reply.object = Interpreter::resultOf(*process);
         if (isReference(reply.object)) {
-            runtime.store.exportObject(id, reply.object);
+            runtime.store.exportObject(viewer, reply.object);
         }
         if (process->oop != KCI_OOP_NONE) {
-            runtime.store.release(id, process->oop);
+            runtime.store.release(viewer, process->oop);
         }
         return;
     }
@@ -341,7 +351,7 @@ Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process
         dropOldestProcess(session);
     }
     if (runtime.store.isFull()) {
-        throw StoreFull{.wholeStore = true};
+        throw StoreFull{.storeLimit = runtime.store.limit()};
     }
     Store::ForError room(runtime.store);
     if (process->oop == KCI_OOP_NONE) {
@@ -357,8 +367,11 @@ Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process
     view.setSlot(oop, 0, smallIntegerOop(static_cast<int32_t>(failure.number)));
     view.setSlot(oop, 1, newText(view, decodeText(failure.message)));
     view.setSlot(oop, 2, arguments);
-    runtime.store.exportObject(session.facts.id, oop);
-    runtime.store.forgetChange(session.facts.id, oop);
+    runtime.store.exportObject(view.session(), oop);
+    view.session().changed.erase(oop);
+    if (runtime.store.isMarking()) {
+        process->addRoots(runtime.codes, [this](Oop each) { runtime.store.shade(each); });
+    }
     session.suspended[oop] = std::move(process);
     session.suspendedInOrder.push_back(oop);
     if (session.suspendedInOrder.size() > maxSuspended) {
@@ -370,7 +383,7 @@ Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process
 void Engine::State::dropOldestProcess(ServerSession& session) {
     Oop oldest = session.suspendedInOrder.front();
     forgetProcess(session, oldest);
-    runtime.store.release(session.facts.id, oldest);
+    runtime.store.release(session.interpreter.view.session(), oldest);
 }
 
 void Engine::State::forgetProcess(ServerSession& session, Oop process) {
@@ -380,11 +393,16 @@ void Engine::State::forgetProcess(ServerSession& session, Oop process) {
 
 // --- collection ----------------------------------------------------------------------------------------------------
 
-void Engine::State::addRoots(const Mark& mark) {
+void Engine::State::startMarking() {
     runtime.codes.startMarking();
-    runtime.addRoots(mark);
+    runtime.addRoots([this](Oop oop) { runtime.store.shade(oop); });
     for (const auto& [id, session] : sessions) {
-        session->interpreter.addRoots(mark);
+        session->interpreter.addRoots([this](Oop oop) { runtime.store.shade(oop); });
+    }
+}
+
+void Engine::State::addRoots(const Mark& mark) {
+    for (const auto& [id, session] : sessions) {
         if (session->running) {
             session->running->addRoots(runtime.codes, mark);
         }
@@ -399,20 +417,30 @@ void Engine::State::visit(Oop oop, Oop cls, Oop firstSlot, const Mark& mark) {
                 found->second->addRoots(runtime.codes, mark);
             }
         }
+    } else if (CodeId code = Runtime::codeOf(cls, firstSlot); code >= 0) {
+        runtime.codes.mark(code, mark);
     }
-    runtime.visitCode(cls, firstSlot, mark);
 }
 
-void Engine::State::swept(const std::function<bool(Oop)>& isLive) {
-    for (const auto& [id, session] : sessions) {
-        std::erase_if(session->suspended, [&](const auto& item) { return !isLive(item.first); });
-        std::erase_if(session->freshObjects, [&](Oop oop) { return !isLive(oop); });
-        std::erase_if(session->suspendedInOrder, [&](Oop oop) { return !isLive(oop); });
+void Engine::State::freeing(Oop oop, Oop cls, std::span<const ByteType> bytes) {
+    switch (cls) {
+    case kernel::Symbol:
+        runtime.forgetSymbol(std::string(bytes.begin(), bytes.end()));
+        [[fallthrough]];
+    case kernel::Class:
+        // The identifier may be given out again, and methods were looked up by it.
+        ++runtime.methodEpoch;
+        break;
+    case kernel::Process:
+        for (const auto& [id, session] : sessions) {
+            if (session->suspended.contains(oop)) {
+                forgetProcess(*session, oop);
+            }
+        }
+        break;
+    default:
+        break;
     }
-    runtime.codes.sweep();
-    runtime.sweepSymbols(isLive);
-    // Identifiers of classes, names and code that went may be given out again.
-    ++runtime.methodEpoch;
 }
 
 } // namespace local

@@ -33,8 +33,8 @@ private:
 };
 
 struct ServerSession {
-    ServerSession(Runtime& runtime, SessionFacts sessionFacts, BreakCell& freeCell)
-        : facts(std::move(sessionFacts)), interpreter(runtime, facts), breakCell(freeCell) {
+    ServerSession(Runtime& runtime, SessionFacts sessionFacts, Store::Session& session, BreakCell& freeCell)
+        : facts(std::move(sessionFacts)), interpreter(runtime, facts, session), breakCell(freeCell) {
         breakCell.open(facts.id);
     }
     ~ServerSession() { breakCell.close(); }
@@ -52,8 +52,10 @@ struct Engine::State : Store::Roots {
     Reply handle(const Request& request);
 
     void addRoots(const Mark& mark) override;
+    void startMarking() override;
     void visit(Oop oop, Oop cls, Oop firstSlot, const Mark& mark) override;
-    void swept(const std::function<bool(Oop)>& isLive) override;
+    void marked() override { runtime.codes.sweep(); }
+    void freeing(Oop oop, Oop cls, std::span<const ByteType> bytes) override;
 
 private:
     void dispatch(const Request& request, Reply& reply);

@@ -3,6 +3,7 @@
 #include "language/number.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace local {
 
@@ -88,12 +89,35 @@ std::string_view truncated(std::string_view text, size_t limit) {
     return text.substr(0, limit);
 }
 
+Units::Units(const View& view, Oop text) : bytes(view.bytes(text)), isWide(isDoubleByte(view, text)) {}
+
+int Units::compare(const Units& other) const {
+    uint32_t common = std::min(size(), other.size());
+    if (!isWide && !other.isWide) {
+        if (int order = common == 0 ? 0 : std::memcmp(bytes.data(), other.bytes.data(), common)) {
+            return order;
+        }
+    } else {
+        for (uint32_t i = 0; i < common; ++i) {
+            if ((*this)[i] != other[i]) {
+                return (*this)[i] < other[i] ? -1 : 1;
+            }
+        }
+    }
+    return size() == other.size() ? 0 : size() < other.size() ? -1 : 1;
+}
+
 bool isText(const View& view, Oop oop) {
-    return isReference(oop) && kernel::inherits(view, view.classOf(oop), kernel::Text);
+    if (!isReference(oop)) {
+        return false;
+    }
+    Oop cls = view.classOf(oop);
+    return cls == kernel::String || cls == kernel::Symbol || kernel::inherits(view, cls, kernel::Text);
 }
 
 bool isDoubleByte(const View& view, Oop oop) {
-    return kernel::inherits(view, view.classOf(oop), kernel::DoubleByteString);
+    Oop cls = view.classOf(oop);
+    return cls != kernel::String && cls != kernel::Symbol && kernel::inherits(view, cls, kernel::DoubleByteString);
 }
 
 std::string bytesOf(const View& view, Oop oop) {

@@ -15,6 +15,25 @@ std::string encodeText(std::u16string_view units);
 // Modified UTF-8 cut to at most limit bytes, at a character's border.
 std::string_view truncated(std::string_view text, size_t limit);
 
+// The characters of a text where they lie, of either width; valid until anything is made, changed or collected.
+class Units {
+public:
+    Units(const View& view, Oop text);
+
+    uint32_t size() const { return static_cast<uint32_t>(bytes.size() >> (isWide ? 1 : 0)); }
+    char16_t operator[](uint32_t index) const {
+        if (!isWide) {
+            return bytes[index];
+        }
+        return static_cast<char16_t>(bytes[2 * index] | bytes[2 * index + 1] << 8);
+    }
+    // Negative, 0 or positive, by the characters' codes.
+    int compare(const Units& other) const;
+
+    std::span<const ByteType> bytes;
+    bool isWide;
+};
+
 bool isText(const View& view, Oop oop);       // String, Symbol or DoubleByteString
 bool isDoubleByte(const View& view, Oop oop); // a kind of DoubleByteString
 std::u16string textOf(const View& view, Oop oop);

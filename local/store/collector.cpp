@@ -1,103 +1,175 @@
-// Collects what no session, no suspended process and no kernel object reaches, and finds what a commit publishes.
+// Collects, step by step, what no session, no computation and no kernel object reaches.
+//
+// Marked objects are grey until they are scanned. Whoever stores a reference while there is marking shades it, so that
+// no scanned object leads to an unmarked one; what was only on a stack is found when the roots are asked for again.
 #include "store/store.h"
 
 #include <algorithm>
+#include <new>
 
 namespace local {
 
-void Store::collect(Roots& roots) {
-    std::vector<Oop> pending;
-    ++marking;
-    const Mark mark = [&](Oop oop) {
-        uint32_t index = indexOf(oop);
-        if (isReference(oop) && index < entries.size() && entries[index].object && !isMarked(oop)) {
-            entries[index].marked = marking;
-            pending.push_back(oop);
-        }
-    };
-    for (uint32_t index = 0; index < std::min<size_t>(firstFreeIndex, entries.size()); ++index) {
-        mark(oopAt(index));
-    }
-    for (const auto& [session, state] : sessions) {
-        std::for_each(state.exported.begin(), state.exported.end(), mark);
-    }
-    roots.addRoots(mark);
-    markFrom(
-        pending, [&](Oop oop, Oop cls, Oop firstSlot, const Mark&) { roots.visit(oop, cls, firstSlot, mark); }, mark);
-    roots.swept([this](Oop oop) { return isMarked(oop); });
-    sweep();
-    // Not so late that garbage alone could fill the store, and never at once again.
+namespace {
+constexpr uint32_t stepUnits = 4000; // objects, or so many slots or entries
+constexpr int maxRootRounds = 8;     // after these the rest is marked at once
+} // namespace
+
+void Store::setThreshold() {
     size_t next = memoryUsed + std::clamp<size_t>(memoryUsed / 2, 4u << 20, 64u << 20);
-    collectAt = std::min(next, std::max(memoryLimit - maxBytes, memoryUsed + (8u << 20)));
+    // Not so late that garbage alone could fill the store, and never at once again.
+    collectAt = std::min(next, std::max(memoryLimit - memoryLimit / 8, memoryUsed + memoryLimit / 32));
 }
 
-// Marks the session's private objects that its changes lead to.
-void Store::markReached(SessionId session, const Visit& visit) {
-    std::vector<Oop> pending;
-    ++marking;
-    const Mark mark = [&](Oop oop) {
-        if (isReference(oop) && indexOf(oop) < entries.size() && entries[indexOf(oop)].owner == session &&
-            !isMarked(oop)) {
-            entries[indexOf(oop)].marked = marking;
-            pending.push_back(oop);
+void Store::startCollection() {
+    giveUpMarking();
+    wanted = completed + (phase == Phase::Sweeping ? 2 : 1);
+}
+
+void Store::giveUpMarking() {
+    if (isMarking()) {
+        phase = Phase::Idle;
+    }
+    grey.clear();
+    scanned = nullptr;
+}
+
+// Never throws: without memory the collection begins anew later.
+void Store::shadeReference(Oop oop) {
+    if (isEntry(oop) && entries[indexOf(oop)].versions != nullptr && entries[indexOf(oop)].marked != collection) {
+        entries[indexOf(oop)].marked = collection;
+        scanAgain(oop);
+    }
+}
+
+// Its references may have come to it without shade.
+void Store::scanAgain(Oop oop) {
+    if (scanning == oop) {
+        scanned = nullptr;
+    }
+    if (isMarking() && entries[indexOf(oop)].marked == collection) {
+        try {
+            grey.push_back(oop);
+        } catch (const std::bad_alloc&) {
+            giveUpMarking();
         }
-    };
-    for (const auto& [oop, copy] : sessions.at(session).writeSet) {
-        follow(oop, *copy.object, visit, mark);
     }
-    markFrom(pending, visit, mark);
 }
 
-void Store::follow(Oop oop, const Object& object, const Visit& visit, const Mark& mark) {
-    mark(object.shape.cls);
-    for (Oop value : object.slots) {
-        if (isReference(value)) {
-            mark(value);
+// Follows grey objects, every version of each: what one session does not see another may.
+void Store::scan(Roots& roots, uint32_t& units) {
+    const Mark mark = [this](Oop oop) { shade(oop); };
+    while (units > 0 && isMarking()) {
+        if (scanned == nullptr) {
+            if (grey.empty()) {
+                return;
+            }
+            scanning = grey.back();
+            grey.pop_back();
+            scanned = entries[indexOf(scanning)].versions;
+            unscanned = UINT32_MAX;
+        }
+        if (unscanned == UINT32_MAX) {
+            unscanned = scanned->slotCount();
+            shade(scanned->cls);
+            if (unscanned > 0) {
+                roots.visit(scanning, scanned->cls, scanned->slots()[0], mark);
+            }
+        }
+        unscanned = std::min(unscanned, scanned->slotCount());
+        uint32_t count = std::min(unscanned, units);
+        units -= std::min(units, count / 4 + 1);
+        while (count-- > 0) {
+            shade(scanned->slots()[--unscanned]);
+        }
+        if (scanned != nullptr && unscanned == 0) {
+            scanned = scanned->older;
+            unscanned = UINT32_MAX;
         }
     }
-    if (!object.slots.empty()) {
-        visit(oop, object.shape.cls, object.slots.front(), mark);
-    }
 }
 
-// Every version of a marked object is followed: what one session has dropped another may still see.
-void Store::markFrom(std::vector<Oop>& pending, const Visit& visit, const Mark& mark) {
-    while (!pending.empty()) {
-        Oop oop = pending.back();
-        pending.pop_back();
-        const Entry& entry = entries[indexOf(oop)];
-        follow(oop, *entry.object, visit, mark);
-        if (entry.copies != 0) {
-            for (const auto& [session, state] : sessions) {
-                if (auto copy = state.writeSet.find(oop); copy != state.writeSet.end()) {
-                    follow(oop, *copy->second.object, visit, mark);
-                }
+void Store::collectStep(Roots& roots) {
+    debt = 0;
+    uint32_t units = stepUnits;
+    reclaim(units / 4);
+    if (phase == Phase::Idle) {
+        if (memoryUsed < collectAt && !isCollectionWanted()) {
+            return;
+        }
+        ++collection;
+        madeSinceStart = 0;
+        std::vector<Oop>().swap(grey);
+        scanned = nullptr;
+        cursor = 0;
+        rootRounds = 0;
+        phase = Phase::Roots;
+        roots.startMarking();
+        roots.addRoots([this](Oop oop) { shade(oop); });
+    }
+    if (phase == Phase::Roots) {
+        for (; phase == Phase::Roots && cursor < entryCount && units > 0; ++cursor, --units) {
+            const Entry& entry = entries[cursor];
+            const Object* latest = entry.versions;
+            bool isChanged = latest != nullptr && latest->isOwn() && latest->older != nullptr;
+            if (latest != nullptr && (cursor < firstFreeIndex || entry.exports != 0 || isChanged)) {
+                shadeReference(oopAt(cursor));
+            }
+        }
+        if (phase == Phase::Roots && cursor == entryCount) {
+            phase = Phase::Marking;
+        }
+    }
+    if (phase == Phase::Marking) {
+        scan(roots, units);
+        while (phase == Phase::Marking && grey.empty() && scanned == nullptr) {
+            roots.addRoots([this](Oop oop) { shade(oop); });
+            if (grey.empty() && phase == Phase::Marking) {
+                roots.marked();
+                phase = Phase::Sweeping;
+                cursor = 0;
+            } else if (++rootRounds > maxRootRounds) {
+                uint32_t all = UINT32_MAX;
+                scan(roots, all);
             }
         }
     }
-}
-
-void Store::sweep() {
-    auto isDead = [this](Oop oop) { return !isMarked(oop); };
-    for (auto& [session, state] : sessions) {
-        std::erase_if(state.created, isDead);
-        std::erase_if(state.writeSet, [&](const auto& item) {
-            if (isDead(item.first)) {
-                memoryUsed -= item.second.object->memory();
-                return true;
+    if (phase == Phase::Sweeping) {
+        for (; cursor < entryCount && units > 0; ++cursor, --units) {
+            if (entries[cursor].versions != nullptr && entries[cursor].marked != collection) {
+                const Object& object = *entries[cursor].versions;
+                roots.freeing(oopAt(cursor), object.cls, {object.bytes(), object.byteCount()});
+                freeEntry(cursor);
+                units -= std::min(units, 3u);
             }
-            return false;
-        });
-    }
-    for (uint32_t index = 0; index < entries.size(); ++index) {
-        Entry& entry = entries[index];
-        if (entry.object && entry.marked != marking) {
-            freeIndices.push_back(index);
-            memoryUsed -= entry.object->memory();
-            --liveObjects;
-            entry = Entry{};
+        }
+        if (cursor >= entryCount) {
+            phase = Phase::Idle;
+            ++completed;
+            setThreshold();
         }
     }
+}
+
+void Store::collect(Roots& roots) {
+    startCollection();
+    while (isCollectionWanted()) {
+        collectStep(roots);
+    }
+}
+
+void Store::freeEntry(uint32_t index) {
+    while (Object* object = entries[index].versions) {
+        entries[index].versions = object->older;
+        freeObject(object);
+    }
+    entries[index] = {};
+    if (firstFree == 0) {
+        firstFree = index;
+    } else {
+        entries[lastFree].reader = index;
+    }
+    lastFree = index;
+    --liveObjects;
 }
 
 } // namespace local

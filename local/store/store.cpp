@@ -1,329 +1,459 @@
 #include "store/store.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 
 namespace local {
 
-void Store::openSession(SessionId session) {
-    sessions[session];
-}
+Store::Store() = default;
 
-void Store::closeSession(SessionId session) {
-    Session& closing = sessions.at(session);
-    for (Oop oop : closing.exported) {
-        --entries[indexOf(oop)].exports;
-    }
-    for (Oop oop : closing.created) {
-        entries[indexOf(oop)].owner = noSession;
-    }
-    dropCopies(closing);
-    sessions.erase(session);
-}
-
-const Store::Object* Store::find(SessionId session, Oop oop) const {
-    uint32_t index = indexOf(oop);
-    if (!isReference(oop) || oop != oopAt(index) || index >= entries.size()) {
-        return nullptr;
-    }
-    const Entry& entry = entries[index];
-    if (entry.owner != systemSession && entry.owner != session) {
-        return nullptr;
-    }
-    if (entry.copies != 0 && session != systemSession) {
-        const auto& writeSet = sessions.at(session).writeSet;
-        if (auto copy = writeSet.find(oop); copy != writeSet.end()) {
-            return copy->second.object.get();
+Store::~Store() {
+    for (uint32_t index = 0; index < entryCount; ++index) {
+        while (Object* object = entries[index].versions) {
+            entries[index].versions = object->older;
+            freeObject(object);
         }
     }
-    return entry.object.get();
+    std::free(entries);
 }
 
-const Store::Object& Store::look(SessionId session, Oop oop) const {
-    if (const Object* object = find(session, oop)) {
-        return *object;
-    }
-    throw NoSuchObject{oop};
+// --- memory --------------------------------------------------------------------------------------------------------
+
+HashIndex* Store::Object::index() const {
+    HashIndex* pointer = nullptr;
+    std::memcpy(&pointer, this + 1, sizeof pointer);
+    return pointer;
 }
 
-Store::Object& Store::writable(SessionId session, Oop oop) {
-    const Object& seen = look(session, oop);
-    Entry& entry = entries[indexOf(oop)];
-    if (entry.exports != 0) {
-        noteChange(entry, session, oop);
-    }
-    if (entry.owner == session) {
-        return *entry.object;
-    }
-    Session& writer = sessions.at(session);
-    auto found = writer.writeSet.find(oop);
-    if (found == writer.writeSet.end()) {
-        reserve(seen.memory());
-        Copy copy{std::make_unique<Object>(seen), seen.version};
-        memoryUsed += copy.object->memory();
-        found = writer.writeSet.emplace(oop, std::move(copy)).first;
-        ++entry.copies;
-    }
-    return *found->second.object;
+// What the C library takes for it.
+size_t Store::Object::memory() const {
+    size_t bytes = sizeof(Object) + sizeof(size_t) + (body == Body::Byte ? capacity : capacity * sizeof(Oop));
+    return ((bytes + 15) & ~size_t{15}) + (body == Body::Unordered ? index()->memory() : 0);
 }
 
-void Store::noteChange(const Entry& entry, SessionId session, Oop oop) {
-    if (entry.exports == 0 || session == systemSession) {
-        return;
-    }
-    Session& seer = sessions.at(session);
-    if (seer.tracking && seer.exported.contains(oop)) {
-        seer.changed.insert(oop);
-    }
-}
-
-void Store::reserve(size_t bytes) {
+void Store::reserve(size_t bytes) const {
     if (memoryUsed + bytes > memoryLimit + beyondLimit) {
-        collectAt = 0;
-        throw StoreFull{.wholeStore = true};
+        throw StoreFull{.storeLimit = memoryLimit};
     }
 }
 
-std::unique_ptr<Store::Object> Store::makeObject(const Shape& shape, uint32_t size) {
-    if (size > (shape.body == Body::Byte ? maxBytes : maxElements)) {
+void Store::count(size_t bytes) {
+    memoryUsed += bytes;
+    debt += bytes;
+    madeSinceStart += bytes;
+}
+
+void Store::recount(Object& object, size_t before) {
+    size_t after = object.memory();
+    memoryUsed -= before;
+    memoryUsed += after;
+    if (after > before) {
+        debt += after - before;
+        madeSinceStart += after - before;
+    }
+}
+
+// Slots are not filled, bytes are 0.
+Store::Object* Store::makeObject(const Shape& shape, uint32_t count, uint32_t capacity) {
+    bool isByte = shape.body == Body::Byte;
+    if (count > (isByte ? maxBytes : maxElements + shape.named)) {
         throw StoreFull{};
     }
-    reserve(size * (shape.body == Body::Byte ? 1 : sizeof(Oop)));
-    auto object = std::make_unique<Object>();
-    object->shape = shape;
-    if (shape.body == Body::Byte) {
-        object->bytes.resize(size);
-    } else {
-        object->slots.assign(shape.named + size, nil);
+    size_t bytes = isByte ? capacity : capacity * sizeof(Oop);
+    reserve(bytes);
+    auto index = shape.body == Body::Unordered ? std::make_unique<HashIndex>() : nullptr;
+    void* memory = isByte ? std::calloc(1, sizeof(Object) + bytes) : std::malloc(sizeof(Object) + bytes);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
     }
-    memoryUsed += object->memory();
-    ++liveObjects;
+    auto* object = new (memory) Object{
+        nullptr, 0, shape.cls, static_cast<uint16_t>(shape.named), shape.body, shape.indexable, 0, count, capacity};
+    if (shape.body == Body::Unordered) {
+        object->first = indexSlots;
+        HashIndex* pointer = index.release();
+        std::memcpy(object->room(), &pointer, sizeof pointer);
+    }
+    this->count(object->memory());
     return object;
 }
 
-Oop Store::create(SessionId session, const Shape& shape, uint32_t size) {
-    auto object = makeObject(shape, size);
-    uint32_t index = 0;
-    if (!freeIndices.empty()) {
-        index = freeIndices.front();
-        freeIndices.pop_front();
+Store::Object* Store::copyObject(const Object& object, uint32_t moreSlots) {
+    bool isUnordered = object.body == Body::Unordered;
+    Object* copy = makeObject(object.shape(), object.count, object.count + moreSlots + (isUnordered ? indexSlots : 0));
+    if (object.body == Body::Byte) {
+        std::memcpy(copy->bytes(), object.bytes(), object.count);
     } else {
-        index = std::max<uint32_t>(static_cast<uint32_t>(entries.size()), firstFreeIndex);
-        entries.resize(index + 1);
+        std::memcpy(copy->slots(), object.slots(), object.count * sizeof(Oop));
     }
-    entries[index].object = std::move(object);
-    entries[index].owner = session;
-    if (session != systemSession) {
-        sessions.at(session).created.push_back(oopAt(index));
+    if (isUnordered) {
+        try {
+            size_t before = copy->memory();
+            *copy->index() = *object.index();
+            recount(*copy, before);
+        } catch (...) {
+            freeObject(copy);
+            throw;
+        }
     }
+    return copy;
+}
+
+void Store::freeObject(Object* object) {
+    memoryUsed -= object->memory();
+    if (object == scanned) {
+        scanAgain(scanning);
+    }
+    if (object->body == Body::Unordered) {
+        delete object->index();
+    }
+    std::free(object);
+}
+
+// What leads to a version.
+Store::Object*& Store::linkTo(Oop oop, const Object* version) {
+    Object** link = &entries[indexOf(oop)].versions;
+    while (*link != version) {
+        link = &(*link)->older;
+    }
+    return *link;
+}
+
+Store::Object& Store::setCapacity(Oop oop, Object& object, uint32_t capacity) {
+    size_t before = object.memory();
+    size_t width = object.body == Body::Byte ? 1 : sizeof(Oop);
+    size_t bytes = capacity * width;
+    if (capacity > object.capacity) {
+        reserve((capacity - object.capacity) * width);
+    }
+    Object** link = &linkTo(oop, &object);
+    bool isScanned = scanned == &object;
+    void* memory = std::realloc(static_cast<void*>(&object), sizeof(Object) + bytes);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    auto* moved = static_cast<Object*>(memory);
+    *link = moved;
+    if (isScanned) {
+        scanned = moved;
+    }
+    moved->capacity = capacity;
+    recount(*moved, before);
+    return *moved;
+}
+
+uint32_t Store::takeEntry() {
+    if (firstFree != 0) {
+        uint32_t index = firstFree;
+        firstFree = entries[index].reader;
+        return index;
+    }
+    uint32_t index = std::max(entryCount, firstFreeIndex);
+    if (index >= entryCapacity) {
+        uint32_t capacity = entryCapacity == 0 ? 2 * firstFreeIndex : entryCapacity + entryCapacity / 2;
+        size_t added = (capacity - entryCapacity) * sizeof(Entry);
+        reserve(added);
+        void* memory = std::realloc(static_cast<void*>(entries), capacity * sizeof(Entry));
+        if (memory == nullptr) {
+            throw std::bad_alloc();
+        }
+        entries = static_cast<Entry*>(memory);
+        entryCapacity = capacity;
+        count(added);
+    }
+    std::fill(entries + entryCount, entries + index + 1, Entry{});
+    entryCount = index + 1;
+    return index;
+}
+
+// --- objects -------------------------------------------------------------------------------------------------------
+
+Oop Store::create(Session& session, const Shape& shape, uint32_t size) {
+    if (size > (shape.body == Body::Byte ? maxBytes : maxElements)) {
+        throw StoreFull{};
+    }
+    uint32_t count = shape.body == Body::Byte ? size : shape.named + size;
+    Object* object = makeObject(shape, count, count + (shape.body == Body::Unordered ? indexSlots : 0));
+    std::fill_n(object->slots(), object->slotCount(), nil);
+    return adopt(session, object);
+}
+
+// A new object of the session.
+Oop Store::adopt(Session& session, Object* object) {
+    uint32_t index = 0;
+    try {
+        index = takeEntry();
+    } catch (...) {
+        freeObject(object);
+        throw;
+    }
+    object->version = session.mark;
+    entries[index] = {object, collection, 0, 0};
+    ++liveObjects;
     return oopAt(index);
 }
 
 void Store::createAt(Oop oop, const Shape& shape, uint32_t size) {
-    if (entries.size() < firstFreeIndex) {
-        entries.resize(firstFreeIndex);
+    Oop made = create(system, shape, size);
+    std::swap(entries[indexOf(made)], entries[indexOf(oop)]);
+    --entryCount;
+}
+
+Oop Store::clone(Session& session, Oop oop) {
+    Oop made = adopt(session, copyObject(read(session, oop)));
+    scanAgain(made);
+    return made;
+}
+
+Store::Object& Store::makeWritable(Session& session, Oop oop, Object& object) {
+    noteChange(entries[indexOf(oop)], session, oop);
+    if (object.version == session.mark) {
+        return object;
     }
-    entries[indexOf(oop)].object = makeObject(shape, size);
+    if (session.changes.size() == session.changes.capacity()) {
+        session.changes.reserve(2 * session.changes.size() + 8);
+    }
+    if (object.body == Body::Unordered) {
+        session.keyChanges[oop] = {};
+    }
+    shade(oop);
+    bool wasScanned = &object == scanned;
+    Object* copy = copyObject(object);
+    if (wasScanned) {
+        scanAgain(oop);
+    }
+    Entry& entry = entries[indexOf(oop)];
+    copy->version = session.mark;
+    copy->older = entry.versions;
+    entry.versions = copy;
+    session.changes.push_back(oop);
+    return *copy;
 }
 
-Description Store::describe(SessionId session, Oop oop) const {
-    const Object& object = look(session, oop);
-    size_t size = object.shape.body == Body::Byte ? object.bytes.size() : object.slots.size() - object.shape.named;
-    return {object.shape, static_cast<uint32_t>(size)};
-}
-
-Oop Store::slot(SessionId session, Oop oop, uint32_t index) const {
-    const Object& object = look(session, oop);
-    return index < object.slots.size() ? object.slots[index] : nil;
-}
-
-void Store::setSlot(SessionId session, Oop oop, uint32_t index, Oop value) {
-    Object& object = writable(session, oop);
-    if (index < object.slots.size()) {
-        object.slots[index] = value;
+void Store::noteChange(const Entry& entry, Session& session, Oop oop) {
+    if (entry.exports != 0 && session.tracking && session.exported.contains(oop)) {
+        session.changed.insert(oop);
     }
 }
 
-// Runs an action that changes an object's size, with the limits and the memory count kept.
-template <class Action>
-void Store::changeSize(SessionId session, Oop oop, Action action) {
-    Object& object = writable(session, oop);
-    size_t before = object.memory();
-    if (object.slots.size() >= maxElements) {
+Description Store::describe(Session& session, Oop oop) {
+    const Object& object = read(session, oop);
+    return {object.shape(), object.body == Body::Byte ? object.count : object.count - object.named};
+}
+
+void Store::insertSlot(Session& session, Oop oop, uint32_t index, Oop value) {
+    Object* object = &writable(session, oop);
+    if (object->count - object->named >= maxElements) {
         throw StoreFull{};
     }
-    // A vector that grows by one element doubles at most.
-    if (object.slots.size() == object.slots.capacity()) {
-        reserve(object.slots.size() * sizeof(Oop));
-    }
-    action(object);
-    memoryUsed += object.memory() - before;
-}
-
-void Store::insertSlot(SessionId session, Oop oop, uint32_t index, Oop value) {
-    changeSize(session, oop, [&](Object& object) {
-        index = std::min<uint32_t>(index, static_cast<uint32_t>(object.slots.size()));
-        object.slots.insert(object.slots.begin() + index, value);
-    });
-}
-
-void Store::removeSlot(SessionId session, Oop oop, uint32_t index) {
-    Object& object = writable(session, oop);
-    if (index < object.slots.size()) {
-        object.slots.erase(object.slots.begin() + index);
-    }
-}
-
-void Store::resize(SessionId session, Oop oop, uint32_t size) {
-    Object& object = writable(session, oop);
-    size_t before = object.memory();
-    if (object.shape.body == Body::Byte) {
-        if (size > maxBytes) {
-            throw StoreFull{};
+    index = std::min(index, object->count);
+    shade(value);
+    bool atFront = index * 2 < object->count;
+    if (atFront ? object->first == 0 : object->first + object->count == object->capacity) {
+        uint32_t room = object->count / 2 + 4;
+        uint32_t free = object->capacity - object->count;
+        if (free < room) {
+            object = &setCapacity(oop, *object, object->capacity + room);
+            free = object->capacity - object->count;
         }
-        reserve(size > object.bytes.size() ? size : 0);
-        object.bytes.resize(size);
+        uint32_t first = atFront ? free : 0;
+        std::memmove(object->room() + first, object->slots(), object->count * sizeof(Oop));
+        object->first = first;
+    }
+    if (atFront) {
+        --object->first;
+        std::memmove(object->slots(), object->slots() + 1, index * sizeof(Oop));
     } else {
-        if (size > maxElements) {
-            throw StoreFull{};
-        }
-        reserve(size > object.slots.size() ? size * sizeof(Oop) : 0);
-        object.slots.resize(object.shape.named + size, nil);
+        std::memmove(object->slots() + index + 1, object->slots() + index, (object->count - index) * sizeof(Oop));
     }
-    memoryUsed += object.memory() - before;
+    object->slots()[index] = value;
+    ++object->count;
+    if (object == scanned && index < unscanned) {
+        ++unscanned;
+    }
 }
 
-uint32_t Store::readBytes(SessionId session, Oop oop, uint32_t start, std::span<ByteType> destination) const {
-    const Object& object = look(session, oop);
-    if (start >= object.bytes.size()) {
+void Store::removeSlot(Session& session, Oop oop, uint32_t index) {
+    Object& object = writable(session, oop);
+    if (index >= object.slotCount()) {
+        return;
+    }
+    if (index * 2 < object.count) {
+        std::memmove(object.slots() + 1, object.slots(), index * sizeof(Oop));
+        ++object.first;
+    } else {
+        std::memmove(object.slots() + index, object.slots() + index + 1, (object.count - index - 1) * sizeof(Oop));
+    }
+    --object.count;
+}
+
+void Store::resize(Session& session, Oop oop, uint32_t size) {
+    Object* object = &writable(session, oop);
+    if (size > (object->body == Body::Byte ? maxBytes : maxElements)) {
+        throw StoreFull{};
+    }
+    uint32_t count = object->body == Body::Byte ? size : object->named + size;
+    if (object->body == Body::Unordered) { // can only be emptied
+        size_t before = object->memory();
+        *object->index() = HashIndex();
+        recount(*object, before);
+        object->count = object->named;
+        noteOtherChange(session, oop);
+        return;
+    }
+    uint32_t needed = object->first + count;
+    if (needed > object->capacity) {
+        object =
+            &setCapacity(oop, *object, std::max(needed, std::min(object->capacity + object->capacity / 2, maxBytes)));
+    } else if (needed < object->capacity / 4) {
+        object = &setCapacity(oop, *object, needed);
+    }
+    if (object->body == Body::Byte) {
+        std::memset(object->bytes() + std::min(object->count, count), 0, count - std::min(object->count, count));
+    } else if (count > object->count) {
+        std::fill(object->slots() + object->count, object->slots() + count, nil);
+    }
+    object->count = count;
+}
+
+void Store::copyElements(Session& session, Oop to, uint32_t toStart, Oop from, uint32_t fromStart, uint32_t count) {
+    read(session, from);
+    Object& target = writable(session, to);
+    const Object& source = look(session, from);
+    if (target.body == Body::Byte) {
+        std::memmove(target.bytes() + toStart, source.bytes() + fromStart, count);
+    } else {
+        std::memmove(target.slots() + toStart, source.slots() + fromStart, count * sizeof(Oop));
+        scanAgain(to);
+    }
+}
+
+uint32_t Store::readBytes(Session& session, Oop oop, uint32_t start, std::span<ByteType> destination) {
+    std::span<const ByteType> all = bytes(session, oop);
+    if (start >= all.size()) {
         return 0;
     }
-    size_t count = std::min(destination.size(), object.bytes.size() - start);
-    std::copy_n(object.bytes.begin() + start, count, destination.begin());
+    size_t count = std::min(destination.size(), all.size() - start);
+    std::copy_n(all.begin() + start, count, destination.begin());
     return static_cast<uint32_t>(count);
 }
 
-void Store::writeBytes(SessionId session, Oop oop, uint32_t start, std::span<const ByteType> bytes) {
+std::span<const ByteType> Store::bytes(Session& session, Oop oop) {
+    const Object& object = read(session, oop);
+    return {object.bytes(), object.byteCount()};
+}
+
+void Store::writeBytes(Session& session, Oop oop, uint32_t start, std::span<const ByteType> bytes) {
     if (start + uint64_t{bytes.size()} > maxBytes) {
         throw StoreFull{};
     }
     uint32_t end = start + static_cast<uint32_t>(bytes.size());
-    if (end > look(session, oop).bytes.size()) {
+    if (end > look(session, oop).byteCount()) {
         resize(session, oop, end);
     }
-    std::copy(bytes.begin(), bytes.end(), writable(session, oop).bytes.begin() + start);
+    std::copy(bytes.begin(), bytes.end(), writable(session, oop).bytes() + start);
 }
 
-uint32_t Store::readSlots(SessionId session, Oop oop, uint32_t start, std::span<Oop> destination) const {
-    const Object& object = look(session, oop);
-    if (start >= object.slots.size()) {
+uint32_t Store::readSlots(Session& session, Oop oop, uint32_t start, std::span<Oop> destination) {
+    const Object& object = read(session, oop);
+    if (start >= object.slotCount()) {
         return 0;
     }
-    size_t count = std::min(destination.size(), object.slots.size() - start);
-    std::copy_n(object.slots.begin() + start, count, destination.begin());
+    size_t count = std::min<size_t>(destination.size(), object.count - start);
+    std::copy_n(object.slots() + start, count, destination.begin());
     return static_cast<uint32_t>(count);
 }
 
-bool Store::commit(SessionId session, const Visit& visit) {
-    Session& writer = sessions.at(session);
-    for (const auto& [oop, copy] : writer.writeSet) {
-        if (entries[indexOf(oop)].object->version != copy.baseVersion) {
-            return false;
-        }
-    }
-    markReached(session, visit);
-    auto notes = notesOf(session);
-    // From here on nothing throws.
-    for (auto& [seer, changed] : notes) {
-        seer->changed.merge(changed);
-    }
-    ++commitCount;
-    std::erase_if(writer.created, [&](Oop oop) {
-        if (!isMarked(oop)) {
-            return false;
-        }
-        Entry& entry = entries[indexOf(oop)];
-        entry.owner = systemSession;
-        entry.object->version = commitCount;
-        return true;
-    });
-    for (auto& [oop, copy] : writer.writeSet) {
-        Entry& entry = entries[indexOf(oop)];
-        memoryUsed -= entry.object->memory();
-        entry.object = std::move(copy.object);
-        entry.object->version = commitCount;
-        --entry.copies;
-    }
-    writer.writeSet.clear();
-    return true;
+// --- unordered bodies ----------------------------------------------------------------------------------------------
+
+// What the session has changed of an object of others; nullptr when the object is its own.
+Store::Session::KeyChanges* Store::keyChangesOf(Session& session, Oop oop) {
+    auto found = session.keyChanges.find(oop);
+    return found != session.keyChanges.end() ? &found->second : nullptr;
 }
 
-// What other sessions will have to be told of the session's changes; there is room for it in their own sets.
-std::vector<std::pair<Store::Session*, std::unordered_set<Oop>>> Store::notesOf(SessionId session) {
-    std::vector<std::pair<Session*, std::unordered_set<Oop>>> notes;
-    for (auto& [other, seer] : sessions) {
-        if (other == session || !seer.tracking) {
-            continue;
-        }
-        auto& changed = notes.emplace_back(&seer, std::unordered_set<Oop>()).second;
-        for (const auto& [oop, copy] : sessions.at(session).writeSet) {
-            if (entries[indexOf(oop)].exports != 0 && seer.exported.contains(oop)) {
-                changed.insert(oop);
-            }
-        }
-        seer.changed.reserve(seer.changed.size() + changed.size());
+// Of an unordered body: not of one key.
+void Store::noteOtherChange(Session& session, Oop oop) {
+    if (Session::KeyChanges* changes = keyChangesOf(session, oop)) {
+        changes->isAll = false;
     }
-    return notes;
 }
 
-void Store::abort(SessionId session, Oop keptClass) {
-    std::erase_if(sessions.at(session).writeSet, [&](const auto& item) {
-        const auto& [oop, copy] = item;
-        if (copy.object->shape.cls == keptClass) {
-            return false;
-        }
-        Entry& entry = entries[indexOf(oop)];
-        noteChange(entry, session, oop);
-        memoryUsed -= copy.object->memory();
-        --entry.copies;
-        return true;
-    });
-}
-
-void Store::dropCopies(Session& session) {
-    for (const auto& [oop, copy] : session.writeSet) {
-        memoryUsed -= copy.object->memory();
-        --entries[indexOf(oop)].copies;
+void Store::addElement(Session& session, Oop oop, Oop element, uint32_t hash) {
+    Object* object = &writable(session, oop);
+    if (object->count - object->named >= maxElements) {
+        throw StoreFull{};
     }
-    session.writeSet.clear();
+    shade(element);
+    if (object->first + object->count == object->capacity) {
+        object = &setCapacity(oop, *object, object->capacity + object->count / 2 + 4);
+    }
+    Session::KeyChanges* changes = keyChangesOf(session, oop);
+    if (changes != nullptr) {
+        changes->log.push_back({hash, element, true});
+    }
+    try {
+        addTo(*object, element, hash);
+    } catch (...) {
+        if (changes != nullptr) {
+            changes->log.pop_back();
+        }
+        throw;
+    }
 }
 
-void Store::exportObject(SessionId session, Oop oop) {
+void Store::removeElement(Session& session, Oop oop, uint32_t position) {
+    Object& object = writable(session, oop);
+    if (Session::KeyChanges* changes = keyChangesOf(session, oop)) {
+        changes->log.push_back({object.index()->hashAt(position - object.named), object.slots()[position], false});
+    }
+    removeFrom(object, position);
+}
+
+// There is room for it.
+void Store::addTo(Object& object, Oop element, uint32_t hash) {
+    size_t before = object.memory();
+    object.index()->add(hash);
+    object.slots()[object.count++] = element;
+    recount(object, before);
+}
+
+void Store::removeFrom(Object& object, uint32_t position) {
+    object.index()->remove(position - object.named);
+    object.slots()[position] = object.slots()[--object.count];
+}
+
+// --- export sets ---------------------------------------------------------------------------------------------------
+
+void Store::exportObject(Session& session, Oop oop) {
     look(session, oop);
-    if (sessions.at(session).exported.insert(oop).second) {
+    if (session.exported.insert(oop).second) {
         ++entries[indexOf(oop)].exports;
     }
+    shade(oop);
 }
 
-void Store::release(SessionId session, Oop oop) {
-    Session& owner = sessions.at(session);
-    if (owner.exported.erase(oop) != 0) {
+void Store::release(Session& session, Oop oop) {
+    if (session.exported.erase(oop) != 0) {
         --entries[indexOf(oop)].exports;
-        owner.changed.erase(oop);
+        session.changed.erase(oop);
+        session.changedByOthers.erase(oop);
     }
 }
 
-void Store::trackChanges(SessionId session) {
-    sessions.at(session).tracking = true;
-    sessions.at(session).changed.clear();
+void Store::trackChanges(Session& session) {
+    session.tracking = true;
+    session.changed.clear();
 }
 
-uint32_t Store::takeChanged(SessionId session, std::span<Oop> destination, bool* more) {
-    auto& changed = sessions.at(session).changed;
+uint32_t Store::takeChanged(Session& session, std::span<Oop> destination, bool* more) {
     uint32_t count = 0;
-    for (auto it = changed.begin(); it != changed.end() && count < destination.size(); it = changed.erase(it)) {
+    for (auto it = session.changed.begin(); it != session.changed.end() && count < destination.size();
+         it = session.changed.erase(it)) {
         destination[count++] = *it;
     }
-    *more = !changed.empty();
+    *more = !session.changed.empty();
     return count;
 }
 

@@ -57,6 +57,15 @@ TEST_F(LocalClient, SessionsKeepTheirOwnState) {
     EXPECT_EQ(kci.KciGetSessionId(), second);
     EXPECT_EQ(pending(), 4100);
     EXPECT_EQ(error.category, KCI_CATEGORY_SYSTEM);
+    kci.KciSetSessionId(77); // what this one leaves untaken is no other call's
+    EXPECT_EQ(kci.KciLongToOop(1 << 30) & 2, 0u);
+    EXPECT_EQ(pending(), 0);
+    kci.KciSetSessionId(77);
+    kci.KciSetSessionId(second);
+    EXPECT_EQ(pending(), 0);
+    kci.KciLogin("guest", "wrong");
+    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+    EXPECT_EQ(pending(), 0);
 
     kci.KciSetSessionId(first);
     EXPECT_EQ(pending(), 2094);
@@ -405,15 +414,17 @@ TEST_F(LocalClient, ReleasedObjectsAreCollected) {
     EXPECT_FALSE(exists(exported)) << "its export set is gone";
 }
 
+// Transactions through the entries, and what they do to export set, changes and processes.
 TEST_F(LocalClient, TransactionsReachOtherSessions) {
     KciSessionIdType first = kci.KciGetSessionId();
     OopType list = evaluate("Shared at: #list put: (List new)");
     KciSessionIdType second = logIn();
-    EXPECT_EQ(print("list"), "error 2189: the name list is not known");
     EXPECT_FALSE(exists(list)) << "not even by its identifier";
     kci.KciSetSessionId(first);
     EXPECT_TRUE(kci.KciCommit());
     kci.KciSetSessionId(second);
+    EXPECT_EQ(print("list"), "error 2189: the name list is not known");
+    kci.KciBegin();
     EXPECT_TRUE(exists(list));
     EXPECT_EQ(print("list add: 1. list"), "List(1)");
     kci.KciSetSessionId(first);
@@ -422,6 +433,9 @@ TEST_F(LocalClient, TransactionsReachOtherSessions) {
     kci.KciSetSessionId(second);
     EXPECT_TRUE(kci.KciCommit());
     kci.KciSetSessionId(first);
+    EXPECT_EQ(print("list"), "List()");
+    EXPECT_FALSE(changed().contains(list));
+    kci.KciAbort();
     EXPECT_EQ(print("list"), "List(1)");
     EXPECT_TRUE(changed().contains(list)) << "the other session's commit changed it";
     evaluate("3 foo");
@@ -436,6 +450,7 @@ TEST_F(LocalClient, TransactionsReachOtherSessions) {
     EXPECT_EQ(print("list add: 4. System commit"), "true");
     kci.KciSetSessionId(first);
     EXPECT_FALSE(kci.KciCommit());
+    EXPECT_EQ(print("list"), "List(1 3)") << "a refused commit changes nothing";
     kci.KciAbort();
     EXPECT_EQ(print("list"), "List(1 4)");
 }

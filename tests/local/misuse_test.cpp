@@ -75,7 +75,7 @@ TEST_F(LocalMisuse, AnswersAtTheEdges) {
         {"| n | n := 0. (9223372036854775806 to: 9223372036854775807) do: [:i | n := n + 1]. n", "2"},
         {"| l | l := List new add: 1; add: 2; yourself. l addAll: l. l", "List(1 2 1 2)"},
         {"Dictionary new addAll: (Dictionary new at: 1 put: 2; yourself); addAll: {3 -> 4}; yourself",
-         "Dictionary(3->4 1->2)"},
+         "Dictionary(1->2 3->4)"},
         {"{'bca' max. 'bca' min. $a >= $b. #('pear' 'fig') max}", "Array($c $a false 'pear')"},
         {"{Interval new. Interval new size}", "Array(Array() 0)"},
         {"(1 to: 3) at: 9", "error 2004: the index 9 is outside an Interval"},
