@@ -4,6 +4,7 @@
 #include "store/store.h"
 
 #include <memory>
+#include <string_view>
 #include <vector>
 
 namespace local {
@@ -24,16 +25,32 @@ enum class Operation : uint8_t {
     StoreGlobal,
     Pop,
     Duplicate,
-    Send,      // a: argument count; operand: literal index of the selector
-    SendSuper, // as Send, from the superclass of the method's class
-    Jump,      // operand: where to
-    JumpTrue,  // pops
+    Send,           // a: argument count; operand: literal index of the selector
+    SendSuper,      // as Send, from the superclass of the method's class
+    SendArithmetic, // as Send of one argument; a: which Arithmetic, done at once on small integers
+    Jump,           // operand: where to
+    JumpTrue,       // pops
     JumpFalse,
     MakeBlock,  // operand: its code
     MakeArray,  // operand: element count
     Return,     // from this frame
     ReturnHome, // from the method in which the block was made
 };
+
+enum class Arithmetic : uint8_t {
+    Add,
+    Subtract,
+    Multiply,
+    Less,
+    LessOrEqual,
+    Greater,
+    GreaterOrEqual,
+    Equal,
+    Identical,
+    FloorDivide,
+    Remainder,
+};
+constexpr std::string_view arithmeticSelectors[] = {"+", "-", "*", "<", "<=", ">", ">=", "=", "==", "//", "\\\\"};
 
 struct Instruction {
     Operation operation;
@@ -50,6 +67,7 @@ struct Code {
     uint32_t argumentCount = 0;
     uint32_t temporaryCount = 0; // without the arguments
     uint32_t scopedCount = 0;    // variables that blocks share with this code
+    uint32_t stackNeed = 0;      // beyond the arguments, at most
     bool needsScope = false;
     bool isBlock = false;
     bool isClassMethod = false;

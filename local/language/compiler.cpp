@@ -142,10 +142,39 @@ private:
         Function* function;
         Code* code;
         std::unordered_map<Oop, int32_t> literalIndices;
+        int32_t depth = 0; // of the stack, beyond the temporaries
+        int32_t maxDepth = 0;
     };
+
+    static int32_t stackEffect(Operation operation, int32_t operand, int32_t a) {
+        switch (operation) {
+        case Operation::StoreTemporary:
+        case Operation::StoreScoped:
+        case Operation::StoreVariable:
+        case Operation::StoreGlobal:
+        case Operation::Jump:
+            return 0;
+        case Operation::Pop:
+        case Operation::JumpTrue:
+        case Operation::JumpFalse:
+        case Operation::Return:
+        case Operation::ReturnHome:
+        case Operation::SendArithmetic:
+            return -1;
+        case Operation::Send:
+        case Operation::SendSuper:
+            return -a;
+        case Operation::MakeArray:
+            return 1 - operand;
+        default:
+            return 1;
+        }
+    }
 
     uint32_t emit(Unit& unit, Operation operation, int32_t operand = 0, uint32_t a = 0) {
         unit.code->instructions.push_back({operation, static_cast<uint8_t>(a), operand});
+        unit.depth += stackEffect(operation, operand, static_cast<int32_t>(a));
+        unit.maxDepth = std::max(unit.maxDepth, unit.depth);
         return static_cast<uint32_t>(unit.code->instructions.size() - 1);
     }
 
@@ -165,7 +194,7 @@ private:
 
     CodeId generateFunction(Function& function) {
         auto code = std::make_unique<Code>();
-        Unit unit{&function, code.get(), {}};
+        Unit unit{&function, code.get(), {}, 0, 0};
         code->isBlock = &function != root;
         code->needsScope = function.needsScope;
         code->owner = cls;
@@ -189,6 +218,7 @@ private:
         code->temporaryCount = inFrame - code->argumentCount;
         generateBody(unit, function.node->children, code->isBlock || !isMethod);
         emit(unit, Operation::Return);
+        code->stackNeed = code->temporaryCount + static_cast<uint32_t>(unit.maxDepth) + 1;
         return runtime.codes.add(std::move(code));
     }
 
@@ -365,6 +395,12 @@ private:
         for (size_t i = 1; i < node.children.size(); ++i) {
             generate(unit, *node.children[i]);
         }
+        auto arithmetic = std::find(std::begin(arithmeticSelectors), std::end(arithmeticSelectors), node.name);
+        if (operation == Operation::Send && arithmetic != std::end(arithmeticSelectors)) {
+            emit(unit, Operation::SendArithmetic, symbolIndex(unit, node.name),
+                 static_cast<uint32_t>(arithmetic - std::begin(arithmeticSelectors)));
+            return;
+        }
         emit(unit, operation, symbolIndex(unit, node.name), static_cast<uint32_t>(node.children.size() - 1));
     }
 
@@ -394,6 +430,7 @@ private:
             uint32_t toElse = emit(unit, onTrue ? Operation::JumpFalse : Operation::JumpTrue);
             generateBody(unit, parts[1]->children, true);
             uint32_t toEnd = emit(unit, Operation::Jump);
+            --unit.depth; // the other branch begins without this one's value
             land(unit, toElse);
             if (parts.size() > 2) {
                 generateBody(unit, parts[2]->children, true);
@@ -409,6 +446,7 @@ private:
             uint32_t toShort = emit(unit, kind == Inline::And ? Operation::JumpFalse : Operation::JumpTrue);
             generateBody(unit, parts[1]->children, true);
             uint32_t toEnd = emit(unit, Operation::Jump);
+            --unit.depth; // the other branch begins without this one's value
             land(unit, toShort);
             emit(unit, Operation::PushOop, static_cast<int32_t>(booleanOop(kind == Inline::Or)));
             land(unit, toEnd);

@@ -23,9 +23,13 @@ int64_t Interpreter::monotonicMilliseconds() {
 }
 
 void Process::charge() {
-    store.discharge(charged);
-    charged = sizeof(Process) + stack.capacity() * sizeof(Oop) + frames.capacity() * sizeof(Frame);
-    store.charge(charged);
+    size_t bytes = sizeof(Process) + stack.memory() + frames.capacity() * sizeof(Frame);
+    if (bytes > charged) {
+        store.charge(bytes - charged);
+    } else {
+        store.discharge(charged - bytes);
+    }
+    charged = bytes;
 }
 
 void Process::addRoots(CodeTable& codes, const std::function<void(Oop)>& mark) const {
@@ -55,20 +59,21 @@ void Interpreter::addRoots(const std::function<void(Oop)>& mark) const {
 
 void Interpreter::startExpression(Process& process, CodeId code) {
     current = &process;
-    push(nil);
+    process.stack.push(nil);
     callCode(code, 0, nil, nil, nil);
 }
 
+// As an expression that sends the message to what is on its stack already.
 void Interpreter::startSend(Process& process, Oop receiver, Oop selector, std::span<const Oop> arguments) {
-    current = &process;
-    push(receiver);
-    process.stack.insert(process.stack.end(), arguments.begin(), arguments.end());
-    try {
-        failureDepth = 0;
-        send(selector, static_cast<uint32_t>(arguments.size()), nullptr);
-    } catch (...) {
-        suspend(process, caughtFailure(), true);
-        process.stack.clear();
+    auto count = static_cast<uint8_t>(arguments.size());
+    auto code = std::make_unique<Code>();
+    code->instructions = {{Operation::Send, count, 0}, {Operation::Return, 0, 0}};
+    code->literals = {selector};
+    code->stackNeed = count + 2;
+    startExpression(process, runtime.codes.add(std::move(code)));
+    process.stack.push(receiver);
+    for (Oop argument : arguments) {
+        process.stack.push(argument);
     }
 }
 
@@ -80,7 +85,7 @@ void Interpreter::suspend(Process& process, Failure failure, bool takesResult) {
 void Interpreter::resume(Process& process, Oop value) {
     process.failure.reset();
     if (process.failureTakesResult) {
-        process.stack.push_back(value == KCI_OOP_ILLEGAL ? nil : value);
+        process.stack.push(value == KCI_OOP_ILLEGAL ? nil : value);
     }
 }
 
@@ -95,20 +100,29 @@ Outcome Interpreter::run(Process& process, uint32_t& steps) {
         process.wakeAt = 0;
     }
     current = &process;
-    stepsLeft = std::exchange(steps, 0);
+    stepsLeft = steps;
     try {
-        while (stepsLeft > 0 && !process.frames.empty()) {
-            --stepsLeft;
-            Frame& frame = process.frames.back();
-            execute(frame, frame.code->instructions[frame.next++]);
-            if (runtime.store.stepDue() || runtime.store.isCollectionWanted()) {
-                steps = stepsLeft;
-                break;
-            }
+        if (!process.frames.empty()) {
+            interpret(process);
         }
+        steps = stepsLeft;
     } catch (...) {
+        steps = stepsLeft;
+        try {
+            throw;
+        } catch (const StoreFull& full) {
+            // Begun again after a collection, when that can help and the message is still on the stack.
+            if (full.storeLimit != 0 && runtime.store.isWorthCollecting() && !isPerformed &&
+                performed == KCI_OOP_NONE) {
+                --process.frames.back().next;
+                process.stack.cut(instructionDepth);
+                runtime.store.startCollection();
+                return Outcome::Progressed;
+            }
+        } catch (...) {
+        }
         suspend(process, caughtFailure(), true);
-        process.stack.resize(failureDepth);
+        process.stack.cut(std::min(failureDepth, process.stack.size()));
         return Outcome::Suspended;
     }
     if (process.wakeAt != 0) {
@@ -117,104 +131,211 @@ Outcome Interpreter::run(Process& process, uint32_t& steps) {
     return process.frames.empty() ? Outcome::Finished : Outcome::Progressed;
 }
 
-void Interpreter::execute(Frame& frame, const Instruction& instruction) {
-    auto index = static_cast<uint32_t>(instruction.operand);
-    failureDepth = current->stack.size();
-    switch (instruction.operation) {
-    case Operation::PushOop:
-        push(index);
-        break;
-    case Operation::PushLiteral:
-        push(frame.code->literals[index]);
-        break;
-    case Operation::PushCopy:
-        push(copyLiteral(frame.code->literals[index]));
-        break;
-    case Operation::PushSelf:
-        push(frame.self);
-        break;
-    case Operation::PushTemporary:
-        push(current->stack[frame.base + index]);
-        break;
-    case Operation::StoreTemporary:
-        current->stack[frame.base + index] = current->stack.back();
-        break;
-    case Operation::PushScoped:
-        push(view.slot(scopeAt(frame, instruction.a), index));
-        break;
-    case Operation::StoreScoped:
-        --failureDepth;
-        view.setSlot(scopeAt(frame, instruction.a), index, current->stack.back());
-        break;
-    case Operation::PushVariable:
-        push(view.slot(frame.self, index));
-        break;
-    case Operation::StoreVariable:
-        --failureDepth;
-        view.setSlot(frame.self, index, current->stack.back());
-        break;
-    case Operation::PushGlobal:
-        push(readGlobal(frame.code->literals[index]));
-        break;
-    case Operation::StoreGlobal:
-        setGlobal(frame.code->literals[index], current->stack.back());
-        break;
-    case Operation::Pop:
-        current->stack.pop_back();
-        break;
-    case Operation::Duplicate:
-        push(current->stack.back());
-        break;
-    case Operation::Send:
-        send(frame.code->literals[index], instruction.a, nullptr);
-        break;
-    case Operation::SendSuper:
-        send(frame.code->literals[index], instruction.a, frame.code);
-        break;
-    case Operation::Jump:
-        frame.next = index;
-        break;
-    case Operation::JumpTrue:
-        jumpIf(frame, instruction, KCI_OOP_TRUE);
-        break;
-    case Operation::JumpFalse:
-        jumpIf(frame, instruction, KCI_OOP_FALSE);
-        break;
-    case Operation::MakeBlock: {
-        Oop block = view.create(blockShape, 0);
-        runtime.codes.keep(instruction.operand);
-        view.setSlot(block, kernel::block_slot::code, smallIntegerOop(instruction.operand));
-        view.setSlot(block, kernel::block_slot::scope, frame.scope);
-        view.setSlot(block, kernel::block_slot::receiver, frame.self);
-        view.setSlot(block, kernel::block_slot::home, frame.code->isBlock ? frame.home : frame.scope);
-        push(block);
-        break;
+namespace {
+
+// Of two small integers; none when the result is not a small one or the message fails.
+std::optional<Oop> calculate(Arithmetic operation, Oop left, Oop right) {
+    auto a = static_cast<int32_t>(left);
+    auto b = static_cast<int32_t>(right);
+    int32_t result = 0;
+    switch (operation) {
+    case Arithmetic::Add:
+        return __builtin_add_overflow(a, b - 3, &result) ? std::nullopt : std::optional(static_cast<Oop>(result));
+    case Arithmetic::Subtract:
+        return __builtin_sub_overflow(a, b - 3, &result) ? std::nullopt : std::optional(static_cast<Oop>(result));
+    case Arithmetic::Multiply: {
+        int64_t product = int64_t{a >> 2} * (b >> 2);
+        return fitsSmallInteger(product) ? std::optional(smallIntegerOop(static_cast<int32_t>(product))) : std::nullopt;
     }
-    case Operation::MakeArray:
-        makeArray(index);
-        break;
-    case Operation::Return:
-        returnFromFrame(current->frames.size() - 1, pop());
-        break;
-    case Operation::ReturnHome:
-        --failureDepth;
-        returnHome(pop());
-        break;
+    case Arithmetic::Less:
+        return booleanOop(a < b);
+    case Arithmetic::LessOrEqual:
+        return booleanOop(a <= b);
+    case Arithmetic::Greater:
+        return booleanOop(a > b);
+    case Arithmetic::GreaterOrEqual:
+        return booleanOop(a >= b);
+    case Arithmetic::Equal:
+    case Arithmetic::Identical:
+        return booleanOop(a == b);
+    case Arithmetic::FloorDivide:
+    case Arithmetic::Remainder:
+        a >>= 2;
+        b >>= 2;
+        if (b <= 0) {
+            return std::nullopt;
+        }
+        result = a % b + (a % b < 0 ? b : 0);
+        return smallIntegerOop(operation == Arithmetic::Remainder ? result : (a - result) / b);
     }
+    return std::nullopt;
 }
 
-// A condition that is no boolean suspends before the jump: the value that continues it is tested again.
-void Interpreter::jumpIf(Frame& frame, const Instruction& instruction, Oop wanted) {
-    Oop condition = current->stack.back();
-    if (!isBoolean(condition)) {
-        --frame.next;
-        --failureDepth;
+} // namespace
+
+// The top frame's code, instruction and operands are at hand in variables; whatever may fail, call or return finds them
+// in the process.
+void Interpreter::interpret(Process& process) {
+    Frame* frame = nullptr;
+    const Instruction* next = nullptr;
+    Oop* top = nullptr;
+    Oop* base = nullptr;
+    auto load = [&] {
+        frame = &process.frames.back();
+        next = frame->code->instructions.data() + frame->next;
+        top = process.stack.top;
+        base = process.stack.at(frame->base);
+    };
+    auto save = [&] {
+        frame->next = static_cast<uint32_t>(next - frame->code->instructions.data());
+        process.stack.top = top;
+    };
+    // Before what may fail; so many operands go when it does.
+    auto saveFor = [&](size_t operands) {
+        save();
+        instructionDepth = process.stack.size();
+        failureDepth = instructionDepth - operands;
+    };
+    load();
+    while (stepsLeft > 0) {
+        --stepsLeft;
+        const Instruction& instruction = *next++;
+        auto index = static_cast<uint32_t>(instruction.operand);
+        switch (instruction.operation) {
+        case Operation::PushOop:
+            *top++ = index;
+            continue;
+        case Operation::PushLiteral:
+            *top++ = frame->code->literals[index];
+            continue;
+        case Operation::PushCopy:
+            saveFor(0);
+            *top++ = copyLiteral(frame->code->literals[index]);
+            break;
+        case Operation::PushSelf:
+            *top++ = frame->self;
+            continue;
+        case Operation::PushTemporary:
+            *top++ = base[index];
+            continue;
+        case Operation::StoreTemporary:
+            base[index] = top[-1];
+            continue;
+        case Operation::PushScoped:
+            *top++ = view.slot(scopeAt(*frame, instruction.a), index);
+            continue;
+        case Operation::StoreScoped:
+            saveFor(1);
+            view.setSlot(scopeAt(*frame, instruction.a), index, top[-1]);
+            continue;
+        case Operation::PushVariable:
+            *top++ = view.slot(frame->self, index);
+            continue;
+        case Operation::StoreVariable:
+            saveFor(1);
+            view.setSlot(frame->self, index, top[-1]);
+            continue;
+        case Operation::PushGlobal:
+            saveFor(0);
+            *top++ = readGlobal(frame->code->literals[index]);
+            continue;
+        case Operation::StoreGlobal:
+            saveFor(1);
+            setGlobal(frame->code->literals[index], top[-1]);
+            continue;
+        case Operation::Pop:
+            --top;
+            continue;
+        case Operation::Duplicate:
+            *top = top[-1];
+            ++top;
+            continue;
+        case Operation::SendArithmetic:
+            if (isSmallInteger(top[-1]) && isSmallInteger(top[-2]) && !runtime.arithmeticChanged) {
+                if (auto result = calculate(static_cast<Arithmetic>(instruction.a), top[-2], top[-1])) {
+                    --top;
+                    top[-1] = *result;
+                    continue;
+                }
+            }
+            saveFor(2);
+            send(frame->code->literals[index], 1, nullptr);
+            break;
+        case Operation::Send:
+            saveFor(instruction.a + 1);
+            send(frame->code->literals[index], instruction.a, nullptr);
+            break;
+        case Operation::SendSuper:
+            saveFor(instruction.a + 1);
+            send(frame->code->literals[index], instruction.a, frame->code);
+            break;
+        case Operation::Jump:
+            next = frame->code->instructions.data() + index;
+            continue;
+        case Operation::JumpTrue:
+        case Operation::JumpFalse: {
+            // What is no boolean suspends before the jump: the value that continues it is tested again.
+            Oop condition = top[-1];
+            if (!isBoolean(condition)) {
+                --next;
+                saveFor(1);
+                needBoolean(view, condition);
+            }
+            --top;
+            if (condition == booleanOop(instruction.operation == Operation::JumpTrue)) {
+                next = frame->code->instructions.data() + index;
+            }
+            continue;
+        }
+        case Operation::MakeBlock: {
+            saveFor(0);
+            Oop block = view.create(blockShape, 0);
+            runtime.codes.keep(instruction.operand);
+            view.setSlot(block, kernel::block_slot::code, smallIntegerOop(instruction.operand));
+            view.setSlot(block, kernel::block_slot::scope, frame->scope);
+            view.setSlot(block, kernel::block_slot::receiver, frame->self);
+            view.setSlot(block, kernel::block_slot::home, frame->code->isBlock ? frame->home : frame->scope);
+            *top++ = block;
+            break;
+        }
+        case Operation::MakeArray: {
+            saveFor(index);
+            Oop array = view.create(kernel::arrayShape, index);
+            top -= index;
+            for (uint32_t i = 0; i < index; ++i) {
+                view.setSlot(array, i, top[i]);
+            }
+            *top++ = array;
+            break;
+        }
+        case Operation::Return:
+            save();
+            returnFromFrame(process.frames.size() - 1, top[-1]);
+            if (process.frames.empty()) {
+                return;
+            }
+            load();
+            continue;
+        case Operation::ReturnHome:
+            saveFor(1);
+            returnHome(top[-1]);
+            if (process.frames.empty()) {
+                return;
+            }
+            load();
+            continue;
+        }
+        // What may have made objects, called or changed the stack comes here.
+        if (instruction.operation < Operation::Send || instruction.operation > Operation::SendArithmetic) {
+            process.stack.top = top;
+        } else {
+            load();
+        }
+        if (runtime.store.stepDue() || runtime.store.isCollectionWanted()) {
+            break;
+        }
     }
-    needBoolean(view, condition);
-    current->stack.pop_back();
-    if (condition == wanted) {
-        frame.next = static_cast<uint32_t>(instruction.operand);
-    }
+    save();
 }
 
 Oop Interpreter::scopeAt(const Frame& frame, uint32_t distance) const {
@@ -223,6 +344,15 @@ Oop Interpreter::scopeAt(const Frame& frame, uint32_t distance) const {
         scope = view.slot(scope, 0);
     }
     return scope;
+}
+
+bool Interpreter::repeat() {
+    if (performed != KCI_OOP_NONE || isPerformed) {
+        return false;
+    }
+    --current->frames.back().next;
+    stepsLeft = 0;
+    return true;
 }
 
 Oop Interpreter::readGlobal(Oop name) {
@@ -253,16 +383,6 @@ Oop Interpreter::copyLiteral(Oop literal) {
     return copy;
 }
 
-void Interpreter::makeArray(uint32_t count) {
-    failureDepth -= count;
-    Oop array = view.create(kernel::arrayShape, count);
-    for (uint32_t i = 0; i < count; ++i) {
-        view.setSlot(array, i, current->stack[failureDepth + i]);
-    }
-    current->stack.resize(failureDepth);
-    push(array);
-}
-
 // --- calls ---------------------------------------------------------------------------------------------------------
 
 std::optional<int32_t> Interpreter::lookup(Oop receiver, Oop startClass, Oop selector, bool classSide) {
@@ -289,12 +409,13 @@ std::optional<int32_t> Interpreter::lookup(Oop receiver, Oop startClass, Oop sel
 }
 
 std::optional<int32_t> Interpreter::find(Oop receiver, const Code* superOf, Oop selector) {
-    bool classSide = kernel::isClass(view, receiver);
+    Oop cls = kernel::classOf(view, receiver);
+    bool classSide = cls == kernel::Class;
     if (superOf != nullptr) {
         Oop start = view.slot(superOf->owner, kernel::class_slot::superclass);
         return lookup(receiver, start, selector, superOf->isClassMethod);
     }
-    Oop start = classSide ? receiver : kernel::classOf(view, receiver);
+    Oop start = classSide ? receiver : cls;
     if (cacheEpoch != runtime.methodEpoch) {
         cache.fill({});
         cacheEpoch = runtime.methodEpoch;
@@ -318,6 +439,7 @@ bool Interpreter::respondsTo(Oop receiver, Oop selector) {
 
 void Interpreter::send(Oop selector, uint32_t argumentCount, const Code* superOf) {
     performed = KCI_OOP_NONE;
+    isPerformed = false;
     sendOnce(selector, argumentCount, superOf);
     for (int performs = 1; performed != KCI_OOP_NONE; ++performs) {
         if (performs > maxPerforms) {
@@ -325,21 +447,23 @@ void Interpreter::send(Oop selector, uint32_t argumentCount, const Code* superOf
                           std::to_string(maxPerforms) + " times over, a perform led to another", {performed});
         }
         Oop next = std::exchange(performed, KCI_OOP_NONE);
+        isPerformed = true;
         sendOnce(next, static_cast<uint32_t>(current->stack.size() - failureDepth - 1), nullptr);
     }
+    isPerformed = false;
 }
 
 // A primitive that asks for another message leaves it in performed.
 void Interpreter::sendOnce(Oop selector, uint32_t argumentCount, const Code* superOf) {
-    std::vector<Oop>& stack = current->stack;
+    OopStack& stack = current->stack;
     size_t receiverIndex = stack.size() - argumentCount - 1;
     failureDepth = receiverIndex;
-    Oop receiver = stack[receiverIndex];
+    Oop receiver = *stack.at(receiverIndex);
     std::optional<int32_t> code = find(receiver, superOf, selector);
     if (!code) {
         Oop arguments = view.create(kernel::arrayShape, argumentCount);
         for (uint32_t i = 0; i < argumentCount; ++i) {
-            view.setSlot(arguments, i, stack[receiverIndex + 1 + i]);
+            view.setSlot(arguments, i, *stack.at(receiverIndex + 1 + i));
         }
         throw Failure(ErrorNumber::DoesNotUnderstand,
                       brief(view, receiver) + " does not understand " + brief(view, selector),
@@ -350,16 +474,16 @@ void Interpreter::sendOnce(Oop selector, uint32_t argumentCount, const Code* sup
         return;
     }
     const Primitive& primitive = primitives()[static_cast<size_t>(-1 - *code)];
-    Oop result = primitive.function(*this, receiver, {stack.data() + receiverIndex + 1, argumentCount});
+    Oop result = primitive.function(*this, receiver, {stack.at(receiverIndex + 1), argumentCount});
     if (result != KCI_OOP_NONE) {
-        stack.resize(receiverIndex);
-        stack.push_back(result);
+        stack.cut(receiverIndex);
+        stack.push(result);
     }
 }
 
 void Interpreter::callCode(CodeId codeId, uint32_t argumentCount, Oop self, Oop outerScope, Oop home) {
     const Code& code = runtime.codes.at(codeId);
-    std::vector<Oop>& stack = current->stack;
+    OopStack& stack = current->stack;
     if (current->frames.size() >= maxFrames) {
         throw Failure(ErrorNumber::MaxRecursion, "the stack of " + std::to_string(maxFrames) + " calls is used up", {});
     }
@@ -368,13 +492,16 @@ void Interpreter::callCode(CodeId codeId, uint32_t argumentCount, Oop self, Oop 
         scope = view.create(scopeShape, code.scopedCount);
         view.setSlot(scope, 0, outerScope);
     }
+    stack.makeRoom(code.stackNeed);
     current->frames.push_back(
         {codeId, &code, 0, static_cast<uint32_t>(stack.size() - argumentCount), self, scope, home});
-    stack.resize(stack.size() + code.temporaryCount, nil);
+    stack.top = std::fill_n(stack.top, code.temporaryCount, nil);
 }
 
 Oop Interpreter::callBlock(Oop block, uint32_t argumentCount) {
-    CodeId codeId = smallIntegerValue(view.slot(block, kernel::block_slot::code));
+    std::array<Oop, 4> slots{};
+    view.store().readSlots(view.session(), block, 0, slots);
+    CodeId codeId = smallIntegerValue(slots[kernel::block_slot::code]);
     uint32_t expected = runtime.codes.at(codeId).argumentCount;
     if (expected != argumentCount) {
         throw Failure(ErrorNumber::BadMessageParts,
@@ -383,25 +510,27 @@ Oop Interpreter::callBlock(Oop block, uint32_t argumentCount) {
                       {block, smallIntegerOop(static_cast<int32_t>(expected)),
                        smallIntegerOop(static_cast<int32_t>(argumentCount))});
     }
-    callCode(codeId, argumentCount, view.slot(block, kernel::block_slot::receiver),
-             view.slot(block, kernel::block_slot::scope), view.slot(block, kernel::block_slot::home));
+    callCode(codeId, argumentCount, slots[kernel::block_slot::receiver], slots[kernel::block_slot::scope],
+             slots[kernel::block_slot::home]);
     return KCI_OOP_NONE;
 }
 
 // Takes the place of the message at work: the receiver stays, its arguments are replaced.
 Oop Interpreter::callSelector(Oop selector, std::span<const Oop> arguments) {
     std::vector<Oop> copies(arguments.begin(), arguments.end());
-    std::vector<Oop>& stack = current->stack;
-    stack.resize(failureDepth + 1);
-    stack.insert(stack.end(), copies.begin(), copies.end());
+    OopStack& stack = current->stack;
+    stack.cut(failureDepth + 1);
+    for (Oop argument : copies) {
+        stack.push(argument);
+    }
     performed = selector;
     return KCI_OOP_NONE;
 }
 
 void Interpreter::returnFromFrame(size_t frameIndex, Oop value) {
-    current->stack.resize(current->frames[frameIndex].base - 1); // the receiver goes, too
-    current->frames.resize(frameIndex);
-    push(value);
+    current->stack.cut(current->frames[frameIndex].base - 1); // the receiver goes, too
+    current->frames.erase(current->frames.begin() + static_cast<ptrdiff_t>(frameIndex), current->frames.end());
+    current->stack.push(value);
 }
 
 void Interpreter::returnHome(Oop value) {

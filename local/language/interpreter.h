@@ -4,6 +4,7 @@
 #include "language/failure.h"
 #include "language/runtime.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <span>
@@ -21,6 +22,42 @@ struct Frame {
     Oop home; // scope of the method in which the block was made; nil in a method
 };
 
+// Operands, arguments and temporaries of all frames. Room for what a frame needs is made when it begins.
+class OopStack {
+public:
+    size_t size() const { return static_cast<size_t>(top - cells.data()); }
+    bool empty() const { return size() == 0; }
+    Oop* at(size_t index) { return cells.data() + index; }
+    const Oop* begin() const { return cells.data(); }
+    const Oop* end() const { return top; }
+    Oop back() const { return top[-1]; }
+    void push(Oop value) {
+        makeRoom(1);
+        *top++ = value;
+    }
+    // Only to fewer.
+    void cut(size_t size) { top = cells.data() + size; }
+    void makeRoom(size_t count) {
+        size_t used = size();
+        if (used + count > cells.size()) {
+            cells.resize(std::max(used + count, 2 * cells.size()));
+            top = cells.data() + used;
+        }
+    }
+    void shrink() {
+        size_t used = size();
+        cells.resize(used);
+        cells.shrink_to_fit();
+        top = cells.data() + used;
+    }
+    size_t memory() const { return cells.capacity() * sizeof(Oop); }
+
+    Oop* top = nullptr;
+
+private:
+    std::vector<Oop> cells;
+};
+
 // A computation: running, waiting, or suspended by an error until it is continued.
 struct Process {
     explicit Process(Store& owner) : store(owner) {}
@@ -33,7 +70,7 @@ struct Process {
     Store& store;
     size_t charged = 0;
     Oop oop = KCI_OOP_NONE; // of the object that stands for it, once it is suspended
-    std::vector<Oop> stack;
+    OopStack stack;
     std::vector<Frame> frames;
     int64_t wakeAt = 0;             // milliseconds of the monotonic clock; 0 when it does not wait
     std::optional<Failure> failure; // why it is suspended
@@ -61,7 +98,8 @@ public:
 
     void startExpression(Process& process, CodeId code);
     void startSend(Process& process, Oop receiver, Oop selector, std::span<const Oop> arguments);
-    // Runs at most so many instructions and takes them off. Stops early, with Progressed, when a collection is due.
+    // Runs at most so many instructions and takes them off. Stops early, with Progressed, when the store has something
+    // to do, or a primitive has more to do.
     Outcome run(Process& process, uint32_t& steps);
     // The value of a finished process.
     static Oop resultOf(const Process& process) { return process.stack.back(); }
@@ -79,6 +117,8 @@ public:
     // For primitives. Those that begin a call answer KCI_OOP_NONE as the primitive's result.
     Oop callBlock(Oop block, uint32_t argumentCount);
     Oop callSelector(Oop selector, std::span<const Oop> arguments);
+    // The message at work is to be sent again: it is not done. False where that cannot be, and it must be done at once.
+    bool repeat();
     static int64_t monotonicMilliseconds();
     void wait(int64_t milliseconds);
     std::optional<int32_t> lookup(Oop receiver, Oop startClass, Oop selector, bool classSide);
@@ -96,19 +136,12 @@ private:
         int32_t code = 0;
     };
 
-    void execute(Frame& frame, const Instruction& instruction);
-    void push(Oop value) { current->stack.push_back(value); }
-    Oop pop() {
-        Oop value = current->stack.back();
-        current->stack.pop_back();
-        return value;
-    }
+    void interpret(Process& process);
     void send(Oop selector, uint32_t argumentCount, const Code* superOf);
     void sendOnce(Oop selector, uint32_t argumentCount, const Code* superOf);
     void callCode(CodeId codeId, uint32_t argumentCount, Oop self, Oop outerScope, Oop home);
     void returnFromFrame(size_t frameIndex, Oop value);
     void returnHome(Oop value);
-    void jumpIf(Frame& frame, const Instruction& instruction, Oop wanted);
     Oop readGlobal(Oop name);
     Oop scopeAt(const Frame& frame, uint32_t distance) const;
     Oop copyLiteral(Oop literal);
@@ -118,7 +151,9 @@ private:
     Process* current = nullptr;
     uint32_t stepsLeft = 0;
     Oop performed = KCI_OOP_NONE; // the selector that takes the place of the message at work
+    bool isPerformed = false;     // such a selector is at work
     size_t failureDepth = 0;      // what stays on the stack when the instruction at work fails
+    size_t instructionDepth = 0;  // what was on the stack when it began
     uint32_t cacheEpoch = 0;
     std::array<CachedMethod, 1024> cache{};
 };

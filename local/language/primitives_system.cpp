@@ -14,11 +14,15 @@ using Arguments = std::span<const Oop>;
 
 template <bool checked>
 Oop commit(Interpreter& interpreter, Oop, Arguments) {
-    Store::Progress progress = Store::Progress::Working;
-    while (progress == Store::Progress::Working) {
-        progress = interpreter.runtime.commit(interpreter.view.session(), checked, 10000);
+    for (;;) {
+        Store::Progress progress = interpreter.runtime.commit(interpreter.view.session(), checked, 10000);
+        if (progress != Store::Progress::Working) {
+            return booleanOop(progress == Store::Progress::Done);
+        }
+        if (interpreter.repeat()) {
+            return KCI_OOP_NONE;
+        }
     }
-    return booleanOop(progress == Store::Progress::Done);
 }
 
 Oop abortTransaction(Interpreter& interpreter, Oop self, Arguments) {

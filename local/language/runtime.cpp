@@ -6,6 +6,8 @@
 #include "language/primitives.h"
 #include "language/text.h"
 
+#include <algorithm>
+
 namespace local {
 
 namespace kernel {
@@ -61,6 +63,17 @@ Runtime::Runtime() {
     makeClasses();
     addPrimitives();
     addPrelude();
+    isComplete = true;
+}
+
+void Runtime::noteMethod(Oop cls, Oop selector) {
+    bool isNumeric =
+        cls == kernel::Object || cls == kernel::Number || cls == kernel::Integer || cls == kernel::SmallInteger;
+    std::string name = bytesOf(systemView(), selector);
+    arithmeticChanged = arithmeticChanged || (isComplete && isNumeric &&
+                                              std::find(std::begin(arithmeticSelectors), std::end(arithmeticSelectors),
+                                                        name) != std::end(arithmeticSelectors));
+    ++methodEpoch;
 }
 
 Oop Runtime::symbol(std::string_view name) {
@@ -176,7 +189,7 @@ void addMethod(Runtime& runtime, const View& view, Oop cls, bool classSide, Oop 
     }
     Oop methods = view.slot(cls, classSide ? kernel::class_slot::classMethods : kernel::class_slot::methods);
     dictionaryAtPut(view, methods, selector, method);
-    ++runtime.methodEpoch;
+    runtime.noteMethod(cls, selector);
 }
 
 } // namespace local

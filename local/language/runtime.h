@@ -18,6 +18,8 @@ public:
     CodeTable codes{store};
     // Grows when a method changes, or may have changed: what was looked up before is worth nothing then.
     uint32_t methodEpoch = 1;
+    // Whether code has methods of its own for messages that small integers otherwise answer at once.
+    bool arithmeticChanged = false;
 
     View systemView() { return {store, store.systemSession()}; }
     // The one symbol of these (single-byte) characters.
@@ -33,11 +35,14 @@ public:
     static CodeId codeOf(Oop cls, Oop firstSlot);
     void forgetSymbol(const std::string& name) { symbols.erase(name); }
 
+    void noteMethod(Oop cls, Oop selector);
+
 private:
     void makeClasses();
     void addPrimitives();
     void addPrelude();
 
+    bool isComplete = false;
     std::unordered_map<std::string, Oop> symbols;
     std::unordered_map<Oop, Oop> kernelGlobals; // by name
 };

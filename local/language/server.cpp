@@ -19,6 +19,8 @@ constexpr size_t maxSessions = 100;
 constexpr size_t maxSuspended = 100;
 constexpr uint32_t defaultSliceSteps = 20000;
 constexpr uint32_t maxSliceSteps = 1000000000;
+constexpr uint32_t chunkSteps = 1000;          // at most without a look at the clock
+constexpr int64_t maxSliceMicroseconds = 3000; // after which a poll ends at the next look
 
 // Outside the engine, because whoever asks for a break cannot know whether there still is one.
 std::array<BreakCell, maxSessions> breakCells;
@@ -56,6 +58,12 @@ uint32_t initialSliceSteps() {
                                                     "', not a number from 1 to " + std::to_string(maxSliceSteps));
     }
     return steps;
+}
+
+int64_t monotonicMicroseconds() {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
 void sleepOneMillisecond() {
@@ -245,33 +253,39 @@ Outcome Engine::State::runSlice(ServerSession& session) {
     Process& process = *session.running;
     bool canBreak = !process.failure && (process.wakeAt != 0 || !process.frames.empty());
     if (uint32_t asked = canBreak ? session.breakCell.take() : 0; asked != 0) {
+        runtime.store.dropCommit(session.interpreter.view.session());
         Interpreter::suspend(process,
                              asked == 2 ? Failure(ErrorNumber::HardBreak, "hard break")
                                         : Failure(ErrorNumber::SoftBreak, "soft break"),
                              false);
     }
     uint32_t steps = session.facts.sliceSteps;
+    const int64_t end = monotonicMicroseconds() + maxSliceMicroseconds;
+    Store& store = runtime.store;
     for (;;) {
-        Outcome outcome = session.interpreter.run(process, steps);
-        process.charge();
-        if (runtime.store.isFull()) {
-            runtime.store.collect(*this);
+        Outcome outcome = Outcome::Progressed;
+        if (!store.isCollectionWanted()) {
+            uint32_t chunk = std::min(steps, chunkSteps);
+            steps -= chunk;
+            outcome = session.interpreter.run(process, chunk);
+            steps += chunk;
+            process.charge();
         }
-        while (runtime.store.isCollectionWanted()) {
-            runtime.store.collectStep(*this);
+        if (store.isFull() && !store.isCollectionWanted()) {
+            if (!store.isWorthCollecting() && outcome == Outcome::Progressed) {
+                Interpreter::suspend(process, failureOf(StoreFull{.storeLimit = store.limit()}), false);
+                return Outcome::Suspended;
+            }
+            store.startCollection();
         }
-        if (outcome != Outcome::Progressed) {
+        if (store.isCollectionWanted() || store.stepDue()) {
+            store.collectStep(*this);
+        }
+        if (!store.isCollectionWanted() && outcome != Outcome::Progressed) {
             return outcome;
         }
-        if (runtime.store.isFull()) {
-            Interpreter::suspend(process, failureOf(StoreFull{.storeLimit = runtime.store.limit()}), false);
-            return Outcome::Suspended;
-        }
-        if (runtime.store.stepDue()) {
-            runtime.store.collectStep(*this);
-        }
-        if (steps == 0) {
-            return outcome;
+        if (steps == 0 || monotonicMicroseconds() >= end) {
+            return Outcome::Progressed;
         }
     }
 }
@@ -344,7 +358,7 @@ void Engine::State::finish(ServerSession& session, Outcome outcome, Reply& reply
 
 Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process> process) {
     const View& view = session.interpreter.view;
-    process->stack.shrink_to_fit();
+    process->stack.shrink();
     process->frames.shrink_to_fit();
     process->charge();
     while (runtime.store.isFull() && !session.suspended.empty()) {

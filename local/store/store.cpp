@@ -267,6 +267,7 @@ void Store::insertSlot(Session& session, Oop oop, uint32_t index, Oop value) {
     } else {
         std::memmove(object->slots() + index + 1, object->slots() + index, (object->count - index) * sizeof(Oop));
     }
+    worked(std::min(index, object->count - index));
     object->slots()[index] = value;
     ++object->count;
     if (object == scanned && index < unscanned) {
@@ -286,6 +287,7 @@ void Store::removeSlot(Session& session, Oop oop, uint32_t index) {
         std::memmove(object.slots() + index, object.slots() + index + 1, (object.count - index - 1) * sizeof(Oop));
     }
     --object.count;
+    worked(std::min(index, object.count - index));
 }
 
 void Store::resize(Session& session, Oop oop, uint32_t size) {

@@ -188,6 +188,8 @@ public:
         virtual void marked() = 0;
         virtual void freeing(Oop oop, Oop cls, std::span<const ByteType> bytes) = 0;
     };
+    // Counts work that made nothing as if it had, so that steps of computations are short.
+    void worked(size_t bytes) { debt += bytes; }
     // Whether so much was made that a step should be taken.
     bool stepDue() const { return debt >= stepBytes; }
     void collectStep(Roots& roots);
@@ -211,10 +213,8 @@ public:
     void setMemoryLimit(size_t bytes) { memoryLimit = bytes; }
     size_t limit() const { return memoryLimit; }
     // Counts memory outside the objects, of code and of stacks, towards the limit.
-    void charge(size_t bytes) { memoryUsed += bytes; }
+    void charge(size_t bytes) { count(bytes); }
     void discharge(size_t bytes) { memoryUsed -= bytes; }
-    // Throws when so much would exceed the limit.
-    void reserve(size_t bytes) const;
     // Whether such memory has gone beyond the limit. What an error needs may go beyond it by as much.
     bool isFull() const { return memoryUsed > memoryLimit + errorRoom; }
     class ForError {
@@ -313,6 +313,7 @@ private:
         return object;
     }
 
+    void reserve(size_t bytes) const;
     void noteRead(Session& session, Oop oop);
     void noteKeyRead(Session& session, Oop oop, uint32_t hash);
     void noteOtherChange(Session& session, Oop oop);
