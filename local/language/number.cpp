@@ -18,7 +18,7 @@ Value readWhole(const View& view, Oop oop) {
 
 template <class Value>
 Oop writeWhole(const View& view, Oop cls, const Value& value) {
-    Oop oop = kernel::newInstance(view, cls, sizeof value);
+    Oop oop = view.create({cls, Body::Byte, true, 0}, sizeof value);
     view.writeBytes(oop, 0, {reinterpret_cast<const ByteType*>(&value), sizeof value});
     return oop;
 }

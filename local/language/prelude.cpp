@@ -18,7 +18,7 @@ constexpr PreludeMethod methods[] = {
     {Object, false, "yourself ^self"},
     {Object, false, "displayString ^self printString"},
     {Object, false, "printLimited: depth ^self printString"},
-    {Object, false, "isString ^self isKindOf: Text"},
+    {Object, false, "isString ^false"},
     {Object, false, "isNumber ^self isKindOf: Number"},
     {Object, false, "isCollection ^self isKindOf: Collection"},
     {Nil, false, "isNil ^true"},
@@ -165,17 +165,21 @@ constexpr PreludeMethod methods[] = {
      "like: list | all | all := ByteArray new: list size. list doWithIndex: [:each :i | all at: i put: each]. ^all"},
     // Text
     {Text, false, "displayString ^self asString"},
+    {Text, false, "isString ^true"},
     {Text, false, "printLimited: depth ^self printString"},
     {Text, false, "> other ^other < self"},
     {Text, false, "<= other ^(other < self) not"},
     {Text, false, ">= other ^(self < other) not"},
     {Text, false, "indexOfText: other ^self indexOfText: other from: 1"},
+    {Text, false,
+     "indexOfText: other from: start | at | at := self findText: other from: start. "
+     "[at < 0] whileTrue: [at := self findText: other from: 0 - at]. ^at"},
     {Text, false, "includesText: other ^(self indexOfText: other from: 1) > 0"},
     {Text, false, "startsWith: other ^other size <= self size and: [(self copyFrom: 1 to: other size) = other]"},
     {Text, false,
      "endsWith: other ^other size <= self size and: [(self copyFrom: self size - other size + 1 to: self size) = "
      "other]"},
-    {Text, false, "like: list | text | text := ''. list do: [:each | text := text , each asString]. ^text"},
+    {Text, false, "like: list | text | text := ''. list do: [:each | text := text append: each asString]. ^text"},
     {Text, false,
      "split: separator | all start next | all := List new. separator isEmpty ifTrue: [^{self}]. start := 1. "
      "[(next := self indexOfText: separator from: start) > 0] whileTrue: ["
@@ -187,9 +191,9 @@ constexpr PreludeMethod methods[] = {
      "[first <= last and: [(self at: first) isBlank]] whileTrue: [first := first + 1]. "
      "[last >= first and: [(self at: last) isBlank]] whileTrue: [last := last - 1]. ^self copyFrom: first to: last"},
     {Sequence, false,
-     "joinedBy: separator | text | text := ''. "
-     "self do: [:each | text := text , each displayString] separatedBy: [text := text , separator]. ^text"},
-    {String, true, "new: size | text | text := super new: size. 1 to: size do: [:i | text at: i put: $ ]. ^text"},
+     "joinedBy: separator | text i each | text := ''. i := 1. [i <= self size] whileTrue: ["
+     "i > 1 ifTrue: [text := text append: separator]. each := self at: i. "
+     "text := text append: (each isString ifTrue: [each] ifFalse: [each displayString]). i := i + 1]. ^text"},
     // Bag, Set
     {Bag, false, "do: block self asArray do: block"},
     {Bag, false,

@@ -8,6 +8,10 @@
 
 namespace local {
 
+namespace {
+constexpr size_t maxSymbolSize = 65535;
+}
+
 std::span<const Primitive> primitives() {
     // Never destroyed, as the client is not: nothing static with a destructor may be in a call's way at the end.
     static const std::vector<Primitive>& all = []() -> auto& {
@@ -91,6 +95,10 @@ Oop needBoolean(const View& view, Oop oop) {
 }
 
 Oop needSymbol(Runtime& runtime, std::u16string_view name, std::initializer_list<Oop> culprit) {
+    if (name.size() > maxSymbolSize) {
+        throw Failure(ErrorNumber::BadArgument, "a symbol has at most " + std::to_string(maxSymbolSize) + " characters",
+                      culprit);
+    }
     if (std::any_of(name.begin(), name.end(), [](char16_t c) { return c > 0xFF; })) {
         throw Failure(ErrorNumber::BadArgument, "a symbol holds single-byte characters only", culprit);
     }

@@ -65,25 +65,65 @@ Oop atPut(Interpreter& interpreter, Oop self, Arguments arguments) {
     return arguments[1];
 }
 
+bool fitsBytes(const Units& units) {
+    for (uint32_t i = 0; units.isWide && i < units.size(); ++i) {
+        if (units[i] > 0xFF) {
+            return false;
+        }
+    }
+    return true;
+}
+
+// Puts a text, which fits, into another one from a character on; that one may become longer, and may be the same.
+void putUnits(const View& view, Oop self, uint32_t at, Oop other) {
+    Units units(view, other);
+    uint32_t width = unitSize(view, self);
+    uint32_t count = units.size();
+    uint64_t end = (uint64_t{at} + count) * width;
+    if (end > Store::maxBytes) {
+        throw StoreFull{};
+    }
+    if (end > view.size(self)) {
+        view.resize(self, static_cast<uint32_t>(end));
+        units = Units(view, other);
+    }
+    if (width == (units.isWide ? 2 : 1)) {
+        view.copyElements(self, at * width, other, 0, count * width);
+        return;
+    }
+    std::string bytes(count * width, '\0');
+    for (uint32_t i = 0; i < count; ++i) {
+        char16_t unit = units[i];
+        std::copy_n(reinterpret_cast<const char*>(&unit), width, &bytes[i * width]);
+    }
+    view.writeBytes(self, at * width, {reinterpret_cast<const ByteType*>(bytes.data()), bytes.size()});
+}
+
+void checkText(const View& view, Oop oop) {
+    if (!isText(view, oop)) {
+        needText(view, oop);
+    }
+}
+
 // Appends a character or a text.
 Oop add(Interpreter& interpreter, Oop self, Arguments arguments) {
     const View& view = interpreter.view;
     checkChangeable(view, self);
-    std::u16string units =
-        isCharacter(arguments[0]) ? std::u16string(1, characterValue(arguments[0])) : needText(view, arguments[0]);
-    bool fits =
-        unitSize(view, self) == 2 || std::all_of(units.begin(), units.end(), [](char16_t c) { return c <= 0xFF; });
+    Oop added = arguments[0];
+    if (!isCharacter(added)) {
+        checkText(view, added);
+    }
+    bool fits = unitSize(view, self) == 2 ||
+                (isCharacter(added) ? characterValue(added) <= 0xFF : fitsBytes(Units(view, added)));
     if (!fits) {
-        throw Failure(ErrorNumber::BadArgument, "a String holds characters up to code 255", {self, arguments[0]});
+        throw Failure(ErrorNumber::BadArgument, "a String holds characters up to code 255", {self, added});
     }
-    uint32_t end = view.size(self);
-    if (unitSize(view, self) == 2) {
-        view.writeBytes(self, end, {reinterpret_cast<const ByteType*>(units.data()), units.size() * 2});
+    if (isCharacter(added)) {
+        writeUnit(view, self, unitCount(view, self), characterValue(added));
     } else {
-        std::string bytes(units.begin(), units.end());
-        view.writeBytes(self, end, {reinterpret_cast<const ByteType*>(bytes.data()), bytes.size()});
+        putUnits(view, self, unitCount(view, self), added);
     }
-    return arguments[0];
+    return added;
 }
 
 // A double-byte string stays one; others become one when a character asks for it.
@@ -91,10 +131,45 @@ Oop newLike(const View& view, Oop model, std::u16string_view units) {
     return isDoubleByte(view, model) ? newDoubleByteString(view, units) : newText(view, units);
 }
 
+// A double-byte string as soon as one of both is.
 Oop concatenate(Interpreter& interpreter, Oop self, Arguments arguments) {
     const View& view = interpreter.view;
-    std::u16string right = needText(view, arguments[0]);
-    return newLike(view, isDoubleByte(view, arguments[0]) ? arguments[0] : self, textOf(view, self) + right);
+    checkText(view, arguments[0]);
+    bool isWide = isDoubleByte(view, self) || isDoubleByte(view, arguments[0]);
+    if (!isWide && view.classOf(self) == kernel::String) {
+        return view.store().join(view.session(), self, arguments[0]);
+    }
+    uint32_t leftCount = unitCount(view, self);
+    uint64_t size = (uint64_t{leftCount} + unitCount(view, arguments[0])) * (isWide ? 2 : 1);
+    if (size > Store::maxBytes) {
+        throw StoreFull{};
+    }
+    Oop both = view.create({isWide ? kernel::DoubleByteString : kernel::String, Body::Byte, true, 0},
+                           static_cast<uint32_t>(size));
+    putUnits(view, both, 0, self);
+    putUnits(view, both, leftCount, arguments[0]);
+    return both;
+}
+
+// For texts that are built in a loop: adds at the end in place, and answers the receiver, or a double-byte string with
+// all of it when a character asks for one.
+Oop append(Interpreter& interpreter, Oop self, Arguments arguments) {
+    const View& view = interpreter.view;
+    checkText(view, arguments[0]);
+    if (!isDoubleByte(view, self) && isDoubleByte(view, arguments[0])) {
+        return concatenate(interpreter, self, arguments);
+    }
+    add(interpreter, self, arguments);
+    return self;
+}
+
+Oop newBlank(Interpreter& interpreter, Oop self, Arguments arguments) {
+    const View& view = interpreter.view;
+    auto size = static_cast<uint32_t>(needIntegerIn(view, arguments[0], 0, Store::maxBytes));
+    Oop text = kernel::newInstance(view, self, size);
+    std::string blanks(size, ' ');
+    view.writeBytes(text, 0, {reinterpret_cast<const ByteType*>(blanks.data()), size});
+    return text;
 }
 
 Oop copyRange(Interpreter& interpreter, Oop self, Arguments arguments) {
@@ -106,43 +181,68 @@ Oop copyRange(Interpreter& interpreter, Oop self, Arguments arguments) {
         failSubscript(view, self, first < 1 ? arguments[0] : arguments[1]);
     }
     uint32_t length = first > last ? 0 : static_cast<uint32_t>(last - first + 1);
+    if (!isDoubleByte(view, self)) {
+        Oop part = view.create({kernel::String, Body::Byte, true, 0}, length);
+        view.copyElements(part, 0, self, static_cast<uint32_t>(first - 1), length);
+        return part;
+    }
     return newLike(view, self, textOf(view, self, static_cast<uint32_t>(first - 1), length));
 }
 
-// The first position at or after a given one at which a text occurs; 0 for none.
-Oop indexOfText(Interpreter& interpreter, Oop self, Arguments arguments) {
+// The first position at or after a given one at which a text occurs; 0 for none. After some work it answers from where
+// to look on, negated.
+Oop findText(Interpreter& interpreter, Oop self, Arguments arguments) {
+    constexpr uint32_t maxCompared = 1u << 20;
     const View& view = interpreter.view;
-    std::u16string wanted = needText(view, arguments[0]);
-    auto wantedSize = static_cast<uint32_t>(wanted.size());
-    auto first = static_cast<uint32_t>(needIntegerIn(view, arguments[1], 1, Store::maxBytes + 1) - 1);
-    uint32_t end = unitCount(view, self);
-    // Read in pieces that grow: what is near is found without a copy of the whole text.
-    for (uint32_t length = 256 + wantedSize; first + wantedSize <= end; length *= 2) {
-        std::u16string piece = textOf(view, self, first, std::min(length, end - first));
-        if (size_t found = piece.find(wanted); found != std::u16string::npos) {
-            return smallIntegerOop(static_cast<int32_t>(first + found + 1));
+    checkText(view, arguments[0]);
+    Units wanted(view, arguments[0]);
+    uint32_t start = static_cast<uint32_t>(needIntegerIn(view, arguments[1], 1, Store::maxBytes + 1)) - 1;
+    Units text(view, self);
+    uint32_t compared = 0;
+    for (uint32_t at = start; uint64_t{at} + wanted.size() <= text.size(); ++at) {
+        uint32_t same = 0;
+        while (same < wanted.size() && text[at + same] == wanted[same]) {
+            ++same;
         }
-        first += static_cast<uint32_t>(piece.size()) - wantedSize + 1;
+        if (same == wanted.size()) {
+            return smallIntegerOop(static_cast<int32_t>(at + 1));
+        }
+        compared += same + 1;
+        if (compared >= maxCompared) {
+            view.store().worked(compared);
+            return smallIntegerOop(-static_cast<int32_t>(at + 2));
+        }
     }
+    view.store().worked(compared);
     return smallIntegerOop(0);
 }
 
 Oop less(Interpreter& interpreter, Oop self, Arguments arguments) {
-    return booleanOop(textOf(interpreter.view, self) < needText(interpreter.view, arguments[0]));
+    checkText(interpreter.view, arguments[0]);
+    return booleanOop(Units(interpreter.view, self).compare(Units(interpreter.view, arguments[0])) < 0);
 }
 
 // Letters of the Latin-1 range; others stay as they are.
 template <bool upper>
 Oop changeCase(Interpreter& interpreter, Oop self, Arguments) {
-    std::u16string units = textOf(interpreter.view, self);
-    for (char16_t& unit : units) {
-        bool lowerCase = (unit >= u'a' && unit <= u'z') || (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7);
-        bool upperCase = (unit >= u'A' && unit <= u'Z') || (unit >= 0xC0 && unit <= 0xDE && unit != 0xD7);
-        if (upper ? lowerCase : upperCase) {
-            unit ^= 0x20;
+    const View& view = interpreter.view;
+    auto change = [](uint32_t unit) {
+        bool lowerCase = (unit >= 'a' && unit <= 'z') || (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7);
+        bool upperCase = (unit >= 'A' && unit <= 'Z') || (unit >= 0xC0 && unit <= 0xDE && unit != 0xD7);
+        return (upper ? lowerCase : upperCase) ? unit ^ 0x20 : unit;
+    };
+    if (isDoubleByte(view, self)) {
+        std::u16string units = textOf(view, self);
+        for (char16_t& unit : units) {
+            unit = static_cast<char16_t>(change(unit));
         }
+        return newDoubleByteString(view, units);
     }
-    return newLike(interpreter.view, self, units);
+    std::string bytes = bytesOf(view, self);
+    for (char& byte : bytes) {
+        byte = static_cast<char>(change(static_cast<ByteType>(byte)));
+    }
+    return newString(view, bytes);
 }
 
 Oop asSymbol(Interpreter& interpreter, Oop self, Arguments) {
@@ -150,6 +250,12 @@ Oop asSymbol(Interpreter& interpreter, Oop self, Arguments) {
 }
 
 Oop asString(Interpreter& interpreter, Oop self, Arguments) {
+    const View& view = interpreter.view;
+    if (!isDoubleByte(view, self)) {
+        Oop copy = view.create({kernel::String, Body::Byte, true, 0}, view.size(self));
+        view.copyElements(copy, 0, self, 0, view.size(self));
+        return copy;
+    }
     return newText(interpreter.view, textOf(interpreter.view, self));
 }
 
@@ -165,13 +271,21 @@ Oop asNumber(Interpreter& interpreter, Oop self, Arguments) {
 // As the text would be written in source.
 Oop print(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
-    std::u16string text = textOf(view, self);
     bool isSymbol = view.classOf(self) == kernel::Symbol;
-    if (isSymbol && isSymbolWord(text)) {
-        return newText(view, u"#" + text);
+    if (isSymbol && isSymbolWord(textOf(view, self))) {
+        return newString(view, "#" + bytesOf(view, self));
     }
-    std::u16string quoted = isSymbol ? u"#'" : isDoubleByte(view, self) ? u"w'" : u"'";
-    for (char16_t unit : text) {
+    if (!isDoubleByte(view, self)) {
+        std::string bytes = bytesOf(view, self);
+        std::string quoted = isSymbol ? "#'" : "'";
+        quoted.reserve(bytes.size() + 8);
+        for (char byte : bytes) {
+            quoted.append(byte == '\'' ? 2 : 1, byte);
+        }
+        return newString(view, quoted + '\'');
+    }
+    std::u16string quoted = u"w'";
+    for (char16_t unit : textOf(view, self)) {
         quoted.append(unit == u'\'' ? 2 : 1, unit);
     }
     return newText(view, quoted + u"'");
@@ -184,7 +298,9 @@ constexpr Primitive rows[] = {
     {kernel::Text, false, "add:", add},
     {kernel::Text, false, ",", concatenate},
     {kernel::Text, false, "copyFrom:to:", copyRange},
-    {kernel::Text, false, "indexOfText:from:", indexOfText},
+    {kernel::Text, false, "append:", append},
+    {kernel::Text, false, "findText:from:", findText},
+    {kernel::String, true, "new:", newBlank},
     {kernel::Text, false, "<", less},
     {kernel::Text, false, "asUppercase", changeCase<true>},
     {kernel::Text, false, "asLowercase", changeCase<false>},

@@ -44,20 +44,21 @@ bool isKnownUser(std::string_view user, std::string_view password) {
     return false;
 }
 
-// Instructions per poll; KCILOCAL_SLICE sets it.
-uint32_t initialSliceSteps() {
-    const char* set = std::getenv("KCILOCAL_SLICE");
+// A number that an environment variable may set.
+uint32_t numberSetting(const char* name, uint32_t low, uint32_t high, uint32_t unset) {
+    const char* set = std::getenv(name);
     if (set == nullptr || *set == '\0') {
-        return defaultSliceSteps;
+        return unset;
     }
     std::string_view text = set;
-    uint32_t steps = 0;
-    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), steps);
-    if (error != std::errc() || end != text.data() + text.size() || steps < 1 || steps > maxSliceSteps) {
-        throw Failure(ErrorNumber::BadArgument, "KCILOCAL_SLICE is '" + std::string(text) +
-                                                    "', not a number from 1 to " + std::to_string(maxSliceSteps));
+    uint32_t number = 0;
+    auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number < low || number > high) {
+        throw Failure(ErrorNumber::BadArgument, std::string(name) + " is '" + std::string(text) +
+                                                    "', not a number from " + std::to_string(low) + " to " +
+                                                    std::to_string(high));
     }
-    return steps;
+    return number;
 }
 
 int64_t monotonicMicroseconds() {
@@ -183,7 +184,10 @@ void Engine::State::login(const Request& request, Reply& reply) {
         throw Failure(ErrorNumber::TooManySessions,
                       "the local store has at most " + std::to_string(maxSessions) + " sessions");
     }
-    SessionFacts facts{std::string(request.text), lastSession + 1, initialSliceSteps()};
+    SessionFacts facts{std::string(request.text), lastSession + 1,
+                       numberSetting("KCILOCAL_SLICE", 1, maxSliceSteps, defaultSliceSteps)};
+    runtime.store.setMemoryLimit(size_t{numberSetting("KCILOCAL_MEMORY", 16, 2048, Store::defaultMemoryLimit >> 20)}
+                                 << 20);
     SessionId id = ++lastSession;
     Store::Session& opened = runtime.store.openSession(id);
     auto& freeCell = *std::find_if(breakCells.begin(), breakCells.end(), [](auto& cell) { return cell.isFree(); });

@@ -136,7 +136,7 @@ std::u16string textOf(const View& view, Oop oop, uint32_t first, uint32_t count)
 }
 
 Oop newString(const View& view, std::string_view ascii) {
-    Oop string = kernel::newInstance(view, kernel::String, static_cast<uint32_t>(ascii.size()));
+    Oop string = view.create({kernel::String, Body::Byte, true, 0}, static_cast<uint32_t>(ascii.size()));
     view.writeBytes(string, 0, {reinterpret_cast<const ByteType*>(ascii.data()), ascii.size()});
     return string;
 }
@@ -194,8 +194,8 @@ std::string brief(const View& view, Oop oop) {
     }
     if (isText(view, oop)) {
         constexpr size_t shown = 60;
-        std::u16string units = textOf(view, oop);
-        std::string text = encodeText(units.substr(0, shown)) + (units.size() > shown ? "..." : "");
+        bool isLong = Units(view, oop).size() > shown;
+        std::string text = encodeText(textOf(view, oop, 0, shown)) + (isLong ? "..." : "");
         return view.classOf(oop) == kernel::Symbol ? "#" + text : "'" + text + "'";
     }
     if (kernel::isClass(view, oop)) {

@@ -5,6 +5,7 @@
 #include "store/store.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <new>
 
 namespace local {
@@ -71,6 +72,9 @@ void Store::scan(Roots& roots, uint32_t& units) {
         if (unscanned == UINT32_MAX) {
             unscanned = scanned->slotCount();
             shade(scanned->cls);
+            if (scanned->isPrefix()) {
+                shade(scanned->slots()[-1]);
+            }
             if (unscanned > 0) {
                 roots.visit(scanning, scanned->cls, scanned->slots()[0], mark);
             }
@@ -142,6 +146,9 @@ void Store::collectStep(Roots& roots) {
                 units -= std::min(units, 3u);
             }
         }
+        // Makes the C library merge the blocks that were freed here, not a million of them at once.
+        void* volatile block = std::malloc(100000);
+        std::free(block);
         if (cursor >= entryCount) {
             phase = Phase::Idle;
             ++completed;
@@ -158,6 +165,9 @@ void Store::collect(Roots& roots) {
 }
 
 void Store::freeEntry(uint32_t index) {
+    if (!prefixes.empty()) {
+        prefixes.erase(oopAt(index));
+    }
     while (Object* object = entries[index].versions) {
         entries[index].versions = object->older;
         freeObject(object);

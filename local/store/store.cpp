@@ -201,7 +201,9 @@ void Store::createAt(Oop oop, const Shape& shape, uint32_t size) {
 }
 
 Oop Store::clone(Session& session, Oop oop) {
-    Oop made = adopt(session, copyObject(read(session, oop)));
+    read(session, oop);
+    settle(oop);
+    Oop made = adopt(session, copyObject(look(session, oop)));
     scanAgain(made);
     return made;
 }
@@ -291,6 +293,7 @@ void Store::removeSlot(Session& session, Oop oop, uint32_t index) {
 }
 
 void Store::resize(Session& session, Oop oop, uint32_t size) {
+    settle(oop);
     Object* object = &writable(session, oop);
     if (size > (object->body == Body::Byte ? maxBytes : maxElements)) {
         throw StoreFull{};
@@ -321,10 +324,11 @@ void Store::resize(Session& session, Oop oop, uint32_t size) {
 
 void Store::copyElements(Session& session, Oop to, uint32_t toStart, Oop from, uint32_t fromStart, uint32_t count) {
     read(session, from);
+    settle(to);
     Object& target = writable(session, to);
     const Object& source = look(session, from);
     if (target.body == Body::Byte) {
-        std::memmove(target.bytes() + toStart, source.bytes() + fromStart, count);
+        std::memmove(target.bytes() + toStart, bytesOf(source) + fromStart, count);
     } else {
         std::memmove(target.slots() + toStart, source.slots() + fromStart, count * sizeof(Oop));
         scanAgain(to);
@@ -343,13 +347,101 @@ uint32_t Store::readBytes(Session& session, Oop oop, uint32_t start, std::span<B
 
 std::span<const ByteType> Store::bytes(Session& session, Oop oop) {
     const Object& object = read(session, oop);
-    return {object.bytes(), object.byteCount()};
+    return {bytesOf(object), object.byteCount()};
+}
+
+const ByteType* Store::bytesOf(const Object& object) const {
+    const Object* holder = &object;
+    while (holder->isPrefix()) {
+        holder = entries[indexOf(holder->slots()[-1])].versions;
+    }
+    return holder->bytes();
+}
+
+Oop Store::join(Session& session, Oop left, Oop right) {
+    constexpr uint32_t minimum = 256;
+    const Object& front = read(session, left);
+    uint32_t size = front.byteCount();
+    uint64_t end = uint64_t{size} + read(session, right).byteCount();
+    if (end > maxBytes) {
+        throw StoreFull{};
+    }
+    auto count = static_cast<uint32_t>(end);
+    bool takes = size >= minimum && front.version == session.mark && front.older == nullptr && !front.isPrefix();
+    Oop joined = create(session, front.shape(), takes ? 0 : count);
+    if (!takes) {
+        copyElements(session, joined, 0, left, 0, size);
+        copyElements(session, joined, size, right, 0, count - size);
+        return joined;
+    }
+    auto before = prefixes.find(left);
+    Oop earlier = before != prefixes.end() ? before->second : nil;
+    prefixes[joined] = left;
+    Object* prefix = nullptr;
+    try {
+        prefix = makeObject(front.shape(), 2 * sizeof(Oop), 2 * sizeof(Oop));
+        Object& room = look(session, left);
+        if (room.capacity < count) {
+            setCapacity(left, room, std::min(count + count / 2, maxBytes));
+        }
+    } catch (...) {
+        if (prefix != nullptr) {
+            freeObject(prefix);
+        }
+        prefixes.erase(joined);
+        throw;
+    }
+    Object*& taken = entries[indexOf(left)].versions;
+    Object*& empty = entries[indexOf(joined)].versions;
+    std::swap(taken, empty);
+    freeObject(taken);
+    prefix->version = session.mark;
+    prefix->first = 2;
+    prefix->count = size;
+    prefix->room()[0] = earlier;
+    prefix->room()[1] = joined;
+    taken = prefix;
+    prefixes.erase(left);
+    std::memmove(empty->bytes() + size, left == right ? empty->bytes() : bytesOf(look(session, right)), count - size);
+    empty->count = count;
+    return joined;
+}
+
+// Before a byte object is changed or seen by others: so that nothing shares bytes with it.
+void Store::settle(Oop oop) {
+    // Gives what has the first bytes of another one bytes of its own.
+    auto giveBytes = [this](Oop shorter) {
+        Object* object = isEntry(shorter) ? entries[indexOf(shorter)].versions : nullptr;
+        if (object == nullptr || !object->isPrefix()) {
+            return;
+        }
+        Object* copy = makeObject(object->shape(), object->count, object->count);
+        std::memcpy(copy->bytes(), bytesOf(*object), object->count);
+        copy->version = object->version;
+        if (Oop earlier = object->room()[0]; earlier != nil) {
+            prefixes[shorter] = earlier;
+        }
+        prefixes.erase(object->room()[1]);
+        entries[indexOf(shorter)].versions = copy;
+        freeObject(object);
+    };
+    giveBytes(oop);
+    if (auto found = prefixes.empty() ? prefixes.end() : prefixes.find(oop); found != prefixes.end()) {
+        Oop earlier = found->second;
+        const Object* prefix = entries[indexOf(earlier)].versions;
+        if (prefix != nullptr && prefix->isPrefix() && prefix->slots()[-1] == oop) {
+            giveBytes(earlier);
+        } else {
+            prefixes.erase(found);
+        }
+    }
 }
 
 void Store::writeBytes(Session& session, Oop oop, uint32_t start, std::span<const ByteType> bytes) {
     if (start + uint64_t{bytes.size()} > maxBytes) {
         throw StoreFull{};
     }
+    settle(oop);
     uint32_t end = start + static_cast<uint32_t>(bytes.size());
     if (end > look(session, oop).byteCount()) {
         resize(session, oop, end);

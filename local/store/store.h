@@ -156,6 +156,9 @@ public:
     uint32_t readSlots(Session& session, Oop oop, uint32_t start, std::span<Oop> destination);
     // Valid until anything is made, changed or collected.
     std::span<const ByteType> bytes(Session& session, Oop oop);
+    // A new object of the left one's class with the bytes of both. A long left one of the session's own hands its room
+    // on and leads there until somebody changes either, so that appending in a loop costs what is appended.
+    Oop join(Session& session, Oop left, Oop right);
 
     // Works at the commit for about so many steps. Refused: another session has committed a change to one of the
     // changed objects (when checked: or of those that were read) since the transaction began; nothing was published.
@@ -233,7 +236,8 @@ private:
     static constexpr size_t stepBytes = 32u << 10;
 
     // Followed by its slots or bytes. In front of the slots there may be room; with an unordered body, it holds the
-    // pointer to its index.
+    // pointer to its index. A byte object with something in front has the first bytes of another one, which is named
+    // there, with the one that has the first bytes of this one or nil.
     struct Object {
         Object* older;    // the version before this one; those of sessions come before all committed ones
         uint32_t version; // the commit that published it, or a session's mark
@@ -252,6 +256,7 @@ private:
         const ByteType* bytes() const { return reinterpret_cast<const ByteType*>(this + 1); }
         uint32_t slotCount() const { return body == Body::Byte ? 0 : count; }
         uint32_t byteCount() const { return body == Body::Byte ? count : 0; }
+        bool isPrefix() const { return body == Body::Byte && first != 0; }
         HashIndex* index() const;
         Shape shape() const { return {cls, body, indexable, named}; }
         size_t memory() const;
@@ -325,6 +330,8 @@ private:
     Object* copyObject(const Object& object, uint32_t moreSlots = 0);
     void freeObject(Object* object);
     Oop adopt(Session& session, Object* object);
+    const ByteType* bytesOf(const Object& object) const;
+    void settle(Oop oop);
     Object*& linkTo(Oop oop, const Object* version);
     Object& setCapacity(Oop oop, Object& object, uint32_t capacity);
     void recount(Object& object, size_t before);
@@ -361,6 +368,7 @@ private:
     uint32_t entryCapacity = 0;
     uint32_t firstFree = 0; // reused oldest first, so that a stale identifier stays recognisable for long
     uint32_t lastFree = 0;
+    std::unordered_map<Oop, Oop> prefixes; // of what was joined: the object that has its first bytes
     Session system;
     std::map<SessionId, Session> sessions;
     std::map<uint32_t, Snapshot> snapshots; // of the open transactions

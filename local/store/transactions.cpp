@@ -183,6 +183,10 @@ bool Store::reach(Session& session, const Visit& visit, uint32_t steps) {
         if (isEntry(oop)) {
             Object* object = entries[indexOf(oop)].versions;
             if (object != nullptr && object->version == session.mark && object->older == nullptr) {
+                if (object->body == Body::Byte) {
+                    settle(oop);
+                    object = entries[indexOf(oop)].versions;
+                }
                 work.reached.push_back(object);
                 work.pending.push_back(oop);
                 object->version |= publishing;

@@ -108,6 +108,10 @@ TEST_F(Language, Numbers) {
         {"(1e300 * 1e300) asInteger", "error 2163: the result does not fit an integer of 64 bits"},
         {"3 + 'x'", "error 2094: 'x' is not a number"},
         {"{3 = 3.0. 3 = 'x'. 10000000000 = 10000000000}", "Array(true false true)"},
+        {"{536870911 + 1. -536870912 - 1. 536870911 * 2. -7 // 2. -7 \\\\ 2. 7 // -2. 3 == 3. -5 < -4}",
+         "Array(536870912 -536870913 1073741822 -4 1 -4 true true)"},
+        {"SmallInteger method: '* other ^''times'''. {3 * 4. 3 + 4}", "Array('times' 7)"},
+        {"SmallInteger removeMethod: #*. 3 * 4", "12"},
     });
 }
 
@@ -116,6 +120,19 @@ TEST_F(Language, TextsAndCollections) {
         {"('ab' , '\xE6\x97\xA5') class", "DoubleByteString"},
         {"('\xE6\x97\xA5' copyFrom: 1 to: 0) class", "DoubleByteString"},
         {"'\xC3\xA9' = w'\xC3\xA9'", "true"},
+        {"| a b c | a := String new: 300. b := a , 'b'. c := b , 'c'. b at: 1 put: $x. c at: 2 put: $y. a at: 3 put: "
+         "$z. "
+         "{a size. a at: 1. a at: 3. b size. b at: 1. b at: 2. b last. c at: 1. c at: 2. c last}",
+         "Array(300 $  $z 301 $x $  $b $  $y $c)"},
+        {"| t all | t := ''. all := List new. 1 to: 1000 do: [:i | t := t , 'xy'. all add: t. "
+         "i = 700 ifTrue: [Shared at: #joined put: t. System commit]. i = 800 ifTrue: [t at: 1 put: $z]]. "
+         "joined at: 1 put: $q. "
+         "{all inject: 0 into: [:sum :e | sum + e size]. all count: [:e | e first = $z]. (all at: 700) first. "
+         "(t , t) size}",
+         "Array(1001000 201 $q 4000)"},
+        {"| l | l := List new. 1 to: 9 do: [:i | i odd ifTrue: [l addFirst: i] ifFalse: [l add: i]]. "
+         "l removeFirst; insert: 0 at: 3; removeAt: 5; removeLast. l",
+         "List(7 5 0 3 2 4 6)"},
         {"#abc at: 1 put: $x", "error 2094: #abc cannot be changed"},
         {"'abc' at: 1 put: 5", "error 2164: 5 is not a character"},
         {"'abc' copyFrom: 2 to: 9", "error 2004: the index 9 is outside 'abc'"},

@@ -220,6 +220,7 @@ TEST_F(Sessions, FillingAnyFreshObjectIsNoChange) {
 }
 
 TEST_F(Sessions, ErrorsNameEntryArgumentAndValue) {
+    const OopType many = small(4000000);
     const std::pair<std::function<void()>, const char*> rows[] = {
         {[&] { kci.KciNbPerform(small(3), nullptr, nullptr, 0); }, "KciNbPerform: selector must not be NULL"},
         {[&] { kci.KciStoreIdxOops(small(3), 1, nullptr, 2); }, "KciStoreIdxOops: oops is NULL, not 2 elements"},
@@ -227,6 +228,13 @@ TEST_F(Sessions, ErrorsNameEntryArgumentAndValue) {
         {[&] { kci.KciOopToChr(evaluate("'abc'")); }, "'abc' is not a character"},
         {[&] { setenv("KCILOCAL_SLICE", "20x", 1), kci.KciLogin("guest", "guest"); },
          "KCILOCAL_SLICE is '20x', not a number from 1 to 1000000000"},
+        {[&] { unsetenv("KCILOCAL_SLICE"), setenv("KCILOCAL_MEMORY", "8", 1), kci.KciLogin("guest", "guest"); },
+         "KCILOCAL_MEMORY is '8', not a number from 16 to 2048"},
+        {[&] {
+             setenv("KCILOCAL_MEMORY", "20", 1), kci.KciLogin("guest", "guest"), evaluate("kept := Array new: 3000000"),
+                 kci.KciNbPerform(evaluate("Array"), "new:", &many, 1), kci.KciNbEnd(nullptr);
+         },
+         "the local store would hold more than 20 MiB"},
         {[&] { setenv("KCILOCAL_USERS", "bob", 1), kci.KciLogin("bob", ""); },
          "login to the local store denied: KCILOCAL_USERS holds no pair of the form name:password"},
     };
@@ -235,7 +243,7 @@ TEST_F(Sessions, ErrorsNameEntryArgumentAndValue) {
         EXPECT_TRUE(kci.KciErr(&error));
         EXPECT_STREQ(error.message, message);
     }
-    unsetenv("KCILOCAL_SLICE");
+    unsetenv("KCILOCAL_MEMORY");
     unsetenv("KCILOCAL_USERS");
 }
 
