@@ -279,10 +279,11 @@ Oop print(Interpreter& interpreter, Oop self, Arguments) {
         std::string bytes = bytesOf(view, self);
         std::string quoted = isSymbol ? "#'" : "'";
         quoted.reserve(bytes.size() + 8);
-        for (char byte : bytes) {
-            quoted.append(byte == '\'' ? 2 : 1, byte);
+        for (size_t from = 0, end = 0; end != bytes.npos; from = end) {
+            end = bytes.find('\'', from + (from == 0 ? 0 : 1));
+            quoted.append(bytes, from, end - from).append(end == bytes.npos ? 0 : 1, '\'');
         }
-        return newString(view, quoted + '\'');
+        return newString(view, quoted += '\'');
     }
     std::u16string quoted = u"w'";
     for (char16_t unit : textOf(view, self)) {

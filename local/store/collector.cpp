@@ -130,7 +130,7 @@ void Store::collectStep(Roots& roots) {
             if (grey.empty() && phase == Phase::Marking) {
                 roots.marked();
                 phase = Phase::Sweeping;
-                cursor = 0;
+                cursor = entryCount;
             } else if (++rootRounds > maxRootRounds) {
                 uint32_t all = UINT32_MAX;
                 scan(roots, all);
@@ -138,18 +138,20 @@ void Store::collectStep(Roots& roots) {
         }
     }
     if (phase == Phase::Sweeping) {
-        for (; cursor < entryCount && units > 0; ++cursor, --units) {
+        // From the end, where memory can be given back at once.
+        for (; cursor > 0 && units > 0; --units) {
+            --cursor;
             if (entries[cursor].versions != nullptr && entries[cursor].marked != collection) {
                 const Object& object = *entries[cursor].versions;
                 roots.freeing(oopAt(cursor), object.cls, {object.bytes(), object.byteCount()});
                 freeEntry(cursor);
-                units -= std::min(units, 3u);
+                units -= std::min(units - 1, 3u);
             }
         }
         // Makes the C library merge the blocks that were freed here, not a million of them at once.
         void* volatile block = std::malloc(100000);
         std::free(block);
-        if (cursor >= entryCount) {
+        if (cursor == 0) {
             phase = Phase::Idle;
             ++completed;
             setThreshold();

@@ -1,7 +1,9 @@
 // Callers and source texts that make no sense: every one ends in an error or a result, and the store stays usable.
 #include "client_fixture.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <iterator>
 #include <random>
@@ -89,6 +91,42 @@ TEST_F(LocalClient, RandomCallsAreHarmless) {
         pending();
     }
     EXPECT_EQ(print("3 + 4"), "7");
+}
+
+// What was quadratic, or one long step, took seconds; here the time of the thread is counted, with much to spare.
+TEST_F(LocalClient, ManyObjectsTakeLittleTimeInShortPolls) {
+    auto seconds = [] {
+        timespec time{};
+        clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+        return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) * 1e-9;
+    };
+    for (const char* source : {
+             "n := 300000. all := List new. 1 to: n do: [:i | all add: i printString]. all size",
+             "(all joinedBy: ',') size",
+             "| t | t := ''. all do: [:e | t := t , e]. t size",
+             "d := Dictionary new. all do: [:e | d at: e put: e]. d size",
+             "all count: [:e | d includesKey: e]",
+             "| b | b := Bag new. all do: [:e | b add: 1]. all do: [:e | b remove: 1]. b size",
+             "| l | l := all copy. [l isEmpty] whileFalse: [l removeFirst]. l size",
+             "| l | l := List new. all do: [:e | l addFirst: e]. l size",
+             "Shared at: #all put: all. System commit",
+             "System collectGarbage",
+             "d := nil. all := nil. System collectGarbage",
+             "1 to: 300 do: [:i | Shared at: #one put: i. System commit]",
+             "((String new: 200000) indexOfText: (String new: 3000) , 'x') = 0",
+         }) {
+        double start = seconds();
+        double longest = 0;
+        kci.KciNbExecuteStr(source, KCI_OOP_NIL);
+        for (KciNbProgressEType progress = KCI_RESULT_PROGRESSED; progress != KCI_RESULT_READY;) {
+            double before = seconds();
+            progress = kci.KciNbEnd(nullptr);
+            longest = std::max(longest, seconds() - before);
+        }
+        EXPECT_EQ(pending(), 0) << error.message;
+        EXPECT_LT(longest, 0.1) << source;
+        EXPECT_LT(seconds() - start, 3) << source;
+    }
 }
 
 TEST_F(LocalClient, OnlyTheLatestProcessesAreKept) {
