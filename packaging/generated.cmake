@@ -15,14 +15,15 @@ install(FILES "${completion}" DESTINATION share/bash-completion/completions RENA
 
 find_program(HELP2MAN help2man)
 if(HELP2MAN)
-  # tmqkci_manual_page(NAME SUMMARY COMMAND DEPENDENCY): of what a command's --help prints.
-  function(tmqkci_manual_page name summary command dependency)
+  # tmqkci_manual_page(NAME SUMMARY FOLDER DEPENDENCY): of what the program of that name in the folder prints as help.
+  # It is started by a short name, since help2man hands it to a shell as it is.
+  function(tmqkci_manual_page name summary folder dependency)
     set(page "${generated}/${name}.1")
     add_custom_command(OUTPUT "${page}"
       COMMAND "${CMAKE_COMMAND}" -E env LC_ALL=C.UTF-8 "${HELP2MAN}" --no-info --no-discard-stderr --name "${summary}"
         --version-string "${name} ${PROJECT_VERSION}" --manual "User Commands" --source "tmqkci ${PROJECT_VERSION}"
-        --output "${page}" "${command}"
-      DEPENDS "${dependency}" VERBATIM)
+        --output "${page}" "./${name}"
+      WORKING_DIRECTORY "${folder}" DEPENDS "${dependency}" VERBATIM)
     list(APPEND generated_files "${page}")
     set(generated_files "${generated_files}" PARENT_SCOPE)
     install(FILES "${page}" DESTINATION share/man/man1)
@@ -30,12 +31,12 @@ if(HELP2MAN)
   # The launcher would look for a Java; this prints the same.
   file(CONFIGURE OUTPUT "${generated}/tmqkci" CONTENT "#!/bin/sh\ncat \"${TMQKCI_CONSOLE_HELP}\"\n")
   file(CHMOD "${generated}/tmqkci" PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
-  tmqkci_manual_page(tmqkci "evaluate expressions on an object database server" "${generated}/tmqkci"
+  tmqkci_manual_page(tmqkci "evaluate expressions on an object database server" "${generated}"
     "${TMQKCI_CONSOLE_HELP}")
   foreach(tool errmsgc gstack)
     string(REPLACE errmsgc "compile and examine message files" summary "${tool}")
     string(REPLACE gstack "print the C stacks of a process" summary "${summary}")
-    tmqkci_manual_page(${tool} "${summary}" "$<TARGET_FILE:${tool}>" ${tool})
+    tmqkci_manual_page(${tool} "${summary}" "$<TARGET_FILE_DIR:${tool}>" ${tool})
   endforeach()
 else()
   message(STATUS "help2man is not there: packages get no manual pages")
