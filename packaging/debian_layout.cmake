@@ -1,5 +1,6 @@
 # Run by CPack before it packs: a Debian package keeps the installation below /usr/lib/tmqkci, but what serves any
 # architecture below /usr/share, with links to it, and puts the console on everyone's path.
+cmake_policy(VERSION 3.25)
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
   return()
 endif()

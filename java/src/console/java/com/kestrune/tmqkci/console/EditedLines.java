@@ -91,7 +91,8 @@ final class EditedLines implements Prompt.Lines {
         }
         try {
             Less less = new Less(terminal);
-            less.run(new InputStreamSource(new ByteArrayInputStream(text.getBytes(StandardCharsets.UTF_8)), true, "result"));
+            byte[] bytes = text.getBytes(StandardCharsets.UTF_8);
+            less.run(new InputStreamSource(new ByteArrayInputStream(bytes), true, "result"));
         } catch (IOException | IOError | InterruptedException left) {
             Thread.interrupted();
         }
@@ -124,7 +125,8 @@ final class EditedLines implements Prompt.Lines {
     /** The variables may hold options as well: a shell takes them apart. */
     private static void start(String program, Path file) {
         try {
-            Process editor = new ProcessBuilder("sh", "-c", program + " \"$1\"", "sh", file.toString()).inheritIO().start();
+            Process editor = new ProcessBuilder("sh", "-c", program + " \"$1\"", "sh", file.toString()).inheritIO()
+                    .start();
             boolean waiting = true;
             while (waiting) {
                 try {

@@ -26,21 +26,28 @@ final class Login {
     private static final String EXPRESSION = "3 + 4";
     private static final int LONGEST_TRIAL_SECONDS = 60;
 
-    @Option(scope = ScopeType.INHERIT, names = {"-s", "--server"}, paramLabel = "NAME", description = "the server's name")
+    @Option(scope = ScopeType.INHERIT, names = {"-s", "--server"}, paramLabel = "NAME",
+            description = "the server's name")
     private String server;
-    @Option(scope = ScopeType.INHERIT, names = {"-n", "--net-service"}, paramLabel = "NAME", description = "the service that starts sessions")
+    @Option(scope = ScopeType.INHERIT, names = {"-n", "--net-service"}, paramLabel = "NAME",
+            description = "the service that starts sessions")
     private String netService;
-    @Option(scope = ScopeType.INHERIT, names = {"-u", "--user"}, paramLabel = "NAME", description = "the database user")
+    @Option(scope = ScopeType.INHERIT, names = {"-u", "--user"}, paramLabel = "NAME",
+            description = "the database user")
     private String user;
-    @Option(scope = ScopeType.INHERIT, names = "--password-file", paramLabel = "FILE", description = "a file whose first line is the password; "
+    @Option(scope = ScopeType.INHERIT, names = "--password-file", paramLabel = "FILE",
+            description = "a file whose first line is the password; "
             + "otherwise it is taken from TMQKCI_PASSWORD or asked for")
     private Path passwordFile;
-    @Option(scope = ScopeType.INHERIT, names = "--host-user", paramLabel = "NAME", description = "the user on the server's host")
+    @Option(scope = ScopeType.INHERIT, names = "--host-user", paramLabel = "NAME",
+            description = "the user on the server's host")
     private String hostUser;
-    @Option(scope = ScopeType.INHERIT, names = "--host-password-file", paramLabel = "FILE", description = "the same for that user; otherwise "
+    @Option(scope = ScopeType.INHERIT, names = "--host-password-file", paramLabel = "FILE",
+            description = "the same for that user; otherwise "
             + "TMQKCI_HOST_PASSWORD")
     private Path hostPasswordFile;
-    @Option(scope = ScopeType.INHERIT, names = "--rpc", description = "use a session process, not sessions inside this program")
+    @Option(scope = ScopeType.INHERIT, names = "--rpc",
+            description = "use a session process, not sessions inside this program")
     private boolean rpc;
 
     boolean isRpc() {

@@ -26,7 +26,8 @@ final class Script {
     static List<Input> of(Path file) {
         List<Input> inputs = new ArrayList<>();
         try (LineNumberReader in = Source.reader(Files.newInputStream(file), StandardCharsets.UTF_8)) {
-            for (Input input = Source.read(in, file.toString()); input != null; input = Source.read(in, file.toString())) {
+            String name = file.toString();
+            for (Input input = Source.read(in, name); input != null; input = Source.read(in, name)) {
                 inputs.add(input);
             }
         } catch (IOException failure) {

@@ -142,7 +142,8 @@ final class Tmqkci implements Callable<Integer> {
                 .setParameterExceptionHandler((wrong, given) -> {
                     boolean java = wrong instanceof UnmatchedArgumentException unknown
                             && unknown.getUnmatched().stream().anyMatch(word -> word.matches("--java(=.*)?"));
-                    err.println("tmqkci: " + (java ? "--java HOME comes before all other options" : wrong.getMessage().replaceFirst("^Error: ", "")));
+                    err.println("tmqkci: " + (java ? "--java HOME comes before all other options"
+                            : wrong.getMessage().replaceFirst("^Error: ", "")));
                     err.println("\"tmqkci --help\" lists the options.");
                     return USAGE;
                 }).setExecutionExceptionHandler((failure, failed, given) -> {
