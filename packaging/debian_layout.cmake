@@ -1,7 +1,20 @@
 # Run by CPack before it packs: a Debian package keeps the installation below /usr/lib/tmqkci, but what serves any
 # architecture below /usr/share, with links to it, and puts the console on everyone's path.
 cmake_policy(VERSION 3.25)
+
+# Folders that others can enter, whatever the mask of who packs.
+function(open_folders)
+  file(GLOB_RECURSE entries LIST_DIRECTORIES true "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/*")
+  foreach(entry "${CPACK_TEMPORARY_INSTALL_DIRECTORY}" ${entries})
+    if(IS_DIRECTORY "${entry}" AND NOT IS_SYMLINK "${entry}")
+      file(CHMOD "${entry}" DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
+        WORLD_EXECUTE)
+    endif()
+  endforeach()
+endfunction()
+
 if(NOT CPACK_GENERATOR STREQUAL "DEB")
+  open_folders()
   return()
 endif()
 set(usr "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/usr")
@@ -51,13 +64,6 @@ if(EXISTS "${own}/share/man")
 endif()
 move(lib/tmqkci/share/bash-completion share/bash-completion)
 
-# Whatever the mask of who packs.
-file(GLOB_RECURSE entries LIST_DIRECTORIES true "${usr}/*")
-foreach(entry "${usr}" ${entries})
-  if(IS_DIRECTORY "${entry}" AND NOT IS_SYMLINK "${entry}")
-    file(CHMOD "${entry}" DIRECTORY_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
-      WORLD_EXECUTE)
-  endif()
-endforeach()
 file(GLOB compressed "${usr}/share/doc/tmqkci/*.gz" "${usr}/share/man/man1/*.gz")
 file(CHMOD ${compressed} FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+open_folders()
