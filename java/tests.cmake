@@ -45,7 +45,7 @@ function(java_class class)
     "com.kestrune.tmqkci.${class}" ${ARGN})
 endfunction()
 
-foreach(configuration java32)
+foreach(configuration IN LISTS java_configurations)
   set(java "${home_of_${configuration}}")
   string(REGEX MATCH "[0-9]+" size "${configuration}")
   tmqkci_word_size(${size})

@@ -16,6 +16,8 @@ constexpr KciLong highestCompatibilityLevel = 1;
 constexpr size_t libraryNameSize = 24;
 constexpr size_t searchPathSize = 2048;
 constexpr size_t candidateSize = 1024;
+// The folder of an installation that holds client libraries for this library's word size.
+constexpr std::string_view libraryFolder = sizeof(void*) == 4 ? "lib" : "lib64";
 constexpr char noKestruneNote[] =
     "\nThe KESTRUNE environment variable is not defined.\nSetting it should correct this error.\n";
 
@@ -86,7 +88,7 @@ bool buildSearchPath(BoundedText& searchPath, const char* path, std::string_view
         return true;
     }
     return (searchPath.empty() || searchPath.append(";")) && searchPath.append(kestrune) &&
-           searchPath.appendSeparator() && searchPath.append("lib");
+           searchPath.appendSeparator() && searchPath.append(libraryFolder);
 }
 
 enum class SearchResult { found, notFound, nameTooLong };

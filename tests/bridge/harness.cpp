@@ -51,6 +51,9 @@ int __wrap_dlclose(void*) {
 __attribute__((visibility("default"))) const char* __asan_default_options() {
     return "allocator_may_return_null=1";
 }
+__attribute__((visibility("default"))) const char* __tsan_default_options() {
+    return "allocator_may_return_null=1";
+}
 
 // Kept: an initialization that fails leaves the buffers that it has.
 __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {

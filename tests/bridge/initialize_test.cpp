@@ -48,7 +48,7 @@ TEST_F(Initialize, SetsUpAndTraces) {
                          debug("     Ready to setup buffers") + debug("Initialize: MaxBufferSize = 64/16") +
                          debug("libtmqkci311 initialization completed.") + returning(32));
     EXPECT_EQ(client().calls, "KciProduct() KciVersion() KciInitAppName('app', 1) KciInit()");
-    EXPECT_EQ(host().opened, std::vector<std::string>{"/k/lib/libkcilnk67.so"});
+    EXPECT_EQ(host().opened, std::vector<std::string>{"/k/" LIB "/libkcilnk67.so"});
     EXPECT_EQ(host().mallocs, 3u);
     EXPECT_EQ(kernelOops->longs, (std::vector<jlong>{10, 1189, 3613, 3, 7, -536870912, 536870911, 38, 6, 1733, 1045,
                                                      1049, 1197, 1209, 1213, 0}));
@@ -73,7 +73,7 @@ TEST_F(Initialize, RaisesTheTraceLevelLater) {
     EXPECT_EQ(trace,
               info("   KS/KCI Product = KS/S") + info("   KS/KCI Version = 6.7") + info("  TMQ/KCI Version = 3.1.3"));
     EXPECT_EQ(client().calls, "KciProduct() KciVersion() KciInit()");
-    EXPECT_EQ(host().opened, std::vector<std::string>{"/k/lib/libkcirpc67.so"});
+    EXPECT_EQ(host().opened, std::vector<std::string>{"/k/" LIB "/libkcirpc67.so"});
     EXPECT_EQ(initialize({.debugFlag = 1}), 32);
     EXPECT_EQ(trace, "");
     EXPECT_EQ(initialize({.debugFlag = 7}), 32);
@@ -113,7 +113,7 @@ TEST_F(Initialize, FailsWithTheWrongClientLibrary) {
     const std::string reason = "KciRtlLoad failure: dlopen(libkcilnk67.so) failed because not there";
     expectFailure(reason, {}, [] { host().loadable = false; });
     expectTraced(debug("     " + reason) + genericFailure(reason));
-    expectTraced("[Debug]: dlopen(/k/lib/libkcilnk67.so) failure: not there\n");
+    expectTraced("[Debug]: dlopen(/k/" LIB "/libkcilnk67.so) failure: not there\n");
     EXPECT_EQ(client().calls, "");
     expectFailure("KciRtlLoad failure: dlopen(libkcilnk67.so) failed because (no error info returned)", {},
                   [] { host().loadable = host().tellsWhy = false; });

@@ -79,9 +79,9 @@ TEST_F(KciRtl, BuildsTheNameAndSearchesInOrder) {
         BoolType useRpc;
         std::vector<std::string> expected;
     } rows[] = {
-        {nullptr, nullptr, "/nowhere/k", nullptr, FALSE, {"/nowhere/k/lib/libkcilnk67.so", "libkcilnk67.so"}},
-        {nullptr, nullptr, "/nowhere/k/", nullptr, TRUE, {"/nowhere/k/lib/libkcirpc67.so", "libkcirpc67.so"}},
-        {nullptr, nullptr, "/nowhere/k\\", nullptr, FALSE, {"/nowhere/k\\lib/libkcilnk67.so", "libkcilnk67.so"}},
+        {nullptr, nullptr, "/nowhere/k", nullptr, FALSE, {"/nowhere/k/" LIB "/libkcilnk67.so", "libkcilnk67.so"}},
+        {nullptr, nullptr, "/nowhere/k/", nullptr, TRUE, {"/nowhere/k/" LIB "/libkcirpc67.so", "libkcirpc67.so"}},
+        {nullptr, nullptr, "/nowhere/k\\", nullptr, FALSE, {"/nowhere/k\\" LIB "/libkcilnk67.so", "libkcilnk67.so"}},
         {"", "", nullptr, "", FALSE, {"libkcilnk67.so"}},
         {"abc", "68", "", nullptr, TRUE, {"libabcrpc68.so"}},
         {"abc", "6.8", nullptr, "/nowhere", FALSE, {"/nowhere/libabclnk6.8", "libabclnk6.8"}},
@@ -92,7 +92,7 @@ TEST_F(KciRtl, BuildsTheNameAndSearchesInOrder) {
          "/nowhere/a;/nowhere/b/;;/nowhere/c\\",
          FALSE,
          {"/nowhere/a/libkcilnk67.so", "/nowhere/b/libkcilnk67.so", "/nowhere/c\\libkcilnk67.so",
-          "/nowhere/k/lib/libkcilnk67.so", "libkcilnk67.so"}},
+          "/nowhere/k/" LIB "/libkcilnk67.so", "libkcilnk67.so"}},
     };
     for (const Row& row : rows) {
         const auto set = [](const char* name, const char* value) { value ? setenv(name, value, 1) : unsetenv(name); };
@@ -110,7 +110,7 @@ TEST_F(KciRtl, BuildsTheNameAndSearchesInOrder) {
 
 TEST_F(KciRtl, TakesTheFirstThatOpens) {
     const std::string first = install("first/libkcilnk67.so");
-    const std::string second = install("second/lib/libkcilnk67.so");
+    const std::string second = install("second/" LIB "/libkcilnk67.so");
     setenv("KESTRUNE", (folder + "/second").c_str(), 1);
     EXPECT_TRUE(load(FALSE, (folder + "/none;" + folder + "/first").c_str()));
     EXPECT_EQ(loadedFrom(), first);

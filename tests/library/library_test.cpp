@@ -125,13 +125,13 @@ TEST_F(Session, ClientLibraryWithAllOurNames) {
 
 // Even names that were there first are not taken for ours.
 TEST(SessionAfterImpostor, OurNamesBindToOurs) {
-    ASSERT_NE(dlopen(INSTALLATION "/lib/libimpostorlnk67.so", RTLD_NOW | RTLD_GLOBAL), nullptr) << dlerror();
+    ASSERT_NE(dlopen(INSTALLATION "/" LIB "/libimpostorlnk67.so", RTLD_NOW | RTLD_GLOBAL), nullptr) << dlerror();
     void* ours = dlopen(LIBRARY, RTLD_NOW | RTLD_GLOBAL);
     ASSERT_NE(ours, nullptr) << dlerror();
     char error[256] = "";
     const auto load = reinterpret_cast<int (*)(int, const char*, char*, unsigned)>(dlsym(ours, "KciRtlLoad"));
     setenv("KCIRTL_BASELIBNAME", "impostor", 1);
-    EXPECT_EQ(load(0, INSTALLATION "/lib", error, sizeof error), 1) << error;
+    EXPECT_EQ(load(0, INSTALLATION "/" LIB, error, sizeof error), 1) << error;
     EXPECT_NE(*static_cast<void**>(dlsym(ours, "rtlPrivKciRtlFuncs")), nullptr);
     reinterpret_cast<void (*)()>(dlsym(ours, "KciRtlUnload"))();
 }

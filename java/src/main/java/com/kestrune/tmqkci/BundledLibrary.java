@@ -16,13 +16,11 @@ import java.util.List;
 import java.util.UUID;
 
 /**
- * The copy of the library that the jar carries, as a file. In the cache, everything from the folder {@code tmqkci} down
- * must be this user's, no symbolic link, and closed to others' writing. A file appears there by being renamed, whole;
- * of several virtual machines that do so at once, each puts the same bytes in the place.
+ * The copy of the library that the jar carries for this virtual machine, as a file. In the cache, everything from the
+ * folder {@code tmqkci} down must be this user's, no symbolic link, and closed to others' writing. A file appears there
+ * by being renamed, whole; of several virtual machines that do so at once, each puts the same bytes in the place.
  */
 final class BundledLibrary {
-    private static final String RESOURCE = "/META-INF/native/linux-i386/" + TmqKciLibrary.FILE_NAME;
-
     private BundledLibrary() {
     }
 
@@ -66,9 +64,11 @@ final class BundledLibrary {
     }
 
     private static byte[] content() throws IOException {
-        try (InputStream in = BundledLibrary.class.getResourceAsStream(RESOURCE)) {
-            if (in == null) {
-                throw new IOException("the jar carries none");
+        ElfHeader machine = ElfHeader.ofThisProcess();
+        String folder = "/META-INF/native/" + (machine.bits() == 64 ? "linux-amd64/" : "linux-i386/");
+        try (InputStream in = BundledLibrary.class.getResourceAsStream(folder + TmqKciLibrary.FILE_NAME)) {
+            if (in == null || !machine.isServed()) {
+                throw new IOException("the jar carries none for a " + machine + " Java");
             }
             return in.readAllBytes();
         }

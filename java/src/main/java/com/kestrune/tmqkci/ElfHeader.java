@@ -13,15 +13,30 @@ record ElfHeader(int bits, int machine) {
     private static final int CLASS_64 = 2;
     private static final int DATA_BIG_ENDIAN = 2;
     private static final int MACHINE_OFFSET = 18;
-    static final int MACHINE_386 = 3;
+    private static final ElfHeader I386 = new ElfHeader(32, 3);
+    private static final ElfHeader X86_64 = new ElfHeader(64, 62);
 
     /** The running program: a virtual machine can load exactly the libraries whose header equals this one. */
     static ElfHeader ofThisProcess() {
         try {
-            return of(new File("/proc/self/exe"));
+            ElfHeader header = of(new File("/proc/self/exe"));
+            if (header != null) {
+                return header;
+            }
         } catch (IOException unreadable) {
-            return null;
+            // What the virtual machine says of itself will do.
         }
+        return "64".equals(System.getProperty("sun.arch.data.model")) ? X86_64 : I386;
+    }
+
+    /** Whether the bridge is built for such a machine. */
+    boolean isServed() {
+        return equals(I386) || equals(X86_64);
+    }
+
+    /** The folder of an installation that holds libraries for such a machine. */
+    String libraryFolder() {
+        return bits == 64 ? "lib64" : "lib";
     }
 
     /** Null if the file is no ELF file. */
@@ -45,7 +60,7 @@ record ElfHeader(int bits, int machine) {
     @Override
     public String toString() {
         String name = switch (machine) {
-            case MACHINE_386 -> "i386";
+            case 3 -> "i386";
             case 40 -> "arm";
             case 62 -> "x86-64";
             case 183 -> "aarch64";

@@ -51,10 +51,10 @@ final class LoadFailure {
             }
         }
         text.append("\nWhat to do:");
-        if (process != null && process.machine() != ElfHeader.MACHINE_386) {
-            text.append("\n  - The bridge is a 32-bit (i386) library and this Java, ")
-                    .append(System.getProperty("java.home")).append(", is ").append(process)
-                    .append(": run the program with a 32-bit (i386) Java.");
+        if (!process.isServed()) {
+            text.append("\n  - There is no bridge for this Java, ").append(System.getProperty("java.home"))
+                    .append(", which is ").append(process)
+                    .append(": run the program with a 64-bit (x86-64) or a 32-bit (i386) Java.");
         }
         for (String remedy : remedies) {
             text.append("\n  - ").append(remedy);
@@ -67,6 +67,7 @@ final class LoadFailure {
 
     private String causeOf(File file, UnsatisfiedLinkError error) {
         if (!file.exists()) {
+            adviseOnInstallation(file);
             return "there is no such file";
         }
         if (!file.isFile()) {
@@ -81,10 +82,26 @@ final class LoadFailure {
         if (header == null) {
             return "it is not a shared library";
         }
-        if (process != null && !header.equals(process)) {
+        if (!header.equals(process)) {
+            if (process.isServed()) {
+                remedies.add("The library for this Java, " + System.getProperty("java.home") + ", is the one in the "
+                        + "folder " + process.libraryFolder() + " of an installation.");
+            }
             return "it is a " + header + " library and this Java is " + process;
         }
         return linkerCause(String.valueOf(error.getMessage()).replaceFirst("^" + Pattern.quote(file + ": "), ""));
+    }
+
+    /** What to do where the file is missing in an installation that has one for the other kind of Java. */
+    private void adviseOnInstallation(File file) {
+        File folder = file.getParentFile();
+        if (folder.getName().equals(process.libraryFolder())) {
+            String other = process.bits() == 64 ? "lib" : "lib64";
+            if (new File(new File(folder.getParentFile(), other), file.getName()).exists()) {
+                remedies.add(folder.getParent() + " holds the bridge for a " + (process.bits() == 64 ? 32 : 64)
+                        + "-bit Java only: run the program with such a one, or install the bridge for " + process + ".");
+            }
+        }
     }
 
     private String linkerCause(String text) {
@@ -96,7 +113,7 @@ final class LoadFailure {
         Matcher dependency = MISSING_DEPENDENCY.matcher(text);
         if (dependency.matches()) {
             String name = dependency.group(1);
-            remedies.add("Install the 32-bit (i386) package that contains " + name
+            remedies.add("Install the " + process + " package that contains " + name
                     + ", or add its folder to LD_LIBRARY_PATH.");
             return "it needs the library " + name + ", which is missing (" + text + ")";
         }

@@ -7,15 +7,16 @@ import java.util.ArrayList;
 import java.util.List;
 
 /**
- * Loads the native part of {@link TmqKciInterface}, and tells whether and why it cannot be loaded. It is looked for in
- * this order, and the first that can be loaded is used:
+ * Loads the native part of {@link TmqKciInterface}, and tells whether and why it cannot be loaded. There is one for
+ * 32-bit (i386) and one for 64-bit (x86-64) virtual machines, under the same name in different folders. It is looked
+ * for in this order, and the first that can be loaded is used; {@link #location} tells which:
  * <ol>
  * <li>the file that the system property {@value #PROPERTY} names;
- * <li>{@value #FILE_NAME} in the folder {@code lib} of the installation that the environment variable
- * {@code KESTRUNE} names;
+ * <li>{@value #FILE_NAME} in the installation that the environment variable {@code KESTRUNE} names, in its folder
+ * {@code lib} for a 32-bit virtual machine, {@code lib64} for a 64-bit one;
  * <li>{@value #FILE_NAME} in the folders of {@code java.library.path};
- * <li>when neither the property nor {@code KESTRUNE} is set, the copy in the jar, which is unpacked into the user's
- * cache, {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its content.
+ * <li>when neither the property nor {@code KESTRUNE} is set, the fitting copy in the jar, which is unpacked into the
+ * user's cache, {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its content.
  * What others could write to, or exchange, is refused there. When the cache cannot be used, or nothing may be executed
  * there, the copy goes into a temporary folder, which is removed at once.
  * </ol>
@@ -84,8 +85,8 @@ public final class TmqKciLibrary {
     private static String load(List<Attempt> failed) {
         String loaded = loadFile("system property " + PROPERTY, System.getProperty(PROPERTY), "", failed);
         if (loaded == null) {
-            loaded = loadFile("environment variable " + INSTALLATION, System.getenv(INSTALLATION), "/lib/" + FILE_NAME,
-                    failed);
+            loaded = loadFile("environment variable " + INSTALLATION, System.getenv(INSTALLATION),
+                    "/" + ElfHeader.ofThisProcess().libraryFolder() + "/" + FILE_NAME, failed);
         }
         if (loaded == null) {
             loaded = loadFromLibraryPath(failed);
@@ -97,10 +98,6 @@ public final class TmqKciLibrary {
         String place = "copy in the jar";
         if (isSet(System.getProperty(PROPERTY)) || isSet(System.getenv(INSTALLATION))) {
             failed.add(new Attempt(place, null, "not used, since another place is named", null));
-            return null;
-        }
-        if (!new ElfHeader(Integer.SIZE, ElfHeader.MACHINE_386).equals(ElfHeader.ofThisProcess())) {
-            failed.add(new Attempt(place, null, "it is for a 32-bit (i386) Java", null));
             return null;
         }
         return BundledLibrary.load(place, failed);

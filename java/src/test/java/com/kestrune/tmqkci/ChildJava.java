@@ -11,7 +11,7 @@ import java.util.Map;
 
 /** A program in a Java of its own, with the class path of the tests. */
 final class ChildJava {
-    static final String JAVA32 = System.getProperty("java.home") + "/bin/java";
+    static final String JAVA = System.getProperty("java.home") + "/bin/java";
 
     private ChildJava() {
     }

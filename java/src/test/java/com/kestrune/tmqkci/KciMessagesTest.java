@@ -98,7 +98,7 @@ class KciMessagesTest {
     private String probe(byte[] messageFile) throws Exception {
         Path file = Files.write(folder.resolve("damaged.err"), messageFile);
         // A report of a fatal error, were there one, would wait this long.
-        return ChildJava.output(ChildJava.JAVA32, folder,
+        return ChildJava.output(ChildJava.JAVA, folder,
                 Map.of("KESTRUNE_LANG", file.toString(), "KS_CORE_TIME_OUT", "129600"), Probe.class, "-Xcheck:jni");
     }
 

@@ -1,6 +1,6 @@
 package com.kestrune.tmqkci;
 
-import static com.kestrune.tmqkci.ChildJava.JAVA32;
+import static com.kestrune.tmqkci.ChildJava.JAVA;
 import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
@@ -13,9 +13,14 @@ import org.junit.jupiter.api.io.TempDir;
 
 /** Where the library is looked for, and what is said when it cannot be loaded; each case in a Java of its own. */
 class LibraryTest {
+    private static final boolean IS_64 = "64".equals(System.getProperty("sun.arch.data.model"));
+    private static final String OTHER_JAVA = System.getProperty(IS_64 ? "tests.java32" : "tests.java64");
+    private static final String FOLDER = IS_64 ? "/lib64/" : "/lib/";
+    private static final String OTHER_FOLDER = IS_64 ? "/lib/" : "/lib64/";
+    private static final String KIND = IS_64 ? "64-bit (x86-64)" : "32-bit (i386)";
+    private static final String OTHER_KIND = IS_64 ? "32-bit (i386)" : "64-bit (x86-64)";
     private static final String INSTALLATION = System.getenv("KESTRUNE");
-    private static final String GOOD = INSTALLATION + "/lib/" + TmqKciLibrary.FILE_NAME;
-    private static final String JAVA64 = System.getProperty("tests.java64");
+    private static final String GOOD = INSTALLATION + FOLDER + TmqKciLibrary.FILE_NAME;
     private static final String PROPERTY = "system property com.kestrune.tmqkci.library: ";
     private static final String VARIABLE = "environment variable KESTRUNE: ";
     private static final String HOW_TO_NAME_IT = "-Dcom.kestrune.tmqkci.library=/path/to/libtmqkci313.so";
@@ -53,45 +58,55 @@ class LibraryTest {
     @Test
     void thePlacesAreTriedInOrder() throws Exception {
         Path copy = Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
-        assertEquals("loaded " + GOOD, probe(JAVA32, GOOD, "/nowhere", folder));
-        assertEquals("loaded " + GOOD, probe(JAVA32, "", INSTALLATION, folder));
-        assertEquals("loaded " + copy, probe(JAVA32, "/nowhere/library.so", "/nowhere", folder));
+        assertEquals("loaded " + GOOD, probe(JAVA, GOOD, "/nowhere", folder));
+        assertEquals("loaded " + GOOD, probe(JAVA, "", INSTALLATION, folder));
+        assertEquals("loaded " + copy, probe(JAVA, "/nowhere/library.so", "/nowhere", folder));
         for (String withWorkingFolder : new String[] {"/nowhere:", ":/nowhere", "/nowhere::/elsewhere"}) {
-            assertEquals("loaded " + copy, probe(JAVA32, "", "/nowhere", withWorkingFolder), withWorkingFolder);
+            assertEquals("loaded " + copy, probe(JAVA, "", "/nowhere", withWorkingFolder), withWorkingFolder);
         }
     }
 
     @Test
     void everyMissingFileIsListed() throws Exception {
-        explains(JAVA32, "/nowhere/library.so", "/elsewhere", folder,
+        explains(JAVA, "/nowhere/library.so", "/elsewhere", folder,
                 PROPERTY + "/nowhere/library.so: there is no such file\n  - " + VARIABLE
-                        + "/elsewhere/lib/libtmqkci313.so: there is no such file\n  - java.library.path: no "
+                        + "/elsewhere" + FOLDER + "libtmqkci313.so: there is no such file\n  - java.library.path: no "
                         + "libtmqkci313.so in " + folder
                         + "\n  - copy in the jar: not used, since another place is named\n", HOW_TO_NAME_IT);
-        explains(JAVA32, "", "/elsewhere", folder, "copy in the jar: not used");
-        explains(JAVA64, "", "", folder, PROPERTY + "it is not set", VARIABLE + "it is not set",
-                "copy in the jar: it is for a 32-bit (i386) Java");
+        explains(JAVA, "", "/elsewhere", folder, "copy in the jar: not used");
+        explains(JAVA, "", "", folder, PROPERTY + "it is not set", VARIABLE + "it is not set",
+                "copy in the jar: the jar carries none for a " + KIND + " Java");
+    }
+
+    @Test
+    void eachKindOfJavaHasItsOwn() throws Exception {
+        assertEquals("loaded " + INSTALLATION + OTHER_FOLDER + TmqKciLibrary.FILE_NAME,
+                probe(OTHER_JAVA, "", INSTALLATION, folder));
+        Path copy = Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
+        String cause = ": it is a " + KIND + " library and this Java is " + OTHER_KIND;
+        explains(OTHER_JAVA, GOOD, "", folder, PROPERTY + GOOD + cause, "java.library.path: " + copy + cause,
+                "is the one in the folder " + OTHER_FOLDER.replace("/", "") + " of an installation", HOW_TO_NAME_IT);
+        Path installed = Files.createDirectories(Path.of(folder + "/installation" + FOLDER));
+        Files.copy(copy, installed.resolve(TmqKciLibrary.FILE_NAME));
+        explains(OTHER_JAVA, "", installed.getParent().toString(), "/nowhere", "there is no such file",
+                "holds the bridge for a " + KIND.substring(0, 6) + " Java only",
+                "install the bridge for " + OTHER_KIND);
     }
 
     @Test
     void unfitFilesAreTold() throws Exception {
-        Path copy = Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
-        String cause = ": it is a 32-bit (i386) library and this Java is 64-bit (x86-64)";
-        explains(JAVA64, GOOD, INSTALLATION, folder, PROPERTY + GOOD + cause, VARIABLE + GOOD + cause,
-                "java.library.path: " + copy + cause, "run the program with a 32-bit (i386) Java", HOW_TO_NAME_IT);
         Path text = Files.writeString(folder.resolve("text.so"), "no library at all");
         Path tooShort = Files.writeString(folder.resolve("short.so"), "short");
         String needsAbsent = System.getProperty("tests.needsAbsent");
         String needsFuture = System.getProperty("tests.needsFuture");
         for (String[] row : new String[][] {
             {needsAbsent, "it needs the library libjava_test_absent.so, which is missing (",
-                "Install the 32-bit (i386) package that contains libjava_test_absent.so"},
+                "Install the " + KIND + " package that contains libjava_test_absent.so"},
             {needsFuture, "it needs a newer C library, with GLIBC_2.99 (", "Use a system with a newer C library"},
-            {JAVA64, "it is a 64-bit (x86-64) library and this Java is 32-bit (i386)", HOW_TO_NAME_IT},
             {text.toString(), "it is not a shared library", HOW_TO_NAME_IT},
             {tooShort.toString(), "it is not a shared library", HOW_TO_NAME_IT},
             {folder.toString(), "it is not a file", HOW_TO_NAME_IT}}) {
-            explains(JAVA32, row[0], "", "/nowhere", PROPERTY + row[0] + ": " + row[1], row[2],
+            explains(JAVA, row[0], "", "/nowhere", PROPERTY + row[0] + ": " + row[1], row[2],
                     "copy in the jar: not used");
         }
     }
