@@ -15,7 +15,7 @@ final class Demo {
     /**
      * Runs the program.
      *
-     * @param args not used
+     * @param args {@code short} for the beginning of the tour alone
      */
     public static void main(String[] args) {
         boolean succeeded = true;
@@ -23,7 +23,7 @@ final class Demo {
             Database.initialize();
             try (Database database = Database.login("guest", "guest")) {
                 new Tour(database, new PrintStream(new FileOutputStream(FileDescriptor.out), true,
-                        StandardCharsets.UTF_8)).run();
+                        StandardCharsets.UTF_8)).run(args.length > 0 && args[0].equals("short"));
             }
         } catch (TmqKciException error) {
             System.err.println("Error " + error.number + ": " + error.getMessage());

@@ -4,6 +4,7 @@ import com.kestrune.tmqkci.KciMessages;
 import com.kestrune.tmqkci.TmqKciCacheStats;
 import com.kestrune.tmqkci.TmqKciException;
 import com.kestrune.tmqkci.TmqKciInterface;
+import com.kestrune.tmqkci.TmqKciLibrary;
 import com.kestrune.tmqkci.TmqKciReport;
 
 import java.io.PrintStream;
@@ -26,9 +27,13 @@ final class Tour {
         this.out = out;
     }
 
-    void run() {
+    void run(boolean beginningOnly) {
+        surroundings();
         sessions();
         numbers();
+        if (beginningOnly) {
+            return;
+        }
         strings();
         doubleByteText();
         collections();
@@ -54,6 +59,12 @@ final class Tour {
 
     private static TmqKciReport[] emptyReports(int count) {
         return Stream.generate(TmqKciReport::new).limit(count).toArray(TmqKciReport[]::new);
+    }
+
+    private void surroundings() {
+        section("Java and the bridge", "TmqKciLibrary.location");
+        line("Java", System.getProperty("java.version") + ", " + System.getProperty("sun.arch.data.model") + "-bit");
+        line("library that was loaded", TmqKciLibrary.location());
     }
 
     private void sessions() {
@@ -201,7 +212,7 @@ final class Tour {
         line("objects released by their identifiers", oops.length);
     }
 
-    /** A 32-bit bridge has none, and says so. */
+    /** The bridge has none, and says so. */
     private void cacheStatistics() {
         section("Cache statistics", "_KCSIinitialize _KCSIstatNames _KCSIattach _KCSIsampleStats _KCSIgetStats "
                 + "_KCSIdetach");
