@@ -64,6 +64,11 @@ if(EXISTS "${own}/share/man")
 endif()
 move(lib/tmqkci/share/bash-completion share/bash-completion)
 
+# The libraries of the other word size serve Javas of that kind.
+if(TMQKCI_ARCHITECTURE STREQUAL "amd64")
+  file(WRITE "${usr}/share/lintian/overrides/tmqkci" "tmqkci: binary-from-other-architecture *\n")
+endif()
+
 file(GLOB compressed "${usr}/share/doc/tmqkci/*.gz" "${usr}/share/man/man1/*.gz")
 file(CHMOD ${compressed} FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 open_folders()

@@ -21,7 +21,9 @@ INSTALLATION = os.environ["INSTALLATION"]
 BUILD = os.environ["BUILD"]
 HERE = os.path.dirname(os.path.abspath(__file__))
 JAVA32_HOME = os.environ["TMQKCI_JAVA32_HOME"]
-JAVA64_HOME = "/usr/lib/jvm/java-17-openjdk-amd64"
+JAVA64_HOME = os.environ["JAVA64"]
+JAVA_HOME = os.environ["JAVA"]
+FOLDER, SIZE = ("lib", "-m32") if JAVA_HOME == JAVA32_HOME else ("lib64", "-m64")
 SECRET = "p4ssw0rd-of-bob"
 
 
@@ -32,7 +34,7 @@ class Case(unittest.TestCase):
         self.home = folder.name
 
     def environment(self, **more):
-        clean = {"HOME": self.home, "PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8", "JAVA32_HOME": JAVA32_HOME,
+        clean = {"HOME": self.home, "PATH": "/usr/bin:/bin", "LC_ALL": "C.UTF-8", "JAVA32_HOME": JAVA_HOME,
                  "LD_LIBRARY_PATH": os.environ["TMQKCI_I386_LIBS"], **more}
         return {name: value for name, value in clean.items() if value is not None}
 
@@ -277,47 +279,46 @@ class Doctor(Case):
         status, out, _ = self.tmqkci("doctor", "--login", "-u", "bob", TMQKCI_PASSWORD=SECRET)
         self.assertEqual((status, "Error 4051" in out, SECRET in out), (3, True, False), out)
 
-    def test_flavours_and_a_64_bit_java(self):
-        for arguments, named, failing in [(["--java", JAVA64_HOME], JAVA32_HOME, "Java"),
-                                          (["--rpc"], JAVA32_HOME, "client library libkcirpc67.so")]:
-            status, possible, found = self.doctor(*arguments, JAVA32_HOME=named)
-            self.assertEqual((status, possible, [name for name in found if found[name][0] == "failure"]),
-                             (3, False, [failing, "initialization"]), found)
+    def test_the_other_flavour(self):
+        status, possible, found = self.doctor("--rpc")
+        self.assertEqual((status, possible, [name for name in found if found[name][0] == "failure"]),
+                         (3, False, ["client library libkcirpc67.so", "initialization"]), found)
 
     def test_permissions_near_misses_and_lacking_libraries(self):
         # What root may do in spite of permissions is taken away.
         bounded = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
         lacking = self.write("lacking.c", "int absent(void); int KciGetRtlTable(void) { return absent(); }")
         absent = self.write("absent.c", "int absent(void) { return 0; }")
-        build = f"gcc -m32 -shared -fPIC {absent} -Wl,-soname,libfoo2.so.3 -o $K/absent.so && " \
-                f"gcc -m32 -shared -fPIC {lacking} $K/absent.so -o $K/lib/libkcilnk67.so"
+        build = f"gcc {SIZE} -shared -fPIC {absent} -Wl,-soname,libfoo2.so.3 -o $K/absent.so && " \
+                f"gcc {SIZE} -shared -fPIC {lacking} $K/absent.so -o $K/lib/libkcilnk67.so"
         for change, expected in [
             ("chmod 0 $K/lib/libkcilnk67.so", "FAIL  client library.* may not be read by .*chmod a\\+r"),
             ("chmod 0 $K/lib", "FAIL  KESTRUNE.* may not be searched by .*chmod a\\+x.*\n      so: client library.*\n"
                                "      so: initialization"),
             ("chmod -x $K/bin/gstack", "warn  stack printer.* may not be run by"),
             ("mv $K/lib/libkcilnk67.so $K/lib/libkcilnk70.so", "none that could be opened\n.*set KCIRTL_VERSION=70"),
-            (build, "-> install libfoo2-3 .*libfoo2-3:i386"),
+            (build, "-> install libfoo2-3" + (" .*libfoo2-3:i386" if FOLDER == "lib" else "")),
         ]:
             with self.subTest(change):
                 copy = f"rm -rf $K && mkdir -p $K/lib && cp -r $I/bin $I/sys $K && cp $I/lib/*.so $K/lib && {change}"
-                self.succeed("sh", "-c", copy, K=self.home + "/k", I=INSTALLATION)
+                self.succeed("sh", "-c", copy.replace("/lib", "/" + FOLDER), K=self.home + "/k", I=INSTALLATION)
                 out = self.run_program(*bounded, INSTALLATION + "/bin/tmqkci", "doctor", KESTRUNE=self.home + "/k")[1]
                 self.run_program("chmod", "-R", "u+rwX", self.home + "/k")
                 self.assertEqual((bool(re.search(expected, out, re.S)), out.count("FAIL") < 2), (True, True), out)
 
     def test_unfit_client_libraries(self):
-        os.makedirs(self.home + "/k/lib")
-        library = self.home + "/k/lib/libkcilnk67.so"
+        os.makedirs(f"{self.home}/k/{FOLDER}")
+        library = f"{self.home}/k/{FOLDER}/libkcilnk67.so"
         source = self.write("a.c", "int KciGetRtlTable(void) { return 0; }")
-        bare = ["gcc", "-shared", "-fPIC", "-nostdlib", "-o", library, source]
+        bare = ["gcc", SIZE, "-shared", "-fPIC", "-nostdlib", "-o", library, source]
         for command, expected in [
-            (["cp", "/usr/bin/true", library], "64-bit (x86-64)"),
+            (["cp", INSTALLATION + ("/lib64" if FOLDER == "lib" else "/lib") + "/libkcilnk67.so", library],
+             "libkcilnk67.so: " + ("64-bit (x86-64)" if FOLDER == "lib" else "32-bit (i386)")),
             (["cp", source, library], "not an ELF file"),
-            (["dd", "if=" + INSTALLATION + "/lib/libkcilnk67.so", "of=" + library, "bs=3000", "count=1"], "damaged"),
-            (bare + ["-m32", "-DKciGetRtlTable=other"], "does not export KciGetRtlTable"),
-            (bare + ["-m32", "-z", "execstack"], "asks for an executable stack"),
-            (bare + ["-m32"], "initialization"),
+            (["dd", f"if={INSTALLATION}/{FOLDER}/libkcilnk67.so", "of=" + library, "bs=3000", "count=1"], "damaged"),
+            (bare + ["-DKciGetRtlTable=other"], "does not export KciGetRtlTable"),
+            (bare + ["-z", "execstack"], "asks for an executable stack"),
+            (bare, "initialization"),
             (["rm", library], "there is none that could be opened"),
         ]:
             with self.subTest(expected):
@@ -337,27 +338,36 @@ class Launcher(Case):
         os.makedirs(broken + "/bin")
         shutil.copy(JAVA32_HOME + "/bin/java", broken + "/bin")  # without what it needs
         self.write("old/release", 'JAVA_VERSION="11.0.2"\n')
-        for environment, arguments, expected in [
-            ({"JAVA32_HOME": None}, [], (3, "apt-get install openjdk-17-jre-headless:i386")),
-            ({"JAVA32_HOME": JAVA64_HOME}, [], (3, "not a 32-bit")),
-            ({"JAVA32_HOME": "/nowhere"}, [], (3, "no Java in /nowhere")),
-            ({"JAVA32_HOME": "/nowhere"}, ["--java", "/elsewhere"], (2, "no Java in /elsewhere")),
-            ({"JAVA32_HOME": "/nowhere"}, ["--java", JAVA32_HOME], (0, "")),
-            ({}, ["--java", ""], (2, "--java needs the folder")), ({}, ["--java="], (2, "--java needs the folder")),
-            ({"JAVA32_HOME": old}, [], (3, "of version 11, not 17 or later")),
-            ({"JAVA32_HOME": None, "JAVA_HOME": old}, [], (3, "apt-get install openjdk-17-jre-headless:i386")),
-            ({"JAVA32_HOME": None, "JAVA_HOME": JAVA32_HOME}, [], (0, "")),
-            ({"JAVA32_HOME": None, "JAVA_HOME": broken}, [], (3, "passing over " + broken)),
-            ({"JAVA32_HOME": None, "JAVA_HOME": broken, "PATH": JAVA32_HOME + "/bin:/usr/bin"}, [], (0, "passing over")),
-            ({"JAVA32_HOME": "/nowhere"}, ["--help"], (0, "")), ({"JAVA32_HOME": broken}, ["--version"], (0, "")),
-            ({"JAVA32_HOME": broken}, ["doctor"], (3, "")),
+        for folder in "lib", "lib64":
+            os.makedirs(f"{self.home}/{folder}-only/bin")
+            shutil.copy(INSTALLATION + "/bin/tmqkci", f"{self.home}/{folder}-only/bin")
+            for part in folder, "share":
+                os.symlink(f"{INSTALLATION}/{part}", f"{self.home}/{folder}-only/{part}")
+        for installation, environment, arguments, expected in [
+            ("lib-only", {"JAVA32_HOME": None}, [], (3, "apt-get install openjdk-17-jre-headless:i386")),
+            ("lib-only", {"JAVA32_HOME": JAVA64_HOME}, [], (3, "not a 32-bit (i386) one")),
+            ("lib64-only", {"JAVA32_HOME": JAVA32_HOME}, [], (3, "not a 64-bit (x86-64) one")),
+            ("", {"JAVA32_HOME": None}, [], (0, "")), ("", {"JAVA32_HOME": JAVA64_HOME}, [], (0, "")),
+            ("", {"JAVA32_HOME": "/nowhere"}, [], (3, "no Java in /nowhere")),
+            ("", {"JAVA32_HOME": "/nowhere"}, ["--java", "/elsewhere"], (2, "no Java in /elsewhere")),
+            ("", {"JAVA32_HOME": "/nowhere"}, ["--java", JAVA32_HOME], (0, "")),
+            ("", {}, ["--java", ""], (2, "--java needs the folder")), ("", {}, ["--java="], (2, "--java needs the folder")),
+            ("", {"JAVA32_HOME": old}, [], (3, "of version 11, not 17 or later")),
+            ("lib-only", {"JAVA32_HOME": None, "JAVA_HOME": old}, [], (3, "openjdk-17-jre-headless:i386")),
+            ("lib-only", {"JAVA32_HOME": None, "JAVA_HOME": JAVA32_HOME}, [], (0, "")),
+            ("lib-only", {"JAVA32_HOME": None, "JAVA_HOME": broken}, [], (3, "passing over " + broken)),
+            ("", {"JAVA32_HOME": None, "JAVA_HOME": broken}, [], (0, "passing over " + broken)),
+            ("", {"JAVA32_HOME": None, "JAVA_HOME": broken, "PATH": JAVA32_HOME + "/bin:/usr/bin"}, [], (0, "passing over")),
+            ("", {"JAVA32_HOME": "/nowhere"}, ["--help"], (0, "")), ("", {"JAVA32_HOME": broken}, ["--version"], (0, "")),
+            ("", {"JAVA32_HOME": broken}, ["doctor"], (3, "")),
         ]:
             if expected[0] == 3 and environment["JAVA32_HOME"] is None and glob.glob("/usr/lib/jvm/*i386*"):
                 continue  # this machine has one in a known place
-            with self.subTest(environment):
+            with self.subTest([installation, environment]):
+                launcher = (self.home + "/" + installation if installation else INSTALLATION) + "/bin/tmqkci"
                 expression = [] if {"--help", "--version", "doctor"} & {*arguments} else ["-e", "1"]
-                status, _, err = self.tmqkci(*arguments, *expression, **environment)
-                self.assertEqual(status, expected[0], err)
+                status, _, err = self.run_program(launcher, *arguments, *expression, **environment)
+                self.assertEqual((status, err if expected == (0, "") else ""), (expected[0], ""), err)
                 self.assertIn(expected[1], err)
 
     def test_by_a_link_and_read_only(self):
@@ -388,11 +398,12 @@ class BundledLibrary(Case):
     def setUp(self):
         super().setUp()
         self.jar = shutil.copy(INSTALLATION + "/lib/tmqkci.jar", self.home)
-        os.makedirs(self.home + "/META-INF/native/linux-i386")
-        shutil.copy(INSTALLATION + "/lib/libtmqkci313.so", self.home + "/META-INF/native/linux-i386")
+        native = self.home + "/META-INF/native/linux-" + ("i386" if FOLDER == "lib" else "amd64")
+        os.makedirs(native)
+        shutil.copy(f"{INSTALLATION}/{FOLDER}/libtmqkci313.so", native)
         subprocess.run(["jar", "--update", "--file", self.jar, "META-INF"], check=True, cwd=self.home)
         subprocess.run(["javac", "-cp", self.jar, self.write("Where.java", self.PROGRAM)], check=True)
-        self.command = [JAVA32_HOME + "/bin/java", "-XX:+UseSerialGC",
+        self.command = [JAVA_HOME + "/bin/java", "-XX:+UseSerialGC",
                         "-Djava.io.tmpdir=" + self.home, "-cp", self.jar + ":" + self.home, "Where"]
         self.cache = self.home + "/.cache/tmqkci"
 
@@ -401,7 +412,7 @@ class BundledLibrary(Case):
 
     def test_as_a_module(self):
         self.assertIn("libtmqkci313.so module com.kestrune.tmqkci", self.succeed(
-            JAVA32_HOME + "/bin/java", "--module-path", self.jar, "--add-modules", "com.kestrune.tmqkci", "-cp", self.home,
+            JAVA_HOME + "/bin/java", "--module-path", self.jar, "--add-modules", "com.kestrune.tmqkci", "-cp", self.home,
             "Where"))
 
     def test_unpacked_once_by_several_at_once(self):
@@ -473,41 +484,42 @@ class BundledLibrary(Case):
 class Consumers(Case):
     def test_cmake_package_in_c17(self):
         command = ["cmake", "-G", "Ninja", "-S", HERE + "/consumer-c", "-B", self.home, "-DCMAKE_PREFIX_PATH=" + INSTALLATION]
-        status, out, err = self.run_program(*command)
-        self.assertTrue(status != 0 and "configure with -m32" in out + err, out + err)
-        os.remove(self.home + "/CMakeCache.txt")
-        self.succeed(*command, "-DCMAKE_C_FLAGS=-m32")
-        self.succeed("cmake", "--build", self.home)
-        self.assertRegex(self.run_program(self.home + "/consumer")[1], r"^1 .*open\(nowhere\)")
+        for size in "-m32", "-m64":
+            self.succeed(*command, "--fresh", "-DCMAKE_C_FLAGS=" + size)
+            self.succeed("cmake", "--build", self.home)
+            self.assertRegex(self.run_program(self.home + "/consumer")[1], r"^1 .*open\(nowhere\)")
 
     def test_pkg_config_in_cxx20(self):
-        flags = self.succeed("pkg-config", "--cflags", "--libs", "tmqkci",
-                             PKG_CONFIG_PATH=INSTALLATION + "/lib/pkgconfig").split()
-        program = self.home + "/consumer"
-        self.succeed("g++", "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-o", program,
-                     HERE + "/consumer-cpp/main.cpp", *flags, "-Wl,-rpath," + INSTALLATION + "/lib")
-        self.assertEqual(self.run_program(program, KESTRUNE=INSTALLATION)[1], "[no.such.symbol 42]\n")
+        for folder in "/lib", "/lib64":
+            flags = self.succeed("pkg-config", "--cflags", "--libs", "tmqkci",
+                                 PKG_CONFIG_PATH=INSTALLATION + folder + "/pkgconfig").split()
+            program = self.home + "/consumer"
+            self.succeed("g++", "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-o", program,
+                         HERE + "/consumer-cpp/main.cpp", *flags, "-Wl,-rpath," + INSTALLATION + folder)
+            self.assertEqual(self.run_program(program, KESTRUNE=INSTALLATION)[1], "[no.such.symbol 42]\n")
 
 
 class DebianPackage(Case):
     def test_contents_and_use(self):
         packages = self.home + "/packages"
-        self.succeed("sh", "-c", f"umask 077; exec cpack -G DEB -B {packages} --config {BUILD}/CPackConfig.cmake",
-                     LD_LIBRARY_PATH=None)
-        package = glob.glob(packages + "/tmqkci_*_i386.deb")[0]
-        complaints = self.run_program("lintian", package, *glob.glob(packages + "/tmqkci-dbgsym_*.deb"))[1]
-        self.assertNotRegex(complaints, "(?m)^[EW]: ")
-        root = self.home + "/root"
-        self.succeed("dpkg-deb", "-x", package, root)
-        declared = re.fullmatch(r"libc6 \(>= 2\.([0-9]+)\)\n", self.succeed("dpkg-deb", "-f", package, "Depends"))[1]
-        documents = pathlib.Path(root + "/usr/share/doc/tmqkci")
-        self.assertIn(f"from glibc 2.{declared} on", (documents / "installation.md").read_text("utf-8"))
-        binaries = [path for path in pathlib.Path(root).rglob("*")
-                    if path.is_file() and path.read_bytes().startswith(b"\x7fELF")]
-        self.assertLessEqual({"libtmqkci313.so", "libkcilnk67.so", "gstack", "errmsgc"}, {path.name for path in binaries})
-        for path in binaries:
-            needed = re.findall(r" (\S+@GLIBC_2\.([0-9]+))", self.succeed("readelf", "-W", "--dyn-syms", str(path)))
-            self.assertGreater(len(needed), 10, path)
-            self.assertEqual([symbol for symbol, minor in needed if int(minor) > int(declared)], [], path)
-        self.assertEqual(self.succeed(root + "/usr/bin/tmqkci", "-e", "'hello' size"), "5\n")
-        self.succeed(root + "/usr/bin/tmqkci", "doctor")
+        for architecture, java, kind in ("i386", JAVA32_HOME, 1), ("amd64", JAVA64_HOME, 2):
+            self.succeed("sh", "-c", f"umask 077; exec cpack -G DEB -B {packages} --config {BUILD}/CPackConfig.cmake "
+                         f"-D TMQKCI_ARCHITECTURE={architecture}", LD_LIBRARY_PATH=None)
+            package = glob.glob(f"{packages}/tmqkci_*_{architecture}.deb")[0]
+            complaints = self.run_program("lintian", package, *glob.glob(f"{packages}/tmqkci-dbgsym_*_{architecture}.deb"))[1]
+            self.assertNotRegex(complaints, "(?m)^[EW]: ")
+            root = f"{self.home}/{architecture}"
+            self.succeed("dpkg-deb", "-x", package, root)
+            declared = re.fullmatch(r"libc6 \(>= 2\.([0-9]+)\)\n", self.succeed("dpkg-deb", "-f", package, "Depends"))[1]
+            documents = pathlib.Path(root + "/usr/share/doc/tmqkci")
+            self.assertIn(f"from glibc 2.{declared} on", (documents / "installation.md").read_text("utf-8"))
+            binaries = [path for path in pathlib.Path(root).rglob("*")
+                        if path.is_file() and path.read_bytes().startswith(b"\x7fELF")]
+            self.assertLessEqual({"libtmqkci313.so", "libkcilnk67.so", "gstack", "errmsgc"},
+                                 {path.name for path in binaries if path.read_bytes()[4] == kind})
+            for path in binaries:
+                needed = re.findall(r" (\S+@GLIBC_2\.([0-9]+))", self.succeed("readelf", "-W", "--dyn-syms", str(path)))
+                self.assertGreater(len(needed), 10, path)
+                self.assertEqual([symbol for symbol, minor in needed if int(minor) > int(declared)], [], path)
+            self.assertEqual(self.succeed(root + "/usr/bin/tmqkci", "--java", java, "-e", "'hello' size"), "5\n")
+            self.succeed(root + "/usr/bin/tmqkci", "--java", java, "doctor")

@@ -85,6 +85,26 @@ final class ElfFile {
         }
     }
 
+    /** The running program; null if it cannot be read. */
+    static ElfFile ofThisProcess() {
+        try {
+            return of(Path.of("/proc/self/exe"));
+        } catch (IOException unreadable) {
+            return null;
+        }
+    }
+
+    /** Whether there is a bridge for such a machine. */
+    boolean isServed() {
+        return bits == 32 && machine == MACHINE_386 || bits == 64 && machine == MACHINE_X86_64;
+    }
+
+    /** The folder of an installation that holds libraries for this Java. */
+    static String libraryFolder() {
+        ElfFile own = ofThisProcess();
+        return own != null && own.bits == 64 ? "lib64" : "lib";
+    }
+
     String kind() {
         String name = machine == MACHINE_386 ? "i386" : machine == MACHINE_X86_64 ? "x86-64" : "machine " + machine;
         return bits + "-bit (" + name + ")";

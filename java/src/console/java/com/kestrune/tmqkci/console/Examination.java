@@ -66,14 +66,14 @@ final class Examination {
         boolean fits = false;
         try {
             ElfFile self = ElfFile.of(Path.of("/proc/self/exe"));
-            fits = self.bits == 32 && self.machine == ElfFile.MACHINE_386;
+            fits = self.isServed();
             kind = ", " + self.kind() + ",";
             text += ", " + self.kind();
         } catch (IOException unreadable) {
             text += ", of unknown kind: " + unreadable.getMessage();
         }
         Finding java = fits ? Finding.ok("Java", text) : Finding.failure("Java", text,
-                "use a 32-bit (i386) Java 17 or later: --java HOME or JAVA32_HOME names it");
+                "use a 64-bit (x86-64) or 32-bit (i386) Java 17 or later: --java HOME names it");
         findings.add(java);
         findings.add(Finding.note("way", "the client library in this process" + kind + " with "
                 + (linked ? "sessions inside it" : "session processes (--rpc)")));
@@ -88,7 +88,7 @@ final class Examination {
         }
         try {
             installation = Path.of(named);
-            Access lib = Access.toExecute(installation.resolve("lib"));
+            Access lib = Access.toExecute(installation.resolve(ElfFile.libraryFolder()));
             if (!Files.isDirectory(installation) && !Access.toExecute(installation).exists()) {
                 findings.add(Finding.failure(INSTALLATION, "there is no " + named, remedy));
             } else if (lib.refusal() != null) {
@@ -96,7 +96,8 @@ final class Examination {
             } else if (!Files.isDirectory(installation)) {
                 findings.add(Finding.failure(INSTALLATION, named + " is no folder", remedy));
             } else if (!lib.exists()) {
-                findings.add(Finding.failure(INSTALLATION, "there is no folder lib in " + named, remedy));
+                findings.add(Finding.failure(INSTALLATION, "there is no folder " + ElfFile.libraryFolder() + " in "
+                        + named, remedy));
             }
         } catch (InvalidPathException unnameable) {
             findings.add(Finding.failure(INSTALLATION, "the folder's name does not exist in the locale's encoding",

@@ -14,7 +14,7 @@ import java.util.Set;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
-/** Where the dynamic linker finds 32-bit libraries, as far as that can be told without running it. */
+/** Where the dynamic linker finds libraries, as far as that can be told without running it. */
 final class Libraries {
     /**
      * What is missing.
@@ -30,7 +30,8 @@ final class Libraries {
             "libc6", "libpthread.so.0", "libc6", "librt.so.1", "libc6", "libz.so.1", "zlib1g", "libgcc_s.so.1",
             "libgcc-s1");
     private static final List<String> SYSTEM_FOLDERS = List.of("/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu",
-            "/lib32", "/usr/lib32", "/lib", "/usr/lib", "/usr/local/lib");
+            "/lib32", "/usr/lib32", "/lib/x86_64-linux-gnu", "/usr/lib/x86_64-linux-gnu", "/lib64", "/usr/lib64", "/lib",
+            "/usr/lib", "/usr/local/lib");
     private static final String VERSION_PREFIX = "GLIBC_";
 
     private Libraries() {
@@ -86,36 +87,39 @@ final class Libraries {
         for (String name : library.needed) {
             Path file = find(name, library);
             if (file == null) {
-                lacking.add(new Lacking("the library " + name, installing(name)));
+                lacking.add(new Lacking("the library " + name, installing(name, library)));
                 continue;
             }
             try {
                 offered.addAll(ElfFile.of(file).versionsDefined);
             } catch (IOException vanished) {
-                lacking.add(new Lacking("the library " + name, installing(name)));
+                lacking.add(new Lacking("the library " + name, installing(name, library)));
             }
         }
         if (lacking.isEmpty()) {
             library.versionsNeeded.stream().filter(version -> version.startsWith(VERSION_PREFIX))
                     .filter(version -> !offered.contains(version)).max(byVersion())
                     .ifPresent(version -> lacking.add(new Lacking("a C library with " + version,
-                            "the system is older than the library was made for: " + installing("libc.so.6"))));
+                            "the system is older than the library was made for: " + installing("libc.so.6", library))));
         }
         return lacking;
     }
 
-    private static String installing(String name) {
+    private static String installing(String name, ElfFile library) {
         // A library's package has the name and the version of its file, with a hyphen between two digits.
         Matcher parts = Pattern.compile("(lib.+?)\\.so\\.([0-9.]+)").matcher(name);
         String named = !parts.matches() ? null : parts.group(1).replace('_', '-').toLowerCase(Locale.ROOT)
                 + (Character.isDigit(parts.group(1).charAt(parts.group(1).length() - 1)) ? "-" : "") + parts.group(2);
         String wanted = PACKAGES.getOrDefault(name, named);
-        return (wanted == null ? "install the package that holds " + name : "install " + wanted + " (Debian, on amd64: "
-                + "dpkg --add-architecture i386 && apt-get update && apt-get install " + wanted + ":i386)")
-                + ", or add the folder of a 32-bit " + name + " to LD_LIBRARY_PATH";
+        String how = wanted == null ? "install the package that holds " + name : "install " + wanted;
+        if (wanted != null && library.bits == 32) {
+            how += " (Debian, on amd64: dpkg --add-architecture i386 && apt-get update && apt-get install " + wanted
+                    + ":i386)";
+        }
+        return how + ", or add the folder of a " + library.bits + "-bit " + name + " to LD_LIBRARY_PATH";
     }
 
-    /** The version of the 32-bit C library, as "2.36"; null if there is none. */
+    /** The version of the C library for such a file, as "2.36"; null if there is none. */
     static String cLibraryVersion(ElfFile wanted) {
         Path file = find("libc.so.6", wanted);
         try {

@@ -38,7 +38,7 @@ final class LibraryFiles {
             places.add(Path.of(property));
         }
         if (installation != null) {
-            places.add(installation.resolve("lib").resolve(TmqKciLibrary.FILE_NAME));
+            places.add(installation.resolve(ElfFile.libraryFolder()).resolve(TmqKciLibrary.FILE_NAME));
         }
         for (String folder : System.getProperty("java.library.path", "").split(File.pathSeparator)) {
             places.add(Path.of(folder, TmqKciLibrary.FILE_NAME));
@@ -53,7 +53,7 @@ final class LibraryFiles {
         String name = "lib" + base + flavour + orDefault(System.getenv(VERSION), "67") + ".so";
         Set<Path> places = new LinkedHashSet<>();
         if (installation != null) {
-            places.add(installation.resolve("lib").resolve(name));
+            places.add(installation.resolve(ElfFile.libraryFolder()).resolve(name));
         }
         Libraries.folders().forEach(folder -> places.add(folder.resolve(name)));
         String near = nearMiss(base, flavour);
@@ -67,7 +67,7 @@ final class LibraryFiles {
         Pattern similar = Pattern.compile("lib(\\w*?)(lnk|rpc)([0-9]+)\\.so");
         List<String> found = new ArrayList<>();
         if (installation != null) {
-            try (DirectoryStream<Path> files = Files.newDirectoryStream(installation.resolve("lib"), "lib*.so")) {
+            try (DirectoryStream<Path> files = Files.newDirectoryStream(installation.resolve(ElfFile.libraryFolder()), "lib*.so")) {
                 for (Path file : files) {
                     Matcher parts = similar.matcher(file.getFileName().toString());
                     if (parts.matches()) {
@@ -132,8 +132,9 @@ final class LibraryFiles {
             return Finding.failure(subject, file + ": " + unfit.getMessage(), "install it anew");
         }
         String text = file + ": " + elf.kind();
-        if (elf.bits != 32 || elf.machine != ElfFile.MACHINE_386) {
-            return Finding.failure(subject, text, "a 32-bit (i386) library is needed");
+        ElfFile own = ElfFile.ofThisProcess();
+        if (own != null && own.isServed() && (elf.bits != own.bits || elf.machine != own.machine)) {
+            return Finding.failure(subject, text, "a " + own.kind() + " library is needed, as Java is one");
         }
         List<Libraries.Lacking> lacking = Libraries.lacking(elf);
         if (!lacking.isEmpty()) {

@@ -34,7 +34,7 @@ import picocli.CommandLine.UnmatchedArgumentException;
         footer = {"", "Exit status: 0 success, 1 an error of the server, 2 wrong usage, 3 no connection, "
             + "4 results that could not be written, 5 an error of this program.",
             "KESTRUNE names the database installation; without it, the local store inside this program is used.",
-            "JAVA32_HOME, or the option --java HOME before all others, names the 32-bit Java."})
+            "The option --java HOME before all others, or JAVA32_HOME, names the Java to be used."})
 final class Tmqkci implements Callable<Integer> {
     static final int SUCCESS = 0;
     static final int SERVER_ERROR = 1;

@@ -60,6 +60,7 @@ final class Trial {
     private static List<String> command(Path crashReport, boolean linked) {
         List<String> command = new ArrayList<>(List.of(System.getProperty("java.home") + "/bin/java",
                 "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-XX:-CreateCoredumpOnCrash",
+                "--enable-native-access=ALL-UNNAMED",
                 "-XX:ErrorFile=" + crashReport, "-Dfile.encoding=UTF-8", "-cp", System.getProperty("java.class.path")));
         for (String property : List.of(TmqKciLibrary.PROPERTY, "java.library.path")) {
             if (System.getProperty(property) != null) {
