@@ -24,6 +24,10 @@ final class OtherCopy {
 
     /** Loads the file unless another one of this name is in the process. */
     static void loadUnlessThereIsOne(File file) {
+        if (isForAnotherMachine(file)) {
+            // The virtual machine would warn of its stack before it refuses it.
+            throw new UnsatisfiedLinkError(file + ": it is for another kind of machine");
+        }
         // Class loaders have nothing in common but the classes of the virtual machine.
         synchronized (Runtime.class) {
             String other = besides(file);
@@ -31,6 +35,15 @@ final class OtherCopy {
                 throw new UnsatisfiedLinkError(file + ": another copy of the bridge, " + other + ", was " + SAME_FILE);
             }
             System.load(file.getPath());
+        }
+    }
+
+    private static boolean isForAnotherMachine(File file) {
+        try {
+            ElfHeader header = ElfHeader.of(file);
+            return header != null && !header.equals(ElfHeader.ofThisProcess());
+        } catch (IOException unreadable) {
+            return false;
         }
     }
 

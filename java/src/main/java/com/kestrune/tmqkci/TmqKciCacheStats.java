@@ -2,7 +2,7 @@ package com.kestrune.tmqkci;
 
 /**
  * The statistics of one process attached to a shared object cache, as filled by
- * {@link TmqKciInterface#_KCSIgetStats}. The 32-bit bridge has no cache statistics and leaves every field alone.
+ * {@link TmqKciInterface#_KCSIgetStats}. The bridge has no cache statistics and leaves every field alone.
  */
 public class TmqKciCacheStats {
     /** The kind of process whose statistics these are. */

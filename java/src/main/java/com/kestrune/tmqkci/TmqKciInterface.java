@@ -307,7 +307,7 @@ public final class TmqKciInterface {
     public static native int _changedOops(int sessionId, long[] oops, int numOops, TmqKciException errReport);
 
     /**
-     * Would prepare the cache statistics; a 32-bit bridge has none.
+     * Would prepare the cache statistics; the bridge has none.
      *
      * @param errReport receives the error
      * @return {@link #FAILED}
@@ -315,7 +315,7 @@ public final class TmqKciInterface {
     public static native int _KCSIinitialize(TmqKciException errReport);
 
     /**
-     * Would answer the names of the cache statistics; a 32-bit bridge has none.
+     * Would answer the names of the cache statistics; the bridge has none.
      *
      * @param statNamesTable an array of names for each kind of process
      * @param errReport receives the error
@@ -324,7 +324,7 @@ public final class TmqKciInterface {
     public static native int _KCSIstatNames(Object[] statNamesTable, TmqKciException errReport);
 
     /**
-     * Would attach to a shared cache; a 32-bit bridge cannot.
+     * Would attach to a shared cache; the bridge cannot.
      *
      * @param monitorName the name of the cache's monitor
      * @param errReport receives the error
@@ -333,7 +333,7 @@ public final class TmqKciInterface {
     public static native int _KCSIattach(String monitorName, TmqKciException errReport);
 
     /**
-     * Would detach from the shared cache; a 32-bit bridge cannot.
+     * Would detach from the shared cache; the bridge cannot.
      *
      * @param errReport receives the error
      * @return {@link #FAILED}
@@ -341,7 +341,7 @@ public final class TmqKciInterface {
     public static native int _KCSIdetach(TmqKciException errReport);
 
     /**
-     * Would sample the statistics of processes; a 32-bit bridge cannot.
+     * Would sample the statistics of processes; the bridge cannot.
      *
      * @param processIds the processes
      * @param errReport receives the error
@@ -350,7 +350,7 @@ public final class TmqKciInterface {
     public static native int _KCSIsampleStats(long[] processIds, TmqKciException errReport);
 
     /**
-     * Would answer the sampled statistics of a process; a 32-bit bridge cannot.
+     * Would answer the sampled statistics of a process; the bridge cannot.
      *
      * @param pid the process
      * @param stats receives the statistics
