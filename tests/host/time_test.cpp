@@ -23,8 +23,6 @@
 
 namespace {
 int (*pollInstead)() = nullptr;
-int pollCount = 0;
-int64_t secondsInstead = 0; // of the wall clock
 } // namespace
 
 // Stands in for the C library's: poll on no descriptors never fails by itself except with EINTR.
@@ -35,6 +33,11 @@ extern "C" int poll(pollfd* descriptors, nfds_t count, int milliseconds) {
 }
 
 #if defined(__i386__)
+namespace {
+int pollCount = 0;
+int64_t secondsInstead = 0; // of the wall clock
+} // namespace
+
 // The C library's clock_gettime with seconds of 64 bits.
 struct WideTime {
     int64_t seconds;

@@ -16,7 +16,8 @@ import java.util.List;
  * {@code lib} for a 32-bit virtual machine, {@code lib64} for a 64-bit one;
  * <li>{@value #FILE_NAME} in the folders of {@code java.library.path};
  * <li>when neither the property nor {@code KESTRUNE} is set, the fitting copy in the jar, which is unpacked into the
- * user's cache, {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its content.
+ * user's cache, {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its
+ * content.
  * What others could write to, or exchange, is refused there. When the cache cannot be used, or nothing may be executed
  * there, the copy goes into a temporary folder, which is removed at once.
  * </ol>
