@@ -1,14 +1,13 @@
 #include "dynlib.h"
 
-#include <dlfcn.h>
+#include "kcirtl/libraryfile.h"
 
 #include <cfenv>
 #include <cstdio>
-#include <cstring>
+#include <dlfcn.h>
 
 namespace {
 
-constexpr size_t nameSize = 2048;
 constexpr char noReason[] = "(no error info returned)";
 
 // A library's initializers run inside dlopen and may change rounding, precision or exception masks; the Java virtual
@@ -27,21 +26,11 @@ private:
 } // namespace
 
 BoolType DynLibLoad(const char* name, DynLibType* resultPtr, char* err, ArraySizeType errSize) {
-    const char* slash = strrchr(name, '/');
-    const char* baseName = slash != nullptr ? slash + 1 : name;
-    bool fits = true;
-    char withExtension[nameSize];
-    if (strchr(baseName, '.') == nullptr) {
-        const int length = snprintf(withExtension, sizeof withExtension, "%s.so", name);
-        fits = length >= 0 && static_cast<size_t>(length) < sizeof withExtension;
-        if (fits) {
-            name = withExtension;
-        }
-    }
-
     DynLibType handle = nullptr;
     const char* reason = "the file name is too long";
-    if (fits) {
+    char buffer[libraryFileNameSize];
+    if (const char* const file = libraryFileName(name, buffer)) {
+        name = file;
         const FloatingPointKeeper keeper;
         handle = dlopen(name, RTLD_LAZY | RTLD_GLOBAL | RTLD_DEEPBIND);
         if (handle == nullptr) {

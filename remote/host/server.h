@@ -1,0 +1,89 @@
+// The host side: takes requests from the block, calls the client library, and answers.
+//
+// One thread serves, so that the client library sees one thread's calls; another makes the calls that break one off.
+#pragma once
+
+#include "channel/block.h"
+#include "host/ahead.h"
+#include "host/oopset.h"
+
+namespace remote {
+
+class Server {
+public:
+    Server(const KciRtlJumpSType& clientTable, Block& sharedBlock) : table(clientTable), block(sharedBlock) {}
+    ~Server();
+
+    // Serves until the near side is gone: TRUE; or has sent what is no request: FALSE.
+    bool serve();
+    // Waits for breaks and makes them; to be run in a thread of its own. Returns when the near side is gone.
+    void serveBreaks();
+
+    // Takes one request, as it lies in the block. FALSE when it is none.
+    bool answerRequest();
+    // What can wait until the answer is out.
+    void afterAnswer();
+
+    // Whether the client library was initialized and not shut down.
+    [[nodiscard]] bool inUse() const { return initialized; }
+
+private:
+    // A piece of the block that an answer is written to.
+    struct Piece {
+        ByteType* at;
+        ByteType* end;
+    };
+    // The identifiers that a session was asked to save, or made, and has not released.
+    struct Exported {
+        Exported* next;
+        KciSessionIdType session;
+        OopSet oops;
+    };
+
+    using Execute = bool (Server::*)(const ByteType* request, size_t size, Piece& piece);
+    static const Execute executes[entryCount];
+    template <EntryId id>
+    bool execute(const ByteType* request, size_t size, Piece& piece);
+    template <EntryId id, class Result>
+    void follow(const ReceivedCall<RowOf<id>>& call, Result result, bool failed);
+
+    // Makes what the near side will ask next, as far as it is known, and appends the answers.
+    void lookAhead(Piece& piece);
+    bool makeAhead(const NextCall& call, Piece& piece);
+    bool saveElements(Piece& piece);
+    bool noteMade(uint32_t step, OopType saved);
+    void settleAhead(uint32_t used);
+    void exported(OopType oop);
+    OopSet* setOf(KciSessionIdType id);
+    OopSet* exportedSet();
+
+    const KciRtlJumpSType& table;
+    Block& block;
+    uint32_t sequence = 0;
+    Spinning spinning;
+    bool initialized = false;
+    ByteType* request = nullptr; // a private copy
+    size_t requestRoom = 0;
+
+    Sequence ahead;
+    bool makingAhead = false;
+    // What was made ahead with the last answer: the step, and what a save saved.
+    struct Made {
+        uint32_t step;
+        OopType saved;
+    };
+    Made* madeAhead = nullptr;
+    size_t madeRoom = 0;
+    size_t madeCount = 0;
+    // Those that were asked for and are still to be noted as exported.
+    Made* asked = nullptr;
+    size_t askedRoom = 0;
+    size_t askedCount = 0;
+    KciSessionIdType askedBy = 0;
+    bool arrayInBlock = false; // the answer that is being made holds the elements
+
+    KciSessionIdType session = 0;
+    Exported* exports = nullptr;
+};
+
+} // namespace remote
