@@ -1,10 +1,13 @@
 #include "bridge/harness.h"
 
+#include "kcirtl.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <dlfcn.h>
 #include <optional>
+#include <regex>
 #include <sstream>
 
 extern int TmqKciInitialized;
@@ -16,6 +19,8 @@ char handle; // stands for the opened client library
 bool watching = false;
 
 } // namespace
+
+extern "C" const KciRtlJumpSType* remoteGetRtlTable();
 
 // The linker puts these before the C library's functions of the names behind __wrap_.
 extern "C" {
@@ -37,7 +42,12 @@ void* __wrap_dlopen(const char* name, int) {
     return theHost.loadable ? &handle : nullptr;
 }
 void* __wrap_dlsym(void*, const char* name) {
-    return name == std::string("KciGetRtlTable") ? reinterpret_cast<void*>(&KciGetRtlTable) : nullptr;
+#ifdef HOSTED
+    const auto table = &remoteGetRtlTable;
+#else
+    const auto table = &KciGetRtlTable;
+#endif
+    return name == std::string("KciGetRtlTable") ? reinterpret_cast<void*>(table) : nullptr;
 }
 char* __wrap_dlerror() {
     static char text[] = "not there";
@@ -69,6 +79,11 @@ std::string escape(const std::u16string& text) {
     for (char16_t unit : text)
         out += unit >= ' ' && unit < 127 ? std::string(1, char(unit)) : "\\" + std::to_string(unit);
     return out;
+}
+
+// A host asks KciErr after every call, its near side for nothing.
+std::string withoutErrorQuestions(std::string calls) {
+    return hosted ? std::regex_replace(calls, std::regex("(^| )KciErr(?= |$)"), "") : calls;
 }
 
 } // namespace
@@ -182,6 +197,12 @@ jint Bridge::initialize(const Arguments& given, const std::function<void()>& scr
 
 jint Bridge::call(const std::function<jint()>& native, const std::function<void()>& script) {
     jni().beginCall();
+    if (hosted && rtlPrivKciRtlFuncs) {
+        // Nothing is left from the call before, and the next one's session is another.
+        while (rtlPrivKciRtlFuncs->KciErr(nullptr)) {
+        }
+        rtlPrivKciRtlFuncs->KciSetSessionId(1'000'000);
+    }
     client().reset();
     host() = Host();
     pendingAllowed.clear();
@@ -220,8 +241,9 @@ void Bridge::expectError(const KciErrSType& expected) {
 
 void Bridge::run(const Story& story, int level, int failing) {
     SCOPED_TRACE(story.steps + " at trace level " + std::to_string(level) + ", failing " + std::to_string(failing));
-    std::string calls, lines;
+    std::string calls, lines, called;
     jint ends = 0;
+    bool refused = false;
     std::optional<KciErrSType> record;
     std::function<void()> fault = [] {};
     std::map<std::string, unsigned> met;
@@ -232,15 +254,23 @@ void Bridge::run(const Story& story, int level, int failing) {
         if (step.starts_with("KciErr") && step.find('(') == std::string::npos) {
             calls += " KciErr";
             const unsigned nth = ++met["KciErr"];
+            const std::string asked = std::exchange(called, "");
+            if (at == failing && hosted && asked.empty())
+                return; // an error that no call left
             if (at == failing) {
                 record = scriptError(), ends = -1;
                 lines += clientFailure(*record, isdigit(rest[0]) ? std::stoi(rest) : 7);
                 lines += rest == "again" ? returning(-1) : "";
-                fault = [=] { client().fail("KciErr", scriptError(), nth), jni().loansExpected = rest == "loan"; };
+                fault = [=, nthCall = met[asked]] {
+                    client().fail(hosted ? asked : "KciErr", scriptError(), hosted ? nthCall : nth);
+                    jni().loansExpected = rest == "loan";
+                };
                 break;
             }
         } else if (step.starts_with("Kci") && step.find('(') != std::string::npos) {
             calls += " " + step;
+            called = step.substr(0, step.find('('));
+            ++met[called];
         } else if (step.starts_with("lend ")) {
             const unsigned nth = ++met[rest];
             if (at == failing) {
@@ -255,7 +285,7 @@ void Bridge::run(const Story& story, int level, int failing) {
         } else if (step.starts_with("-> ")) {
             ends = std::stoi(rest);
         } else if (step.starts_with("! ") || step.starts_with("~ ")) {
-            record = genericRecord(rest), ends = -1;
+            record = genericRecord(rest), ends = -1, refused = true;
             lines += step[0] == '!' ? genericFailure(rest) : debug("    GENERIC ERROR: " + rest) + errorRecord(*record);
         } else {
             lines += step[0] == '"' ? step.substr(1) : step.starts_with("[ INFO ] ") ? step + "\n" : debug(step);
@@ -267,8 +297,13 @@ void Bridge::run(const Story& story, int level, int failing) {
         fault();
     });
     EXPECT_EQ(status, ends);
-    EXPECT_EQ(client().calls, calls.empty() ? "" : calls.substr(1));
-    EXPECT_EQ(host().mallocs, 0u);
+    const std::string expectedCalls = withoutErrorQuestions(calls.empty() ? "" : calls.substr(1));
+    std::string actualCalls = withoutErrorQuestions(client().calls);
+    // What Java or the bridge refuses, a host could not know when it asked ahead.
+    if (hosted && (ends == -2 || refused))
+        actualCalls.resize(std::min(actualCalls.size(), expectedCalls.size()));
+    EXPECT_EQ(actualCalls, expectedCalls);
+    EXPECT_TRUE(hosted || host().mallocs == 0);
     expectTrace(lines, level);
     if (record)
         expectError(*record);

@@ -49,6 +49,14 @@ NATIVE(KCSIgetStats, jlong, jobject, jthrowable);
 
 namespace bridge {
 
+// Whether the scripted client library is behind a host (tests/remote). Then it sees the same calls, KciErr aside; it
+// may see more before Java refuses something, which a host could not know.
+#ifdef HOSTED
+constexpr bool hosted = true;
+#else
+constexpr bool hosted = false;
+#endif
+
 using scripted::clientError;
 using scripted::jni;
 using scripted::Object;

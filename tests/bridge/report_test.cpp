@@ -57,9 +57,11 @@ TEST_F(Describe, IdentifiersThatAreValues) {
     odd.check();
 
     // An error that is pending after the decoding of an integer keeps the value out of the report.
-    const Story pending = setup(7, "", "objType=3 oop=7", [] { client().fail("KciErr", scriptError(), 2); });
-    EXPECT_EQ(call(pending.native, pending.script), -1);
-    pending.check();
+    if (!hosted) {
+        const Story pending = setup(7, "", "objType=3 oop=7", [] { client().fail("KciErr", scriptError(), 2); });
+        EXPECT_EQ(call(pending.native, pending.script), -1);
+        pending.check();
+    }
 }
 
 TEST_F(Describe, ServerObjects) {
