@@ -65,13 +65,17 @@ void Block::close() {
     if (bytes != nullptr) {
         munmap(bytes, size);
     }
+    closeDescriptor();
+    controlWords = nullptr;
+    bytes = nullptr;
+    size = 0;
+}
+
+void Block::closeDescriptor() {
     if (file >= 0) {
         ::close(file);
     }
     file = -1;
-    controlWords = nullptr;
-    bytes = nullptr;
-    size = 0;
 }
 
 // The control words stay where they are: other threads look at them.

@@ -61,6 +61,8 @@ public:
     // Maps the block behind a descriptor, which it takes over. 0, or errno; EINVAL for what cannot be such a block.
     int open(int descriptor);
     void close();
+    // Keeps what is mapped.
+    void closeDescriptor();
 
     // Makes the body at least `size` bytes long, for the side that owns it. 0, or errno; the block is as it was then.
     int grow(size_t size);

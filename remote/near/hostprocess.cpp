@@ -193,7 +193,9 @@ bool HostProcess::spawn(int wordSize, const char* file, Problem& problem) {
         posix_spawnattr_setsigmask(&attributes, &signals);
         sigfillset(&signals);
         posix_spawnattr_setsigdefault(&attributes, &signals);
-        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+        // Out of the terminal's reach: an interrupt from there is for the application to deal with.
+        posix_spawnattr_setpgroup(&attributes, 0);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
         const char* const arguments[] = {program.text, file, nullptr};
         error = posix_spawn(&pid, program.text, &actions, &attributes, const_cast<char* const*>(arguments), environ);
         posix_spawnattr_destroy(&attributes);
@@ -406,12 +408,17 @@ void HostProcess::stop() {
     closeAll();
 }
 
-void HostProcess::closeAll() {
+void HostProcess::closeDescriptors() {
     closeAndForget(socket);
     closeAndForget(output);
     closeAndForget(pidDescriptor);
-    shared.close();
+    shared.closeDescriptor();
     pid = -1;
+}
+
+void HostProcess::closeAll() {
+    closeDescriptors();
+    shared.close();
 }
 
 void HostProcess::forgetInFork() {

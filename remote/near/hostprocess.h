@@ -37,6 +37,8 @@ public:
     void join();
     // The same, and gives up all that it had.
     void stop();
+    // Gives up all but the memory, which a thread in a call may still look at.
+    void closeDescriptors();
 
     [[nodiscard]] bool running() const { return watching; }
     // How the process ended: a signal or a status and the last lines of its output; valid after join().

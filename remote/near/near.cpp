@@ -99,6 +99,7 @@ void Near::leave() {
         leaving = true;
         host.hangUp(false);
         host.join();
+        host.closeDescriptors();
     }
 }
 

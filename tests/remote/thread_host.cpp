@@ -74,6 +74,8 @@ void HostProcess::stop() {
     shared.close();
 }
 
+void HostProcess::closeDescriptors() {}
+
 void HostProcess::forgetInFork() {}
 
 } // namespace remote
