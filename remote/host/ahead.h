@@ -75,7 +75,7 @@ private:
     bool nextElement(NextCall& call);
 
     Stage stage = Stage::none;
-    uint32_t expected = 0;
+    uint32_t expected = 1U << info; // which cannot be made before it was seen
     OopType object = KCI_OOP_NONE;
     KciObjInfoSType description{};
     OopType firstParts[3]{}; // the body's first identifiers

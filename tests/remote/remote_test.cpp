@@ -1,0 +1,288 @@
+// The near side and a host over the scripted client library: exchanges, arrays of every size, answers ahead.
+#include "channel/block.h"
+#include "host/server.h"
+#include "kciremote.h"
+#include "near/near.h"
+#include "support/scripted_client.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <regex>
+#include <string>
+#include <vector>
+
+extern "C" const KciRtlJumpSType* remoteGetRtlTable();
+
+namespace {
+
+using scripted::clientError;
+
+scripted::Client& client() {
+    return *scriptedClient();
+}
+
+class Remote : public testing::Test {
+protected:
+    void SetUp() override {
+        table = remoteGetRtlTable();
+        table->KciInit();
+        client().results["KciGetSessionId"] = {7};
+        table->KciLogin("user", "password");
+        ASSERT_EQ(table->KciGetSessionId(), 7);
+    }
+
+    // The client library's calls since, without KciErr; and how many exchanges they took.
+    std::string calls() {
+        const std::string all = std::regex_replace(client().calls, std::regex("(^| )KciErr(?= |$)"), "");
+        client().calls.clear();
+        return all;
+    }
+    uint64_t exchanges() { return KciRemoteExchanges() - std::exchange(exchangesBefore, KciRemoteExchanges()); }
+
+    std::string error() {
+        KciErrSType record{};
+        return table->KciErr(&record) ? record.message : "";
+    }
+
+    // What the bridge asks for a description; its error, if any.
+    std::string describe(OopType oop) {
+        table->KciSaveObjs(&oop, 1);
+        if (const std::string text = error(); !text.empty())
+            return text;
+        ByteType body[64];
+        ArraySizeType fetched = 0;
+        KciObjInfoSType info{};
+        if (!table->KciFetchObjInfo(oop, 1, 64, &info, body, &fetched))
+            return error();
+        EXPECT_EQ(fetched, client().bytes.size());
+        EXPECT_EQ(std::memcmp(body, client().bytes.data(), fetched), 0);
+        table->KciFetchNamedOop(info.objClass, 12);
+        table->KciErr(nullptr);
+        if (table->KciIsKindOf(oop, KCI_CLASS_STRING_KIND))
+            table->KciIsKindOf(oop, KCI_CLASS_DB_STRING);
+        return error();
+    }
+    std::string setup(OopType oop) {
+        table->KciSetSessionId(7);
+        return describe(oop);
+    }
+    std::string fetch(OopType object, ArraySizeType count, ArraySizeType saved) {
+        table->KciSetSessionId(7);
+        std::vector<OopType> oops(count);
+        const KciLong fetched = table->KciFetchVaryingOops(object, 1, oops.data(), count);
+        EXPECT_EQ(oops, std::vector(client().oops.begin(), client().oops.begin() + fetched));
+        for (ArraySizeType i = 0; i < std::min<ArraySizeType>(saved, fetched); i++) {
+            if (!(oops[i] & 2))
+                table->KciSaveObjs(&oops[i], 1);
+            if (const std::string text = error(); !text.empty())
+                return text;
+        }
+        return "";
+    }
+    void aString() {
+        client().info.objClass = 500;
+        client().info.objImpl = KCI_IMPL_BYTE;
+        client().bytes = {'a', 'b', 'c'};
+        client().results["KciIsKindOf"] = {1};
+    }
+
+    const KciRtlJumpSType* table;
+    uint64_t exchangesBefore = 0;
+};
+
+const std::string DESCRIBED = "KciSaveObjs([300]) KciFetchObjInfo(300, 1, 64) KciFetchNamedOop(500, 12) "
+                              "KciIsKindOf(300, 1257) KciIsKindOf(300, 1553)";
+
+TEST_F(Remote, DescribesInOneExchangeOnceItHasSeenHow) {
+    aString();
+    calls(), exchanges();
+    for (const uint64_t expected : {5u, 1u, 1u}) {
+        EXPECT_EQ(setup(300), "");
+        EXPECT_EQ(exchanges(), expected);
+        EXPECT_EQ(calls(), DESCRIBED);
+    }
+    // With a result to describe; a poll without one asks for nothing more.
+    client().results["KciNbEnd"] = {KCI_RESULT_NOT_READY, KCI_RESULT_READY};
+    client().results["KciNbEnd result"] = {300};
+    for (const uint64_t expected : {2u, 1u}) {
+        client().results["KciNbEnd"] = {KCI_RESULT_NOT_READY, KCI_RESULT_READY};
+        void* cell = nullptr;
+        table->KciSetSessionId(7);
+        EXPECT_EQ(table->KciNbEnd(&cell), KCI_RESULT_NOT_READY);
+        EXPECT_EQ(exchanges(), 1u);
+        table->KciSetSessionId(7);
+        EXPECT_EQ(table->KciNbEnd(&cell), KCI_RESULT_READY);
+        ASSERT_NE(cell, nullptr);
+        EXPECT_EQ(describe(*static_cast<OopType*>(cell)), "");
+        EXPECT_EQ(exchanges(), expected);
+        EXPECT_EQ(calls(), "KciNbEnd() KciNbEnd() " + DESCRIBED);
+    }
+    // An error at each step of what is asked ahead, and the one after is as ever.
+    for (const char* step : {"KciSaveObjs", "KciFetchObjInfo", "KciIsKindOf"}) {
+        client().fail(step, clientError(2101, step));
+        if (step == std::string("KciFetchObjInfo"))
+            client().results[step] = {0, 1};
+        EXPECT_EQ(setup(300), step);
+        EXPECT_EQ(setup(300), "");
+        EXPECT_EQ(exchanges(), 2u) << step;
+    }
+    client().fail("KciFetchNamedOop", clientError(2101, "no history"));
+    EXPECT_EQ(setup(300), "") << "the bridge forgets this one";
+}
+
+TEST_F(Remote, SavesWhatItFetchesInOneExchange) {
+    for (OopType i = 0; i < 1000; i++)
+        client().oops.push_back(i % 10 == 0 ? i << 2 | 3 : 1000 + 4 * i);
+    std::string saves;
+    for (OopType oop : client().oops)
+        saves += oop & 2 ? "" : " KciSaveObjs([" + std::to_string(oop) + "])";
+    calls(), exchanges();
+    for (const uint64_t expected : {2u, 1u, 1u}) {
+        EXPECT_EQ(fetch(200, 1000, 1000), "");
+        EXPECT_EQ(exchanges(), expected);
+        EXPECT_EQ(calls(), "KciFetchVaryingOops(200, 1, 1000)" + saves);
+    }
+    client().fail("KciSaveObjs", clientError(2101, "the fifth"), 5);
+    EXPECT_EQ(fetch(200, 1000, 1000), "the fifth");
+    EXPECT_EQ(exchanges(), 1u);
+    client().fail("KciSaveObjs", clientError(2101, "the first"));
+    EXPECT_EQ(fetch(200, 1000, 1000), "the first");
+    EXPECT_EQ(exchanges(), 1u);
+    calls();
+
+    // What nobody asks for is released, unless the session holds it; and nobody asks for it ahead until it is seen.
+    client().oops = {8000, 8004, 8008, 1012};
+    EXPECT_EQ(fetch(200, 4, 2), "");
+    table->KciLongToOop(1);
+    EXPECT_EQ(calls(), "KciFetchVaryingOops(200, 1, 4) KciSaveObjs([8000]) KciSaveObjs([8004]) KciSaveObjs([8008]) "
+                       "KciSaveObjs([1012]) KciReleaseOops([8008], 1) KciLongToOop(1)");
+    EXPECT_EQ(fetch(200, 4, 0), "");
+    EXPECT_EQ(calls(), "KciFetchVaryingOops(200, 1, 4)");
+}
+
+TEST_F(Remote, CarriesArraysOfEverySize) {
+    const size_t block = remote::firstBodySize;
+    for (const size_t count : {size_t{0}, size_t{1}, size_t{3}, block - 16, block, 5 * block + 1}) {
+        std::vector<ByteType> sent(count);
+        for (size_t i = 0; i < count; i++)
+            sent[i] = ByteType('a' + i % 26);
+        calls();
+        table->KciStoreBytesInstanceOf(KCI_OOP_NIL, 300, 1, sent.data(), ArraySizeType(count));
+        const std::string text(sent.begin(), sent.end());
+        EXPECT_EQ(calls(), "KciStoreBytesInstanceOf(10, 300, 1, '" + text + "', " + std::to_string(count) + ")");
+
+        client().bytes = sent;
+        std::vector<ByteType> fetched(count + 1, '#');
+        EXPECT_EQ(table->KciFetchBytes(300, 1, fetched.data(), ArraySizeType(count)), KciLong(count));
+        EXPECT_EQ(fetched.back(), '#');
+        fetched.pop_back();
+        EXPECT_EQ(fetched, sent);
+
+        client().oops.assign(count / 4, 0x80000001);
+        EXPECT_EQ(fetch(200, ArraySizeType(count / 4), 0), "");
+        table->KciNbExecuteStr(text.c_str(), 10);
+        EXPECT_TRUE(calls().ends_with("KciNbExecuteStr('" + text + "', 10)"));
+    }
+    // A client library that claims more than it was asked for is passed on, what lies behind is not touched.
+    client().oops = {301, 302, 303};
+    client().results["KciFetchNamedOops"] = {9};
+    OopType two[] = {0, 0, 77};
+    EXPECT_EQ(table->KciFetchNamedOops(300, 1, two, 2), 9);
+    EXPECT_EQ(two[1], 302u);
+    EXPECT_EQ(two[2], 77u);
+    client().changed = {301};
+    client().results["KciDirtySaveObjs"] = {9};
+    ArraySizeType room = 2;
+    table->KciDirtySaveObjs(two, &room);
+    EXPECT_EQ(room, 9u);
+    EXPECT_EQ(two[2], 77u);
+
+    // More than any array has is refused here; nothing is asked.
+    calls();
+    table->KciReleaseOops(two, 0xC0000000);
+    EXPECT_EQ(error(), "an array cannot have 3221225472 elements");
+    EXPECT_EQ(calls(), "");
+}
+
+TEST_F(Remote, KeepsErrorsAndRecordsWhole) {
+    KciErrSType error = clientError(2101, std::string(400, 'm'), {1, 2, 3, 4, 5, 6, 7, 8, 9, 0xFFFFFFFF});
+    error.context = 0xFFFFFFF1;
+    client().fail("KciIsKindOf", error);
+    table->KciIsKindOf(300, 400);
+    KciErrSType seen{};
+    exchanges();
+    ASSERT_TRUE(table->KciErr(&seen));
+    EXPECT_EQ(std::memcmp(&seen, &error, sizeof seen), 0);
+    EXPECT_FALSE(table->KciErr(&seen));
+    // Kept for the session that was current.
+    client().fail("KciIsKindOf", error);
+    table->KciIsKindOf(300, 400);
+    table->KciSetSessionId(8);
+    EXPECT_FALSE(table->KciErr(&seen));
+    table->KciSetSessionId(7);
+    EXPECT_TRUE(table->KciErr(&seen));
+    EXPECT_EQ(exchanges(), 3u);
+
+    calls();
+    const KciDateTimeSType value = {2026, 325, 86'399'999, 10};
+    table->KciNewDateTime(1857, &value);
+    table->KciFltToOop(2.5);
+    table->KciSetNet("server", nullptr, "", "service");
+    table->KciContinueWith(300, 1, 0, nullptr);
+    EXPECT_EQ(calls(), "KciNewDateTime(1857, 2026, 325, 86399999, 10) KciFltToOop(2.5) "
+                       "KciSetNet('server', NULL, '', 'service') KciContinueWith(300, 1, 0, NULL)");
+    client().floatResult = 1e-300;
+    EXPECT_EQ(table->KciOopToFlt(300), 1e-300);
+    reinterpret_cast<void (*)()>(table->KciExecute)();
+    ASSERT_TRUE(table->KciErr(&seen));
+    EXPECT_STREQ(seen.message, "KciExecute is not served by the remote client library");
+    EXPECT_EQ(seen.number, 4101);
+}
+
+// A request that lies about itself is none, whatever it says.
+TEST_F(Remote, RefusesRequestsThatLie) {
+    using remote::EntryId;
+    remote::Block block;
+    ASSERT_EQ(block.create(), 0);
+    remote::Server server(*KciGetRtlTable(), block);
+    struct Request {
+        EntryId entry = EntryId::KciSaveObjs;
+        uint32_t size = 12, answerAt = 16, bodySize = remote::firstBodySize, length = 4, count = 1;
+    };
+    const auto answers = [&](const Request& request) {
+        const uint32_t words[] = {request.length, 300, request.count, request.count};
+        std::memcpy(block.body(), words, sizeof words);
+        remote::Control& control = block.control();
+        control.entry = uint32_t(request.entry);
+        control.requestSize = request.size;
+        control.answerAt = request.answerAt;
+        control.bodySize = request.bodySize;
+        return server.answerRequest();
+    };
+    EXPECT_TRUE(answers({}));
+    EXPECT_TRUE(answers({.length = UINT32_MAX, .count = 0}));
+    const Request lies[] = {
+        {.entry = EntryId::end},
+        {.entry = EntryId(UINT32_MAX)},
+        {.size = 11},
+        {.size = UINT32_MAX},
+        {.size = remote::firstBodySize},
+        {.answerAt = 8},
+        {.answerAt = 20},
+        {.answerAt = UINT32_MAX & ~15u},
+        {.answerAt = remote::firstBodySize},
+        {.bodySize = 16},
+        {.bodySize = remote::firstBodySize * 2},
+        {.bodySize = UINT32_MAX},
+        {.length = 0},
+        {.length = 8},
+        {.length = UINT32_MAX - 3},
+        {.count = 0x40000001},
+        {.entry = EntryId::KciFetchBytes, .size = 16, .count = remote::firstBodySize},
+    };
+    for (const Request& lie : lies)
+        EXPECT_FALSE(answers(lie)) << &lie - lies;
+}
+
+} // namespace
