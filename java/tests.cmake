@@ -8,16 +8,31 @@ tmqkci_jar("${test_jar}" test CLASSPATH "${product_jar}" ${junit_jars})
 # What the tests see as an installation: links to the libraries, and one with the scripted client library alone.
 set(test_installation "${CMAKE_CURRENT_BINARY_DIR}/kestrune")
 set(scripted_installation "${CMAKE_CURRENT_BINARY_DIR}/scripted")
+# The same with the stores exchanged: each library finds a store of the other word size.
+set(crossed_installation "${CMAKE_CURRENT_BINARY_DIR}/crossed")
+set(other_folder_of_32 lib64)
+set(other_folder_of_64 lib)
 set(links)
+foreach(installation "${test_installation}" "${crossed_installation}")
+  list(APPEND links COMMAND "${CMAKE_COMMAND}" -E make_directory "${installation}/lib" "${installation}/lib64"
+    "${installation}/bin")
+endforeach()
 set(libraries)
 foreach(size IN LISTS TMQKCI_WORD_SIZES)
   tmqkci_word_size(${size})
-  list(APPEND links COMMAND "${CMAKE_COMMAND}" -E make_directory "${test_installation}/${library_folder}")
-  foreach(library tmqkci313${suffix} kcilnk67${suffix})
-    list(APPEND links COMMAND "${CMAKE_COMMAND}" -E create_symlink "$<TARGET_FILE:${library}>"
-      "${test_installation}/${library_folder}/$<TARGET_FILE_NAME:${library}>")
-    list(APPEND libraries ${library})
+  set(host tmqkci-host${size})
+  foreach(installation "${test_installation}" "${crossed_installation}")
+    list(APPEND links COMMAND "${CMAKE_COMMAND}" -E create_symlink "$<TARGET_FILE:${host}>" "${installation}/bin/${host}")
+    foreach(library tmqkci313${suffix} kcirpc67${suffix})
+      list(APPEND links COMMAND "${CMAKE_COMMAND}" -E create_symlink "$<TARGET_FILE:${library}>"
+        "${installation}/${library_folder}/$<TARGET_FILE_NAME:${library}>")
+    endforeach()
   endforeach()
+  foreach(folder "${test_installation}/${library_folder}" "${crossed_installation}/${other_folder_of_${size}}")
+    list(APPEND links COMMAND "${CMAKE_COMMAND}" -E create_symlink "$<TARGET_FILE:kcilnk67${suffix}>"
+      "${folder}/libkcilnk67.so")
+  endforeach()
+  list(APPEND libraries tmqkci313${suffix} kcirpc67${suffix} kcilnk67${suffix} ${host})
   foreach(library scripted needs_absent needs_future)
     list(APPEND libraries java_test_${library}${suffix})
   endforeach()
@@ -39,10 +54,14 @@ function(java_test name)
   set_tests_properties("${name}" PROPERTIES TIMEOUT 120 ENVIRONMENT "KESTRUNE=${test_installation}")
 endfunction()
 
-# java_class(CLASS [option...]): a class of tests, run with the given options of the virtual machine.
+# java_class(CLASS [option...] [NAME name]): a class of tests, run with the given options of the virtual machine.
 function(java_class class)
-  java_test(${class} "${PROJECT_SOURCE_DIR}/scripts/run-java-tests" "${java}" "${CMAKE_CURRENT_BINARY_DIR}"
-    "com.kestrune.tmqkci.${class}" ${ARGN})
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" NAME "")
+  if(NOT arg_NAME)
+    set(arg_NAME ${class})
+  endif()
+  java_test(${arg_NAME} "${PROJECT_SOURCE_DIR}/scripts/run-java-tests" "${java}" "${CMAKE_CURRENT_BINARY_DIR}"
+    "com.kestrune.tmqkci.${class}" ${arg_UNPARSED_ARGUMENTS})
 endfunction()
 
 foreach(configuration IN LISTS java_configurations)
@@ -64,6 +83,14 @@ foreach(configuration IN LISTS java_configurations)
   java_class(KciMessagesTest -Xcheck:jni)
   set_property(TEST Java.KciMessagesTest.${configuration} Java.SecondCopyTest.${configuration} APPEND PROPERTY ENVIRONMENT
     "KESTRUNE_LANG=${PROJECT_BINARY_DIR}/messages/english67.err")
+  # The same over stores in host processes.
+  foreach(class NativeMethodsTest KciSessionTest)
+    foreach(host own other)
+      java_class(${class} NAME ${class}.${host}Host)
+    endforeach()
+    set_property(TEST Java.${class}.ownHost.${configuration} APPEND PROPERTY ENVIRONMENT KCIRTL_HOST=1)
+    set_property(TEST Java.${class}.otherHost.${configuration} PROPERTY ENVIRONMENT "KESTRUNE=${crossed_installation}")
+  endforeach()
   java_test(Examples src/test/run-snippets "${JAVAC}" "${java}" "${product_jar}" ${documents})
   java_test(Demo src/test/run-demo "${java}" "${product_jar}:${demo_jar}")
 endforeach()

@@ -29,7 +29,8 @@ protected:
     void TearDown() override { fs::remove_all(folder); }
 
     static void clear() {
-        for (const char* name : {"KESTRUNE", "KCIRTL_BASELIBNAME", "KCIRTL_VERSION", "CLIENT_LIBRARY_LEVELS"})
+        for (const char* name :
+             {"KESTRUNE", "KCIRTL_BASELIBNAME", "KCIRTL_VERSION", "KCIRTL_HOST", "CLIENT_LIBRARY_LEVELS"})
             unsetenv(name);
         setenv("CLIENT_LIBRARY_LOG", "", 1);
     }
@@ -232,6 +233,61 @@ TEST_F(KciRtl, KeepsTheFloatingPointEnvironment) {
         fesetround(FE_TONEAREST);
         KciRtlUnload();
     }
+}
+
+// What is built for the other word size, or wanted apart, is opened by a host process.
+TEST_F(KciRtl, OpensInAHost) {
+    const bool is64 = sizeof(void*) == 8;
+    const std::string own = is64 ? "/lib64/" : "/lib/", client = folder + "/lib/libkcilnk67.so";
+    const auto copy = [&](const std::string& from, const std::string& to) {
+        fs::create_directories(fs::path(to).parent_path());
+        fs::copy_file(from, to, fs::copy_options::overwrite_existing);
+    };
+    const auto opensHosted = [&](BoolType useRpc, const char* path) {
+        EXPECT_TRUE(load(useRpc, path)) << error;
+        EXPECT_EQ(loadedFrom(), folder + own + "libkcirpc67.so");
+        EXPECT_EQ(output + log(), "") << "nothing is opened here";
+        KciRtlUnload();
+        EXPECT_EQ(log(), "");
+    };
+    setenv("KESTRUNE", folder.c_str(), 1);
+    copy(OTHER_CLIENT_LIBRARIES "scripted.so", client);
+    EXPECT_FALSE(load(FALSE, nullptr));
+    EXPECT_EQ(attempts, (std::vector<std::string>{client, "libkcilnk67.so"}));
+    EXPECT_TRUE(std::string(error).ends_with("is missing: install tmqkci again.\n")) << error;
+    setenv("KCIRTL_HOST", "1", 1);
+    EXPECT_FALSE(load(FALSE, nullptr));
+    EXPECT_STREQ(error,
+                 "KCIRTL_HOST is 1, and libkcirpc67.so is not beside the bridge's library; install tmqkci again.");
+    unsetenv("KCIRTL_HOST");
+
+    copy(REMOTE "/lib" + std::string(is64 ? "64" : "") + "/libkcirpc67.so", folder + own + "libkcirpc67.so");
+    EXPECT_FALSE(load(FALSE, nullptr));
+    EXPECT_TRUE(std::string(error).ends_with(" is missing; install tmqkci again")) << error;
+    for (const char* host : {"/bin/tmqkci-host32", "/bin/tmqkci-host64"})
+        copy(REMOTE + std::string(host), folder + host);
+    opensHosted(FALSE, nullptr);
+    setenv("CLIENT_LIBRARY_LEVELS", "311 0", 1);
+    EXPECT_FALSE(load(FALSE, nullptr));
+    EXPECT_STREQ(error, "Attempted to load old KCI library 'libkcilnk67'.\n");
+
+    // One of this word size stays in the process; on request it does not, wherever it is found.
+    unsetenv("CLIENT_LIBRARY_LEVELS");
+    install("elsewhere/libkcilnk67.so");
+    const std::string elsewhere = folder + "/elsewhere";
+    EXPECT_TRUE(load(FALSE, elsewhere.c_str()));
+    EXPECT_EQ(loadedFrom(), elsewhere + "/libkcilnk67.so");
+    KciRtlUnload();
+    clear();
+    setenv("KESTRUNE", folder.c_str(), 1);
+    setenv("KCIRTL_HOST", "1", 1);
+    opensHosted(FALSE, elsewhere.c_str());
+    fs::remove(client);
+    EXPECT_FALSE(load(FALSE, nullptr));
+    EXPECT_TRUE(std::string(error).starts_with("dlopen(libkcilnk67.so) failed because ")) << error;
+    // Found by its own name, the remote client library opens the linked one beside it.
+    install(own.substr(1) + "libkcilnk67.so");
+    opensHosted(TRUE, nullptr);
 }
 
 // As far as the loader does not call for it.
