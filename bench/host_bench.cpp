@@ -12,7 +12,7 @@
 
 #include <absl/base/internal/spinlock.h>
 
-#include "host/hostexpand.h"
+#include "host/names/hostexpand.h"
 #include "hostatomic.h"
 #include "hostenv.h"
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string>
 
-#include "err/errentry.h"
+#include "err/messages/errentry.h"
 #include "quiet.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "err/errformat.h"
+#include "err/messages/errformat.h"
 #include "quiet.h"
 
 namespace {

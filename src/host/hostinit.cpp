@@ -6,8 +6,8 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include "host/fatalreport.h"
-#include "host/faultstate.h"
+#include "host/faults/faultstate.h"
+#include "host/report/fatalreport.h"
 #include "hostunix.h"
 
 namespace {

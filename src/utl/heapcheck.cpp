@@ -1,6 +1,6 @@
 #include "utl/heapcheck.h"
 
-#include "host/guarantee.h"
+#include "host/base/guarantee.h"
 #include "utl/heapledger.h"
 #include "utl/heapstate.h"
 #include "utl/prefetch.h"

@@ -7,9 +7,9 @@
 #include <cstring>
 #include <sys/mman.h>
 
-#include "host/guarantee.h"
-#include "host/hostfork.h"
-#include "host/mutexowner.h"
+#include "host/base/forklocks.h"
+#include "host/base/guarantee.h"
+#include "host/base/mutexowner.h"
 #include "hostdebug.h"
 #include "utl/heapcheck.h"
 #include "utl/heapchunk.h"

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "err/catalogue.h"
-#include "err/errentry.h"
+#include "err/messages/errentry.h"
 #include "support/child.h"
 
 namespace {

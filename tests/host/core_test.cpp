@@ -12,11 +12,11 @@
 #include <ucontext.h>
 #include <unistd.h>
 
-#include "host/fatalreport.h"
-#include "host/faulthandler.h"
-#include "host/faultstate.h"
+#include "host/base/guarantee.h"
+#include "host/faults/faulthandler.h"
+#include "host/faults/faultstate.h"
 #include "host/faulttools.h"
-#include "host/guarantee.h"
+#include "host/report/fatalreport.h"
 #include "hostdebug.h"
 #include "hostsignal.h"
 #include "hosttime.h"

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "host/expect.h"
-#include "host/hostexpand.h"
+#include "host/names/hostexpand.h"
 
 namespace {
 namespace fs = std::filesystem;

@@ -16,7 +16,7 @@
 #include <vector>
 
 #include "host/faulttools.h"
-#include "host/unixiosignal.h"
+#include "host/signals/unixiosignal.h"
 #include "hostdebug.h"
 #include "hostsignal.h"
 #include "hosttime.h"

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "errmsg.h"
-#include "host/debugchild.h"
 #include "host/processes.h"
+#include "host/processes/hostdofork.h"
 #include "hostfault.h"
 #include "hostsignal.h"
 #include "utlheap.h"

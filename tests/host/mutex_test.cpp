@@ -5,8 +5,8 @@
 #include <thread>
 #include <unistd.h>
 
+#include "host/base/forklocks.h"
 #include "host/expect.h"
-#include "host/hostfork.h"
 
 namespace {
 #ifndef __SANITIZE_THREAD__ // which reports the misuse itself, on the same stream and in the exit status

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "host/expect.h"
-#include "host/hostlocaltime.h"
+#include "host/time/hostlocaltime.h"
 #include "hostunix.h"
 #include "utlhost.h"
 

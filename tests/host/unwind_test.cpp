@@ -4,9 +4,9 @@
 #include <csignal>
 #include <sys/mman.h>
 
-#include "err/errcatalogue.h"
+#include "err/messages/errcatalogue.h"
+#include "host/base/forklocks.h"
 #include "host/expect.h"
-#include "host/hostfork.h"
 #include "hostfault.h"
 #include "unwindframes.h"
 #include "utlhost.h"

@@ -11,7 +11,7 @@
 
 #include "errmsg.h"
 #include "hash.h"
-#include "host/filestatus.h"
+#include "host/names/filestatus.h"
 #include "hostdebug.h"
 #include "utlheap.h"
 

@@ -13,7 +13,7 @@
 #include <unordered_map>
 
 #include "hash.h"
-#include "host/filestatus.h"
+#include "host/names/filestatus.h"
 
 namespace errmsgc {
 namespace {

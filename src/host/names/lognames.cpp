@@ -1,0 +1,175 @@
+#include "utlhost.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <unistd.h>
+
+#include "host/faults/faulthandler.h"
+#include "host/names/lognames.h"
+#include "host/signals/handlerscope.h"
+#include "hostunix.h"
+
+namespace {
+using std::string_view;
+
+string_view lastComponent(string_view name) {
+    name.remove_prefix(name.rfind('/') + 1);
+    return name;
+}
+
+// Text in the caller's buffer that either fits as a whole or counts as failed.
+class BoundedText {
+public:
+    BoundedText(char* buffer, unsigned size) : buffer_(buffer), size_(size) { clear(); }
+
+    void clear() {
+        length_ = 0;
+        if (size_ > 0)
+            buffer_[0] = '\0';
+    }
+
+    bool append(string_view text) {
+        if (text.size() >= size_ - length_)
+            return false;
+        memcpy(buffer_ + length_, text.data(), text.size());
+        length_ += text.size();
+        buffer_[length_] = '\0';
+        return true;
+    }
+
+private:
+    char* buffer_;
+    size_t size_;
+    size_t length_ = 0;
+};
+
+// Appends what the letter after a "%" stands for.
+bool appendLogNameValue(char letter, const LogNameValues& values, BoundedText& text) {
+    HostFnameStrType own;
+    switch (letter) {
+    case 'N':
+        return text.append(lastComponent(values.program != nullptr ? values.program : program_invocation_name));
+    case 'P':
+        snprintf(own, sizeof own, "%d", getpid());
+        return text.append(own);
+    case 'M':
+        return HostGetHostname(own, sizeof own) && text.append(own);
+    case 'U':
+        if (values.user != nullptr) {
+            return text.append(values.user);
+        }
+        return values.looksUp && HostGetUserName(own, sizeof own) && text.append(own);
+    case 'H':
+        if (values.home != nullptr) {
+            return text.append(values.home);
+        }
+        return values.looksUp && HostGetHomeDir(values.user, own, sizeof own) && text.append(own);
+    case 'D': {
+        if (values.date != nullptr) {
+            return text.append(values.date);
+        }
+        const time_t now = time(nullptr);
+        tm local;
+        return localtime_r(&now, &local) != nullptr && strftime(own, sizeof own, "%Y-%m-%d", &local) != 0 &&
+               text.append(own);
+    }
+    case '%':
+        return text.append("%");
+    default:
+        return false;
+    }
+}
+
+// What a link leads to counts: one that leads nowhere, or a folder of that name, must not hide a file further on.
+bool leadsToFile(const char* path) {
+    HostFnameStrType target;
+    HostExpandFileName(path, target, sizeof target);
+    return HostFileType(target) == HOST_FILE_KIND_FILE;
+}
+
+bool appendLogName(string_view pattern, const LogNameValues& values, BoundedText& text) {
+    while (!pattern.empty()) {
+        const size_t plain = std::min(pattern.find('%'), pattern.size());
+        if (!text.append(pattern.substr(0, plain)))
+            return false;
+        pattern.remove_prefix(plain);
+        if (pattern.empty())
+            return true;
+        if (pattern.size() < 2 || !appendLogNameValue(pattern[1], values, text))
+            return false;
+        pattern.remove_prefix(2);
+    }
+    return true;
+}
+} // namespace
+
+void UtlExit(int code) {
+    if (HandlerScope::isActive()) {
+        hostLimitExit(code);
+    }
+    exit(code);
+}
+
+unsigned UtlGetPageSize() {
+    return static_cast<unsigned>(sysconf(_SC_PAGESIZE));
+}
+
+BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned size) {
+    const string_view file = lastComponent(name);
+    if (file.empty())
+        return FALSE;
+    HostFnameStrType program;
+    const ssize_t programLength = readlink("/proc/self/exe", program, sizeof program);
+    if (programLength <= 0 || programLength == sizeof program)
+        return FALSE;
+    const string_view programPath(program, static_cast<size_t>(programLength));
+    const string_view folder = programPath.substr(0, programPath.rfind('/') + 1);
+    const string_view extension = file.find('.') == string_view::npos ? ext : "";
+
+    for (const string_view place : {"", "../bin/", "../sys/"}) {
+        HostFnameStrType path;
+        BoundedText candidate(path, sizeof path);
+        if (!candidate.append(folder) || !candidate.append(place) || !candidate.append(file) ||
+            !candidate.append(extension) || !leadsToFile(path)) {
+            continue;
+        }
+        const size_t length = strlen(path);
+        if (length >= size)
+            return FALSE;
+        memcpy(dst, path, length + 1);
+        return TRUE;
+    }
+    return FALSE;
+}
+
+BoolType UtlExpandLogName(const char* pattern, const char* program, const char* user, const char* home, char* dst,
+                          unsigned size) {
+    return hostExpandLogName(pattern, {program, user, home, nullptr, true}, dst, size);
+}
+
+BoolType hostExpandLogName(const char* pattern, const LogNameValues& values, char* dst, unsigned size) {
+    BoundedText text(dst, size);
+    if (size != 0 && appendLogName(pattern, values, text)) {
+        return TRUE;
+    }
+    text.clear();
+    return FALSE;
+}
+
+const char* UtlCtime(time_t t, char* buf, unsigned size) {
+    tm local;
+    if (size != 0 && (localtime_r(&t, &local) == nullptr || strftime(buf, size, HostDateTimeFormat(), &local) == 0))
+        buf[0] = '\0';
+    return buf;
+}
+
+void UtlTimeStampMs_s(FILE* f, const char* text, int) {
+    time_t seconds = 0;
+    unsigned short milliseconds = 0;
+    HostFtime(&seconds, &milliseconds);
+    char date[256];
+    fprintf(f, "[%s.%03d] %s", UtlCtime(seconds, date, sizeof date), milliseconds, text);
+}
