@@ -8,11 +8,15 @@
 
 #include <sys/types.h>
 
-#include "hostfault.h"
 #include "kcitypes.h"
 
 typedef pid_t PidType;
 typedef void (*HostOnDebugHandlerType)(void);
+/* Callbacks that write back and release what a process must not lose; they may run in a signal handler. */
+typedef void HostFaultFuncType(void);
+typedef HostFaultFuncType rundownFuncType;
+/* Prints the stack of a language above C; runs in a signal handler. */
+typedef void PrintStackFuncType(void);
 
 TMQKCI_C_BEGIN
 
@@ -51,6 +55,9 @@ TMQKCI_API BoolType HostCoredump(BoolType explicitlyRequested);
  */
 TMQKCI_API void HostPrintCStack(PidType forPid);
 TMQKCI_API void HostPrintMyCStack(void);
+
+/* Sets the printer that runs after the C stacks were printed; NULL for none. */
+TMQKCI_API void HostSetSmalltalkPrintStackFunc(PrintStackFuncType* func);
 
 /* Wait for ever, for a debugger to attach; the first only when $KESTRUNE_CHILD_DEBUG is set. */
 TMQKCI_API void HostWaitForDebugger(void);

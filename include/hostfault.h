@@ -12,15 +12,11 @@
 #include <signal.h>
 #include <stddef.h>
 
+#include "hostdebug.h"
 #include "kcitypes.h"
 
 struct SysErrorSType; /* syserror.h */
 
-/* Callbacks that write back and release what a process must not lose; they may run in a signal handler. */
-typedef void HostFaultFuncType(void);
-typedef HostFaultFuncType rundownFuncType;
-/* Prints the stack of a language above C; runs in a signal handler. */
-typedef void PrintStackFuncType(void);
 typedef void (*HostSigExitHandlerType)(void);
 typedef void (*HostShrMemLostFType)(void);
 /* Told of an access to a guard page; TRUE when it was expected and the page is to be opened. Runs in the handler. */
@@ -83,9 +79,6 @@ TMQKCI_API BoolType HostBasicUnprotectPage(char* addr, size_t len);
 
 /* Records where shared memory is mapped and whom to tell of its loss. Faults are not checked against it. */
 TMQKCI_API void HostCheckShrMemOnFatalSignal(char* addr, HostShrMemLostFType func);
-
-/* Sets the printer that runs after the C stacks were printed; NULL for none. */
-TMQKCI_API void HostSetSmalltalkPrintStackFunc(PrintStackFuncType* func);
 
 TMQKCI_C_END
 

@@ -1,12 +1,13 @@
 /*
- * Files by name. Names pass through HostExpandFileName first, except where a comment says otherwise. Thread-safe; not
- * signal-safe.
+ * The expansion of file names, and files by name, whose names pass through HostExpandFileName first, except where a
+ * comment says otherwise. Thread-safe; not signal-safe.
  */
 #ifndef TMQKCI_HOSTFILE_H
 #define TMQKCI_HOSTFILE_H
 
 #include <stdio.h>
 
+#include "hostenv.h"
 #include "kcitypes.h"
 
 struct SysErrorSType; /* syserror.h */
@@ -22,6 +23,17 @@ typedef enum HostFileKindEType {
 } HostFileKindEType;
 
 TMQKCI_C_BEGIN
+
+/*
+ * Expands a file name into dst, of size bytes: "$NAME" or "$NAME/..." at its head is replaced by that environment
+ * variable, a relative name becomes absolute, "." and ".." are removed, symbolic links are followed (at most 4095), and
+ * a folder gets a "/" at its end. HostExpandFileName also takes the automounter's prefix off ($KS_AutoMountPrefix,
+ * /tmp_mnt by default). No step fails: what would not fit is left out, and dst always holds a terminated text unless
+ * size is 0. A src that lies in dst is not allowed. Thread-safe as long as nothing changes the environment or the
+ * working directory. errno is kept.
+ */
+TMQKCI_API void HostUnixExpandFileName(const char* src, char* dst, unsigned size);
+TMQKCI_API void HostExpandFileName(const char* src, char* dst, unsigned size);
 
 /*
  * The kind of the file that exactly this name (not expanded) has; a symbolic link is a link, wherever it leads.

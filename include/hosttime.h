@@ -1,10 +1,11 @@
 /*
- * Clocks, sleeps, the statistics line and the date format. Thread-safe. HostFtime, HostGetTimeOfDay and the sleeps
- * call only async-signal-safe functions unless poll fails unexpectedly.
+ * Clocks, sleeps, the statistics line, dates and time stamps as text. Thread-safe. HostFtime, HostGetTimeOfDay and the
+ * sleeps call only async-signal-safe functions unless poll fails unexpectedly.
  */
 #ifndef TMQKCI_HOSTTIME_H
 #define TMQKCI_HOSTTIME_H
 
+#include <stdio.h>
 #include <time.h>
 
 #include "kcitypes.h"
@@ -44,6 +45,18 @@ TMQKCI_API const char* HostDateTimeFormat(void);
 
 /* Seconds west of UTC at the given time, an hour less under daylight saving. */
 TMQKCI_API long HostTIMEZONE(time_t* timer);
+
+/*
+ * Writes the local time to the millisecond in brackets, a blank and then text to a stream, as one write under the
+ * stream's lock. flags is not used. The stream is not flushed.
+ */
+TMQKCI_API void UtlTimeStampMs_s(FILE* f, const char* text, int flags);
+
+/*
+ * The local date and time as text, in the format of HostDateTimeFormat, in buf of size bytes; returns buf. Empty when
+ * it does not fit. Thread-safe.
+ */
+TMQKCI_API const char* UtlCtime(time_t t, char* buf, unsigned size);
 
 TMQKCI_C_END
 

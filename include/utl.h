@@ -14,6 +14,12 @@ TMQKCI_C_BEGIN
 TMQKCI_API int UtlMemcmp(const void* a, const void* b, size_t n);
 
 /*
+ * Orders two byte strings as memcmp (ISO C) does over the shorter length; of equal beginnings the shorter is smaller.
+ * Returns -1, 0 or 1. Signal-safe.
+ */
+TMQKCI_API int HostStrCompare(const char* a, const char* b, size_t lengthA, size_t lengthB);
+
+/*
  * TRUE when transform holds each of the byte positions 0 to 3 once and shortTransform holds 0 and 1 once: the
  * descriptions of a byte order that a file's header may carry.
  */

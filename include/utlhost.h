@@ -1,24 +1,16 @@
 /*
- * Utilities that stand on the host services: process exit, page size, installed files, log names, time stamps.
+ * Utilities that stand on the host services: installed files and log names here, the end of the process in utlexit.h,
+ * the size of pages in utlpagesize.h, time stamps in hosttime.h.
  */
 #ifndef TMQKCI_UTLHOST_H
 #define TMQKCI_UTLHOST_H
 
-#include <stdio.h>
-#include <time.h>
-
+#include "hosttime.h"
 #include "kcitypes.h"
+#include "utlexit.h"
+#include "utlpagesize.h"
 
 TMQKCI_C_BEGIN
-
-/*
- * Ends the process as exit (ISO C) does. The library ends it in no other orderly way. In HostFaultHandler the exit
- * handlers have ten seconds: they may wait for what the signal interrupted.
- */
-TMQKCI_API void UtlExit(int code) __attribute__((noreturn));
-
-/* The size of a page of memory, in bytes. Thread- and signal-safe. */
-TMQKCI_API unsigned UtlGetPageSize(void);
 
 /*
  * Looks for an installed file: the last component of name, with ext (such as ".err") added when it has no extension, in
@@ -36,18 +28,6 @@ TMQKCI_API BoolType UtlFindExeFile(const char* name, const char* ext, char* dst,
  */
 TMQKCI_API BoolType UtlExpandLogName(const char* pattern, const char* program, const char* user, const char* home,
                                      char* dst, unsigned size);
-
-/*
- * Writes the local time to the millisecond in brackets, a blank and then text to a stream, as one write under the
- * stream's lock. flags is not used. The stream is not flushed.
- */
-TMQKCI_API void UtlTimeStampMs_s(FILE* f, const char* text, int flags);
-
-/*
- * The local date and time as text, in the format of HostDateTimeFormat, in buf of size bytes; returns buf. Empty when
- * it does not fit. Thread-safe.
- */
-TMQKCI_API const char* UtlCtime(time_t t, char* buf, unsigned size);
 
 TMQKCI_C_END
 

@@ -6,9 +6,15 @@
 #include <pthread.h>
 #include <unistd.h>
 
-#include "host/faults/faultstate.h"
-#include "host/report/fatalreport.h"
+#include "host/faults/hostsigexit.h"
+#include "host/names/hostexpand.h"
+#include "host/report/reportneeds.h"
+#include "host/report/reporttext.h"
+#include "host/time/hostclock.h"
 #include "hostunix.h"
+#include "unixerr.h"
+#include "utlexit.h"
+#include "vermsg.h"
 
 namespace {
 void initialiseOnce() {
@@ -25,7 +31,7 @@ void initialiseOnce() {
         hostInitCrash("pthread_sigmask");
     hostPrepareReport();
     hostClearExitModes();
-    hostClearFatalReportHandler();
+    HostInstallFatalReportHandler(nullptr);
 }
 } // namespace
 
@@ -33,4 +39,19 @@ void HostInit() {
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, initialiseOnce);
     noHalt = FALSE;
+}
+
+void hostInitCrash(const char* what) {
+    const int error = errno;
+    fflush(stdout);
+    fputs("\n\n", stderr);
+    VerLeadingEdge(stderr);
+    hostReportLine(stderr, "host.initfail", "s", what);
+    char text[256];
+    if (error != 0)
+        hostReportLine(stderr, "fault.errno", "ds", error, HostGetErrMsg(error, text, sizeof text));
+    hostReportLine(stderr, "fault.date", "s", hostReportTime(text, sizeof text));
+    VerEndEdge(stderr);
+    fflush(stderr);
+    UtlExit(3);
 }

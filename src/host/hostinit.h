@@ -1,6 +1,4 @@
-// What host initialisation records. Each is also obtained on first use, thread-safely and without HostInit's side
-// effects; HostInit records them anew.
 #pragma once
 
-void hostStartClocks();
-void hostReadAutoMountPrefix();
+// Ends the process, with status 3, because host initialisation failed; errno tells why, unless it is 0.
+[[noreturn]] void hostInitCrash(const char* what);

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <emmintrin.h>
 
-#include "hostdebug.h"
+#include "host/base/upwardcalls.h"
 #include "utl/prefetch.h"
 #include "utlheap.h"
 

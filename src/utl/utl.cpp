@@ -1,9 +1,15 @@
 #include "utl.h"
 
 #include <cstring>
+#include <string_view>
 
 int UtlMemcmp(const void* a, const void* b, size_t n) {
     return n == 0 ? 0 : memcmp(a, b, n);
+}
+
+int HostStrCompare(const char* a, const char* b, size_t lengthA, size_t lengthB) {
+    const int order = std::string_view(a, lengthA).compare(std::string_view(b, lengthB));
+    return order < 0 ? -1 : order > 0;
 }
 
 BoolType UtlValidateSwizzleTransforms(const ByteType transform[4], const ByteType shortTransform[2]) {

@@ -10,13 +10,13 @@
 #include "host/base/forklocks.h"
 #include "host/base/guarantee.h"
 #include "host/base/mutexowner.h"
-#include "hostdebug.h"
+#include "host/base/upwardcalls.h"
 #include "utl/heapcheck.h"
 #include "utl/heapchunk.h"
 #include "utl/heapledger.h"
 #include "utl/heapstate.h"
 #include "utl/mutexaccessor.h"
-#include "utlhost.h"
+#include "utlpagesize.h"
 
 volatile BoolType debugCHeap = TRUE;
 volatile BoolType heapCheckDebug = FALSE;

@@ -13,10 +13,12 @@
 #include <unistd.h>
 
 #include "host/base/guarantee.h"
-#include "host/faults/faulthandler.h"
-#include "host/faults/faultstate.h"
+#include "host/faults/faulttext.h"
+#include "host/faults/hostfaultinstall.h"
+#include "host/faults/hostsigexit.h"
 #include "host/faulttools.h"
-#include "host/report/fatalreport.h"
+#include "host/hostinit.h"
+#include "host/report/hoststack.h"
 #include "hostdebug.h"
 #include "hostsignal.h"
 #include "hosttime.h"

@@ -1,7 +1,8 @@
 #include "err/messages/errentry.h"
 
 #include "host/base/guarantee.h"
-#include "hostunix.h"
+#include "host/base/upwardcalls.h"
+#include "hostfile.h"
 
 #include <algorithm>
 #include <array>

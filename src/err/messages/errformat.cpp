@@ -4,7 +4,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "hostdebug.h"
+#include "host/base/upwardcalls.h"
 
 namespace {
 

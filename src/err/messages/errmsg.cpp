@@ -8,7 +8,7 @@
 
 #include "err/messages/errcatalogue.h"
 #include "err/messages/errformat.h"
-#include "hostdebug.h"
+#include "host/base/upwardcalls.h"
 #include "utlheap.h"
 #include "utlhost.h"
 

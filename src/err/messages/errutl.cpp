@@ -21,7 +21,7 @@
 
 #include "err/messages/errimage.h"
 #include "host/names/filestatus.h"
-#include "hostunix.h"
+#include "hostfile.h"
 #include "utl.h"
 #include "utlhost.h"
 

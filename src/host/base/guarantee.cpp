@@ -2,10 +2,11 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <unistd.h>
 
+#include "host/base/debuggerwait.h"
 #include "host/base/errnokeeper.h"
-#include "host/report/fatalreport.h"
-#include "hostdebug.h"
+#include "host/base/upwardcalls.h"
 
 namespace {
 struct GuaranteeText {
@@ -14,12 +15,29 @@ struct GuaranteeText {
     }
     char text[128];
 };
+
+void waitForDebugger(const char* reason) {
+    if (!hostDebuggerWaitIsWanted())
+        return;
+    fflush(stdout);
+    fflush(stderr);
+    fprintf(stderr,
+            "\n __________________________________ \n"
+            "| %s \n"
+            "|  HostCallDebugger: Waiting for a C Debugger to attach,\n"
+            "|  process %d (0x%x) \n"
+            "|__________________________________ \n",
+            reason, getpid(), static_cast<unsigned>(getpid()));
+    fflush(stderr);
+    for (;;)
+        sleep(2);
+}
 } // namespace
 
 void hostGuaranteeFailed(const char* module, int line) {
     {
         const ErrnoKeeper kept;
-        hostWaitAfterGuarantee(GuaranteeText(module, line).text);
+        waitForDebugger(GuaranteeText(module, line).text);
     }
     hostReportGuarantee(module, line);
 }

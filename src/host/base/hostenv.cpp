@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "utlheap.h"
+#include "host/base/upwardcalls.h"
 
 namespace {
 // The variable's value, or NULL when it is unset, empty or longer than the limit. length receives its length.

@@ -4,7 +4,7 @@
 #include <cstdio>
 
 #include "host/base/guarantee.h"
-#include "utlhost.h"
+#include "utlpagesize.h"
 
 namespace {
 constexpr char utlModule[] = "hostthread";

@@ -1,7 +1,8 @@
 // Runs in a signal handler: no lock, no stdio stream, no allocation.
 #include <ucontext.h>
 
-#include "host/faults/faulthandler.h"
+#include "host/faults/faulttext.h"
+#include "host/faults/instructionrange.h"
 #include "host/signals/signalprint.h"
 #include "hostsignal.h"
 

@@ -9,7 +9,7 @@
 #include <sys/mman.h>
 
 #include "host/base/guarantee.h"
-#include "host/faults/faulthandler.h"
+#include "host/faults/hostguardpage.h"
 #include "syserror.h"
 #include "utlhost.h"
 

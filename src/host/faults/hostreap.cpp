@@ -2,7 +2,7 @@
 #include <cerrno>
 #include <sys/wait.h>
 
-#include "host/faults/faulthandler.h"
+#include "host/faults/hostreap.h"
 #include "host/signals/interrupted.h"
 #include "host/signals/signalprint.h"
 #include "utlhost.h"

@@ -1,15 +1,15 @@
 // Runs in a signal handler; the exit routines end in UtlExit, whose exit handlers then run there, too.
 #include <algorithm>
 #include <atomic>
-#include <csignal>
 #include <ctime>
-#include <pthread.h>
 #include <sched.h>
 #include <ucontext.h>
 #include <unistd.h>
 
-#include "host/faults/faulthandler.h"
-#include "host/faults/faultstate.h"
+#include "host/faults/earlieractions.h"
+#include "host/faults/faulttext.h"
+#include "host/faults/hostsigexit.h"
+#include "host/report/reporthooks.h"
 #include "host/signals/kernelsignal.h"
 #include "host/signals/signalprint.h"
 #include "hostdebug.h"
@@ -82,38 +82,7 @@ void postpone(ExitRoutine routine, int argument, const SignalArrival& arrival) {
         keepContext(*static_cast<const ucontext_t*>(arrival.context), exitparams.context);
     }
 }
-
-// The exit under way in a signal handler.
-std::atomic<pid_t> exitingThread;
-int exitingCode;
 } // namespace
-
-void hostLimitExit(int code) {
-    constexpr unsigned longestExitSeconds = 10;
-    exitingCode = code;
-    exitingThread = gettid();
-    constexpr auto end = [](int) { hostEndExit(); };
-    for (const int sig : {SIGALRM, SIGABRT}) {
-        UNIXIO_DO_SIGNAL_1ARG(sig, end, nullptr);
-    }
-    sigset_t open;
-    sigemptyset(&open);
-    for (const int sig : {SIGALRM, SIGABRT, SIGSEGV, SIGBUS, SIGILL}) {
-        sigaddset(&open, sig);
-    }
-    alarm(longestExitSeconds);
-    pthread_sigmask(SIG_UNBLOCK, &open, nullptr);
-}
-
-bool hostIsExiting() {
-    const pid_t thread = exitingThread;
-    return thread != 0 && thread == gettid();
-}
-
-void hostEndExit() {
-    HostSignalSafePrint("KS Signal Handler: the exit handlers did not come to their end\n");
-    _exit(exitingCode);
-}
 
 void HostExitOnFault() {
     exitOnFault = TRUE;

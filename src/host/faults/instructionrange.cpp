@@ -6,7 +6,7 @@
 #include <ucontext.h>
 
 #include "host/base/guarantee.h"
-#include "host/faults/faulthandler.h"
+#include "host/faults/instructionrange.h"
 
 // The end of this file's image in memory, from the linker.
 extern "C" [[gnu::visibility("hidden")]] const char _end[];

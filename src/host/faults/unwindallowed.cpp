@@ -3,8 +3,6 @@
 #include "host/signals/handlerscope.h"
 #include "hostunwind.h"
 
-__thread uintptr_t HandlerScope::innermost [[gnu::tls_model("initial-exec")]];
-
 namespace {
 constexpr char utlModule[] = "utl";
 }

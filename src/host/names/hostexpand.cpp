@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include "host/base/errnokeeper.h"
-#include "host/hostinit.h"
 #include "hostenv.h"
 #include "hostfile.h"
 

@@ -10,3 +10,6 @@ enum class LinkHandling {
 // As HostUnixExpandFileName and HostExpandFileName.
 void hostUnixExpand(const char* src, char* dst, unsigned size, LinkHandling links);
 void hostExpand(const char* src, char* dst, unsigned size, LinkHandling links);
+
+// Reads $KS_AutoMountPrefix anew. Without it the variable is read on first use, thread-safely.
+void hostReadAutoMountPrefix();

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "hostunix.h"
+#include "hostuser.h"
 
 namespace {
 bool copyWhole(std::string_view text, char* buf, unsigned size) {
@@ -62,9 +62,4 @@ BoolType HostGetUserName(char* buf, unsigned size) {
     buf[0] = '\0';
     const UserEntry entry(nullptr);
     return entry.get() != nullptr && copyWhole(entry.get()->pw_name, buf, size);
-}
-
-int HostStrCompare(const char* a, const char* b, size_t lengthA, size_t lengthB) {
-    const int order = std::string_view(a, lengthA).compare(std::string_view(b, lengthB));
-    return order < 0 ? -1 : order > 0;
 }

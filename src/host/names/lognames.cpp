@@ -7,10 +7,9 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "host/faults/faulthandler.h"
 #include "host/names/lognames.h"
-#include "host/signals/handlerscope.h"
-#include "hostunix.h"
+#include "hostfile.h"
+#include "hostuser.h"
 
 namespace {
 using std::string_view;
@@ -106,17 +105,6 @@ bool appendLogName(string_view pattern, const LogNameValues& values, BoundedText
 }
 } // namespace
 
-void UtlExit(int code) {
-    if (HandlerScope::isActive()) {
-        hostLimitExit(code);
-    }
-    exit(code);
-}
-
-unsigned UtlGetPageSize() {
-    return static_cast<unsigned>(sysconf(_SC_PAGESIZE));
-}
-
 BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned size) {
     const string_view file = lastComponent(name);
     if (file.empty())
@@ -157,19 +145,4 @@ BoolType hostExpandLogName(const char* pattern, const LogNameValues& values, cha
     }
     text.clear();
     return FALSE;
-}
-
-const char* UtlCtime(time_t t, char* buf, unsigned size) {
-    tm local;
-    if (size != 0 && (localtime_r(&t, &local) == nullptr || strftime(buf, size, HostDateTimeFormat(), &local) == 0))
-        buf[0] = '\0';
-    return buf;
-}
-
-void UtlTimeStampMs_s(FILE* f, const char* text, int) {
-    time_t seconds = 0;
-    unsigned short milliseconds = 0;
-    HostFtime(&seconds, &milliseconds);
-    char date[256];
-    fprintf(f, "[%s.%03d] %s", UtlCtime(seconds, date, sizeof date), milliseconds, text);
 }

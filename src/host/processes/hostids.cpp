@@ -1,25 +1,11 @@
 // The effective user and group ids of the process, switched to the real ones and back.
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include "host/base/guarantee.h"
-#include "host/processes/realids.h"
 #include "hostprocess.h"
 
 namespace {
 constexpr char utlModule[] = "hostunix";
-
-#ifdef SYS_setresuid32
-constexpr long setresuidNumber = SYS_setresuid32;
-constexpr long setresgidNumber = SYS_setresgid32;
-constexpr long setuidNumber = SYS_setuid32;
-constexpr long setgidNumber = SYS_setgid32;
-#else
-constexpr long setresuidNumber = SYS_setresuid;
-constexpr long setresgidNumber = SYS_setresgid;
-constexpr long setuidNumber = SYS_setuid;
-constexpr long setgidNumber = SYS_setgid;
-#endif
 
 bool usingRealId;
 // What HostSetUserId puts back.
@@ -37,17 +23,6 @@ void takeIds(uid_t uid, gid_t gid) {
         UTL_GUARANTEE(setegid(gid) == 0);
 }
 } // namespace
-
-bool hostTakeRealIdsForExec() {
-    constexpr id_t unchanged = -1;
-    return syscall(setresgidNumber, unchanged, getgid(), unchanged) == 0 &&
-           syscall(setresuidNumber, unchanged, getuid(), unchanged) == 0;
-}
-
-void hostDropSetIds() {
-    syscall(setgidNumber, getgid());
-    syscall(setuidNumber, getuid());
-}
 
 void HostUseRealId() {
     if (usingRealId)

@@ -12,11 +12,12 @@
 #include <unistd.h>
 
 #include "host/base/errnokeeper.h"
-#include "host/processes/realids.h"
+#include "host/base/realids.h"
 #include "host/signals/borrowedsignal.h"
 #include "host/signals/interrupted.h"
 #include "host/signals/kernelsignal.h"
 #include "hostenv.h"
+#include "hostfile.h"
 #include "hostsignal.h"
 
 namespace {

@@ -13,9 +13,11 @@
 #include <unistd.h>
 
 #include "err/messages/errcatalogue.h"
-#include "host/faults/faultstate.h"
-#include "host/processes/realids.h"
-#include "host/report/fatalreport.h"
+#include "host/base/realids.h"
+#include "host/report/debuggerbanner.h"
+#include "host/report/hoststack.h"
+#include "host/report/reporthooks.h"
+#include "host/report/reporttext.h"
 #include "host/signals/interrupted.h"
 #include "host/signals/kernelsignal.h"
 #include "host/signals/signalprint.h"
@@ -23,9 +25,10 @@
 #include "host/time/wallclock.h"
 #include "hostatomic.h"
 #include "hostenv.h"
+#include "hostfile.h"
 #include "hostsignal.h"
 #include "hosttime.h"
-#include "hostunix.h"
+#include "hostuser.h"
 #include "unixerr.h"
 #include "vermsg.h"
 

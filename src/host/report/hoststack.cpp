@@ -10,9 +10,9 @@
 #include <unistd.h>
 
 #include "host/base/guarantee.h"
-#include "host/faults/faultstate.h"
-#include "host/processes/realids.h"
-#include "host/report/fatalreport.h"
+#include "host/base/realids.h"
+#include "host/report/hoststack.h"
+#include "host/report/reporthooks.h"
 #include "host/signals/kernelsignal.h"
 #include "host/signals/signalprint.h"
 #include "hostatomic.h"

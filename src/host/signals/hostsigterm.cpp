@@ -1,10 +1,8 @@
 // May run in a signal handler: no lock, no stdio stream, no allocation.
 #include "hostsignal.h"
 
-#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <unistd.h>
 
 #include "host/base/errnokeeper.h"
 #include "hostatomic.h"
@@ -37,19 +35,4 @@ int HostGetSigTerm(const char* file, int line) {
         HostSignalSafePrint(text);
     }
     return count;
-}
-
-void HostSignalSafePrint(const char* text) {
-    size_t length = 0;
-    while (text[length] != '\0')
-        ++length;
-    while (length > 0) {
-        const ssize_t written = write(STDERR_FILENO, text, length);
-        if (written < 0 && errno == EINTR)
-            continue;
-        if (written <= 0)
-            return;
-        text += written;
-        length -= static_cast<size_t>(written);
-    }
 }

@@ -1,8 +1,11 @@
-// Clock readings that the statistics line shares with the clock functions.
+// Clock readings that host initialisation and the statistics line share with the clock functions.
 #pragma once
 
 #include <cstdint>
 #include <sys/resource.h>
+
+// Records the clocks anew. Without it they are recorded on first use, thread-safely.
+void hostStartClocks();
 
 // The wall clock at host initialisation, in microseconds since the epoch.
 int64_t hostBeginTime();

@@ -6,33 +6,14 @@
 #include <cstdint>
 #include <cstdio>
 #include <poll.h>
-#include <pthread.h>
-#include <sys/resource.h>
 #include <sys/time.h>
-#include <sys/times.h>
-#include <unistd.h>
 
-#include "host/hostinit.h"
+#include "host/base/upwardcalls.h"
 #include "host/signals/interrupted.h"
-#include "host/time/hostclock.h"
 #include "host/time/wallclock.h"
-#include "hostdebug.h"
 #include "hostsignal.h"
 
 namespace {
-int64_t beginTp; // microseconds
-long initialCpuClockReading;
-double sc_clk_tck;
-
-pthread_once_t clocksOnce = PTHREAD_ONCE_INIT;
-
-void recordClocks() {
-    beginTp = hostWallMicroseconds();
-    rusage usage;
-    initialCpuClockReading = getrusage(RUSAGE_SELF, &usage) == 0 ? hostCpuMilliseconds(usage) : 0;
-    sc_clk_tck = static_cast<double>(sysconf(_SC_CLK_TCK));
-}
-
 // Waits without descriptors. TRUE when the time is over, FALSE when a signal came; whatever else poll answers is fatal,
 // and counts as over.
 bool waitMilliseconds(const char* caller, int milliseconds) {
@@ -51,22 +32,6 @@ bool waitMilliseconds(const char* caller, int milliseconds) {
     return true;
 }
 } // namespace
-
-void hostStartClocks() {
-    pthread_once(&clocksOnce, recordClocks);
-    recordClocks();
-}
-
-int64_t hostBeginTime() {
-    pthread_once(&clocksOnce, recordClocks);
-    return beginTp;
-}
-
-long hostCpuMilliseconds(const rusage& usage) {
-    const int64_t seconds = static_cast<int64_t>(usage.ru_utime.tv_sec) + usage.ru_stime.tv_sec;
-    const int64_t microseconds = static_cast<int64_t>(usage.ru_utime.tv_usec) + usage.ru_stime.tv_usec;
-    return static_cast<long>(seconds * 1000 + microseconds / 1000);
-}
 
 void HostSleep(unsigned seconds) {
     // One poll waits for at most this long.
@@ -93,21 +58,6 @@ void HostNanoSleep(long long nanoseconds) {
     if (nanoseconds < 1000000)
         return;
     HostMilliSleep(static_cast<unsigned>(std::min<long long>(nanoseconds / 1000000, UINT_MAX)));
-}
-
-long HostClock() {
-    pthread_once(&clocksOnce, recordClocks);
-    rusage usage;
-    if (getrusage(RUSAGE_SELF, &usage) != 0)
-        return -1;
-    return hostCpuMilliseconds(usage) - initialCpuClockReading;
-}
-
-double HostGetCpuTime() {
-    pthread_once(&clocksOnce, recordClocks);
-    tms ticks;
-    times(&ticks);
-    return static_cast<double>(ticks.tms_utime + ticks.tms_stime) / sc_clk_tck;
 }
 
 void HostFtime(time_t* sec, unsigned short* millitm) {

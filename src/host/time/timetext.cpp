@@ -1,4 +1,4 @@
-// Texts about time: the statistics line and the date format.
+// Texts about time: the statistics line, dates, time stamps.
 #include <atomic>
 #include <cstdarg>
 #include <cstdio>
@@ -110,4 +110,19 @@ const char* HostDateTimeFormat() {
     }
     munmap(page, formatSize);
     return format;
+}
+
+const char* UtlCtime(time_t t, char* buf, unsigned size) {
+    tm local;
+    if (size != 0 && (localtime_r(&t, &local) == nullptr || strftime(buf, size, HostDateTimeFormat(), &local) == 0))
+        buf[0] = '\0';
+    return buf;
+}
+
+void UtlTimeStampMs_s(FILE* f, const char* text, int) {
+    time_t seconds = 0;
+    unsigned short milliseconds = 0;
+    HostFtime(&seconds, &milliseconds);
+    char date[256];
+    fprintf(f, "[%s.%03d] %s", UtlCtime(seconds, date, sizeof date), milliseconds, text);
 }

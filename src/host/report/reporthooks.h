@@ -1,0 +1,17 @@
+// What a fatal report calls and marks: set by ordinary code, read in signal handlers.
+#pragma once
+
+#include <atomic>
+
+#include "hostdebug.h"
+
+extern std::atomic<rundownFuncType*> fileFlusherFct;
+extern std::atomic<rundownFuncType*> shutdownFct;
+extern std::atomic<PrintStackFuncType*> SmalltalkPrintStackFunc;
+extern std::atomic<BoolType> HostFatalErr;
+
+template <typename Function>
+void hostCallIfSet(const std::atomic<Function>& function) {
+    if (const Function f = function)
+        f();
+}

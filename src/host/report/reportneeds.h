@@ -1,0 +1,5 @@
+#pragma once
+
+// Takes and allocates beforehand what the report needs from the C library: once it runs, whatever has interrupted may
+// hold the library's locks. For ordinary code; thread-safe.
+void hostPrepareReport();

@@ -1,0 +1,7 @@
+// An exit that a signal handler began (UtlExit), and whose exit handlers have ten seconds.
+#pragma once
+
+// Whether the calling thread is in it. Signal-safe.
+bool hostIsExiting();
+// Ends the process at once, with the code of that exit. Signal-safe.
+[[noreturn]] void hostEndExit();
