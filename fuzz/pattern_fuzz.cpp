@@ -23,14 +23,12 @@ void expand(const ParsedEntry& entry, const char* kinds, ...) {
     va_end(list);
     char text[maxMessageText + 2];
     text[maxMessageText + 1] = 'z';
-    TextSink out(text, maxMessageText);
+    BoundedText out(text, maxMessageText + 1);
     mySprintf(out, entry, args);
-    out.terminate();
     if (out.length() > maxMessageText || text[maxMessageText + 1] != 'z')
         abort();
-    TextSink quoted(text, 100);
+    BoundedText quoted(text, 100 + 1);
     desperateErr(quoted, "symbol", &entry.pattern, args);
-    quoted.terminate();
     if (quoted.length() > 100)
         abort();
 }

@@ -38,7 +38,7 @@ char* writeDigits(char* to, uint32_t value) {
     return to + count;
 }
 
-bool appendDecimal(TextSink& out, int32_t value) {
+bool appendDecimal(BoundedText& out, int32_t value) {
     char text[11];
     char* end = text;
     auto magnitude = static_cast<uint32_t>(value);
@@ -47,13 +47,13 @@ bool appendDecimal(TextSink& out, int32_t value) {
         magnitude = 0 - magnitude;
     }
     end = writeDigits(end, magnitude);
-    return out.append(std::string_view(text, static_cast<size_t>(end - text)));
+    return out.appendCut(std::string_view(text, static_cast<size_t>(end - text)));
 }
 
-bool appendObject(TextSink& out, OopType object) {
+bool appendObject(BoundedText& out, OopType object) {
     if ((object & 3) == 3)
-        return out.format("SmallInteger(%ld)", static_cast<long>(static_cast<int32_t>(object) >> 2));
-    return out.format("Oop(%lu)", static_cast<unsigned long>(object));
+        return out.formatCut("SmallInteger(%ld)", static_cast<long>(static_cast<int32_t>(object) >> 2));
+    return out.formatCut("Oop(%lu)", static_cast<unsigned long>(object));
 }
 
 // The kind of argument for which a conversion letter is made; 0 for every other character.
@@ -169,7 +169,7 @@ bool SafeConversion::parse(std::string_view conversion) {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
-void appendWord(TextSink& out, const SafeConversion& conversion, int32_t word) {
+void appendWord(BoundedText& out, const SafeConversion& conversion, int32_t word) {
     if (conversion.letter == 'n')
         return;
     if (conversion.plain && (conversion.letter == 'd' || conversion.letter == 'i')) {
@@ -179,45 +179,45 @@ void appendWord(TextSink& out, const SafeConversion& conversion, int32_t word) {
     char plainText[] = {'%', conversion.letter, 0};
     const char* const format = conversion.plain ? plainText : conversion.text;
     if (conversion.letter == 'p')
-        out.format(format, reinterpret_cast<void*>(static_cast<uintptr_t>(static_cast<uint32_t>(word))));
+        out.formatCut(format, reinterpret_cast<void*>(static_cast<uintptr_t>(static_cast<uint32_t>(word))));
     else
-        out.format(format, word);
+        out.formatCut(format, word);
 }
 
-void appendReal(TextSink& out, const SafeConversion& conversion, double real) {
+void appendReal(BoundedText& out, const SafeConversion& conversion, double real) {
     char plainText[] = {'%', conversion.letter, 0};
-    out.format(conversion.plain ? plainText : conversion.text, real);
+    out.formatCut(conversion.plain ? plainText : conversion.text, real);
 }
 
-void appendString(TextSink& out, const SafeConversion& conversion, const char* text) {
+void appendString(BoundedText& out, const SafeConversion& conversion, const char* text) {
     const std::string_view argument = argumentText(text);
     if (conversion.plain) {
-        out.append(argument);
+        out.appendCut(argument);
     } else if (argument.size() < maxArgumentText) {
-        out.format(conversion.text, argument.data());
+        out.formatCut(conversion.text, argument.data());
     } else {
         char cut[maxArgumentText + 1];
         cut[argument.copy(cut, maxArgumentText)] = 0;
-        out.format(conversion.text, cut);
+        out.formatCut(conversion.text, cut);
     }
 }
 
 #pragma GCC diagnostic pop
 
 // Renders an argument by its own kind. FALSE when it was cut.
-bool appendByKind(TextSink& out, char kind, const MessageArg& arg, const char* hexPrefix, const char* function) {
+bool appendByKind(BoundedText& out, char kind, const MessageArg& arg, const char* hexPrefix, const char* function) {
     switch (kind) {
     case 'd':
     case 'n':
         return appendDecimal(out, arg.word);
     case 'g':
-        return out.format("%g", arg.real);
+        return out.formatCut("%g", arg.real);
     case 'o':
         return appendObject(out, static_cast<OopType>(arg.word));
     case 's':
-        return out.append(std::string_view(shown(arg.text)));
+        return out.appendCut(std::string_view(shown(arg.text)));
     case 'x':
-        return out.format("%s%lx", hexPrefix, static_cast<unsigned long>(static_cast<uint32_t>(arg.word)));
+        return out.formatCut("%s%lx", hexPrefix, static_cast<unsigned long>(static_cast<uint32_t>(arg.word)));
     default:
         fprintf(stderr, "%s: Illegal argument %c read\n", function, kind);
         HostCallDebugger();
@@ -235,10 +235,10 @@ std::string_view takeConversion(std::string_view& pattern) {
     return conversion;
 }
 
-void appendConversion(TextSink& out, std::string_view conversion, int index, const ParsedEntry& entry,
+void appendConversion(BoundedText& out, std::string_view conversion, int index, const ParsedEntry& entry,
                       const MessageArgs& args) {
     if (index >= entry.argListSize) {
-        out.append(conversion);
+        out.appendCut(conversion);
         return;
     }
     char kind = 's';
@@ -252,14 +252,14 @@ void appendConversion(TextSink& out, std::string_view conversion, int index, con
 
     if (kind != baseKind(conversion)) {
         if (kind == 's')
-            out.append(argumentText(value.text));
+            out.appendCut(argumentText(value.text));
         else
             appendByKind(out, kind, value, "", "mySprintf");
         return;
     }
     SafeConversion safe;
     if (!safe.parse(conversion))
-        out.append(conversion);
+        out.appendCut(conversion);
     else if (kind == 'd')
         appendWord(out, safe, value.word);
     else if (kind == 'g')
@@ -268,21 +268,25 @@ void appendConversion(TextSink& out, std::string_view conversion, int index, con
         appendString(out, safe, value.text);
 }
 
+void appendCharacter(BoundedText& out, char c) {
+    out.appendCut({&c, 1});
+}
+
 // Takes the escape behind a backslash off the pattern and appends what it stands for.
-void appendEscape(TextSink& out, std::string_view& pattern) {
+void appendEscape(BoundedText& out, std::string_view& pattern) {
     const char c = pattern.front();
     if (c >= '0' && c <= '7') {
         unsigned value = 0;
         for (; !pattern.empty() && pattern.front() >= '0' && pattern.front() <= '7'; pattern.remove_prefix(1))
             value = (value * 8 + static_cast<unsigned>(pattern.front() - '0')) % 256;
-        out.append(static_cast<char>(value));
+        appendCharacter(out, static_cast<char>(value));
         return;
     }
     pattern.remove_prefix(1);
     constexpr std::string_view letters = "frntvb";
     constexpr std::string_view meanings = "\f\r\n\t\v\b";
     const size_t found = letters.find(c);
-    out.append(found == std::string_view::npos ? c : meanings[found]);
+    appendCharacter(out, found == std::string_view::npos ? c : meanings[found]);
 }
 
 } // namespace
@@ -313,24 +317,12 @@ MessageArgs::MessageArgs(const char* kindsText, va_list list) : kinds(kindsText 
     }
 }
 
-bool TextSink::format(const char* format, ...) {
-    const size_t room = limit - used;
-    va_list list;
-    va_start(list, format);
-    const int wanted = vsnprintf(buffer + used, room + 1, format, list);
-    va_end(list);
-    if (wanted < 0)
-        return true;
-    used += strlen(buffer + used); // a zero character ends the piece
-    return static_cast<size_t>(wanted) <= room;
-}
-
-void mySprintf(TextSink& out, const ParsedEntry& entry, const MessageArgs& args) {
+void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& args) {
     std::string_view pattern = entry.pattern;
     const bool hasEscapes = pattern.find('\\') != std::string_view::npos;
     for (int conversion = 0; !pattern.empty() && !out.full();) {
         const size_t literal = std::min(hasEscapes ? pattern.find_first_of("%\\") : pattern.find('%'), pattern.size());
-        out.append(pattern.substr(0, literal));
+        out.appendCut(pattern.substr(0, literal));
         pattern.remove_prefix(literal);
         if (pattern.empty())
             break;
@@ -340,20 +332,20 @@ void mySprintf(TextSink& out, const ParsedEntry& entry, const MessageArgs& args)
                 appendEscape(out, pattern);
         } else if (pattern.starts_with("%%")) {
             pattern.remove_prefix(2);
-            out.append('%');
+            out.appendCut("%");
         } else {
             appendConversion(out, takeConversion(pattern), conversion++, entry, args);
         }
     }
 }
 
-void desperateErr(TextSink& out, const char* sym, const std::string_view* pat, const MessageArgs& args) {
-    bool fits = out.append("[");
+void desperateErr(BoundedText& out, const char* sym, const std::string_view* pat, const MessageArgs& args) {
+    bool fits = out.appendCut("[");
     if (pat)
-        fits = fits && out.append("\"") && out.append(*pat) && out.append("\" ");
-    fits = fits && out.append(std::string_view(sym));
+        fits = fits && out.appendCut("\"") && out.appendCut(*pat) && out.appendCut("\" ");
+    fits = fits && out.appendCut(std::string_view(sym));
     for (size_t i = 0; fits && i < args.kinds.size(); ++i)
-        fits = out.append(" ") && appendByKind(out, args.kinds[i], args.values[i], "0x", "desperateErr");
+        fits = out.appendCut(" ") && appendByKind(out, args.kinds[i], args.values[i], "0x", "desperateErr");
     if (fits)
-        out.append("]");
+        out.appendCut("]");
 }

@@ -6,6 +6,7 @@
 
 #include "err/messages/errentry.h"
 #include "errutl.h"
+#include "host/base/boundedtext.h"
 
 union MessageArg {
     int32_t word;
@@ -23,39 +24,12 @@ struct MessageArgs {
     MessageArg values[ERRMSG_MAX_ARGS];
 };
 
-// Collects text in a buffer of limit + 1 bytes; what goes beyond the limit is cut. The text is terminated on demand.
-class TextSink {
-public:
-    TextSink(char* buffer, size_t limit) : buffer(buffer), limit(limit) {}
-
-    size_t length() const { return used; }
-    bool full() const { return used == limit; }
-    void terminate() { buffer[used] = 0; }
-
-    void append(char c) {
-        if (!full())
-            buffer[used++] = c;
-    }
-    // FALSE when the text was cut.
-    bool append(std::string_view text) {
-        const size_t taken = text.copy(buffer + used, limit - used);
-        used += taken;
-        return taken == text.size();
-    }
-    bool format(const char* format, ...) __attribute__((format(printf, 2, 3)));
-
-private:
-    char* buffer;
-    size_t limit;
-    size_t used = 0;
-};
-
 // The longest text of an expanded message.
 constexpr size_t maxMessageText = 2046;
 
 // Expands an entry's pattern.
-void mySprintf(TextSink& out, const ParsedEntry& entry, const MessageArgs& args);
+void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& args);
 
 // Renders [symbol argument ...], with the pattern in quotes before the symbol unless it is NULL. What does not fit is
 // left out, the closing bracket included.
-void desperateErr(TextSink& out, const char* sym, const std::string_view* pat, const MessageArgs& args);
+void desperateErr(BoundedText& out, const char* sym, const std::string_view* pat, const MessageArgs& args);

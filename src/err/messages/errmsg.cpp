@@ -52,7 +52,7 @@ bool lookUp(const char* sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine],
 void buildFromPattern(const char* sym, char* buf, size_t bufSize, const ParsedEntry& entry, const MessageArgs& args) {
     ErrMsgStrType work;
     const bool tooMany = args.given > static_cast<size_t>(entry.expectedArgCount);
-    TextSink out(work, tooMany ? maxQuotedText : maxMessageText);
+    BoundedText out(work, (tooMany ? maxQuotedText : maxMessageText) + 1);
     if (tooMany)
         desperateErr(out, sym, &entry.pattern, args);
     else
@@ -79,14 +79,14 @@ bool quotesBuffer(const char* buf, size_t bufSize, const char* sym, const Messag
 void buildWithoutPattern(const char* sym, char* buf, size_t bufSize, const MessageArgs& args) {
     if (!quotesBuffer(buf, bufSize, sym, args)) {
         memset(buf, 0, bufSize);
-        TextSink out(buf, bufSize - 1);
+        BoundedText out(buf, bufSize);
         desperateErr(out, sym, nullptr, args);
         return;
     }
     ErrMsgStrType usual;
     char* const large = bufSize > sizeof usual ? static_cast<char*>(malloc(bufSize)) : nullptr;
     char* const work = large != nullptr ? large : usual;
-    TextSink out(work, (large != nullptr ? bufSize : std::min(bufSize, sizeof usual)) - 1);
+    BoundedText out(work, large != nullptr ? bufSize : std::min(bufSize, sizeof usual));
     desperateErr(out, sym, nullptr, args);
     memset(buf, 0, bufSize);
     memcpy(buf, work, out.length());

@@ -47,26 +47,23 @@ void writeErrStr(ErrMsgPrinterFuncType* msgRoutine, std::string_view text) {
 // A line that is made of several messages.
 class ReportLine {
 public:
-    ReportLine() : out(text, sizeof text - 1) {}
+    ReportLine() : out(text, sizeof text) {}
 
     template <class... Args>
     void append(const char* sym, const char* kinds, Args... args) {
         ErrMsgStrType piece;
         ErrMsgSymToText(sym, piece, sizeof piece, kinds, args...);
-        out.append(std::string_view(piece));
+        out.appendCut(piece);
     }
     void padToSecondColumn() {
         while (out.length() < secondColumn)
-            out.append(' ');
+            out.appendCut(" ");
     }
-    void print(ErrMsgPrinterFuncType* msgRoutine) {
-        out.terminate();
-        msgRoutine(text);
-    }
+    void print(ErrMsgPrinterFuncType* msgRoutine) { msgRoutine(text); }
 
 private:
     ErrMsgStrType text;
-    TextSink out;
+    BoundedText out;
 };
 
 const char* categorySymbol(const KciErrSType& error) {

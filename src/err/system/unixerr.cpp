@@ -1,12 +1,12 @@
 #include "unixerr.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 
 #include "err/system/unixerr_table.h"
+#include "host/base/boundedtext.h"
+#include "host/base/errnokeeper.h"
 
 namespace {
 constexpr int lastErrno = 122;
@@ -58,15 +58,13 @@ const char* HostGetErrMsg(int errnoValue, char* buf, unsigned size) {
     if (size == 0) {
         return buf;
     }
-    const int savedErrno = errno;
+    const ErrnoKeeper errnoKeeper;
+    BoundedText text(buf, size);
     // Not strerror_r: translating the text takes locks and memory, and the fatal report comes here, too.
-    if (const char* text = strerrordesc_np(errnoValue); text != nullptr) {
-        const size_t length = std::min<size_t>(strlen(text), size - 1);
-        memcpy(buf, text, length);
-        buf[length] = '\0';
+    if (const char* known = strerrordesc_np(errnoValue); known != nullptr) {
+        text.appendCut(known);
     } else {
-        snprintf(buf, size, "Unknown error %d", errnoValue);
+        text.formatCut("Unknown error %d", errnoValue);
     }
-    errno = savedErrno;
     return buf;
 }

@@ -1,20 +1,16 @@
 // The names of this machine and its users.
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <pwd.h>
-#include <string_view>
 #include <unistd.h>
 
+#include "host/base/boundedtext.h"
 #include "hostuser.h"
 
 namespace {
-bool copyWhole(std::string_view text, char* buf, unsigned size) {
-    if (text.empty() || text.size() >= size)
-        return false;
-    memcpy(buf, text.data(), text.size());
-    buf[text.size()] = '\0';
-    return true;
+// size: at least 1. An empty text counts as unknown.
+bool copyWhole(const char* text, char* buf, unsigned size) {
+    return *text != '\0' && BoundedText(buf, size).appendWhole(text);
 }
 
 // One entry of the user database (getpwnam_r, getpwuid_r; IEEE 1003.1).

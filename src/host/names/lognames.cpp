@@ -7,6 +7,7 @@
 #include <string_view>
 #include <unistd.h>
 
+#include "host/base/boundedtext.h"
 #include "host/names/lognames.h"
 #include "hostfile.h"
 #include "hostuser.h"
@@ -19,64 +20,38 @@ string_view lastComponent(string_view name) {
     return name;
 }
 
-// Text in the caller's buffer that either fits as a whole or counts as failed.
-class BoundedText {
-public:
-    BoundedText(char* buffer, unsigned size) : buffer_(buffer), size_(size) { clear(); }
-
-    void clear() {
-        length_ = 0;
-        if (size_ > 0)
-            buffer_[0] = '\0';
-    }
-
-    bool append(string_view text) {
-        if (text.size() >= size_ - length_)
-            return false;
-        memcpy(buffer_ + length_, text.data(), text.size());
-        length_ += text.size();
-        buffer_[length_] = '\0';
-        return true;
-    }
-
-private:
-    char* buffer_;
-    size_t size_;
-    size_t length_ = 0;
-};
-
 // Appends what the letter after a "%" stands for.
 bool appendLogNameValue(char letter, const LogNameValues& values, BoundedText& text) {
     HostFnameStrType own;
     switch (letter) {
     case 'N':
-        return text.append(lastComponent(values.program != nullptr ? values.program : program_invocation_name));
+        return text.appendWhole(lastComponent(values.program != nullptr ? values.program : program_invocation_name));
     case 'P':
         snprintf(own, sizeof own, "%d", getpid());
-        return text.append(own);
+        return text.appendWhole(own);
     case 'M':
-        return HostGetHostname(own, sizeof own) && text.append(own);
+        return HostGetHostname(own, sizeof own) && text.appendWhole(own);
     case 'U':
         if (values.user != nullptr) {
-            return text.append(values.user);
+            return text.appendWhole(values.user);
         }
-        return values.looksUp && HostGetUserName(own, sizeof own) && text.append(own);
+        return values.looksUp && HostGetUserName(own, sizeof own) && text.appendWhole(own);
     case 'H':
         if (values.home != nullptr) {
-            return text.append(values.home);
+            return text.appendWhole(values.home);
         }
-        return values.looksUp && HostGetHomeDir(values.user, own, sizeof own) && text.append(own);
+        return values.looksUp && HostGetHomeDir(values.user, own, sizeof own) && text.appendWhole(own);
     case 'D': {
         if (values.date != nullptr) {
-            return text.append(values.date);
+            return text.appendWhole(values.date);
         }
         const time_t now = time(nullptr);
         tm local;
         return localtime_r(&now, &local) != nullptr && strftime(own, sizeof own, "%Y-%m-%d", &local) != 0 &&
-               text.append(own);
+               text.appendWhole(own);
     }
     case '%':
-        return text.append("%");
+        return text.appendWhole("%");
     default:
         return false;
     }
@@ -92,7 +67,7 @@ bool leadsToFile(const char* path) {
 bool appendLogName(string_view pattern, const LogNameValues& values, BoundedText& text) {
     while (!pattern.empty()) {
         const size_t plain = std::min(pattern.find('%'), pattern.size());
-        if (!text.append(pattern.substr(0, plain)))
+        if (!text.appendWhole(pattern.substr(0, plain)))
             return false;
         pattern.remove_prefix(plain);
         if (pattern.empty())
@@ -120,8 +95,8 @@ BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned s
     for (const string_view place : {"", "../bin/", "../sys/"}) {
         HostFnameStrType path;
         BoundedText candidate(path, sizeof path);
-        if (!candidate.append(folder) || !candidate.append(place) || !candidate.append(file) ||
-            !candidate.append(extension) || !leadsToFile(path)) {
+        if (!candidate.appendWhole(folder) || !candidate.appendWhole(place) || !candidate.appendWhole(file) ||
+            !candidate.appendWhole(extension) || !leadsToFile(path)) {
             continue;
         }
         const size_t length = strlen(path);
@@ -139,8 +114,11 @@ BoolType UtlExpandLogName(const char* pattern, const char* program, const char* 
 }
 
 BoolType hostExpandLogName(const char* pattern, const LogNameValues& values, char* dst, unsigned size) {
+    if (size == 0) {
+        return FALSE;
+    }
     BoundedText text(dst, size);
-    if (size != 0 && appendLogName(pattern, values, text)) {
+    if (appendLogName(pattern, values, text)) {
         return TRUE;
     }
     text.clear();

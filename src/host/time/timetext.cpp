@@ -1,6 +1,5 @@
 // Texts about time: the statistics line, dates, time stamps.
 #include <atomic>
-#include <cstdarg>
 #include <cstdio>
 #include <cstring>
 #include <langinfo.h>
@@ -8,40 +7,13 @@
 #include <sys/resource.h>
 #include <sys/time.h>
 
+#include "host/base/boundedtext.h"
 #include "host/time/hostclock.h"
 #include "host/time/wallclock.h"
 #include "hostenv.h"
 #include "hosttime.h"
 
 namespace {
-// Appends pieces to a text until one does not fit.
-class PieceWriter {
-public:
-    PieceWriter(char* buffer, unsigned size) : buffer_(buffer), size_(size) {
-        if (size_ > 0)
-            buffer_[0] = '\0';
-    }
-
-    // FALSE when the piece did not fit.
-    [[gnu::format(printf, 2, 3)]] bool append(const char* format, ...) {
-        char piece[128];
-        va_list values;
-        va_start(values, format);
-        const int length = vsnprintf(piece, sizeof piece, format, values);
-        va_end(values);
-        if (length < 0 || length_ + static_cast<unsigned>(length) >= size_)
-            return false;
-        memcpy(buffer_ + length_, piece, static_cast<size_t>(length) + 1);
-        length_ += static_cast<unsigned>(length);
-        return true;
-    }
-
-private:
-    char* buffer_;
-    unsigned size_;
-    unsigned length_ = 0;
-};
-
 struct ClockFields {
     int hours, minutes, seconds;
 };
@@ -50,21 +22,21 @@ ClockFields clockFields(long seconds) {
     return {static_cast<int>(seconds / 3600), static_cast<int>(seconds / 60 % 60), static_cast<int>(seconds % 60)};
 }
 
-bool appendElapsed(PieceWriter& line) {
+bool appendElapsed(BoundedText& line) {
     constexpr int64_t hundredth = 10000;
     const int64_t begin = hostBeginTime();
     const int64_t elapsed = hostWallMicroseconds() / hundredth - begin / hundredth;
     const ClockFields clock = clockFields(static_cast<long>(elapsed / 100));
-    return line.append(" ELAPSED: %1d %02d:%02d:%02d.%02d  ", clock.hours / 24, clock.hours % 24, clock.minutes,
-                       clock.seconds, static_cast<int>(elapsed % 100));
+    return line.formatWhole(" ELAPSED: %1d %02d:%02d:%02d.%02d  ", clock.hours / 24, clock.hours % 24, clock.minutes,
+                            clock.seconds, static_cast<int>(elapsed % 100));
 }
 
-bool appendCpu(PieceWriter& line, const rusage& usage) {
+bool appendCpu(BoundedText& line, const rusage& usage) {
     timeval cpu;
     timeradd(&usage.ru_utime, &usage.ru_stime, &cpu);
     const ClockFields clock = clockFields(static_cast<long>(cpu.tv_sec));
-    return line.append("CPU: %1d:%02d:%02d.%02d  ", clock.hours, clock.minutes, clock.seconds,
-                       static_cast<int>(cpu.tv_usec / 10000));
+    return line.formatWhole("CPU: %1d:%02d:%02d.%02d  ", clock.hours, clock.minutes, clock.seconds,
+                            static_cast<int>(cpu.tv_usec / 10000));
 }
 
 constexpr size_t formatSize = 256;
@@ -85,11 +57,13 @@ void chooseDateTimeFormat(char* format) {
 } // namespace
 
 void HostStatistics(char* buf, unsigned size) {
-    PieceWriter line(buf, size);
+    if (size == 0)
+        return;
+    BoundedText line(buf, size);
     rusage usage;
     (void)(appendElapsed(line) && getrusage(RUSAGE_SELF, &usage) == 0 && appendCpu(line, usage) &&
-           line.append("FAULTS: %ld  ", usage.ru_majflt) && line.append("FIOIN: %ld  ", usage.ru_inblock) &&
-           line.append("FIOOUT: %ld ", usage.ru_oublock));
+           line.formatWhole("FAULTS: %ld  ", usage.ru_majflt) && line.formatWhole("FIOIN: %ld  ", usage.ru_inblock) &&
+           line.formatWhole("FIOOUT: %ld ", usage.ru_oublock));
 }
 
 const char* HostDateTimeFormat() {
