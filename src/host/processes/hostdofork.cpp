@@ -5,11 +5,11 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
-#include <grp.h>
-#include <pwd.h>
+#include <optional>
 #include <unistd.h>
 
 #include "errmsg.h"
+#include "host/names/account.h"
 #include "host/processes/forkchild.h"
 #include "host/processes/forkenvironment.h"
 #include "host/processes/hostdofork.h"
@@ -19,7 +19,6 @@
 #include "hostfile.h"
 #include "hostuser.h"
 #include "unixerr.h"
-#include "utlheap.h"
 #include "utlhost.h"
 
 volatile BoolType debugchild = FALSE;
@@ -93,54 +92,13 @@ private:
     int writeEnd_ = -1;
 };
 
-// The named user and the user's groups.
-class Account {
-public:
-    Account() = default;
-    ~Account() {
-        if (groups_ != nullptr)
-            UtlFree(groups_);
-    }
-    Account(const Account&) = delete;
-    Account& operator=(const Account&) = delete;
-
-    // Null when not found; error then tells why, 0: there is none of that name.
-    const passwd* find(const char* name, int& error) {
-        error = getpwnam_r(name, &entry_, text_, sizeof text_, &found_);
-        return found_;
-    }
-
-    // False without memory.
-    bool fetchGroups() {
-        int count = 0;
-        getgrouplist(found_->pw_name, found_->pw_gid, nullptr, &count);
-        groups_ = static_cast<gid_t*>(UtlMalloc(count * sizeof(gid_t), "HostFork (groups)"));
-        // The list may have grown meanwhile: then count is what of it has been written.
-        const int room = count;
-        if (groups_ != nullptr && getgrouplist(found_->pw_name, found_->pw_gid, groups_, &count) == -1)
-            count = room;
-        groupCount_ = static_cast<size_t>(count);
-        return groups_ != nullptr;
-    }
-    const gid_t* groups() const { return groups_; }
-    size_t groupCount() const { return groupCount_; }
-
-private:
-    passwd entry_{};
-    passwd* found_ = nullptr;
-    gid_t* groups_ = nullptr;
-    size_t groupCount_ = 0;
-    char text_[8192];
-};
-
 // Lets the named user own the process that is planned. False with the reason in msg.
 bool planUser(Account& account, const char* name, ForkChildPlan& plan, const MessageBuffer& msg) {
-    int error;
-    const passwd* user = account.find(name, error);
+    const passwd* user = account.get();
     if (user == nullptr) {
         char reason[256] = "there is no such user";
-        if (error != 0)
-            HostGetErrMsg(error, reason, sizeof reason);
+        if (account.error() != 0)
+            HostGetErrMsg(account.error(), reason, sizeof reason);
         ErrMsgSymToText("host.fork1", msg.text, msg.size, "s", reason);
         return false;
     }
@@ -197,11 +155,11 @@ pid_t forkChild(ReadinessPipe& pipe, ForkChildPlan& plan) {
 
 // What is planned holds no more than the caller gave; the rest is added here.
 BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const MessageBuffer& msg, PidType* thePid) {
-    Account account;
+    std::optional<Account> account;
     char ownName[256];
     HostFnameStrType ownHome;
     if (user != nullptr) {
-        if (!planUser(account, user, plan, msg))
+        if (!planUser(account.emplace(user), user, plan, msg))
             return FALSE;
     } else {
         plan.userName = HostGetUserName(ownName, sizeof ownName) ? ownName : nullptr;
