@@ -90,16 +90,16 @@ bool isStopped(pid_t pid) {
 // Sorts gdb's output: stacks go to standard output at once, the rest is kept.
 class OutputSorter {
 public:
-    explicit OutputSorter(DebuggerRun& run) : run_(run) {}
-    ~OutputSorter() { takeLine(line_); }
+    explicit OutputSorter(DebuggerRun& run) : run(run) {}
+    ~OutputSorter() { takeLine(partialLine); }
 
     void take(string_view text) {
         for (size_t end; (end = text.find('\n')) != string_view::npos; text.remove_prefix(end + 1)) {
-            line_ += text.substr(0, end);
-            takeLine(line_);
-            line_.clear();
+            partialLine += text.substr(0, end);
+            takeLine(partialLine);
+            partialLine.clear();
         }
-        line_ += text;
+        partialLine += text;
     }
 
 private:
@@ -108,15 +108,15 @@ private:
         if (line.starts_with("Thread ") && line.find("LWP") != string::npos) {
             printf("%s\n", line.c_str());
         } else if (line.starts_with("#")) {
-            run_.printedStacks = true;
+            run.printedStacks = true;
             printf("%s\n", line.c_str());
-        } else if (!line.empty() && run_.messages.size() + line.size() < longestMessages) {
-            run_.messages += "  " + line + "\n";
+        } else if (!line.empty() && run.messages.size() + line.size() < longestMessages) {
+            run.messages += "  " + line + "\n";
         }
     }
 
-    DebuggerRun& run_;
-    string line_;
+    DebuggerRun& run;
+    string partialLine;
 };
 
 int millisecondsUntil(Clock::time_point deadline) {

@@ -22,30 +22,30 @@ using std::string_view;
 // A name in the caller's buffer. No change makes it longer than the buffer.
 class Name {
 public:
-    Name(char* text, size_t size) : text_(text), size_(size) {}
+    Name(char* text, size_t size) : buffer(text), capacity(size) {}
 
-    string_view view() const { return {text_, length_}; }
-    string_view before(size_t position) const { return {text_, position}; }
-    const char* text() const { return text_; }
-    size_t length() const { return length_; }
+    string_view view() const { return {buffer, used}; }
+    string_view before(size_t position) const { return {buffer, position}; }
+    const char* text() const { return buffer; }
+    size_t length() const { return used; }
 
     void setCut(string_view value) {
-        length_ = std::min(value.size(), size_ - 1);
-        memcpy(text_, value.data(), length_);
-        text_[length_] = '\0';
+        used = std::min(value.size(), capacity - 1);
+        memcpy(buffer, value.data(), used);
+        buffer[used] = '\0';
     }
 
     // Puts two texts in place of the characters in [from, to). FALSE, with nothing changed, when they do not fit.
     bool replace(size_t from, size_t to, string_view first, string_view second = "") {
-        const size_t rest = length_ - to;
+        const size_t rest = used - to;
         const size_t inserted = first.size() + second.size();
-        if (from + inserted + rest >= size_)
+        if (from + inserted + rest >= capacity)
             return false;
-        memmove(text_ + from + inserted, text_ + to, rest);
-        first.copy(text_ + from, first.size()); // not memcpy: an empty view may have no address
-        second.copy(text_ + from + first.size(), second.size());
-        length_ = from + inserted + rest;
-        text_[length_] = '\0';
+        memmove(buffer + from + inserted, buffer + to, rest);
+        first.copy(buffer + from, first.size()); // not memcpy: an empty view may have no address
+        second.copy(buffer + from + first.size(), second.size());
+        used = from + inserted + rest;
+        buffer[used] = '\0';
         return true;
     }
 
@@ -53,23 +53,23 @@ public:
 
     // The first "/" from a position on, or the end.
     size_t nextBoundary(size_t position) const {
-        const void* slash = memchr(text_ + position, '/', length_ - position);
-        return slash ? static_cast<size_t>(static_cast<const char*>(slash) - text_) : length_;
+        const void* slash = memchr(buffer + position, '/', used - position);
+        return slash ? static_cast<size_t>(static_cast<const char*>(slash) - buffer) : used;
     }
 
     // Reads the link that the first `end` characters name. Its length, or -1 when they name no link.
     ssize_t readLink(size_t end, char* target, size_t targetSize) {
-        const char held = text_[end];
-        text_[end] = '\0';
-        const ssize_t length = readlink(text_, target, targetSize);
-        text_[end] = held;
+        const char held = buffer[end];
+        buffer[end] = '\0';
+        const ssize_t length = readlink(buffer, target, targetSize);
+        buffer[end] = held;
         return length;
     }
 
 private:
-    char* text_;
-    size_t size_;
-    size_t length_ = 0;
+    char* buffer;
+    size_t capacity;
+    size_t used = 0;
 };
 
 // getenv for a name that no terminator ends.

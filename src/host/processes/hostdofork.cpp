@@ -41,8 +41,8 @@ struct MessageBuffer {
 class ReadinessPipe {
 public:
     ~ReadinessPipe() {
-        closeEnd(readEnd_);
-        closeEnd(writeEnd_);
+        closeEnd(readDescriptor);
+        closeEnd(writeDescriptor);
     }
     ReadinessPipe() = default;
     ReadinessPipe(const ReadinessPipe&) = delete;
@@ -53,21 +53,21 @@ public:
         int ends[2];
         if (pipe2(ends, O_CLOEXEC) != 0)
             return false;
-        readEnd_ = aboveStandard(ends[0]);
-        writeEnd_ = aboveStandard(ends[1]);
-        return readEnd_ != -1 && writeEnd_ != -1;
+        readDescriptor = aboveStandard(ends[0]);
+        writeDescriptor = aboveStandard(ends[1]);
+        return readDescriptor != -1 && writeDescriptor != -1;
     }
 
-    int writeEnd() const { return writeEnd_; }
-    void closeReadEnd() { closeEnd(readEnd_); }
-    void closeWriteEnd() { closeEnd(writeEnd_); }
+    int writeEnd() const { return writeDescriptor; }
+    void closeReadEnd() { closeEnd(readDescriptor); }
+    void closeWriteEnd() { closeEnd(writeDescriptor); }
 
     // 1 when the byte has come, 0 when it never will, -1 with errno set.
     ssize_t awaitByte() const {
         char byte;
         ssize_t count;
         do
-            count = read(readEnd_, &byte, 1);
+            count = read(readDescriptor, &byte, 1);
         while (count == -1 && shouldRetry());
         return count;
     }
@@ -88,8 +88,8 @@ private:
         end = -1;
     }
 
-    int readEnd_ = -1;
-    int writeEnd_ = -1;
+    int readDescriptor = -1;
+    int writeDescriptor = -1;
 };
 
 // Lets the named user own the process that is planned. False with the reason in msg.

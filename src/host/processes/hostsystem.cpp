@@ -32,16 +32,16 @@ constinit BorrowedSignal terminalInput(SIGTTIN);
 // ignored: it would stop a process that is not in the foreground and reaches for the terminal.
 class ForegroundKept {
 public:
-    explicit ForegroundKept(bool keep) : group_(keep ? tcgetpgrp(STDIN_FILENO) : -1) {}
+    explicit ForegroundKept(bool keep) : group(keep ? tcgetpgrp(STDIN_FILENO) : -1) {}
     ~ForegroundKept() {
-        if (group_ != -1)
-            tcsetpgrp(STDIN_FILENO, group_);
+        if (group != -1)
+            tcsetpgrp(STDIN_FILENO, group);
     }
     ForegroundKept(const ForegroundKept&) = delete;
     ForegroundKept& operator=(const ForegroundKept&) = delete;
 
 private:
-    const pid_t group_;
+    const pid_t group;
 };
 
 // Everything below up to startShell runs in the child of a vfork, in this process's memory. It makes system calls only,

@@ -53,13 +53,13 @@ void blockAllExcept(std::initializer_list<int> open) {
 
 class SignalMaskKeeper {
 public:
-    SignalMaskKeeper() { pthread_sigmask(SIG_SETMASK, nullptr, &saved_); }
-    ~SignalMaskKeeper() { pthread_sigmask(SIG_SETMASK, &saved_, nullptr); }
+    SignalMaskKeeper() { pthread_sigmask(SIG_SETMASK, nullptr, &saved); }
+    ~SignalMaskKeeper() { pthread_sigmask(SIG_SETMASK, &saved, nullptr); }
     SignalMaskKeeper(const SignalMaskKeeper&) = delete;
     SignalMaskKeeper& operator=(const SignalMaskKeeper&) = delete;
 
 private:
-    sigset_t saved_;
+    sigset_t saved;
 };
 
 // Gives a person time to attach a debugger, on the wall clock.

@@ -6,20 +6,20 @@
 
 void BorrowedSignal::change(int& users, int by) {
     const ErrnoKeeper errnoKeeper;
-    pthread_mutex_lock(&mutex_);
+    pthread_mutex_lock(&mutex);
     users += by;
-    apply(defaultUsers_ > 0 ? Disposition::byDefault : ignoringUsers_ > 0 ? Disposition::ignored : Disposition::own);
-    pthread_mutex_unlock(&mutex_);
+    apply(defaultUsers > 0 ? Disposition::byDefault : ignoringUsers > 0 ? Disposition::ignored : Disposition::own);
+    pthread_mutex_unlock(&mutex);
 }
 
 void BorrowedSignal::apply(Disposition wanted) {
-    if (wanted == current_)
+    if (wanted == current)
         return;
     if (wanted == Disposition::own) {
-        unixioSetAction(signal_, own_);
+        unixioSetAction(number, ownAction);
     } else {
         const auto plain = wanted == Disposition::ignored ? SIG_IGN : SIG_DFL;
-        UNIXIO_DO_SIGNAL(signal_, unixioPlain(plain), current_ == Disposition::own ? &own_ : nullptr);
+        UNIXIO_DO_SIGNAL(number, unixioPlain(plain), current == Disposition::own ? &ownAction : nullptr);
     }
-    current_ = wanted;
+    current = wanted;
 }

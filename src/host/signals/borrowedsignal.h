@@ -13,7 +13,7 @@
 
 class BorrowedSignal {
 public:
-    constexpr explicit BorrowedSignal(int signal) : signal_(signal) {}
+    constexpr explicit BorrowedSignal(int signal) : number(signal) {}
 
     // Holds one loan. errno is kept.
     class AsDefault;
@@ -25,32 +25,32 @@ private:
     void change(int& users, int by);
     void apply(Disposition wanted);
 
-    const int signal_;
-    pthread_mutex_t mutex_ = PTHREAD_MUTEX_INITIALIZER;
-    int defaultUsers_ = 0;
-    int ignoringUsers_ = 0;
-    Disposition current_ = Disposition::own;
-    struct sigaction own_ = {};
+    const int number;
+    pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
+    int defaultUsers = 0;
+    int ignoringUsers = 0;
+    Disposition current = Disposition::own;
+    struct sigaction ownAction = {};
 };
 
 class BorrowedSignal::AsDefault {
 public:
-    explicit AsDefault(BorrowedSignal& signal) : signal_(signal) { signal_.change(signal_.defaultUsers_, 1); }
-    ~AsDefault() { signal_.change(signal_.defaultUsers_, -1); }
+    explicit AsDefault(BorrowedSignal& signal) : borrowed(signal) { borrowed.change(borrowed.defaultUsers, 1); }
+    ~AsDefault() { borrowed.change(borrowed.defaultUsers, -1); }
     AsDefault(const AsDefault&) = delete;
     AsDefault& operator=(const AsDefault&) = delete;
 
 private:
-    BorrowedSignal& signal_;
+    BorrowedSignal& borrowed;
 };
 
 class BorrowedSignal::Ignored {
 public:
-    explicit Ignored(BorrowedSignal& signal) : signal_(signal) { signal_.change(signal_.ignoringUsers_, 1); }
-    ~Ignored() { signal_.change(signal_.ignoringUsers_, -1); }
+    explicit Ignored(BorrowedSignal& signal) : borrowed(signal) { borrowed.change(borrowed.ignoringUsers, 1); }
+    ~Ignored() { borrowed.change(borrowed.ignoringUsers, -1); }
     Ignored(const Ignored&) = delete;
     Ignored& operator=(const Ignored&) = delete;
 
 private:
-    BorrowedSignal& signal_;
+    BorrowedSignal& borrowed;
 };

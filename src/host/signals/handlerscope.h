@@ -12,23 +12,23 @@ public:
     [[gnu::always_inline]] HandlerScope() {
         const auto frame = reinterpret_cast<uintptr_t>(__builtin_frame_address(0));
         // A mark below this frame was left behind by a handler that was left by a jump.
-        outer_ = innermost > frame ? innermost : 0;
+        outer = innermost > frame ? innermost : 0;
         innermost = frame;
     }
-    ~HandlerScope() { innermost = outer_; }
+    ~HandlerScope() { innermost = outer; }
     HandlerScope(const HandlerScope&) = delete;
     HandlerScope& operator=(const HandlerScope&) = delete;
 
     // Takes the mark off while a handler of somebody else runs, which may jump out: the mark is not left behind then.
     class Lifted {
     public:
-        ~Lifted() { innermost = kept_; }
+        ~Lifted() { innermost = kept; }
         Lifted() { innermost = 0; }
         Lifted(const Lifted&) = delete;
         Lifted& operator=(const Lifted&) = delete;
 
     private:
-        const uintptr_t kept_ = innermost;
+        const uintptr_t kept = innermost;
     };
 
     // Whether the calling thread is marked.
@@ -41,5 +41,5 @@ public:
 private:
     // The frame of the innermost handler, 0 for none. This model of thread-local data needs no allocation on first use.
     static __thread uintptr_t innermost [[gnu::tls_model("initial-exec")]];
-    uintptr_t outer_;
+    uintptr_t outer;
 };
