@@ -57,13 +57,13 @@ TMQKCI_LEAF_API VoidPtrType* HashTableLookup(HashTableSType* hashTable, const vo
 /*
  * Stores a key at the empty slot that HashTableLookup gave for it, the table being unchanged since. A table that is
  * half full grows first. FALSE without memory: for larger slots with the table unchanged, for the key's copy with the
- * entry counted all the same (kept so on purpose).
+ * entry counted all the same (kept: callers depend on the count).
  */
 TMQKCI_API BoolType HashTableInsert(HashTableSType* hashTable, VoidPtrType* posn, const void* key);
 
 /*
  * Empties a slot; FALSE when it was empty. The keys behind it are not moved: one that collided with it can no longer be
- * found until the table next grows (kept so on purpose).
+ * found until the table next grows (kept: callers hold slots of other keys meanwhile).
  */
 TMQKCI_API BoolType HashTableRemove(HashTableSType* hashTable, VoidPtrType* posn);
 

@@ -6,13 +6,13 @@
 #include <pthread.h>
 #include <unistd.h>
 
+#include "err/system/errnotext.h"
 #include "host/faults/hostsigexit.h"
 #include "host/names/hostexpand.h"
 #include "host/report/reportneeds.h"
 #include "host/report/reporttext.h"
 #include "host/time/hostclock.h"
 #include "hostunix.h"
-#include "unixerr.h"
 #include "utlexit.h"
 #include "vermsg.h"
 
@@ -47,10 +47,10 @@ void hostInitCrash(const char* what) {
     fputs("\n\n", stderr);
     VerLeadingEdge(stderr);
     hostReportLine(stderr, "host.initfail", "s", what);
-    char text[256];
     if (error != 0)
-        hostReportLine(stderr, "fault.errno", "ds", error, HostGetErrMsg(error, text, sizeof text));
-    hostReportLine(stderr, "fault.date", "s", hostReportTime(text, sizeof text));
+        hostReportLine(stderr, "fault.errno", "ds", error, ErrnoText(error).text);
+    char time[reportTimeSize];
+    hostReportLine(stderr, "fault.date", "s", hostReportTime(time, sizeof time));
     VerEndEdge(stderr);
     fflush(stderr);
     UtlExit(3);

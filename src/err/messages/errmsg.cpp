@@ -223,7 +223,7 @@ void ErrMsgToTxt(OopType category, int number, char* dst, ArraySizeType dstSize)
     if (category == KCI_CATEGORY_SYSTEM) {
         ErrMsgSymToText(ErrMsgNumToSym(number), dst, dstSize, nullptr);
     } else if (dstSize > 0) {
-        // Kept: callers depend on the symbol itself.
+        // kept: callers look for the symbol itself in place of a text.
         memset(dst, 0, dstSize);
         memcpy(dst, UserErrTxt, std::min<size_t>(sizeof UserErrTxt, dstSize) - 1);
     }

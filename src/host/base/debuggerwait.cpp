@@ -3,6 +3,7 @@
 #include "hostenv.h"
 
 bool hostDebuggerWaitIsWanted() {
-    char value[80];
-    return HostGetEnv("KESTRUNE_CHILD_DEBUG", value, sizeof value - 1);
+    constexpr unsigned longestValue = 79;
+    char value[longestValue + 1];
+    return HostGetEnv("KESTRUNE_CHILD_DEBUG", value, longestValue);
 }

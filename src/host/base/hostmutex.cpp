@@ -29,7 +29,7 @@ void HostMutexAcquire(HostMutexSType* mutex) {
 
 void HostMutexRelease(HostMutexSType* mutex) {
     if (pthread_mutex_unlock(mutex) != 0) {
-        // The letter stands for itself and no newline follows: kept, callers look for this very text.
+        // kept: callers look for this very text, with the letter and without a newline.
         fputs("mutexUnLock failed=n", stdout);
         UTL_GUARANTEE(false);
     }

@@ -65,7 +65,7 @@ void printRegisters(const ucontext_t& context) {
     const auto value = [&registers](int index) { return static_cast<unsigned>(registers[index]); };
     HostSignalSafePrint("  Registers saved from frame receiving the signal:\n");
     hostSafePrintf("   gs 0x%x fs 0x%x es 0x%x ds 0x%x \n", value(REG_GS), value(REG_FS), value(REG_ES), value(REG_DS));
-    // The label "epb" is kept: programs that read these reports look for it.
+    // kept: callers' programs that read these reports look for the label "epb".
     hostSafePrintf("   edi 0x%x esi 0x%x epb 0x%x esp 0x%x \n", value(REG_EDI), value(REG_ESI), value(REG_EBP),
                    value(REG_ESP));
     hostSafePrintf("   ebx 0x%x edx 0x%x ecx 0x%x eax 0x%x \n", value(REG_EBX), value(REG_EDX), value(REG_ECX),

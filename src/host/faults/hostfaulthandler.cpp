@@ -20,6 +20,7 @@
 #include "host/faults/instructionrange.h"
 #include "host/report/debuggerbanner.h"
 #include "host/report/hoststack.h"
+#include "host/report/reporttext.h"
 #include "host/signals/exitlimit.h"
 #include "host/signals/handlerscope.h"
 #include "host/signals/signalprint.h"
@@ -143,7 +144,7 @@ bool chainToOldHandler(struct sigaction& old, const SignalArrival& arrival) {
 
 [[gnu::cold, gnu::noinline]] void abortForLackOfMemory() {
     UNIXIO_DO_SIGNAL(SIGABRT, unixioPlain(SIG_DFL), nullptr);
-    char text[4096];
+    char text[reportTextSize];
     printHostcallDebugger(ENOMEM, text, sizeof text);
     HostSignalSafePrint("KS signal handler: cannot safely fork() to print the C stack due to ENOMEM error.\n"
                         "   This is really a Linux bug.  See: https://sourceware.org/bugzilla/show_bug.cgi?id=4737\n");

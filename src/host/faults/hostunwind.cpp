@@ -72,7 +72,8 @@ void UnwindDoUnwind(int val) {
 }
 
 void UnwindDoTraceUnwind(int kind, const char* file, int line) {
-    char text[150];
+    constexpr size_t lineSize = 150;
+    char text[lineSize];
     snprintf(text, sizeof text, "[DEBUG]: Unwind(%s) called from line %d in %s", unwindKindToString(kind), line, file);
     UtlTimeStampMs_s(stdout, text, 0);
     fflush(stdout);

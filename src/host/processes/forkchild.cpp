@@ -12,6 +12,7 @@
 #include <string_view>
 #include <unistd.h>
 
+#include "err/system/errnotext.h"
 #include "errmsg.h"
 #include "errutl.h"
 #include "host/names/lognames.h"
@@ -22,7 +23,6 @@
 #include "hostfile.h"
 #include "hostprocess.h"
 #include "hostsignal.h"
-#include "unixerr.h"
 #include "utlheap.h"
 #include "utlhost.h"
 #include "vermsg.h"
@@ -41,11 +41,6 @@ rundownFuncType* shutdownSetAside;
     shutdownFct = shutdownSetAside;
     _exit(3);
 }
-
-struct ErrnoText {
-    explicit ErrnoText(int error) { HostGetErrMsg(error, text, sizeof text); }
-    char text[256];
-};
 
 // "<call> failed, errno = ..." and the reason below it, on standard error.
 [[noreturn]] void failCall(const char* call, int error) {

@@ -8,6 +8,7 @@
 #include <optional>
 #include <unistd.h>
 
+#include "err/system/errnotext.h"
 #include "errmsg.h"
 #include "host/names/account.h"
 #include "host/processes/forkchild.h"
@@ -18,7 +19,6 @@
 #include "host/time/hostlocaltime.h"
 #include "hostfile.h"
 #include "hostuser.h"
-#include "unixerr.h"
 #include "utlhost.h"
 
 volatile BoolType debugchild = FALSE;
@@ -30,8 +30,7 @@ struct MessageBuffer {
     ArraySizeType size;
 
     BoolType systemCallFailed(const char* call, int error) const {
-        char reason[256];
-        ErrMsgSymToText("host.syscallfailed", text, size, "ss", call, HostGetErrMsg(error, reason, sizeof reason));
+        ErrMsgSymToText("host.syscallfailed", text, size, "ss", call, ErrnoText(error).text);
         return FALSE;
     }
 };
@@ -96,10 +95,8 @@ private:
 bool planUser(Account& account, const char* name, ForkChildPlan& plan, const MessageBuffer& msg) {
     const passwd* user = account.get();
     if (user == nullptr) {
-        char reason[256] = "there is no such user";
-        if (account.error() != 0)
-            HostGetErrMsg(account.error(), reason, sizeof reason);
-        ErrMsgSymToText("host.fork1", msg.text, msg.size, "s", reason);
+        ErrMsgSymToText("host.fork1", msg.text, msg.size, "s",
+                        account.error() != 0 ? ErrnoText(account.error()).text : "there is no such user");
         return false;
     }
     const uid_t self = geteuid();

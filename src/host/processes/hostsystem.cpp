@@ -113,7 +113,8 @@ BoolType HostPerform(const char* scriptFile, const char* outFile) {
     const BorrowedSignal::Ignored unreaped(childEnded);
     errno = 0;
     const int result = UnixIoSystem(command, FALSE);
-    // Kept: only a lost status counts, as UnixIoSystem answers neither of the two numbers.
+    // kept: callers depend on a script that fails counting as performed. UnixIoSystem answers neither of the numbers,
+    // so only a lost status counts.
     return result != 127 && result != 32512 && errno != ECHILD;
 }
 

@@ -4,9 +4,9 @@
 
 #include <cstdio>
 
+#include "err/system/errnotext.h"
 #include "host/report/reporttext.h"
 #include "hostsignal.h"
-#include "unixerr.h"
 #include "vermsg.h"
 
 void printDebuggerBanner(const char* who) {
@@ -15,14 +15,13 @@ void printDebuggerBanner(const char* who) {
     fputs("\n\n", stdout);
     VerLeadingEdge(stdout);
     hostReportLine(stdout, "host.debugger1", "s", who);
-    char time[256];
+    char time[reportTimeSize];
     hostReportLine(stdout, "host.debugger2", "s", hostReportTime(time, sizeof time));
     fflush(stdout);
 }
 
 void printHostcallDebugger(int error, char* buf, unsigned size) {
     printDebuggerBanner("HostCallDebugger");
-    char reason[256];
-    hostReportText("fault.errno", buf, size, "ds", error, HostGetErrMsg(error, reason, sizeof reason));
+    hostReportText("fault.errno", buf, size, "ds", error, ErrnoText(error).text);
     HostSignalSafePrint(buf);
 }

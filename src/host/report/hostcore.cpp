@@ -13,6 +13,7 @@
 #include <unistd.h>
 
 #include "err/messages/errcatalogue.h"
+#include "err/system/errnotext.h"
 #include "host/base/realids.h"
 #include "host/report/debuggerbanner.h"
 #include "host/report/hoststack.h"
@@ -29,7 +30,6 @@
 #include "hostsignal.h"
 #include "hosttime.h"
 #include "hostuser.h"
-#include "unixerr.h"
 #include "vermsg.h"
 
 namespace {
@@ -39,8 +39,9 @@ HostFnameStrType coreDirName;
 
 int timeOutSeconds() {
     constexpr int defaultSeconds = 36 * 60 * 60;
-    char value[80];
-    return HostGetEnv("KS_CORE_TIME_OUT", value, sizeof value - 1) ? atoi(value) : defaultSeconds;
+    constexpr unsigned longestValue = 79;
+    char value[longestValue + 1];
+    return HostGetEnv("KS_CORE_TIME_OUT", value, longestValue) ? atoi(value) : defaultSeconds;
 }
 
 void blockAllExcept(std::initializer_list<int> open) {
@@ -168,8 +169,7 @@ bool waitForDump(pid_t child, int& status) {
 }
 
 void reportErrno(const char* sym, int error) {
-    char text[256];
-    hostReportLine(stderr, sym, "ds", error, HostGetErrMsg(error, text, sizeof text));
+    hostReportLine(stderr, sym, "ds", error, ErrnoText(error).text);
 }
 
 // Moves the child's core file to where a person looks for this process's.

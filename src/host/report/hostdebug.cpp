@@ -13,6 +13,7 @@
 #include "host/base/upwardcalls.h"
 #include "host/report/debuggerbanner.h"
 #include "host/report/reporthooks.h"
+#include "host/report/reporttext.h"
 #include "host/signals/unixiosignal.h"
 #include "hostatomic.h"
 #include "hostsignal.h"
@@ -45,7 +46,7 @@ void hostDoCallDebugger(bool firstTime, int error) {
         HostCoredump(FALSE);
         abort();
     }
-    char report[4096];
+    char report[reportTextSize];
     printHostcallDebugger(error, report, sizeof report);
     HostCoredump(FALSE);
     if (!coreDumpEnabled)

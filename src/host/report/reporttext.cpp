@@ -18,7 +18,7 @@ void hostReportText(const char* sym, char* buf, unsigned size, const char* kinds
 }
 
 void hostReportLine(FILE* f, const char* sym, const char* kinds, ...) {
-    char text[4096];
+    char text[reportTextSize];
     va_list arguments;
     va_start(arguments, kinds);
     errMsgBuildReport(sym, text, sizeof text, kinds, arguments);

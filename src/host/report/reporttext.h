@@ -3,6 +3,10 @@
 
 #include <cstdio>
 
+// Bytes of the longest line, and of the time, with their terminators.
+constexpr unsigned reportTextSize = 4096;
+constexpr unsigned reportTimeSize = 256;
+
 // Builds a message for the report as ErrMsgSymToText does. The error may have hit a thread that holds the catalogue's
 // mutex: when that cannot be had within a moment, the message is built without the catalogue, in brackets.
 void hostReportText(const char* sym, char* buf, unsigned size, const char* kinds, ...);

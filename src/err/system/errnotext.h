@@ -1,0 +1,9 @@
+#pragma once
+
+#include "unixerr.h"
+
+// The host's text of an errno value (HostGetErrMsg), at hand for one statement.
+struct ErrnoText {
+    explicit ErrnoText(int error) { HostGetErrMsg(error, text, sizeof text); }
+    char text[256];
+};
