@@ -22,13 +22,15 @@ void initialiseOnce() {
     setlocale(LC_ALL, "");
     hostReadAutoMountPrefix();
     char loginName[64];
-    if (getlogin_r(loginName, sizeof loginName) == 0)
+    if (getlogin_r(loginName, sizeof loginName) == 0) {
         HostSetEnv("KS_LOGIN_NAME", loginName);
+    }
     sigset_t noInterrupts;
     sigemptyset(&noInterrupts);
     errno = pthread_sigmask(SIG_SETMASK, &noInterrupts, nullptr);
-    if (errno != 0)
+    if (errno != 0) {
         hostInitCrash("pthread_sigmask");
+    }
     hostPrepareReport();
     hostClearExitModes();
     HostInstallFatalReportHandler(nullptr);
@@ -47,8 +49,9 @@ void hostInitCrash(const char* what) {
     fputs("\n\n", stderr);
     VerLeadingEdge(stderr);
     hostReportLine(stderr, "host.initfail", "s", what);
-    if (error != 0)
+    if (error != 0) {
         hostReportLine(stderr, "fault.errno", "ds", error, ErrnoText(error).text);
+    }
     char time[reportTimeSize];
     hostReportLine(stderr, "fault.date", "s", hostReportTime(time, sizeof time));
     VerEndEdge(stderr);

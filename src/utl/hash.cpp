@@ -65,8 +65,9 @@ struct Place {
 
 private:
     static int32_t homeOf(uint32_t hash, int32_t tableSize) {
-        if (tableSize != powerOfTwoPrime[largestIndex])
+        if (tableSize != powerOfTwoPrime[largestIndex]) {
             return static_cast<int32_t>(hash % tableSize);
+        }
         // 2^16 is -1 modulo the largest size, 2^16 + 1: the remainder needs no division.
         const auto difference = static_cast<int32_t>((hash & 0xFFFF) - (hash >> 16));
         return difference + (difference >> 31 & powerOfTwoPrime[largestIndex]);
@@ -103,8 +104,9 @@ struct TableBlock {
         slots[index] = key;
         tags[index] = place.tag();
         // Far is what a search's first group does not show: also what went round to the first slots.
-        if (static_cast<uint32_t>(index - place.home) >= groupSize)
+        if (static_cast<uint32_t>(index - place.home) >= groupSize) {
             filters[place.home] |= place.filterBit();
+        }
     }
 };
 
@@ -115,17 +117,19 @@ struct VectorSearch {
     }
     [[gnu::target("sse2")]] static int32_t findTagOrEmpty(const uint8_t* tags, int32_t start, uint8_t tag) {
         for (const uint8_t* at = tags + start;; at += groupSize) {
-            if (const uint32_t found = equals(at, tag) | equals(at, emptyTag))
+            if (const uint32_t found = equals(at, tag) | equals(at, emptyTag)) {
                 return static_cast<int32_t>(at - tags) + __builtin_ctz(found);
+            }
         }
     }
     [[gnu::target("sse2")]] static int32_t findEmpty(const uint8_t* tags, int32_t start) {
         for (const uint8_t* at = tags + start;; at += TableBlock::stride) {
             const uint32_t first = equals(at, emptyTag);
             const uint32_t second = equals(at + groupSize, emptyTag);
-            if (first | second) // which of the two is as good as random, so no branch asks
+            if (first | second) { // which of the two is as good as random, so no branch asks
                 return static_cast<int32_t>(at - tags) +
                        (first ? __builtin_ctz(first) : groupSize + __builtin_ctz(second));
+            }
         }
     }
 
@@ -145,8 +149,9 @@ struct ByteSearch {
         return memchr(tags + place.home, place.tag(), groupSize) != nullptr;
     }
     static int32_t findTagOrEmpty(const uint8_t* tags, int32_t start, uint8_t tag) {
-        while (tags[start] != tag && tags[start] != emptyTag)
+        while (tags[start] != tag && tags[start] != emptyTag) {
             ++start;
+        }
         return start;
     }
     static int32_t findEmpty(const uint8_t* tags, int32_t start) { return findTagOrEmpty(tags, start, emptyTag); }
@@ -155,8 +160,9 @@ struct ByteSearch {
 template <typename Search>
 [[gnu::always_inline]] inline VoidPtrType* lookUp(const HashTableSType& ht, const void* key) {
     const uint32_t hash = ht.hashFunc(key);
-    if (!ht.table)
+    if (!ht.table) {
         return nullptr;
+    }
     const TableBlock block(ht);
     const Place place(hash, ht.tableSize);
     int32_t index = place.home;
@@ -169,16 +175,19 @@ template <typename Search>
                 continue;
             }
             const void* candidate = block.slots[index];
-            if (!candidate)
+            if (!candidate) {
                 break;
-            if (ht.compareFunc(key, candidate))
+            }
+            if (ht.compareFunc(key, candidate)) {
                 return &block.slots[index];
+            }
             ++index; // behind the last slot the search ends at once and goes on at the first
         }
     } else {
         index = Search::findEmpty(block.tags, index);
-        while (index >= ht.tableSize)
+        while (index >= ht.tableSize) {
             index = Search::findEmpty(block.tags, 0);
+        }
     }
     ++block.state->emptyAnswers;
     block.state->emptyIndex = index;
@@ -222,14 +231,16 @@ void placeAll(const HashTableSType& ht, const VoidPtrType* old, const VoidPtrTyp
             keys[count] = *old;
             count += *old != nullptr; // no branch: occupied slots come at random
         }
-        for (int i = 0; i < count; ++i)
+        for (int i = 0; i < count; ++i) {
             hashes[i] = ht.hashFunc(keys[i]);
+        }
         for (int i = 0; i < count; ++i) {
             const Place place(hashes[i], ht.tableSize);
             int32_t index = place.home;
             while (block.slots[index]) {
-                if (++index == ht.tableSize)
+                if (++index == ht.tableSize) {
                     index = 0;
+                }
             }
             block.occupy(index, keys[i], place);
         }
@@ -238,15 +249,18 @@ void placeAll(const HashTableSType& ht, const VoidPtrType* old, const VoidPtrTyp
 
 // Gives the table the size of its index, with all keys placed anew. FALSE without memory; the old slots stay then.
 BoolType rehash(HashTableSType& ht) {
-    if (ht.indexOfPrime > largestIndex)
+    if (ht.indexOfPrime > largestIndex) {
         return FALSE;
-    if (ht.indexOfPrime < smallestIndex)
+    }
+    if (ht.indexOfPrime < smallestIndex) {
         ht.indexOfPrime = smallestIndex;
+    }
     const int32_t newSize = powerOfTwoPrime[ht.indexOfPrime];
     const auto bytes = static_cast<unsigned>(TableBlock::bytes(newSize));
     auto* table = static_cast<VoidPtrType*>(UtlMalloc_(bytes, __LINE__));
-    if (!table)
+    if (!table) {
         return FALSE;
+    }
     memset(table, 0, bytes);
 
     VoidPtrType* const oldTable = ht.table;
@@ -307,8 +321,9 @@ BoolType HashTableInsert(HashTableSType* hashTable, VoidPtrType* posn, const voi
     void* stored = const_cast<void*>(key);
     if (hashTable->copyKeys) {
         stored = UtlMalloc_(static_cast<unsigned>(hashTable->keySize), __LINE__);
-        if (!stored)
+        if (!stored) {
             return FALSE;
+        }
         memcpy(stored, key, hashTable->keySize);
     }
     const TableBlock block(*hashTable);
@@ -319,10 +334,12 @@ BoolType HashTableInsert(HashTableSType* hashTable, VoidPtrType* posn, const voi
 }
 
 BoolType HashTableRemove(HashTableSType* hashTable, VoidPtrType* posn) {
-    if (!*posn)
+    if (!*posn) {
         return FALSE;
-    if (hashTable->copyKeys)
+    }
+    if (hashTable->copyKeys) {
         UtlFree(*posn);
+    }
     const TableBlock block(*hashTable);
     block.tags[posn - block.slots] = emptyTag;
     block.state->emptyAnswers = 0;
@@ -334,24 +351,29 @@ BoolType HashTableRemove(HashTableSType* hashTable, VoidPtrType* posn) {
 void HashTableEnumerate(HashTableSType* hashTable, VoidPtrType** elementPtr) {
     VoidPtrType* const end = hashTable->endPtr;
     VoidPtrType* slot = *elementPtr ? *elementPtr + 1 : hashTable->table;
-    while (slot != end && !*slot)
+    while (slot != end && !*slot) {
         ++slot;
+    }
     *elementPtr = slot != end ? slot : nullptr;
 }
 
 void HashTableClear(HashTableSType* hashTable) {
     for (VoidPtrType* slot = hashTable->table; slot != hashTable->endPtr; ++slot) {
-        if (!*slot)
+        if (!*slot) {
             continue;
-        if (hashTable->numEntries < 1)
+        }
+        if (hashTable->numEntries < 1) {
             HostCallDebuggerMsg("corrupt hash table");
-        if (hashTable->copyKeys)
+        }
+        if (hashTable->copyKeys) {
             UtlFree(*slot);
+        }
         *slot = nullptr;
         --hashTable->numEntries;
     }
-    if (hashTable->table)
+    if (hashTable->table) {
         UtlFree(hashTable->table);
+    }
     resetSizes(*hashTable);
     rehash(*hashTable);
 }

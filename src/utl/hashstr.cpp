@@ -37,15 +37,17 @@ private:
 template <typename ByteAt>
 [[gnu::noinline, gnu::force_align_arg_pointer]] int mixUpper(size_t count, ByteAt byteAt) {
     Mixer mixer(byteAt(0));
-    for (size_t i = 1; i < count; ++i)
+    for (size_t i = 1; i < count; ++i) {
         mixer.add(byteAt(i));
+    }
     return mixer.value();
 }
 
 inline int mixBytes(const ByteType* bytes, const ByteType* end) {
     Mixer mixer(*bytes);
-    while (++bytes != end)
+    while (++bytes != end) {
         mixer.add(*bytes);
+    }
     return mixer.value();
 }
 
@@ -55,18 +57,22 @@ unsigned upperByte(ByteType byte) {
 } // namespace
 
 int HashStrHash(const ByteType* bytes, unsigned count, BoolType caseSensitive) {
-    if (count == 0)
+    if (count == 0) {
         return 0;
-    if (caseSensitive)
+    }
+    if (caseSensitive) {
         return mixBytes(bytes, bytes + count);
+    }
     return mixUpper(count, [=](size_t i) { return upperByte(bytes[i]); });
 }
 
 int HashDbStrHash(const ByteType* bytes, size_t sizeBytes, BoolType caseSensitive) {
-    if (sizeBytes == 0)
+    if (sizeBytes == 0) {
         return 0;
-    if (caseSensitive)
+    }
+    if (caseSensitive) {
         return mixBytes(bytes, bytes + sizeBytes);
+    }
     constexpr size_t low = __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__ ? 0 : 1;
     return mixUpper(sizeBytes, [=](size_t i) -> unsigned {
         const size_t partner = i ^ 1;
@@ -78,11 +84,13 @@ int HashDbStrHash(const ByteType* bytes, size_t sizeBytes, BoolType caseSensitiv
 int HashCStrHash(const char* str) {
     // HashStrHash of all characters; the terminator is found on the way.
     const auto* bytes = reinterpret_cast<const ByteType*>(str);
-    if (!*bytes)
+    if (!*bytes) {
         return 0;
+    }
     Mixer mixer(*bytes);
-    while (const unsigned byte = *++bytes)
+    while (const unsigned byte = *++bytes) {
         mixer.add(byte);
+    }
     return mixer.value();
 }
 

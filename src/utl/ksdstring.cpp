@@ -58,14 +58,16 @@ void reset(KsDString& ds) {
 char* copyToLarger(const KsDString& ds, unsigned long space) {
     const auto size = static_cast<unsigned>(space < UINT_MAX ? space : UINT_MAX);
     char* larger = static_cast<char*>(UtlMalloc(size, "ksdstring"));
-    if (larger)
+    if (larger) {
         std::copy_n(ds.string, ds.length, larger);
+    }
     return larger;
 }
 
 void replaceSpace(KsDString& ds, char* larger, unsigned long space) {
-    if (ds.string != ds.staticSpace)
+    if (ds.string != ds.staticSpace) {
         UtlFree(ds.string);
+    }
     ds.string = larger;
     ds.spaceAvl = static_cast<long>(space);
 }
@@ -80,8 +82,9 @@ void replaceSpace(KsDString& ds, char* larger, unsigned long space) {
         // Both terms are below half the address space: only the doubling can wrap around.
         const unsigned long space = newLength <= ULONG_MAX / 2 ? 2 * newLength : ULONG_MAX;
         char* larger = copyToLarger(ds, space);
-        if (!larger)
+        if (!larger) {
             return nullptr;
+        }
         // The addition may be a part of the old text, so it is copied before the old space goes.
         std::copy_n(string, added, larger + ds.length);
         replaceSpace(ds, larger, space);
@@ -97,8 +100,9 @@ void KsDStringInit(KsDString* dsPtr) {
 }
 
 char* KsDStringAppend(KsDString* dsPtr, const char* string, long length) {
-    if (static_cast<unsigned long>(length) > shortPiece || length >= dsPtr->spaceAvl - dsPtr->length)
+    if (static_cast<unsigned long>(length) > shortPiece || length >= dsPtr->spaceAvl - dsPtr->length) {
         return appendAny(*dsPtr, string, length);
+    }
     char* const end = dsPtr->string + dsPtr->length;
     dsPtr->length += length;
     copyShort(end, string, length);
@@ -107,13 +111,15 @@ char* KsDStringAppend(KsDString* dsPtr, const char* string, long length) {
 }
 
 void KsDStringSetLength(KsDString* dsPtr, long length) {
-    if (length < 0)
+    if (length < 0) {
         length = 0;
+    }
     if (length >= dsPtr->spaceAvl) {
         const unsigned long space = static_cast<unsigned long>(length) + 1;
         char* larger = copyToLarger(*dsPtr, space);
-        if (!larger)
+        if (!larger) {
             return;
+        }
         replaceSpace(*dsPtr, larger, space);
     }
     dsPtr->length = length;
@@ -121,7 +127,8 @@ void KsDStringSetLength(KsDString* dsPtr, long length) {
 }
 
 void KsDStringFree(KsDString* dsPtr) {
-    if (dsPtr->string != dsPtr->staticSpace)
+    if (dsPtr->string != dsPtr->staticSpace) {
         UtlFree(dsPtr->string);
+    }
     reset(*dsPtr);
 }

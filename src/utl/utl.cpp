@@ -15,8 +15,9 @@ int HostStrCompare(const char* a, const char* b, size_t lengthA, size_t lengthB)
 BoolType UtlValidateSwizzleTransforms(const ByteType transform[4], const ByteType shortTransform[2]) {
     unsigned seen = 0;
     for (int i = 0; i < 4; ++i) {
-        if (transform[i] > 3)
+        if (transform[i] > 3) {
             return FALSE;
+        }
         seen |= 1U << transform[i];
     }
     const bool shortValid = shortTransform[0] <= 1 && shortTransform[1] <= 1 && shortTransform[0] != shortTransform[1];

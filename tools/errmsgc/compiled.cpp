@@ -29,8 +29,9 @@ class Compiled {
 public:
     explicit Compiled(const std::string& fileName) : name(fileName) {}
     ~Compiled() {
-        if (file)
+        if (file) {
             fclose(file);
+        }
     }
     Compiled(const Compiled&) = delete;
     Compiled& operator=(const Compiled&) = delete;
@@ -63,8 +64,9 @@ private:
     }
     uint32_t word(const ByteType* bytes) const {
         uint32_t value = 0;
-        for (int i = 0; i < 4; ++i)
+        for (int i = 0; i < 4; ++i) {
             value |= static_cast<uint32_t>(bytes[i]) << 8 * header.transform[i];
+        }
         return value;
     }
 
@@ -101,29 +103,33 @@ bool Compiled::open() {
         fault("the table of %lu slots reaches beyond the end", static_cast<unsigned long>(header.tabSize));
         return false;
     }
-    if (header.textBegin < ERRUTL_HEADER_SIZE + header.tabSize * ERRUTL_SLOT_SIZE || header.textBegin > size)
+    if (header.textBegin < ERRUTL_HEADER_SIZE + header.tabSize * ERRUTL_SLOT_SIZE || header.textBegin > size) {
         fault("the text begins at %lu, outside the file or inside the table",
               static_cast<unsigned long>(header.textBegin));
+    }
     std::vector<ByteType> bytes(header.tabSize * ERRUTL_SLOT_SIZE);
     if (!readAt(ERRUTL_HEADER_SIZE, bytes.data(), bytes.size())) {
         fault("the table cannot be read");
         return false;
     }
-    for (size_t at = 0; at < bytes.size(); at += ERRUTL_SLOT_SIZE)
+    for (size_t at = 0; at < bytes.size(); at += ERRUTL_SLOT_SIZE) {
         slots.push_back({word(&bytes[at]), word(&bytes[at + 4]), word(&bytes[at + 8])});
+    }
     return true;
 }
 
 bool Compiled::entryAt(uint32_t position, Entry& entry) {
-    if (position >= size || fseek(file, static_cast<long>(position), SEEK_SET) != 0)
+    if (position >= size || fseek(file, static_cast<long>(position), SEEK_SET) != 0) {
         return false;
+    }
     const auto parsed = std::make_unique<ErrUtlEntrySType>();
     long line = 0;
     BoolType syntaxErr = FALSE;
     // While building, lines that are skipped show in the entry's position.
     if (!ErrUtlNextSym(file, name.c_str(), &line, parsed.get(), TRUE, &syntaxErr) || syntaxErr ||
-        parsed->loc != static_cast<long>(position))
+        parsed->loc != static_cast<long>(position)) {
         return false;
+    }
     entry = {parsed->sym, {parsed->argOrder, parsed->argOrder + parsed->argListSize}, parsed->buf, 0};
     return true;
 }
@@ -131,8 +137,9 @@ bool Compiled::entryAt(uint32_t position, Entry& entry) {
 bool Compiled::textAt(uint32_t position, std::string& text) {
     char bytes[ERRUTL_MAX_SYMBOL + 1];
     const size_t count = std::min<size_t>(sizeof bytes, position < size ? size - position : 0);
-    if (!readAt(position, bytes, count))
+    if (!readAt(position, bytes, count)) {
         return false;
+    }
     const size_t length = strnlen(bytes, count);
     text.assign(bytes, length);
     return length < count;
@@ -143,8 +150,9 @@ bool Compiled::reaches(const std::string& symbol, uint32_t hash, size_t slot) {
     for (size_t probe = hash % slots.size(), visited = 0; visited < slots.size() && slots[probe].valLoc != 0;
          ++visited, probe = probe + 1 < slots.size() ? probe + 1 : 0) {
         if (slots[probe].hash == hash &&
-            (slots[probe].keyLoc == 0 || !textAt(slots[probe].keyLoc, key) || key == symbol))
+            (slots[probe].keyLoc == 0 || !textAt(slots[probe].keyLoc, key) || key == symbol)) {
             return probe == slot;
+        }
     }
     return false;
 }
@@ -158,61 +166,73 @@ void checkSlot(Compiled& compiled, size_t index, std::map<uint32_t, int>& sharin
     }
     const auto hash = static_cast<uint32_t>(HashStrHash(reinterpret_cast<const ByteType*>(entry.symbol.data()),
                                                         static_cast<unsigned>(entry.symbol.size()), TRUE));
-    if (slot.hash != hash)
+    if (slot.hash != hash) {
         compiled.fault("slot %zu: the hash is not that of \"%s\"", index, entry.symbol.c_str());
+    }
     std::string key;
-    if (slot.keyLoc != 0 && (!compiled.textAt(slot.keyLoc, key) || key != entry.symbol))
+    if (slot.keyLoc != 0 && (!compiled.textAt(slot.keyLoc, key) || key != entry.symbol)) {
         compiled.fault("slot %zu: the key is not \"%s\"", index, entry.symbol.c_str());
-    if (slot.keyLoc == 0 && sharing[slot.hash] > 1)
+    }
+    if (slot.keyLoc == 0 && sharing[slot.hash] > 1) {
         compiled.fault("slot %zu: \"%s\" shares its hash but has no key", index, entry.symbol.c_str());
-    if (!compiled.reaches(entry.symbol, hash, index))
+    }
+    if (!compiled.reaches(entry.symbol, hash, index)) {
         compiled.fault("slot %zu: \"%s\" is not found by its hash", index, entry.symbol.c_str());
+    }
 }
 
 } // namespace
 
 bool listFile(const std::string& fileName, std::vector<Entry>& entries) {
     Compiled compiled(fileName);
-    if (!compiled.open())
+    if (!compiled.open()) {
         return false;
+    }
     std::vector<uint32_t> positions;
     for (const Slot& slot : compiled.slots) {
-        if (slot.valLoc != 0)
+        if (slot.valLoc != 0) {
             positions.push_back(slot.valLoc);
+        }
     }
     std::sort(positions.begin(), positions.end());
     for (const uint32_t position : positions) {
         Entry entry;
-        if (compiled.entryAt(position, entry))
+        if (compiled.entryAt(position, entry)) {
             entries.push_back(std::move(entry));
-        else
+        } else {
             compiled.fault("no entry at %lu", static_cast<unsigned long>(position));
+        }
     }
     return compiled.good;
 }
 
 bool checkFile(const std::string& fileName) {
     Compiled compiled(fileName);
-    if (!compiled.open())
+    if (!compiled.open()) {
         return false;
-    if (!compiled.endsWithLine())
+    }
+    if (!compiled.endsWithLine()) {
         compiled.fault("the text ends inside a line");
+    }
     std::map<uint32_t, int> sharing;
     for (const Slot& slot : compiled.slots) {
-        if (slot.valLoc != 0)
+        if (slot.valLoc != 0) {
             ++sharing[slot.hash];
+        }
     }
     for (size_t index = 0; index < compiled.slots.size(); ++index) {
-        if (compiled.slots[index].valLoc != 0)
+        if (compiled.slots[index].valLoc != 0) {
             checkSlot(compiled, index, sharing);
+        }
     }
     return compiled.good;
 }
 
 bool getText(const std::string& fileName, const std::string& symbol, std::string& text) {
     noHalt = TRUE; // a damaged file is an answer here, not a reason to stop
-    if (!ErrUtlInit(TRUE, fileName.c_str()) || !ErrMsgReset())
+    if (!ErrUtlInit(TRUE, fileName.c_str()) || !ErrMsgReset()) {
         return false;
+    }
     char* const found = ErrMsgGetString(symbol.c_str());
     if (!found) {
         fprintf(stderr, "errmsgc: %s has no text for \"%s\"\n", fileName.c_str(), symbol.c_str());

@@ -53,8 +53,9 @@ std::optional<Transform> parseOrder(std::string_view order) {
                                {"big", "3210"},
                                {"mixed", "2301"}};
     for (const Named& named : names) {
-        if (order == named.name)
+        if (order == named.name) {
             order = named.digits;
+        }
     }
     Transform transform{};
     unsigned seen = 0;
@@ -67,23 +68,26 @@ std::optional<Transform> parseOrder(std::string_view order) {
 
 int compile(const char* catalogue, const char* output, const Transform& transform) {
     std::vector<Entry> entries;
-    if (!readCatalogue(catalogue, entries))
+    if (!readCatalogue(catalogue, entries)) {
         return exitFailure;
+    }
     return replaceFile(output, buildImage(entries, transform)) ? exitGood : exitFailure;
 }
 
 int list(const char* file) {
     std::vector<Entry> entries;
     const bool good = listFile(file, entries);
-    for (const Entry& entry : entries)
+    for (const Entry& entry : entries) {
         puts(entry.text().c_str());
+    }
     return good ? exitGood : exitFailure;
 }
 
 int get(const char* file, const std::string& symbol) {
     std::string text;
-    if (!getText(file, symbol, text))
+    if (!getText(file, symbol, text)) {
         return exitFailure;
+    }
     puts(text.c_str());
     return exitGood;
 }
@@ -132,11 +136,13 @@ int main(int argc, char** argv) {
             return wrongUsage("wrong options");
         }
     }
-    if (optind != argc - 1)
+    if (optind != argc - 1) {
         return wrongUsage("exactly one file is to be named");
+    }
     const char* const file = argv[optind];
-    if (actions > 1 || (actions == 1 && (output || order)))
+    if (actions > 1 || (actions == 1 && (output || order))) {
         return wrongUsage("these options exclude each other");
+    }
     switch (action) {
     case optionList:
         return finish(list(file));
@@ -147,10 +153,12 @@ int main(int argc, char** argv) {
     default:
         break;
     }
-    if (!output)
+    if (!output) {
         return wrongUsage("the file to write is missing (-o FILE)");
+    }
     const std::optional<Transform> transform = parseOrder(order ? order : "host");
-    if (!transform)
+    if (!transform) {
         return wrongUsage("no such byte order");
+    }
     return compile(file, output, *transform);
 }

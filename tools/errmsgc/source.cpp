@@ -36,11 +36,13 @@ const char* cutEntry(FILE* file, long begin) {
     fseek(file, begin, SEEK_SET);
     lines.resize(fread(lines.data(), 1, lines.size(), file));
     fseek(file, end, SEEK_SET);
-    if (lines.find('\0') != std::string::npos)
+    if (lines.find('\0') != std::string::npos) {
         return "zero byte";
+    }
     size_t length = lines.size() - (lines.ends_with('\n') ? 1 : 0);
-    for (size_t joint = lines.find("\\\n"); joint != std::string::npos; joint = lines.find("\\\n", joint + 2))
+    for (size_t joint = lines.find("\\\n"); joint != std::string::npos; joint = lines.find("\\\n", joint + 2)) {
         length -= 2;
+    }
     return length > ERRUTL_MAX_LINE ? "entry too long" : nullptr;
 }
 
@@ -57,8 +59,9 @@ public:
     ImageWriter(size_t size, const Transform& transform) : bytes(size, 0), transform(transform) {}
 
     void put(size_t position, uint32_t value) {
-        for (size_t i = 0; i < transform.size(); ++i)
+        for (size_t i = 0; i < transform.size(); ++i) {
             bytes[position + i] = static_cast<char>(value >> 8 * transform[i]);
+        }
     }
     void put(size_t position, const void* data, size_t size) { memcpy(&bytes[position], data, size); }
 
@@ -80,8 +83,9 @@ Placement place(const std::vector<uint32_t>& hashes, size_t tabSize) {
     for (size_t i = 0; i < hashes.size(); ++i) {
         size_t slot = hashes[i] % tabSize;
         size_t run = 1;
-        for (; placement.slots[slot] >= 0; ++run)
+        for (; placement.slots[slot] >= 0; ++run) {
             slot = slot + 1 < tabSize ? slot + 1 : 0;
+        }
         placement.slots[slot] = static_cast<int>(i);
         placement.longestRun = std::max(placement.longestRun, run);
         placement.visits += run;
@@ -95,8 +99,9 @@ Placement choosePlacement(const std::vector<uint32_t>& hashes) {
     Placement best = place(hashes, smallest);
     for (size_t tabSize = smallest + 2; tabSize <= smallest + 64; tabSize += 2) {
         Placement placement = place(hashes, tabSize);
-        if (std::pair(placement.longestRun, placement.visits) < std::pair(best.longestRun, best.visits))
+        if (std::pair(placement.longestRun, placement.visits) < std::pair(best.longestRun, best.visits)) {
             best = std::move(placement);
+        }
     }
     return best;
 }
@@ -110,8 +115,9 @@ std::string Entry::text() const {
         line += separator + std::to_string(numeral);
         separator = " ";
     }
-    if (!argOrder.empty())
+    if (!argOrder.empty()) {
         line += ")";
+    }
     line += ":" + pattern;
     // Of two backslashes at the end of a line, one is the text's and one joins the next line, which is empty here.
     return line + (pattern.ends_with('\\') ? "\\\n" : "");
@@ -136,8 +142,9 @@ bool readCatalogue(const std::string& fileName, std::vector<Entry>& entries) {
         const BoolType found = ErrUtlNextSym(file.get(), fileName.c_str(), &line, parsed.get(), TRUE, &syntaxErr);
         good = good && !syntaxErr;
         if (!found) {
-            if (syntaxErr && endsInContinuation(file.get()))
+            if (syntaxErr && endsInContinuation(file.get())) {
                 fprintf(stderr, "%s near line %ld: unexpected eof\n", fileName.c_str(), line);
+            }
             break;
         }
         if (const char* const problem = cutEntry(file.get(), parsed->loc)) {
@@ -175,8 +182,9 @@ std::string buildImage(const std::vector<Entry>& entries, const Transform& trans
     std::vector<size_t> keyOffsets, textOffsets;
     for (size_t i = 0; i < entries.size(); ++i) {
         keyOffsets.push_back(keys.size());
-        if (sharing[hashes[i]] > 1)
+        if (sharing[hashes[i]] > 1) {
             keys.append(entries[i].symbol).push_back('\0');
+        }
         textOffsets.push_back(text.size());
         text += entries[i].text() + "\n";
     }
@@ -191,8 +199,9 @@ std::string buildImage(const std::vector<Entry>& entries, const Transform& trans
     image.put(16, static_cast<uint32_t>(textBegin));
     for (size_t slot = 0; slot < tabSize; ++slot) {
         const int index = placement.slots[slot];
-        if (index < 0)
+        if (index < 0) {
             continue;
+        }
         const auto i = static_cast<size_t>(index);
         const size_t keyLoc = sharing[hashes[i]] > 1 ? keysBegin + keyOffsets[i] : 0;
         image.put(ERRUTL_HEADER_SIZE + slot * ERRUTL_SLOT_SIZE, hashes[i]);

@@ -57,8 +57,9 @@ string firstLine(const string& file) {
 string statusValue(const string& folder, string_view name) {
     std::ifstream in(folder + "/status");
     for (string line; std::getline(in, line);) {
-        if (line.starts_with(name) && line.size() > name.size() + 1 && line[name.size()] == ':')
+        if (line.starts_with(name) && line.size() > name.size() + 1 && line[name.size()] == ':') {
             return line.substr(line.find_first_not_of(" \t", name.size() + 1));
+        }
     }
     return "unknown";
 }
@@ -130,26 +131,31 @@ bool readOutput(int input, OutputSorter& sorter, Clock::time_point deadline) {
     for (;;) {
         pollfd channel{input, POLLIN, 0};
         const int ready = poll(&channel, 1, millisecondsUntil(deadline));
-        if (ready == 0)
+        if (ready == 0) {
             return false;
+        }
         if (ready < 0) {
-            if (errno == EINTR)
+            if (errno == EINTR) {
                 continue;
+            }
             return false;
         }
         const ssize_t count = read(input, buffer.data(), buffer.size());
-        if (count <= 0)
+        if (count <= 0) {
             return true;
+        }
         sorter.take({buffer.data(), static_cast<size_t>(count)});
     }
 }
 
 bool waitUntil(pid_t child, int& status, Clock::time_point deadline) {
     for (;;) {
-        if (waitpid(child, &status, WNOHANG) != 0)
+        if (waitpid(child, &status, WNOHANG) != 0) {
             return true;
-        if (Clock::now() >= deadline)
+        }
+        if (Clock::now() >= deadline) {
             return false;
+        }
         poll(nullptr, 0, 10);
     }
 }
@@ -164,8 +170,9 @@ DebuggerRun printStacksWithDebugger(pid_t pid) {
     const bool wasStopped = isStopped(pid);
     const auto deadline = Clock::now() + timeLimit();
     const pid_t debugger = fork();
-    if (debugger == 0)
+    if (debugger == 0) {
         runDebugger(pid, ends[1]);
+    }
     close(ends[1]);
     if (debugger < 0) {
         run.messages = "  fork: " + string(strerror(errno)) + "\n";
@@ -179,8 +186,9 @@ DebuggerRun printStacksWithDebugger(pid_t pid) {
             kill(-debugger, SIGKILL);
             waitpid(debugger, &run.status, 0);
             // A debugger that dies may leave the process stopped.
-            if (!wasStopped && isStopped(pid))
+            if (!wasStopped && isStopped(pid)) {
                 kill(pid, SIGCONT);
+            }
         }
     }
     close(ends[0]);
@@ -188,21 +196,23 @@ DebuggerRun printStacksWithDebugger(pid_t pid) {
 }
 
 void explainFailure(pid_t pid, const DebuggerRun& run) {
-    if (WIFEXITED(run.status) && WEXITSTATUS(run.status) == noSuchProgram)
+    if (WIFEXITED(run.status) && WEXITSTATUS(run.status) == noSuchProgram) {
         fprintf(stderr, "gstack: gdb is not installed, or not on the PATH; without it no C stacks can be printed.\n");
-    else if (run.timedOut)
+    } else if (run.timedOut) {
         fprintf(stderr, "gstack: gdb did not finish within %d seconds and was ended.\n",
                 static_cast<int>(timeLimit().count()));
-    else
+    } else {
         fprintf(stderr, "gstack: gdb printed no stacks of process %d. It said:\n%s", pid, run.messages.c_str());
+    }
 }
 
 std::vector<int> threadsOf(pid_t pid) {
     std::vector<int> threads;
     if (DIR* folder = opendir((processFolder(pid) + "/task").c_str())) {
         while (const dirent* entry = readdir(folder)) {
-            if (const int thread = atoi(entry->d_name); thread > 0)
+            if (const int thread = atoi(entry->d_name); thread > 0) {
                 threads.push_back(thread);
+            }
         }
         closedir(folder);
     }
@@ -246,9 +256,11 @@ int main(int argc, char** argv) {
         return 1;
     }
     const DebuggerRun run = printStacksWithDebugger(pid);
-    if (!run.printedStacks || run.timedOut)
+    if (!run.printedStacks || run.timedOut) {
         explainFailure(pid, run);
-    if (!run.printedStacks)
+    }
+    if (!run.printedStacks) {
         printThreads(pid);
+    }
     return run.printedStacks ? 0 : 1;
 }

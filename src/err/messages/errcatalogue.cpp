@@ -32,8 +32,9 @@ unsigned parsedImageNumber; // the image in which they stand
 
 ParsedEntry& parsedEntryFor(std::string_view sym) {
     uint32_t last = 0;
-    if (sym.size() >= sizeof last)
+    if (sym.size() >= sizeof last) {
         memcpy(&last, sym.data() + sym.size() - sizeof last, sizeof last);
+    }
     return parsedEntries[(last + static_cast<uint32_t>(sym.size())) * 0x9E3779B1u >> (32 - parsedBits)];
 }
 
@@ -95,22 +96,26 @@ enum class Probe { found, absent, failed };
 Probe probeTable(std::string_view file, std::string_view sym, uint32_t hash, ErrUtlHashSType& slot,
                  PendingHooks& hooks) {
     const uint32_t tabSize = ErrUtlFileHdr.tabSize;
-    if (tabSize == 0) // a header that was refused
+    if (tabSize == 0) { // a header that was refused
         return Probe::failed;
+    }
     const uint32_t start = hash % tabSize;
     uint32_t pos = start;
     do {
         const uint64_t position = ERRUTL_HEADER_SIZE + static_cast<uint64_t>(pos) * ERRUTL_SLOT_SIZE;
         uint32_t words[3];
-        if (!readSlot(file, position, words, hooks))
+        if (!readSlot(file, position, words, hooks)) {
             return Probe::failed;
+        }
         const auto [slotHash, keyLoc, valLoc] = words;
-        if (valLoc == 0)
+        if (valLoc == 0) {
             return Probe::absent;
+        }
         if (slotHash == hash) {
             bool matches = true;
-            if (keyLoc != 0 && !keyMatches(file, keyLoc, sym, matches, hooks))
+            if (keyLoc != 0 && !keyMatches(file, keyLoc, sym, matches, hooks)) {
                 return Probe::failed;
+            }
             if (matches) {
                 slot = {static_cast<long>(slotHash), static_cast<long>(keyLoc), static_cast<long>(valLoc)};
                 return Probe::found;
@@ -187,19 +192,22 @@ void errMsgSetPanicked(bool panicked) {
 void errMsgForgetLookups() {
     constexpr ByteType nativeTransform[4] = {0, 1, 2, 3};
     swizzleNeeded = memcmp(ErrUtlFileHdr.transform, nativeTransform, sizeof nativeTransform) != 0;
-    for (ErrUtlHashSType& slot : cachedMessages)
+    for (ErrUtlHashSType& slot : cachedMessages) {
         slot.valLoc = 0;
+    }
     cacheProbes = 0;
     cacheHits = 0;
 }
 
 bool findErrSym(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], PendingHooks& hooks) {
-    if (!ErrUtlErrFile)
+    if (!ErrUtlErrFile) {
         return false;
+    }
     ++cacheProbes;
     if (parsedImageNumber != errUtlImageNumber()) {
-        for (ParsedEntry& old : parsedEntries)
+        for (ParsedEntry& old : parsedEntries) {
             old.symbol = {};
+        }
         parsedImageNumber = errUtlImageNumber();
     }
     ParsedEntry& parsed = parsedEntryFor(sym);

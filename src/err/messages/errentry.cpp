@@ -28,8 +28,9 @@ public:
     long position() const { return static_cast<long>(next); }
 
     bool read(PhysicalLine& line) {
-        if (next >= whole.size())
+        if (next >= whole.size()) {
             return false;
+        }
         const size_t end = whole.find('\n', next);
         const size_t stop = end == std::string_view::npos ? whole.size() : end;
         line = withoutBackslash(whole.substr(next, stop - next));
@@ -50,13 +51,15 @@ public:
 
     bool read(PhysicalLine& line) {
         int c = getc(stream);
-        if (c == EOF)
+        if (c == EOF) {
             return false;
+        }
         size_t length = 0;
         int last = 0;
         for (; c != EOF && c != '\n'; c = getc(stream)) {
-            if (length < sizeof buffer)
+            if (length < sizeof buffer) {
                 buffer[length] = static_cast<char>(c);
+            }
             ++length;
             last = c;
         }
@@ -82,10 +85,12 @@ LineStatus readLogicalLine(Lines& lines, const EntryContext& context, char (&buf
     size_t length = 0;
     for (bool first = true;; first = false) {
         PhysicalLine line{};
-        if (!lines.read(line))
+        if (!lines.read(line)) {
             return first ? LineStatus::endOfFile : LineStatus::endInContinuation;
-        if (context.building)
+        }
+        if (context.building) {
             ++*context.lineCount;
+        }
         if (first && !line.continues && line.text.size() <= maxLogicalLine) {
             logical = line.text;
             break;
@@ -119,8 +124,9 @@ bool isBlank(char c) {
 }
 constexpr auto symbolEnds = [] {
     std::array<bool, 256> ends{};
-    for (const unsigned char c : {' ', '\t', ':', '('})
+    for (const unsigned char c : {' ', '\t', ':', '('}) {
         ends[c] = true;
+    }
     return ends;
 }();
 bool endsSymbol(char c) {
@@ -131,49 +137,61 @@ bool isDigit(char c) {
 }
 
 inline void skipBlanks(std::string_view& rest) {
-    while (!rest.empty() && isBlank(rest.front()))
+    while (!rest.empty() && isBlank(rest.front())) {
         rest.remove_prefix(1);
+    }
 }
 
 // Parses the numerals behind an opening parenthesis, and the closing one. numeral receives one that is out of range.
 Syntax parseArgumentList(std::string_view& rest, ParsedEntry& entry, int& numeral) {
     for (;;) {
         skipBlanks(rest);
-        if (rest.empty())
+        if (rest.empty()) {
             return entry.argListSize == 0 ? Syntax::listUnclosed : Syntax::listCharacter;
+        }
         if (rest.front() == ')') {
             rest.remove_prefix(1);
             return Syntax::good;
         }
-        if (!isDigit(rest.front()))
+        if (!isDigit(rest.front())) {
             return Syntax::listCharacter;
-        for (numeral = 0; !rest.empty() && isDigit(rest.front()); rest.remove_prefix(1)) {
-            if (numeral <= ERRMSG_MAX_ARGS)
-                numeral = numeral * 10 + (rest.front() - '0');
         }
-        if (numeral < 1 || numeral > ERRMSG_MAX_ARGS)
+        for (numeral = 0; !rest.empty() && isDigit(rest.front()); rest.remove_prefix(1)) {
+            if (numeral <= ERRMSG_MAX_ARGS) {
+                numeral = numeral * 10 + (rest.front() - '0');
+            }
+        }
+        if (numeral < 1 || numeral > ERRMSG_MAX_ARGS) {
             return Syntax::numeralRange;
-        if (entry.argListSize == ERRMSG_MAX_ARGS)
+        }
+        if (entry.argListSize == ERRMSG_MAX_ARGS) {
             return Syntax::tooManyArguments;
+        }
         entry.argOrder[entry.argListSize++] = static_cast<ByteType>(numeral);
-        if (numeral > entry.expectedArgCount)
+        if (numeral > entry.expectedArgCount) {
             entry.expectedArgCount = static_cast<ByteType>(numeral);
+        }
     }
 }
 
 Syntax parseEntry(std::string_view rest, ParsedEntry& entry, int& numeral) {
     skipBlanks(rest);
-    if (rest.empty())
+    if (rest.empty()) {
         return Syntax::empty;
-    if (rest.front() == '#')
+    }
+    if (rest.front() == '#') {
         return Syntax::comment;
+    }
     size_t symbolLength = 0;
-    while (symbolLength < rest.size() && !endsSymbol(rest[symbolLength]))
+    while (symbolLength < rest.size() && !endsSymbol(rest[symbolLength])) {
         ++symbolLength;
-    if (symbolLength == 0 || symbolLength == rest.size())
+    }
+    if (symbolLength == 0 || symbolLength == rest.size()) {
         return Syntax::symbolMissing;
-    if (symbolLength > ERRUTL_MAX_SYMBOL)
+    }
+    if (symbolLength > ERRUTL_MAX_SYMBOL) {
         return Syntax::symbolTooLong;
+    }
     entry.symbol = rest.substr(0, symbolLength);
     rest.remove_prefix(symbolLength);
 
@@ -184,12 +202,14 @@ Syntax parseEntry(std::string_view rest, ParsedEntry& entry, int& numeral) {
     if (!rest.empty() && rest.front() == '(') {
         rest.remove_prefix(1);
         const Syntax list = parseArgumentList(rest, entry, numeral);
-        if (list != Syntax::good)
+        if (list != Syntax::good) {
             return list;
+        }
         skipBlanks(rest);
     }
-    if (rest.empty() || rest.front() != ':')
+    if (rest.empty() || rest.front() != ':') {
         return Syntax::colonExpected;
+    }
     entry.pattern = rest.substr(1);
     return Syntax::good;
 }
@@ -258,8 +278,9 @@ void reportMalformed(const EntryContext& context, Syntax syntax, int numeral) {
         fputs(second, stderr);
     }
     fflush(stderr);
-    if (reading)
+    if (reading) {
         failGuarantee(context.pending);
+    }
 }
 
 template <class Lines>
@@ -267,13 +288,15 @@ bool nextEntry(Lines& lines, const EntryContext& context, char (&buffer)[maxLogi
                BoolType& syntaxErr) {
     syntaxErr = FALSE;
     for (int malformed = 0;;) {
-        if (context.building)
+        if (context.building) {
             loc = lines.position();
+        }
         std::string_view line;
         const LineStatus status = readLogicalLine(lines, context, buffer, line);
         if (status != LineStatus::complete) {
-            if (status == LineStatus::endInContinuation)
+            if (status == LineStatus::endInContinuation) {
                 syntaxErr = TRUE;
+            }
             if (!context.building) {
                 fprintf(stderr, "%s: unexpected eof\n", context.fileName);
                 if (context.pending) {
@@ -286,24 +309,29 @@ bool nextEntry(Lines& lines, const EntryContext& context, char (&buffer)[maxLogi
         }
         int numeral = 0;
         const Syntax syntax = parseEntry(line, entry, numeral);
-        if (syntax == Syntax::good)
+        if (syntax == Syntax::good) {
             return true;
-        if (context.building && (syntax == Syntax::empty || syntax == Syntax::comment))
+        }
+        if (context.building && (syntax == Syntax::empty || syntax == Syntax::comment)) {
             continue;
+        }
         syntaxErr = TRUE;
         reportMalformed(context, syntax, numeral);
-        if (++malformed == context.malformedLimit)
+        if (++malformed == context.malformedLimit) {
             return false;
+        }
     }
 }
 
 } // namespace
 
 void PendingHooks::run() {
-    for (; guarantees > 0; --guarantees)
+    for (; guarantees > 0; --guarantees) {
         failGuarantee(nullptr);
-    for (; plain > 0; --plain)
+    }
+    for (; plain > 0; --plain) {
         HostCallDebugger();
+    }
 }
 
 bool nextEntryInText(std::string_view text, size_t position, const EntryContext& context,
@@ -318,8 +346,9 @@ BoolType ErrUtlNextSym(FILE* f, const char* fname, long* lineNum, ErrUtlEntrySTy
     StreamLines lines(f);
     char buffer[maxLogicalLine];
     ParsedEntry entry;
-    if (!nextEntry(lines, {fname, lineNum, buildingTable != FALSE}, buffer, entry, theEntry->loc, *syntaxErr))
+    if (!nextEntry(lines, {fname, lineNum, buildingTable != FALSE}, buffer, entry, theEntry->loc, *syntaxErr)) {
         return FALSE;
+    }
     theEntry->expectedArgCount = entry.expectedArgCount;
     theEntry->argListSize = entry.argListSize;
     std::copy(std::begin(entry.argOrder), std::end(entry.argOrder), theEntry->argOrder);

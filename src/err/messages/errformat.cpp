@@ -30,9 +30,9 @@ std::string_view argumentText(const char* text) {
 char* writeDigits(char* to, uint32_t value) {
     char digits[10];
     char* first = digits + sizeof digits;
-    do
+    do {
         *--first = static_cast<char>('0' + value % 10);
-    while ((value /= 10) != 0);
+    } while ((value /= 10) != 0);
     const auto count = static_cast<size_t>(digits + sizeof digits - first);
     memcpy(to, first, count);
     return to + count;
@@ -51,8 +51,9 @@ bool appendDecimal(BoundedText& out, int32_t value) {
 }
 
 bool appendObject(BoundedText& out, OopType object) {
-    if ((object & 3) == 3)
+    if ((object & 3) == 3) {
         return out.formatCut("SmallInteger(%ld)", static_cast<long>(static_cast<int32_t>(object) >> 2));
+    }
     return out.formatCut("Oop(%lu)", static_cast<unsigned long>(object));
 }
 
@@ -102,22 +103,25 @@ struct SafeConversion {
 
 int takeNumber(std::string_view& rest) {
     int value = 0;
-    for (; !rest.empty() && rest.front() >= '0' && rest.front() <= '9'; rest.remove_prefix(1))
+    for (; !rest.empty() && rest.front() >= '0' && rest.front() <= '9'; rest.remove_prefix(1)) {
         value = std::min(value * 10 + (rest.front() - '0'), maxWidth);
+    }
     return value;
 }
 
 bool takeCharacter(std::string_view& rest, char c) {
-    if (rest.empty() || rest.front() != c)
+    if (rest.empty() || rest.front() != c) {
         return false;
+    }
     rest.remove_prefix(1);
     return true;
 }
 
 bool SafeConversion::parse(std::string_view conversion) {
     letter = conversion.back();
-    if (conversion.size() < 2 || !letterKind(letter))
+    if (conversion.size() < 2 || !letterKind(letter)) {
         return false;
+    }
     std::string_view rest = conversion.substr(1, conversion.size() - 2);
     if (rest.empty()) {
         plain = true;
@@ -126,26 +130,30 @@ bool SafeConversion::parse(std::string_view conversion) {
 
     // "%2$d": an argument's position is the entry's business.
     const size_t position = rest.find_first_not_of("0123456789");
-    if (position != std::string_view::npos && position > 0 && rest[position] == '$')
+    if (position != std::string_view::npos && position > 0 && rest[position] == '$') {
         rest.remove_prefix(position + 1);
+    }
 
     char* end = text;
     *end++ = '%';
     constexpr std::string_view flags = "-+ #0'";
     for (const char flag : flags) {
         const std::string_view run = rest.substr(0, rest.find_first_not_of(flags));
-        if (run.find(flag) != std::string_view::npos)
+        if (run.find(flag) != std::string_view::npos) {
             *end++ = flag;
+        }
     }
     rest.remove_prefix(std::min(rest.find_first_not_of(flags), rest.size()));
 
     // A star would take an argument that was never passed.
     const int width = takeCharacter(rest, '*') ? 0 : takeNumber(rest);
-    if (width > 0)
+    if (width > 0) {
         end = writeDigits(end, static_cast<uint32_t>(width));
+    }
     int precision = -1;
-    if (takeCharacter(rest, '.'))
+    if (takeCharacter(rest, '.')) {
         precision = takeCharacter(rest, '*') ? -1 : takeNumber(rest);
+    }
     if (precision >= 0) {
         *end++ = '.';
         end = writeDigits(end, static_cast<uint32_t>(precision));
@@ -154,11 +162,13 @@ bool SafeConversion::parse(std::string_view conversion) {
     const size_t modifiers = std::min(rest.find_first_not_of("hlqjztL"), rest.size());
     const auto halves = std::count(rest.begin(), rest.begin() + static_cast<std::ptrdiff_t>(modifiers), 'h');
     rest.remove_prefix(modifiers);
-    if (!rest.empty())
+    if (!rest.empty()) {
         return false;
+    }
     if (letterKind(letter) == 'd' && letter != 'c' && letter != 'p') {
-        for (std::ptrdiff_t i = 0; i < std::min<std::ptrdiff_t>(halves, 2); ++i)
+        for (std::ptrdiff_t i = 0; i < std::min<std::ptrdiff_t>(halves, 2); ++i) {
             *end++ = 'h';
+        }
     }
     plain = end == text + 1;
     *end++ = letter;
@@ -170,18 +180,20 @@ bool SafeConversion::parse(std::string_view conversion) {
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
 
 void appendWord(BoundedText& out, const SafeConversion& conversion, int32_t word) {
-    if (conversion.letter == 'n')
+    if (conversion.letter == 'n') {
         return;
+    }
     if (conversion.plain && (conversion.letter == 'd' || conversion.letter == 'i')) {
         appendDecimal(out, word);
         return;
     }
     char plainText[] = {'%', conversion.letter, 0};
     const char* const format = conversion.plain ? plainText : conversion.text;
-    if (conversion.letter == 'p')
+    if (conversion.letter == 'p') {
         out.formatCut(format, reinterpret_cast<void*>(static_cast<uintptr_t>(static_cast<uint32_t>(word))));
-    else
+    } else {
         out.formatCut(format, word);
+    }
 }
 
 void appendReal(BoundedText& out, const SafeConversion& conversion, double real) {
@@ -251,21 +263,23 @@ void appendConversion(BoundedText& out, std::string_view conversion, int index, 
     }
 
     if (kind != baseKind(conversion)) {
-        if (kind == 's')
+        if (kind == 's') {
             out.appendCut(argumentText(value.text));
-        else
+        } else {
             appendByKind(out, kind, value, "", "mySprintf");
+        }
         return;
     }
     SafeConversion safe;
-    if (!safe.parse(conversion))
+    if (!safe.parse(conversion)) {
         out.appendCut(conversion);
-    else if (kind == 'd')
+    } else if (kind == 'd') {
         appendWord(out, safe, value.word);
-    else if (kind == 'g')
+    } else if (kind == 'g') {
         appendReal(out, safe, value.real);
-    else
+    } else {
         appendString(out, safe, value.text);
+    }
 }
 
 void appendCharacter(BoundedText& out, char c) {
@@ -277,8 +291,9 @@ void appendEscape(BoundedText& out, std::string_view& pattern) {
     const char c = pattern.front();
     if (c >= '0' && c <= '7') {
         unsigned value = 0;
-        for (; !pattern.empty() && pattern.front() >= '0' && pattern.front() <= '7'; pattern.remove_prefix(1))
+        for (; !pattern.empty() && pattern.front() >= '0' && pattern.front() <= '7'; pattern.remove_prefix(1)) {
             value = (value * 8 + static_cast<unsigned>(pattern.front() - '0')) % 256;
+        }
         appendCharacter(out, static_cast<char>(value));
         return;
     }
@@ -324,12 +339,14 @@ void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& ar
         const size_t literal = std::min(hasEscapes ? pattern.find_first_of("%\\") : pattern.find('%'), pattern.size());
         out.appendCut(pattern.substr(0, literal));
         pattern.remove_prefix(literal);
-        if (pattern.empty())
+        if (pattern.empty()) {
             break;
+        }
         if (pattern.front() == '\\') {
             pattern.remove_prefix(1);
-            if (!pattern.empty())
+            if (!pattern.empty()) {
                 appendEscape(out, pattern);
+            }
         } else if (pattern.starts_with("%%")) {
             pattern.remove_prefix(2);
             out.appendCut("%");
@@ -341,11 +358,14 @@ void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& ar
 
 void desperateErr(BoundedText& out, const char* sym, const std::string_view* pat, const MessageArgs& args) {
     bool fits = out.appendCut("[");
-    if (pat)
+    if (pat) {
         fits = fits && out.appendCut("\"") && out.appendCut(*pat) && out.appendCut("\" ");
+    }
     fits = fits && out.appendCut(std::string_view(sym));
-    for (size_t i = 0; fits && i < args.kinds.size(); ++i)
+    for (size_t i = 0; fits && i < args.kinds.size(); ++i) {
         fits = out.appendCut(" ") && appendByKind(out, args.kinds[i], args.values[i], "0x", "desperateErr");
-    if (fits)
+    }
+    if (fits) {
         out.appendCut("]");
+    }
 }

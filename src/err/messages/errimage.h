@@ -17,7 +17,8 @@ unsigned errUtlImageNumber();
 // The number that four bytes of a file stand for under the header's byte order.
 constexpr uint32_t decodeWord(const ByteType bytes[4], const ByteType transform[4]) {
     uint32_t value = 0;
-    for (int i = 0; i < 4; ++i)
+    for (int i = 0; i < 4; ++i) {
         value |= static_cast<uint32_t>(bytes[i]) << 8 * (transform[i] & 3);
+    }
     return value;
 }

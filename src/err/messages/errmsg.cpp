@@ -53,10 +53,11 @@ void buildFromPattern(const char* sym, char* buf, size_t bufSize, const ParsedEn
     ErrMsgStrType work;
     const bool tooMany = args.given > static_cast<size_t>(entry.expectedArgCount);
     BoundedText out(work, (tooMany ? maxQuotedText : maxMessageText) + 1);
-    if (tooMany)
+    if (tooMany) {
         desperateErr(out, sym, &entry.pattern, args);
-    else
+    } else {
         mySprintf(out, entry, args);
+    }
     const size_t length = std::min(out.length(), bufSize - 1);
     memcpy(buf, work, length);
     buf[length] = 0;
@@ -118,10 +119,11 @@ void buildString(const char* sym, char* buf, ArraySizeType bufSize, const char* 
 void ErrMsgInit() {
     ErrMsgAccessor accessor(printMutex());
     errMsgSetPanicked(false);
-    if (ErrUtlInit(TRUE, nullptr))
+    if (ErrUtlInit(TRUE, nullptr)) {
         resetLocked();
-    else
+    } else {
         errMsgSetPanicked(true);
+    }
 }
 
 BoolType ErrMsgReset() {
@@ -148,19 +150,22 @@ void ErrMsgSetPanicked(BoolType panicked) {
 char* ErrMsgGetString(const char* sym) {
     ParsedEntry entry;
     char buffer[maxLogicalLine];
-    if (!lookUp(sym, entry, buffer, Wait::forEver))
+    if (!lookUp(sym, entry, buffer, Wait::forEver)) {
         return nullptr;
+    }
     // Not under the mutex: a report of the heap asks for messages.
     char* const string =
         static_cast<char*>(UtlMalloc(static_cast<unsigned>(entry.pattern.size()) + 1, "ErrMsgGetString"));
-    if (!string)
+    if (!string) {
         return nullptr;
+    }
     char* end = string;
     for (size_t i = 0; i < entry.pattern.size(); ++i) {
         const bool escaped = entry.pattern[i] == '\\' && i + 1 < entry.pattern.size() &&
                              (entry.pattern[i + 1] == 'n' || entry.pattern[i + 1] == '\\');
-        if (escaped)
+        if (escaped) {
             ++i;
+        }
         *end++ = escaped && entry.pattern[i] == 'n' ? '\n' : entry.pattern[i];
     }
     *end = 0;

@@ -35,8 +35,9 @@ void writeErrStr(ErrMsgPrinterFuncType* msgRoutine, std::string_view text) {
     for (const char c : text) {
         if (columns >= lineColumns || c == '\n' || (c == ' ' && columns >= breakColumns)) {
             emit();
-            if (c == '\n' || c == ' ')
+            if (c == '\n' || c == ' ') {
                 continue;
+            }
         }
         line[length++] = c;
         columns += takesTwoColumns(c) ? 2 : 1;
@@ -56,8 +57,9 @@ public:
         out.appendCut(piece);
     }
     void padToSecondColumn() {
-        while (out.length() < secondColumn)
+        while (out.length() < secondColumn) {
             out.appendCut(" ");
+        }
     }
     void print(ErrMsgPrinterFuncType* msgRoutine) { msgRoutine(text); }
 
@@ -67,8 +69,9 @@ private:
 };
 
 const char* categorySymbol(const KciErrSType& error) {
-    if (error.category != KCI_CATEGORY_SYSTEM)
+    if (error.category != KCI_CATEGORY_SYSTEM) {
         return "errmsg.line3e";
+    }
     switch (error.number) {
     case errRtInternal:
         return "errmsg.line3b";
@@ -81,10 +84,11 @@ const char* categorySymbol(const KciErrSType& error) {
 
 void writeLineOne(ErrMsgPrinterFuncType* msgRoutine, const KciErrSType& error, int errorNum, int errsInProgress) {
     ReportLine line;
-    if (errsInProgress >= 2)
+    if (errsInProgress >= 2) {
         line.append("errmsg.line1", "dd", errorNum, errsInProgress);
-    else
+    } else {
         line.append("errmsg.line1a", "");
+    }
     line.padToSecondColumn();
     line.append(error.fatal ? "errmsg.line1b" : "errmsg.line1c", "");
     line.print(msgRoutine);
@@ -95,14 +99,16 @@ void writeLineThree(ErrMsgPrinterFuncType* msgRoutine, const KciErrSType& error,
     ErrMsgStrType word;
     ErrMsgSymToText(categorySymbol(error), word, sizeof word, "");
     ReportLine line;
-    if (displayOops)
+    if (displayOops) {
         line.append("errmsg.line3f", "dsd", static_cast<int32_t>(error.category), word, error.number);
-    else
+    } else {
         line.append("errmsg.line3g", "sd", word, error.number);
+    }
     line.padToSecondColumn();
     line.append("errmsg.line3h", "d", error.argCount);
-    if (displayOops)
+    if (displayOops) {
         line.append("errmsg.line3i", "d", static_cast<int32_t>(error.context));
+    }
     line.print(msgRoutine);
     msgRoutine("\n");
 }

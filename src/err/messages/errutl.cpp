@@ -46,16 +46,18 @@ struct Image {
 
     bool allocate(size_t wanted) {
         void* const pages = mmap(nullptr, wanted, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-        if (pages == MAP_FAILED)
+        if (pages == MAP_FAILED) {
             return false;
+        }
         bytes = static_cast<char*>(pages);
         size = wanted;
         ASAN_POISON_MEMORY_REGION(bytes + size, slack());
         return true;
     }
     void release() {
-        if (!bytes)
+        if (!bytes) {
             return;
+        }
         ASAN_UNPOISON_MEMORY_REGION(bytes + size, slack());
         munmap(bytes, size);
         *this = {};
@@ -126,16 +128,19 @@ FILE* openForReading(const char* name) {
 bool locate(const char* fileName, HostFnameStrType& name) {
     if (fileName) {
         const size_t length = strlen(fileName);
-        if (length >= sizeof name)
+        if (length >= sizeof name) {
             return false;
+        }
         memcpy(name, fileName, length + 1);
         return true;
     }
-    if (!HostGetEnv("KESTRUNE_LANG", name, sizeof name - 1))
+    if (!HostGetEnv("KESTRUNE_LANG", name, sizeof name - 1)) {
         snprintf(name, sizeof name, "$KESTRUNE/sys/english%s.err", versionText);
+    }
     HostFnameStrType candidate;
-    if (UtlFindExeFile(name, ".err", candidate, sizeof candidate))
+    if (UtlFindExeFile(name, ".err", candidate, sizeof candidate)) {
         strcpy(name, candidate);
+    }
     return true;
 }
 
@@ -174,8 +179,9 @@ BoolType ErrUtlReset(BoolType isCompiled) {
         fprintf(stderr, "     errno = %ld (sorry, no translation available)\n", error);
         return FALSE;
     }
-    if (isCompiled && !ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr))
+    if (isCompiled && !ErrUtlReadHdr(ErrUtlErrFile, &ErrUtlFileHdr)) {
         return FALSE;
+    }
     if (!loadImage(fileno(ErrUtlErrFile))) {
         fprintf(stderr, "ErrUtlReset: unable to read \"%s\", errno = %d\n", ErrUtlErrFileName, errno);
         image.release();

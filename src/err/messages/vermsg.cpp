@@ -35,6 +35,7 @@ void VerInfo(FILE* f) {
     fprintf(f, "%s, version %s (%d bits)\n", "libtmqkci313", "3.1.3", static_cast<int>(sizeof(void*)) * 8);
     fprintf(f, "Process: %d\n", static_cast<int>(getpid()));
     struct utsname system {};
-    if (uname(&system) == 0)
+    if (uname(&system) == 0) {
         fprintf(f, "Machine: %s, %s %s %s\n", system.nodename, system.sysname, system.release, system.machine);
+    }
 }

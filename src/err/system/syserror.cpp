@@ -11,17 +11,19 @@ static_assert(sizeof(SysErrorSType) == 8 + SYSERROR_MAX_ERROR);
 
 void SysErrorSetEx(SysErrorSType* err, int hostErrorNumber, SysErrCategoryEType category, const char* format,
                    va_list args) {
-    if (!err)
+    if (!err) {
         return;
+    }
     const ErrnoKeeper errnoKeeper;
     err->hostError = hostErrorNumber;
     err->errCode = SYSERR_NONE;
     BoundedText text(err->errMsg, sizeof err->errMsg);
     // Most callers name the call without arguments.
-    if (strchr(format, '%') == nullptr)
+    if (strchr(format, '%') == nullptr) {
         text.appendCut(format);
-    else
+    } else {
         text.formatCutV(format, args);
+    }
     if (hostErrorNumber == 0) {
         text.appendCut(": failed with no error code");
     } else if (hostErrorNumber != -1) {
@@ -44,8 +46,9 @@ const char* SysErrorGetMessage(const SysErrorSType* err) {
 }
 
 void SysErrorClear(SysErrorSType* err) {
-    if (!err)
+    if (!err) {
         return;
+    }
     err->errCode = SYSERR_NONE;
     err->errMsg[0] = '\0';
 }

@@ -16,8 +16,9 @@ constexpr int lastTranslatedCode = SYSERR_NOPKG;
 constexpr auto codeOfErrno = [] {
     std::array<uint8_t, lastErrno + 1> codes{};
     for (const auto& [errnoValue, code] : errnoPairs) {
-        if (codes[errnoValue] == 0)
+        if (codes[errnoValue] == 0) {
             codes[errnoValue] = static_cast<uint8_t>(code);
+        }
     }
     return codes;
 }();
@@ -29,10 +30,12 @@ constexpr std::array<uint8_t, 5> codeOfResolverError{0, SYSERR_HOST_NOT_FOUND, S
 constexpr auto errnoOfCode = [] {
     std::array<int16_t, lastTranslatedCode + 1> numbers{};
     numbers.fill(-1);
-    for (const auto& [errnoValue, code] : errnoPairs)
+    for (const auto& [errnoValue, code] : errnoPairs) {
         numbers[code] = static_cast<int16_t>(errnoValue);
-    for (size_t number = 1; number < codeOfResolverError.size(); ++number)
+    }
+    for (size_t number = 1; number < codeOfResolverError.size(); ++number) {
         numbers[codeOfResolverError[number]] = static_cast<int16_t>(number);
+    }
     numbers[SYSERR_NO_ADDRESS] = numbers[SYSERR_NO_DATA];
     return numbers;
 }();
@@ -41,10 +44,11 @@ constexpr auto errnoOfCode = [] {
 int UnixErrOsErrToSysErr(int errCode, SysErrCategoryEType category) {
     const auto index = static_cast<unsigned>(errCode);
     int code = 0;
-    if (category == SYSERRCAT_ERRNO && index < codeOfErrno.size())
+    if (category == SYSERRCAT_ERRNO && index < codeOfErrno.size()) {
         code = codeOfErrno[index];
-    else if (category == SYSERRCAT_HERRNO && index < codeOfResolverError.size())
+    } else if (category == SYSERRCAT_HERRNO && index < codeOfResolverError.size()) {
         code = codeOfResolverError[index];
+    }
     // Negated without overflow: the lowest int gives itself.
     return code != 0 ? code : static_cast<int>(0U - index);
 }

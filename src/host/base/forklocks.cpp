@@ -22,15 +22,17 @@ unsigned taken;
 
 void takeLocks(unsigned slots) {
     for (int slot = 0; slot < forkSlotCount; ++slot) {
-        if (slots & 1U << slot)
+        if (slots & 1U << slot) {
             locks[slot].take();
+        }
     }
 }
 
 void releaseLocks(unsigned slots) {
     for (int slot = forkSlotCount - 1; slot >= 0; --slot) {
-        if (slots & 1U << slot)
+        if (slots & 1U << slot) {
             locks[slot].release();
+        }
     }
 }
 
@@ -58,8 +60,9 @@ void finishFork() {
 
 void hostForkRegister(ForkSlot slot, const ForkLock& lock) {
     const int index = static_cast<int>(slot);
-    if (registered.load(std::memory_order_acquire) & 1U << index)
+    if (registered.load(std::memory_order_acquire) & 1U << index) {
         return;
+    }
     static pthread_once_t once = PTHREAD_ONCE_INIT;
     pthread_once(&once, [] { UTL_GUARANTEE(pthread_atfork(prepareFork, finishFork, finishFork) == 0); });
 
@@ -74,8 +77,9 @@ void hostForkRegister(ForkSlot slot, const ForkLock& lock) {
 bool hostForkLockHeldHere() {
     const unsigned slots = registered.load(std::memory_order_acquire);
     for (int slot = 0; slot < forkSlotCount; ++slot) {
-        if ((slots & 1U << slot) && locks[slot].heldHere != nullptr && locks[slot].heldHere())
+        if ((slots & 1U << slot) && locks[slot].heldHere != nullptr && locks[slot].heldHere()) {
             return true;
+        }
     }
     return false;
 }

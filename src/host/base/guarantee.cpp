@@ -17,8 +17,9 @@ struct GuaranteeText {
 };
 
 void waitForDebugger(const char* reason) {
-    if (!hostDebuggerWaitIsWanted())
+    if (!hostDebuggerWaitIsWanted()) {
         return;
+    }
     fflush(stdout);
     fflush(stderr);
     fprintf(stderr,
@@ -29,8 +30,9 @@ void waitForDebugger(const char* reason) {
             "|__________________________________ \n",
             reason, getpid(), static_cast<unsigned>(getpid()));
     fflush(stderr);
-    for (;;)
+    for (;;) {
         sleep(2);
+    }
 }
 } // namespace
 

@@ -9,8 +9,9 @@ namespace {
         // Reading before writing leaves the cache line with the holder while the lock is held.
         do {
             __builtin_ia32_pause();
-            if (--spinCount == 0)
+            if (--spinCount == 0) {
                 return 0;
+            }
         } while (__atomic_load_n(lock, __ATOMIC_RELAXED) != 0);
     } while (__atomic_exchange_n(lock, 1, __ATOMIC_SEQ_CST) != 0);
     return 1;

@@ -26,8 +26,9 @@ bool hostSetThreadAttributes(pthread_attr_t* attr, size_t minStackSize) {
         return false;
     }
     UTL_GUARANTEE(defaultSize != 0);
-    if (defaultSize >= minStackSize)
+    if (defaultSize >= minStackSize) {
         return false;
+    }
     // A size within a page of the largest wraps to 0, which is refused below.
     const size_t pageSize = UtlGetPageSize();
     const size_t roundedSize = (minStackSize + pageSize - 1) & ~(pageSize - 1);

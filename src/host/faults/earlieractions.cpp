@@ -16,8 +16,9 @@ OldHandlers oldHandlers;
 } // namespace
 
 void hostRecordAction(int sig) {
-    if (sigaction(sig, nullptr, &oldHandlers.action[sig]) == 0)
+    if (sigaction(sig, nullptr, &oldHandlers.action[sig]) == 0) {
         oldHandlers.valid[sig].store(1, std::memory_order_release);
+    }
 }
 
 void hostForgetAction(int sig) {
@@ -25,23 +26,27 @@ void hostForgetAction(int sig) {
 }
 
 void hostForgetActions() {
-    for (std::atomic<int>& valid : oldHandlers.valid)
+    for (std::atomic<int>& valid : oldHandlers.valid) {
         valid = 0;
+    }
 }
 
 struct sigaction* hostOldHandler(int sig) {
-    if (sig < 0 || sig >= MAX_OLD_HANDLERS || !oldHandlers.valid[sig].load(std::memory_order_acquire))
+    if (sig < 0 || sig >= MAX_OLD_HANDLERS || !oldHandlers.valid[sig].load(std::memory_order_acquire)) {
         return nullptr;
+    }
     return &oldHandlers.action[sig];
 }
 
 void hostCallOldHandler(int sig, siginfo_t* info, void* context) {
     const struct sigaction* old = hostOldHandler(sig);
-    if (old == nullptr || !unixioIsFunction(*old))
+    if (old == nullptr || !unixioIsFunction(*old)) {
         return;
+    }
     const HandlerScope::Lifted lifted;
-    if (old->sa_flags & SA_SIGINFO)
+    if (old->sa_flags & SA_SIGINFO) {
         old->sa_sigaction(sig, info, context);
-    else
+    } else {
         old->sa_handler(sig);
+    }
 }

@@ -36,8 +36,9 @@ const char* getSignalName(int sig) {
 }
 
 const char* getSignalSourceName(const SignalArrival& arrival) {
-    if (!arrival.infoIsValid)
+    if (!arrival.infoIsValid) {
         return "(unknown: bad siginfo_t)";
+    }
     switch (arrival.info->si_code) {
     case SI_USER:
         return "SI_USER, signal from kill(2), sigsend(2), raise(3C) or abort(3C)";
@@ -106,12 +107,15 @@ void translateFaultCode(const SignalArrival& arrival) {
     hostSafePrintf("    info->si_signo = %d = 0x%x  \n", info.si_signo, static_cast<unsigned>(info.si_signo));
     hostSafePrintf("    info->si_code =  %d = 0x%x  \n", info.si_code, static_cast<unsigned>(info.si_code));
     hostSafePrintf("    info->si_errno = %d = 0x%x  \n", info.si_errno, static_cast<unsigned>(info.si_errno));
-    if (isMemoryFault)
+    if (isMemoryFault) {
         hostSafePrintf("    info->si_addr = 0x%p  pc = 0x%p \n", info.si_addr, hostInstructionAddress(arrival.context));
-    if (arrival.wasSent())
+    }
+    if (arrival.wasSent()) {
         hostSafePrintf("    signal %d , received from process %d userId %d\n   si_code: %d, %s\n", arrival.sig,
                        static_cast<int>(info.si_pid), static_cast<int>(info.si_uid), info.si_code,
                        getSignalSourceName(arrival));
-    if (isMemoryFault && arrival.context != nullptr)
+    }
+    if (isMemoryFault && arrival.context != nullptr) {
         printRegisters(*static_cast<const ucontext_t*>(arrival.context));
+    }
 }

@@ -43,10 +43,12 @@ struct SegvNesting {
     std::array<uintptr_t, deepestSegv> frames;
 
     int enter(uintptr_t frame) {
-        while (depth > 0 && frames[depth - 1] <= frame)
+        while (depth > 0 && frames[depth - 1] <= frame) {
             --depth;
-        if (depth < deepestSegv)
+        }
+        if (depth < deepestSegv) {
             frames[depth++] = frame;
+        }
         return depth;
     }
 };
@@ -74,15 +76,17 @@ bool isValidInfo(int sig, const siginfo_t* info) {
         hostSafePrintf("KS signal handler: signal %d (%s), received from process %d userId %d\n  si_code: %d, %s\n",
                        arrival.sig, getSignalName(arrival.sig), static_cast<int>(info.si_pid),
                        static_cast<int>(info.si_uid), info.si_code, getSignalSourceName(arrival));
-        if (hostExitsOnFault())
+        if (hostExitsOnFault()) {
             hostExitForFault(arrival.sig);
+        }
     }
     UTL_GUARANTEE(false);
 }
 
 [[gnu::cold, gnu::noinline]] void reportGuardPageAccess(const void* address) {
-    if (hostExitsOnGuardPageAccess())
+    if (hostExitsOnGuardPageAccess()) {
         hostExitForGuardPageAccess(address);
+    }
     hostSafePrintf("\n[Debug]: Kestrune ignored signal SIGSEGV caused by attempted guard page access at address %p.  "
                    "time=%d\n",
                    address, static_cast<int>(time(nullptr)));
@@ -90,10 +94,12 @@ bool isValidInfo(int sig, const siginfo_t* info) {
 
 // Ends a process whose handler faults again and again.
 [[gnu::cold, gnu::noinline]] void endRecursion(int numSegvInProgress) {
-    if (numSegvInProgress > 4)
+    if (numSegvInProgress > 4) {
         _exit(2);
-    if (numSegvInProgress > 3)
+    }
+    if (numSegvInProgress > 3) {
         abort();
+    }
     UNIXIO_DO_SIGNAL(SIGABRT, unixioPlain(SIG_DFL), nullptr);
     HostSignalSafePrint("KS signal handler: Recursive SEGV detected, attempting to dump core\n");
     abort();
@@ -104,16 +110,18 @@ int enterSegv() {
     // For a person in a debugger only: an activation that a chained handler leaves by a jump stays counted. The limits
     // are per thread, where such activations are told apart: many threads at once are no recursion.
     const int depth = segvNesting.enter(reinterpret_cast<uintptr_t>(__builtin_frame_address(0)));
-    if (depth > 2)
+    if (depth > 2) {
         endRecursion(depth);
+    }
     return depth;
 }
 
 [[gnu::cold, gnu::noinline]] void announceTermination(const SignalArrival& arrival) {
     const bool isSigTerm = arrival.sig == SIGTERM;
     // A process that signals itself is quiet.
-    if (isSigTerm && arrival.infoIsValid && arrival.info->si_pid == getpid())
+    if (isSigTerm && arrival.infoIsValid && arrival.info->si_pid == getpid()) {
         return;
+    }
     hostSafePrintf("\nKS Signal Handler: Signal %d, %s Received at %d in thread %lu\n", arrival.sig,
                    isSigTerm ? "SIGTERM, Software Termination Signal" : "SIGXCPU, CPU time limit exceeded",
                    static_cast<int>(time(nullptr)), static_cast<unsigned long>(pthread_self()));
@@ -122,21 +130,25 @@ int enterSegv() {
 // Passes the signal on to the earlier handler, under the signal mask which that asked for. FALSE when there is none.
 bool chainToOldHandler(struct sigaction& old, const SignalArrival& arrival) {
     const struct sigaction action = old;
-    if (action.sa_handler == SIG_DFL)
+    if (action.sa_handler == SIG_DFL) {
         return false;
-    if (!(action.sa_flags & SA_NODEFER) && !sigismember(&old.sa_mask, arrival.sig))
+    }
+    if (!(action.sa_flags & SA_NODEFER) && !sigismember(&old.sa_mask, arrival.sig)) {
         sigaddset(&old.sa_mask, arrival.sig);
-    if (action.sa_flags & SA_RESETHAND)
+    }
+    if (action.sa_flags & SA_RESETHAND) {
         old.sa_handler = SIG_DFL;
+    }
     sigset_t mask;
     pthread_sigmask(SIG_SETMASK, &old.sa_mask, &mask);
     // "Ignore" has no function; the default was ruled out. A recorded HostFaultHandler is called as any other.
     if (action.sa_handler != SIG_IGN) {
         const HandlerScope::Lifted lifted;
-        if (action.sa_flags & SA_SIGINFO)
+        if (action.sa_flags & SA_SIGINFO) {
             action.sa_sigaction(arrival.sig, arrival.info, arrival.context);
-        else
+        } else {
             action.sa_handler(arrival.sig);
+        }
     }
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     return true;
@@ -155,8 +167,9 @@ bool chainToOldHandler(struct sigaction& old, const SignalArrival& arrival) {
     hostSafePrintf("\n\nKS Signal Handler: Unhandled signal %d, %s Received at %ld \n", arrival.sig,
                    getSignalName(arrival.sig), static_cast<long>(time(nullptr)));
     translateFaultCode(arrival);
-    if (arrival.info != nullptr && arrival.info->si_errno == ENOMEM)
+    if (arrival.info != nullptr && arrival.info->si_errno == ENOMEM) {
         abortForLackOfMemory();
+    }
     hostExitNowOrLater(hostCoredumpExit, arrival.sig == SIGQUIT, arrival);
 }
 } // namespace
@@ -164,8 +177,9 @@ bool chainToOldHandler(struct sigaction& old, const SignalArrival& arrival) {
 void HostFaultHandler(int sig, siginfo_t* info, void* context) {
     const ErrnoKeeper errnoKeeper;
     const HandlerScope running;
-    if (sig == SIGTERM)
+    if (sig == SIGTERM) {
         HostIncrementSigTerm();
+    }
     const SignalArrival arrival{sig, info, context, isValidInfo(sig, info)};
 
     bool inKcilnk = false;
@@ -175,8 +189,9 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
         if (hostIsExiting()) {
             hostEndExit();
         }
-        if (!arrival.infoIsValid || arrival.wasSent())
+        if (!arrival.infoIsValid || arrival.wasSent()) {
             reportSender(arrival);
+        }
         if (sig == SIGSEGV && info != nullptr && hostProtectCheck(static_cast<char*>(info->si_addr))) {
             reportGuardPageAccess(info->si_addr);
             return;
@@ -185,13 +200,16 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
             hostWasOpenedMeanwhile(static_cast<const char*>(info->si_addr))) {
             return;
         }
-        if (hostExitsOnFault())
+        if (hostExitsOnFault()) {
             hostExitForFault(sig);
+        }
         inKcilnk = hostIsInThisLibrary(hostInstructionAddress(context));
-        if (sig != SIGABRT) // never passed on
+        if (sig != SIGABRT) { // never passed on
             savedHandler = hostOldHandler(sig);
-        if (sig == SIGSEGV)
+        }
+        if (sig == SIGSEGV) {
             numSegvInProgress = enterSegv();
+        }
     } else {
         savedHandler = hostOldHandler(sig);
     }
@@ -225,6 +243,7 @@ void HostFaultHandler(int sig, siginfo_t* info, void* context) {
         }
         return;
     }
-    if (!foundSignal)
+    if (!foundSignal) {
         endForUnhandledFault(arrival);
+    }
 }

@@ -19,8 +19,9 @@ std::atomic<HostShrMemLostFType> shrMemFunc;
 void ignoreUnlessHandled(int sig) {
     struct sigaction previous = {};
     UNIXIO_DO_SIGNAL(sig, unixioPlain(SIG_IGN), &previous);
-    if (unixioIsFunction(previous))
+    if (unixioIsFunction(previous)) {
         unixioSetAction(sig, previous);
+    }
 }
 
 void installUnlessHandled(int sig) {
@@ -45,8 +46,9 @@ void hostInstallHandlerFor(int sig, Restart restart) {
 }
 
 void HostInstallFaultHandler(HostFaultFuncType* flushFiles, HostFaultFuncType* shutDown) {
-    if (signalHandlersInstalled.exchange(TRUE))
+    if (signalHandlersInstalled.exchange(TRUE)) {
         return;
+    }
     hostForgetActions();
     fileFlusherFct = flushFiles;
     shutdownFct = shutDown;

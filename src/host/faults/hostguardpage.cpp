@@ -34,8 +34,9 @@ __thread unsigned retriedOpening [[gnu::tls_model("initial-exec")]];
 
 protectedSType* findSlot(const char* pageAddr) {
     for (protectedSType& slot : protectedPages) {
-        if (slot.pageAddr == pageAddr)
+        if (slot.pageAddr == pageAddr) {
             return &slot;
+        }
     }
     return nullptr;
 }
@@ -60,8 +61,9 @@ BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType protectHandler,
         return FALSE;
     }
     protectedSType* slot = findSlot(pageAddr);
-    if (slot == nullptr)
+    if (slot == nullptr) {
         slot = findSlot(nullptr);
+    }
     if (slot == nullptr) {
         SysErrorSet(err, -1, "System only supports protecting %d pages.", maxProtectedPages);
         return FALSE;
@@ -71,8 +73,9 @@ BoolType HostProtectPage(char* pageAddr, HostProtectHandlerFType protectHandler,
     char* const earlierAddr = slot->pageAddr;
     slot->protectHandler = protectHandler;
     slot->pageAddr = pageAddr;
-    if (mprotect(pageAddr, static_cast<size_t>(pageSize), PROT_NONE) == 0)
+    if (mprotect(pageAddr, static_cast<size_t>(pageSize), PROT_NONE) == 0) {
         return TRUE;
+    }
     const int error = errno;
     slot->pageAddr = earlierAddr;
     slot->protectHandler = earlierHandler;
@@ -109,14 +112,17 @@ bool hostProtectCheck(char* faultAddr) {
     bool opened = false;
     for (protectedSType& slot : protectedPages) {
         char* const page = slot.pageAddr;
-        if (page == nullptr || (faultAddr != nullptr && (faultAddr < page || faultAddr >= page + UtlGetPageSize())))
+        if (page == nullptr || (faultAddr != nullptr && (faultAddr < page || faultAddr >= page + UtlGetPageSize()))) {
             continue;
+        }
         const HostProtectHandlerFType handler = slot.protectHandler;
-        if (handler == nullptr || !handler(page, faultAddr))
+        if (handler == nullptr || !handler(page, faultAddr)) {
             continue;
+        }
         opened = HostUnProtectPage(page);
-        if (faultAddr != nullptr)
+        if (faultAddr != nullptr) {
             break;
+        }
     }
     return opened;
 }

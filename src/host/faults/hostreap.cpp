@@ -11,12 +11,15 @@ void hostReapChildren() {
     for (;;) {
         int status = 0;
         const pid_t pid = waitpid(-1, &status, WNOHANG | WUNTRACED);
-        if (pid > 0)
+        if (pid > 0) {
             continue;
-        if (pid == 0 || errno == ECHILD)
+        }
+        if (pid == 0 || errno == ECHILD) {
             break;
-        if (shouldRetry())
+        }
+        if (shouldRetry()) {
             continue;
+        }
         hostSafePrintf("handleChild: peculiar wait3 errno = %d\n", errno);
         UtlExit(4);
     }

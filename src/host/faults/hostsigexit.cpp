@@ -153,8 +153,9 @@ void hostExitNowOrLater(ExitRoutine routine, int argument, const SignalArrival& 
 void hostPlainExit(int exitcode, int sig, siginfo_t* info, void* context) {
     delaySigExit = nullptr;
     hostCallIfSet(fileFlusherFct);
-    if (sig != SIGTERM)
+    if (sig != SIGTERM) {
         hostCallOldHandler(sig, info, context);
+    }
     UtlExit(exitcode);
 }
 

@@ -23,20 +23,23 @@ void hostLearnInstructionRange() {
     const bool known =
         dladdr(reinterpret_cast<const void*>(hostLearnInstructionRange), &own) != 0 && own.dli_fbase != nullptr;
     UTL_GUARANTEE(known);
-    if (known)
+    if (known) {
         loadBase = static_cast<const char*>(own.dli_fbase);
+    }
 }
 
 bool hostIsInThisLibrary(const void* address) {
-    if (loadBase == nullptr)
+    if (loadBase == nullptr) {
         hostLearnInstructionRange();
+    }
     const char* base = loadBase;
     return base != nullptr && address >= base && address < _end;
 }
 
 const void* hostInstructionAddress(const void* context) {
-    if (context == nullptr)
+    if (context == nullptr) {
         return nullptr;
+    }
     const auto& registers = static_cast<const ucontext_t*>(context)->uc_mcontext.gregs;
 #if defined(__i386__)
     return reinterpret_cast<const void*>(static_cast<uintptr_t>(registers[REG_EIP]));

@@ -10,8 +10,9 @@ Account::Account(const char* name)
                                   : getpwuid_r(getuid(), &entry, text, sizeof text, &found)) {}
 
 Account::~Account() {
-    if (groupList != nullptr)
+    if (groupList != nullptr) {
         UtlFree(groupList);
+    }
 }
 
 bool Account::fetchGroups() {
@@ -20,8 +21,9 @@ bool Account::fetchGroups() {
     groupList = static_cast<gid_t*>(UtlMalloc(count * sizeof(gid_t), "HostFork (groups)"));
     // The list may have grown meanwhile: then count is what of it has been written.
     const int room = count;
-    if (groupList != nullptr && getgrouplist(found->pw_name, found->pw_gid, groupList, &count) == -1)
+    if (groupList != nullptr && getgrouplist(found->pw_name, found->pw_gid, groupList, &count) == -1) {
         count = room;
+    }
     groupListSize = static_cast<size_t>(count);
     return groupList != nullptr;
 }

@@ -39,8 +39,9 @@ public:
     bool replace(size_t from, size_t to, string_view first, string_view second = "") {
         const size_t rest = used - to;
         const size_t inserted = first.size() + second.size();
-        if (from + inserted + rest >= capacity)
+        if (from + inserted + rest >= capacity) {
             return false;
+        }
         memmove(buffer + from + inserted, buffer + to, rest);
         first.copy(buffer + from, first.size()); // not memcpy: an empty view may have no address
         second.copy(buffer + from + first.size(), second.size());
@@ -74,11 +75,13 @@ private:
 
 // getenv for a name that no terminator ends.
 const char* findVariable(string_view name) {
-    if (name.empty() || environ == nullptr)
+    if (name.empty() || environ == nullptr) {
         return nullptr;
+    }
     for (char** entry = environ; *entry != nullptr; ++entry) {
-        if (strncmp(*entry, name.data(), name.size()) == 0 && (*entry)[name.size()] == '=')
+        if (strncmp(*entry, name.data(), name.size()) == 0 && (*entry)[name.size()] == '=') {
             return *entry + name.size() + 1;
+        }
     }
     return nullptr;
 }
@@ -86,20 +89,24 @@ const char* findVariable(string_view name) {
 // "$NAME" or "$NAME/..." at the head of src becomes the variable's value, when there is one that fits: value, rest and
 // terminator together. A value that the buffer could not hold counts as not fitting, however short the rest is.
 void substituteHeadVariable(string_view src, Name& name) {
-    if (!src.starts_with('$'))
+    if (!src.starts_with('$')) {
         return;
+    }
     const size_t end = std::min(src.find('/'), src.size());
     const char* value = findVariable({src.data() + 1, end - 1});
-    if (value != nullptr)
+    if (value != nullptr) {
         name.replace(0, name.length(), value, {src.data() + end, src.size() - end});
+    }
 }
 
 void makeAbsolute(Name& name) {
-    if (name.view().starts_with('/') || name.view().starts_with('$'))
+    if (name.view().starts_with('/') || name.view().starts_with('$')) {
         return;
+    }
     char folder[HOST_FNAME_SIZE];
-    if (getcwd(folder, sizeof folder) != nullptr)
+    if (getcwd(folder, sizeof folder) != nullptr) {
         name.replace(0, 0, folder, "/");
+    }
 }
 
 // Removes "." and "..", follows links. Every "/" and the end are looked at in turn; `position` moves past those whose
@@ -127,20 +134,24 @@ std::optional<HostFileKindEType> walk(Name& name, bool followLinks) {
             continue;
         }
         position = end + 1;
-        if (!followLinks || before.empty() || before.ends_with('/'))
+        if (!followLinks || before.empty() || before.ends_with('/')) {
             continue;
+        }
         if (end == name.length()) {
             kind = HostFileType(name.text());
-            if (kind != HOST_FILE_KIND_LNK)
+            if (kind != HOST_FILE_KIND_LNK) {
                 break;
+            }
             kind.reset();
         }
         const ssize_t targetLength = name.readLink(end, target, sizeof target);
-        if (targetLength <= 0)
+        if (targetLength <= 0) {
             continue;
+        }
         const size_t from = target[0] == '/' ? 0 : before.rfind('/') + 1;
-        if (!name.replace(from, end, {target, static_cast<size_t>(targetLength)}) || ++linksFollowed == mostLinks)
+        if (!name.replace(from, end, {target, static_cast<size_t>(targetLength)}) || ++linksFollowed == mostLinks) {
             break;
+        }
         position = from;
     }
     return kind;
@@ -154,8 +165,9 @@ Target lookUpWithoutLinks(const Name& name) {
     // For the walk a ".." takes back the empty component of "a//..", for the kernel it takes back "a".
     const bool leadsElsewhere =
         name.view().find("//") != string_view::npos && name.view().find("/..") != string_view::npos;
-    if (leadsElsewhere || unavailable.load(std::memory_order_relaxed))
+    if (leadsElsewhere || unavailable.load(std::memory_order_relaxed)) {
         return Target::mayHaveLinks;
+    }
     open_how how{};
     how.flags = O_PATH | O_CLOEXEC | O_DIRECTORY;
     how.resolve = RESOLVE_NO_SYMLINKS;
@@ -183,8 +195,9 @@ pthread_once_t autoMountPrefixOnce = PTHREAD_ONCE_INIT;
 
 void readAutoMountPrefix() {
     constexpr char usualPrefix[] = "/tmp_mnt";
-    if (!HostGetEnv("KS_AutoMountPrefix", autoMountPrefix, sizeof autoMountPrefix - 1))
+    if (!HostGetEnv("KS_AutoMountPrefix", autoMountPrefix, sizeof autoMountPrefix - 1)) {
         memcpy(autoMountPrefix, usualPrefix, sizeof usualPrefix);
+    }
 }
 } // namespace
 
@@ -194,34 +207,39 @@ void hostReadAutoMountPrefix() {
 }
 
 void hostUnixExpand(const char* src, char* dst, unsigned size, LinkHandling links) {
-    if (size == 0)
+    if (size == 0) {
         return;
+    }
     const ErrnoKeeper errnoKeeper; // whatever the look-ups meet
     const string_view source(src);
     Name name(dst, size);
     name.setCut(source);
-    if (source.empty())
+    if (source.empty()) {
         return;
+    }
     substituteHeadVariable(source, name);
     makeAbsolute(name);
 
     const Target target = links == LinkHandling::follow ? lookUpWithoutLinks(name) : Target::mayHaveLinks;
     const bool mayHaveLinks = target == Target::mayHaveLinks;
     const auto kind = walk(name, links != LinkHandling::keep && mayHaveLinks);
-    if (links == LinkHandling::keep || name.view().empty() || name.view().ends_with('/'))
+    if (links == LinkHandling::keep || name.view().empty() || name.view().ends_with('/')) {
         return;
+    }
     const bool isFolder =
         mayHaveLinks ? (kind ? *kind : HostFileType(dst)) == HOST_FILE_KIND_DIR : target == Target::folder;
-    if (isFolder)
+    if (isFolder) {
         name.replace(name.length(), name.length(), "/");
+    }
 }
 
 void hostExpand(const char* src, char* dst, unsigned size, LinkHandling links) {
     hostUnixExpand(src, dst, size, links);
     pthread_once(&autoMountPrefixOnce, readAutoMountPrefix);
     const size_t prefixLength = strlen(autoMountPrefix);
-    if (size != 0 && strncmp(dst, autoMountPrefix, prefixLength) == 0 && dst[prefixLength] == '/')
+    if (size != 0 && strncmp(dst, autoMountPrefix, prefixLength) == 0 && dst[prefixLength] == '/') {
         memmove(dst, dst + prefixLength, strlen(dst + prefixLength) + 1);
+    }
 }
 
 void HostUnixExpandFileName(const char* src, char* dst, unsigned size) {

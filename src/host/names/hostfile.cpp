@@ -54,8 +54,9 @@ BoolType HostFileExistSize(const char* name, long* size) {
 BoolType HostRemoveFile(const char* name, SysErrorSType* err) {
     HostFnameStrType path;
     hostExpand(name, path, sizeof path, LinkHandling::keep);
-    if (unlink(path) == 0)
+    if (unlink(path) == 0) {
         return TRUE;
+    }
     SysErrorSet(err, errno, "unlink(%.3000s)", name);
     return FALSE;
 }
@@ -73,8 +74,9 @@ FILE* HostOpenFile(const char* name, const char* mode, SysErrorSType* err, int f
         HostExpandFileName(name, path, sizeof path);
         file = fopen64(path, closingMode);
     }
-    if (file == nullptr)
+    if (file == nullptr) {
         SysErrorSet(err, errno, "fopen(%.3000s,%.60s)", name, mode);
+    }
     return file;
 }
 

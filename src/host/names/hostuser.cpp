@@ -15,28 +15,32 @@ bool copyWhole(const char* text, char* buf, unsigned size) {
 } // namespace
 
 BoolType HostGetHostname(char* buf, unsigned size) {
-    if (size == 0)
+    if (size == 0) {
         return FALSE;
+    }
     buf[0] = '\0';
     char name[HOST_NAME_MAX + 1];
     return gethostname(name, sizeof name) == 0 && copyWhole(name, buf, size);
 }
 
 BoolType HostGetHomeDir(const char* user, char* buf, unsigned size) {
-    if (size == 0)
+    if (size == 0) {
         return FALSE;
+    }
     buf[0] = '\0';
     const Account account(user);
-    if (account.get() != nullptr)
+    if (account.get() != nullptr) {
         return copyWhole(account.get()->pw_dir, buf, size);
+    }
     // A user without an entry, as in many containers, still has what the environment says.
     const char* home = user == nullptr ? getenv("HOME") : nullptr;
     return home != nullptr && copyWhole(home, buf, size);
 }
 
 BoolType HostGetUserName(char* buf, unsigned size) {
-    if (size == 0)
+    if (size == 0) {
         return FALSE;
+    }
     buf[0] = '\0';
     const Account account(nullptr);
     return account.get() != nullptr && copyWhole(account.get()->pw_name, buf, size);

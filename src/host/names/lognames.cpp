@@ -67,13 +67,16 @@ bool leadsToFile(const char* path) {
 bool appendLogName(string_view pattern, const LogNameValues& values, BoundedText& text) {
     while (!pattern.empty()) {
         const size_t plain = std::min(pattern.find('%'), pattern.size());
-        if (!text.appendWhole(pattern.substr(0, plain)))
+        if (!text.appendWhole(pattern.substr(0, plain))) {
             return false;
+        }
         pattern.remove_prefix(plain);
-        if (pattern.empty())
+        if (pattern.empty()) {
             return true;
-        if (pattern.size() < 2 || !appendLogNameValue(pattern[1], values, text))
+        }
+        if (pattern.size() < 2 || !appendLogNameValue(pattern[1], values, text)) {
             return false;
+        }
         pattern.remove_prefix(2);
     }
     return true;
@@ -82,12 +85,14 @@ bool appendLogName(string_view pattern, const LogNameValues& values, BoundedText
 
 BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned size) {
     const string_view file = lastComponent(name);
-    if (file.empty())
+    if (file.empty()) {
         return FALSE;
+    }
     HostFnameStrType program;
     const ssize_t programLength = readlink("/proc/self/exe", program, sizeof program);
-    if (programLength <= 0 || programLength == sizeof program)
+    if (programLength <= 0 || programLength == sizeof program) {
         return FALSE;
+    }
     const string_view programPath(program, static_cast<size_t>(programLength));
     const string_view folder = programPath.substr(0, programPath.rfind('/') + 1);
     const string_view extension = file.find('.') == string_view::npos ? ext : "";
@@ -100,8 +105,9 @@ BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned s
             continue;
         }
         const size_t length = strlen(path);
-        if (length >= size)
+        if (length >= size) {
             return FALSE;
+        }
         memcpy(dst, path, length + 1);
         return TRUE;
     }

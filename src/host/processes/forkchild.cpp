@@ -61,8 +61,9 @@ void printMessage(FILE* f, const char* symbol, const char* kinds, ...) {
 // Standard error, as a stream of its own.
 FILE* openErrorStream() {
     FILE* f = fdopen(STDERR_FILENO, "w");
-    if (f == nullptr)
+    if (f == nullptr) {
         fail();
+    }
     return f;
 }
 
@@ -84,8 +85,9 @@ FILE* openErrorStream() {
 // The lower ones are the standard ones and the caller's own; nothing above the range is expected.
 void closeDescriptors(int readinessPipe) {
     for (int descriptor = 8; descriptor <= 15; ++descriptor) {
-        if (descriptor != readinessPipe)
+        if (descriptor != readinessPipe) {
             close(descriptor);
+        }
     }
 }
 
@@ -110,15 +112,17 @@ char** splitWords(string_view command) {
     // Words and blanks take turns.
     const size_t most = command.size() / 2 + 2;
     char** words = static_cast<char**>(UtlMalloc(static_cast<unsigned>(most * sizeof(char*)), "HostFork (argv)"));
-    if (words == nullptr)
+    if (words == nullptr) {
         fail();
+    }
     size_t count = 0;
     for (size_t end = 0, start; (start = command.find_first_not_of(blanks, end)) != string_view::npos;) {
         end = std::min(command.find_first_of(blanks, start), command.size());
         const size_t length = end - start;
         char* word = static_cast<char*>(UtlMalloc(static_cast<unsigned>(length + 1), "HostFork (creating an argv)"));
-        if (word == nullptr)
+        if (word == nullptr) {
             fail();
+        }
         memcpy(word, command.data() + start, length);
         word[length] = '\0';
         words[count++] = word;
@@ -128,8 +132,9 @@ char** splitWords(string_view command) {
 }
 
 void startSession() {
-    if (setsid() != -1)
+    if (setsid() != -1) {
         return;
+    }
     const int error = errno;
     dprintf(STDERR_FILENO, "setsid() failure, errno = %ld,  at time = %ld\n     %s\n", static_cast<long>(error),
             static_cast<long>(time(nullptr)), ErrnoText(error).text);
@@ -137,12 +142,15 @@ void startSession() {
 }
 
 void becomeUser(const ForkChildPlan& plan) {
-    if (plan.setsGroups && setgroups(plan.groupCount, plan.groups) != 0)
+    if (plan.setsGroups && setgroups(plan.groupCount, plan.groups) != 0) {
         failIdentity("host.fork13", errno);
-    if (setgid(plan.gid) != 0)
+    }
+    if (setgid(plan.gid) != 0) {
         failIdentity("host.fork5", errno);
-    if (setuid(plan.uid) != 0)
+    }
+    if (setuid(plan.uid) != 0) {
         failIdentity("host.fork6", errno);
+    }
 }
 
 // False, and said on standard output, when a pattern has no expansion.
@@ -160,12 +168,14 @@ void enterWorkingFolder(const ForkChildPlan& plan, const char* program) {
     if (plan.workingDir != nullptr && expandPattern(plan.workingDir, program, plan, name)) {
         HostExpandFileName(name, folder, sizeof folder);
     } else {
-        if (plan.workingDir != nullptr)
+        if (plan.workingDir != nullptr) {
             HostCallDebugger();
+        }
         snprintf(folder, sizeof folder, "%s", plan.home != nullptr ? plan.home : "");
     }
-    if (chdir(folder) == 0)
+    if (chdir(folder) == 0) {
         return;
+    }
     const int error = errno;
     FILE* f = openErrorStream();
     printMessage(f, "host.fork11", "s", folder);
@@ -176,18 +186,21 @@ void enterWorkingFolder(const ForkChildPlan& plan, const char* program) {
 // Opens the worker's log on standard output and standard error.
 void openLog(const ForkChildPlan& plan, const char* program) {
     HostFnameStrType name;
-    if (!expandPattern(plan.logName != nullptr ? plan.logName : "%N%P%M.log", program, plan, name))
+    if (!expandPattern(plan.logName != nullptr ? plan.logName : "%N%P%M.log", program, plan, name)) {
         snprintf(name, sizeof name, "pelgar%lu.log", static_cast<unsigned long>(getpid()));
+    }
     HostFnameStrType path;
     HostExpandFileName(name, path, sizeof path);
 
     // A set-user-id program must not open what its user could not.
-    if (!plan.forUser)
+    if (!plan.forUser) {
         HostUseRealId();
+    }
     const int log = open(path, O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC | O_LARGEFILE, 0644);
     const int error = errno;
-    if (!plan.forUser)
+    if (!plan.forUser) {
         HostSetUserId();
+    }
     if (log == -1) {
         FILE* f = openErrorStream();
         printMessage(f, "host.fork7", "ds", static_cast<long>(getpid()), path);
@@ -209,8 +222,9 @@ void openLog(const ForkChildPlan& plan, const char* program) {
 
 void keepOverExec(int descriptor) {
     const int flags = fcntl(descriptor, F_GETFD);
-    if (flags != -1)
+    if (flags != -1) {
         fcntl(descriptor, F_SETFD, flags & ~FD_CLOEXEC);
+    }
 }
 
 void prepareStandardDescriptors() {
@@ -223,8 +237,9 @@ void prepareStandardDescriptors() {
 
 FILE* openLogStream() {
     FILE* f = fdopen(STDOUT_FILENO, "a");
-    if (f == nullptr)
+    if (f == nullptr) {
         failCall("fdopen(1, \"a\")", errno);
+    }
     return f;
 }
 
@@ -234,8 +249,9 @@ void writeLogHeader(FILE* f, const ForkChildPlan& plan) {
     ErrMsgSymToText(plan.forUser ? "host.fork9a" : "host.fork9b", text, sizeof text, "");
     VerCenteredMessage(f, text);
     VerMessage(f, "");
-    if (plan.clientHost != nullptr)
+    if (plan.clientHost != nullptr) {
         printMessage(f, "host.forkClient", "s", plan.clientHost);
+    }
     VerInfo(f);
     // The catalogue shows as much of an argument, but prints a longer one to stdout as a whole.
     snprintf(text, sizeof text, "%s", plan.command);
@@ -264,17 +280,20 @@ void runForkChild(const ForkChildPlan& plan) {
     char** const words = splitWords(plan.command);
     const char* const program = words[0] != nullptr ? words[0] : "";
     startSession();
-    if (plan.forUser)
+    if (plan.forUser) {
         becomeUser(plan);
+    }
     enterWorkingFolder(plan, program);
-    if (!isServer)
+    if (!isServer) {
         openLog(plan, program);
+    }
     prepareStandardDescriptors();
     FILE* const report = isServer ? openErrorStream() : openLogStream();
-    if (isServer)
+    if (isServer) {
         keepOverExec(plan.readinessPipe);
-    else
+    } else {
         writeLogHeader(report, plan);
+    }
 
     hostSetInKernel(SIGINT, SIG_IGN);
     shutdownFct = shutdownSetAside;

@@ -50,8 +50,9 @@ public:
     // False with errno set.
     bool open() {
         int ends[2];
-        if (pipe2(ends, O_CLOEXEC) != 0)
+        if (pipe2(ends, O_CLOEXEC) != 0) {
             return false;
+        }
         readDescriptor = aboveStandard(ends[0]);
         writeDescriptor = aboveStandard(ends[1]);
         return readDescriptor != -1 && writeDescriptor != -1;
@@ -65,16 +66,17 @@ public:
     ssize_t awaitByte() const {
         char byte;
         ssize_t count;
-        do
+        do {
             count = read(readDescriptor, &byte, 1);
-        while (count == -1 && shouldRetry());
+        } while (count == -1 && shouldRetry());
         return count;
     }
 
 private:
     static int aboveStandard(int descriptor) {
-        if (descriptor > STDERR_FILENO)
+        if (descriptor > STDERR_FILENO) {
             return descriptor;
+        }
         const int higher = fcntl(descriptor, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
         const int error = errno;
         close(descriptor);
@@ -82,8 +84,9 @@ private:
         return higher;
     }
     static void closeEnd(int& end) {
-        if (end != -1)
+        if (end != -1) {
             close(end);
+        }
         end = -1;
     }
 
@@ -110,8 +113,9 @@ bool planUser(Account& account, const char* name, ForkChildPlan& plan, const Mes
     plan.uid = user->pw_uid;
     plan.gid = user->pw_gid;
     plan.setsGroups = self == 0 && user->pw_uid != 0;
-    if (plan.setsGroups && !account.fetchGroups())
+    if (plan.setsGroups && !account.fetchGroups()) {
         return msg.systemCallFailed("malloc", ENOMEM);
+    }
     plan.groups = account.groups();
     plan.groupCount = account.groupCount();
     return true;
@@ -121,11 +125,13 @@ bool planUser(Account& account, const char* name, ForkChildPlan& plan, const Mes
 BoolType awaitServer(ReadinessPipe& pipe, PidType pid, PidType* thePid, const MessageBuffer& msg) {
     pipe.closeWriteEnd();
     const ssize_t count = pipe.awaitByte();
-    if (count == -1)
+    if (count == -1) {
         return msg.systemCallFailed("read", errno);
+    }
     *thePid = pid;
-    if (count == 1)
+    if (count == 1) {
         return TRUE;
+    }
     ErrMsgSymToText("host.serverfailed", msg.text, msg.size, "");
     return FALSE;
 }
@@ -156,8 +162,9 @@ BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const Mess
     char ownName[256];
     HostFnameStrType ownHome;
     if (user != nullptr) {
-        if (!planUser(account.emplace(user), user, plan, msg))
+        if (!planUser(account.emplace(user), user, plan, msg)) {
             return FALSE;
+        }
     } else {
         plan.userName = HostGetUserName(ownName, sizeof ownName) ? ownName : nullptr;
         plan.home = HostGetHomeDir(nullptr, ownHome, sizeof ownHome) ? ownHome : nullptr;
@@ -168,8 +175,9 @@ BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const Mess
     fflush(stdout);
 
     ReadinessPipe pipe;
-    if (isServer && !pipe.open())
+    if (isServer && !pipe.open()) {
         return msg.systemCallFailed("pipe", errno);
+    }
     plan.readinessPipe = pipe.writeEnd();
     ForkEnvironment environment;
     plan.environment = &environment;
@@ -182,8 +190,9 @@ BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const Mess
     }
 
     ErrMsgReset();
-    if (isServer)
+    if (isServer) {
         return awaitServer(pipe, pid, thePid, msg);
+    }
     *thePid = pid;
     return TRUE;
 }

@@ -15,18 +15,22 @@ gid_t effectiveGid;
 // Root's rights serve to change the group, before they are given up or after they are gained.
 void takeIds(uid_t uid, gid_t gid) {
     const bool groupFirst = geteuid() == 0;
-    if (groupFirst && gid != getegid())
+    if (groupFirst && gid != getegid()) {
         UTL_GUARANTEE(setegid(gid) == 0);
-    if (uid != geteuid())
+    }
+    if (uid != geteuid()) {
         UTL_GUARANTEE(seteuid(uid) == 0);
-    if (!groupFirst && gid != getegid())
+    }
+    if (!groupFirst && gid != getegid()) {
         UTL_GUARANTEE(setegid(gid) == 0);
+    }
 }
 } // namespace
 
 void HostUseRealId() {
-    if (usingRealId)
+    if (usingRealId) {
         return;
+    }
     usingRealId = true;
     effectiveUid = geteuid();
     effectiveGid = getegid();
@@ -34,8 +38,9 @@ void HostUseRealId() {
 }
 
 void HostSetUserId() {
-    if (!usingRealId)
+    if (!usingRealId) {
         return;
+    }
     usingRealId = false;
     takeIds(effectiveUid, effectiveGid);
 }

@@ -24,14 +24,16 @@ struct WantedMaxFiles {
     WantedMaxFiles() {
         char value[64];
         given = HostGetEnv("KESTRUNE_MAX_FD", value, sizeof value - 1);
-        if (given)
+        if (given) {
             count = atoi(value);
+        }
     }
 };
 
 rlim64_t asManyAsAllowed(rlim64_t hardLimit) {
-    if (hardLimit != RLIM64_INFINITY)
+    if (hardLimit != RLIM64_INFINITY) {
         return hardLimit;
+    }
     const int most = HostGetMaxFiles();
     UTL_GUARANTEE(most >= 1);
     return static_cast<rlim64_t>(most);
@@ -48,16 +50,19 @@ BoolType HostSetMaxFiles(int max, SysErrorSType* err) {
     bool fromEnvironment = false;
     if (max == -1) {
         const WantedMaxFiles wanted;
-        if (wanted.given && wanted.count == 0)
+        if (wanted.given && wanted.count == 0) {
             return TRUE;
+        }
         fromEnvironment = wanted.count > 0;
-        if (fromEnvironment)
+        if (fromEnvironment) {
             max = wanted.count;
-        else
+        } else {
             limit.rlim_cur = wanted.given ? limit.rlim_max : asManyAsAllowed(limit.rlim_max);
+        }
     }
-    if (max != -1)
+    if (max != -1) {
         limit.rlim_cur = static_cast<rlim64_t>(max);
+    }
 
     if (setrlimit64(RLIMIT_NOFILE, &limit) == 0) {
         cachedMaxFiles = -1;
@@ -75,7 +80,8 @@ BoolType HostSetMaxFiles(int max, SysErrorSType* err) {
 
 int HostGetMaxFiles() {
     int count = cachedMaxFiles;
-    if (count == -1)
+    if (count == -1) {
         cachedMaxFiles = count = static_cast<int>(sysconf(_SC_OPEN_MAX));
+    }
     return count;
 }

@@ -34,8 +34,9 @@ class ForegroundKept {
 public:
     explicit ForegroundKept(bool keep) : group(keep ? tcgetpgrp(STDIN_FILENO) : -1) {}
     ~ForegroundKept() {
-        if (group != -1)
+        if (group != -1) {
             tcsetpgrp(STDIN_FILENO, group);
+        }
     }
     ForegroundKept(const ForegroundKept&) = delete;
     ForegroundKept& operator=(const ForegroundKept&) = delete;
@@ -68,8 +69,9 @@ private:
 // As vfork: the child is in the shell when this returns.
 [[gnu::noinline]] pid_t startShell(const char* cmd, bool interactive, const sigset_t& mask) {
     const pid_t pid = vfork();
-    if (pid == 0)
+    if (pid == 0) {
         runShell(cmd, interactive, mask);
+    }
     return pid;
 }
 } // namespace
@@ -88,9 +90,9 @@ int UnixIoSystem(const char* cmd, BoolType interactive) {
     }
     int status = 0;
     pid_t waited;
-    do
+    do {
         waited = waitpid(pid, &status, WUNTRACED);
-    while (waited == -1 && shouldRetry());
+    } while (waited == -1 && shouldRetry());
     if (waited == -1) {
         outcome.value = errno;
         return -1;
@@ -105,8 +107,9 @@ BoolType HostPerform(const char* scriptFile, const char* outFile) {
     HostFnameStrType output;
     HostExpandFileName(scriptFile, script, sizeof script);
     HostExpandFileName(outFile, output, sizeof output);
-    if (strlen(script) + strlen(output) > longestNames)
+    if (strlen(script) + strlen(output) > longestNames) {
         return FALSE;
+    }
     char command[2 * longestNames + 64];
     snprintf(command, sizeof command, "/bin/sh %.80s </dev/null >%.80s 2>&1", script, output);
 
@@ -124,18 +127,22 @@ BoolType HostInteractiveSpawn(const char* cmd) {
     const BorrowedSignal::Ignored unreaped(childEnded);
     char shell[longestShell + interactively.size() + 1];
     if (cmd == nullptr || *cmd == '\0') {
-        if (!HostGetEnv("SHELL", shell, longestShell))
+        if (!HostGetEnv("SHELL", shell, longestShell)) {
             strcpy(shell, "/bin/sh");
+        }
         strcat(shell, interactively.data());
         cmd = shell;
-        for (int descriptor = 0; descriptor <= 2; ++descriptor)
+        for (int descriptor = 0; descriptor <= 2; ++descriptor) {
             fcntl(descriptor, F_SETFD, 0);
+        }
     }
     errno = 0;
-    if (UnixIoSystem(cmd, TRUE) == 0)
+    if (UnixIoSystem(cmd, TRUE) == 0) {
         return TRUE;
-    if (errno != ECHILD)
+    }
+    if (errno != ECHILD) {
         return FALSE;
+    }
     errno = 0;
     return TRUE;
 }

@@ -47,8 +47,9 @@ int timeOutSeconds() {
 void blockAllExcept(std::initializer_list<int> open) {
     sigset_t mask;
     sigfillset(&mask);
-    for (const int sig : open)
+    for (const int sig : open) {
         sigdelset(&mask, sig);
+    }
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
 }
 
@@ -88,10 +89,11 @@ void enterCoreDir() {
     HostFnameStrType hostName;
     HostFnameStrType name;
     const unsigned long pid = static_cast<unsigned long>(getpid());
-    if (HostGetHostname(hostName, sizeof hostName))
+    if (HostGetHostname(hostName, sizeof hostName)) {
         snprintf(name, sizeof name, "coredir%lu-%.*s", pid, NAME_MAX, hostName);
-    else
+    } else {
         snprintf(name, sizeof name, "coredir%lu-%lu", pid, static_cast<unsigned long>(time(nullptr)));
+    }
     HostExpandFileName(name, coreDirName, sizeof coreDirName);
     if (mkdir(coreDirName, 0700) != 0) {
         reportPathFailure("coredump:  Unable to create core directory ", errno);
@@ -104,10 +106,12 @@ void enterCoreDir() {
 }
 
 void leaveCoreDir() {
-    if (!madeCoreDir)
+    if (!madeCoreDir) {
         return;
-    if (chdir("..") == 0)
+    }
+    if (chdir("..") == 0) {
         rmdir(coreDirName);
+    }
     madeCoreDir = FALSE;
 }
 
@@ -147,10 +151,12 @@ void prepareSecondDump() {
 pid_t startDump() {
     for (;;) {
         const pid_t pid = vfork();
-        if (pid == 0)
+        if (pid == 0) {
             dumpInChild();
-        if (pid > 0 || !shouldRetry())
+        }
+        if (pid > 0 || !shouldRetry()) {
             return pid;
+        }
     }
 }
 
@@ -158,13 +164,16 @@ pid_t startDump() {
 bool waitForDump(pid_t child, int& status) {
     for (;;) {
         const pid_t pid = wait(&status);
-        if (pid == child)
+        if (pid == child) {
             return true;
-        if (pid > 0 || hostWasInterrupted(errno))
+        }
+        if (pid > 0 || hostWasInterrupted(errno)) {
             continue;
+        }
         // A pending SIGTERM asks for another try; without children none can succeed.
-        if (errno == ECHILD || HostGetSigTerm(__FILE_NAME__, __LINE__) == 0)
+        if (errno == ECHILD || HostGetSigTerm(__FILE_NAME__, __LINE__) == 0) {
             return false;
+        }
     }
 }
 
@@ -212,27 +221,31 @@ bool writeCore() {
 
 BoolType HostCoredump(BoolType explicitlyRequested) {
     const int timeOut = timeOutSeconds();
-    if (noHalt)
+    if (noHalt) {
         return TRUE;
+    }
     const SignalMaskKeeper maskKeeper;
     const int attempt = HostAsmSyncCtrAdd(&coreAttempts, 1) + 1;
     if (attempt == 1) {
         hostCallIfSet(fileFlusherFct);
         printStacks();
     }
-    if (!explicitlyRequested)
+    if (!explicitlyRequested) {
         waitForDebugger(timeOut);
-    if (!coreDumpEnabled)
+    }
+    if (!coreDumpEnabled) {
         return FALSE;
+    }
     if (attempt > 2) {
         HostSignalSafePrint("coredump panic:  giving up!\n");
         _exit(1);
     }
     HostFatalErr = TRUE;
-    if (attempt == 2)
+    if (attempt == 2) {
         prepareSecondDump();
-    else
+    } else {
         prepareFirstDump();
+    }
 
     UNIXIO_DO_SIGNAL(SIGABRT, unixioPlain(SIG_DFL), nullptr);
     struct sigaction childAction = {};

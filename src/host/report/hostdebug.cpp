@@ -38,8 +38,9 @@ void flushStreams() {
 
 void hostDoCallDebugger(bool firstTime, int error) {
     doCallBoolean = 1;
-    if (doCallBoolean == 0)
+    if (doCallBoolean == 0) {
         return;
+    }
     if (!firstTime) {
         puts("Recursive error caught!");
         fflush(stdout);
@@ -49,8 +50,9 @@ void hostDoCallDebugger(bool firstTime, int error) {
     char report[reportTextSize];
     printHostcallDebugger(error, report, sizeof report);
     HostCoredump(FALSE);
-    if (!coreDumpEnabled)
+    if (!coreDumpEnabled) {
         return;
+    }
     VerMessage(stdout, report);
     VerEndEdge(stdout);
     fflush(stdout);
@@ -68,8 +70,9 @@ void runFatalReportFunc(HostFaultFuncType* report) {
 
 int HostCallDebugger() {
     const ErrnoKeeper kept;
-    if (noHalt)
+    if (noHalt) {
         return 0;
+    }
     // No profiling ticks during the report.
     UNIXIO_DO_SIGNAL(SIGVTALRM, unixioPlain(SIG_IGN), nullptr);
     hostCallIfSet(hostCallDebuggerHook);
@@ -77,8 +80,9 @@ int HostCallDebugger() {
     flushStreams();
     HostFatalErr = TRUE;
     const bool firstTime = HostAsmSyncCtrAdd(&hostFatalReportCount, 1) == 0;
-    if (HostFaultFuncType* const report = HostFatalReportFunc; report != nullptr && firstTime)
+    if (HostFaultFuncType* const report = HostFatalReportFunc; report != nullptr && firstTime) {
         runFatalReportFunc(report);
+    }
     // The count stays raised: later errors, too, only run the hooks.
     if (coreDumpEnabled) {
         hostDoCallDebugger(firstTime, kept.value);

@@ -39,15 +39,17 @@ pid_t forkForExec() {
     sigemptyset(&none);
     sigprocmask(SIG_SETMASK, &none, nullptr);
     // $KESTRUNE, which names the stack printer, is the user's: a set-id process does not lend it its rights.
-    if (hostTakeRealIdsForExec())
+    if (hostTakeRealIdsForExec()) {
         execv(path, argv);
+    }
     const int error = errno;
     HostSignalSafePrint("\n    Problem with exev()\n  cmd=");
     HostSignalSafePrint(path);
     HostSignalSafePrint("\n  args=");
     for (char* const* argument = argv + 1; *argument != nullptr; ++argument) {
-        if (argument != argv + 1)
+        if (argument != argv + 1) {
             HostSignalSafePrint(" ");
+        }
         HostSignalSafePrint(*argument);
     }
     hostSafePrintf("\n  errno=%d.\n", error);
@@ -64,10 +66,12 @@ bool forkAndWait(const char* path, char* const argv[], Tracing tracing) {
         hostSafePrintf("  Problem calling fork, errno=%d\n", errno);
         return false;
     }
-    if (pid == 0)
+    if (pid == 0) {
         execInChild(path, argv);
-    if (tracing == Tracing::allowed)
+    }
+    if (tracing == Tracing::allowed) {
         prctl(PR_SET_PTRACER, pid, 0, 0, 0);
+    }
     for (;;) {
         const pid_t result = waitpid(pid, nullptr, 0);
         if (result == pid) {
@@ -92,8 +96,9 @@ void runStackPrinter(char* path, PidType forPid) {
     snprintf(pidText, sizeof pidText, "%d", forPid);
     char* const argv[] = {path, pidText, nullptr};
     forkAndWait(path, argv, forPid == getpid() ? Tracing::allowed : Tracing::no);
-    if (forPid == getpid())
+    if (forPid == getpid()) {
         prctl(PR_SET_PTRACER, 0, 0, 0, 0);
+    }
 }
 
 // A broken guarantee, reported as far as the report returns. Where it would end the process, only its line is printed:
@@ -112,8 +117,9 @@ void reportMissingPrinter() {
 } // namespace
 
 void HostPrintCStack(PidType forPid) {
-    if (forPid == -1)
+    if (forPid == -1) {
         return;
+    }
     hostSafePrintf("\nBegin attempt to print C-level stack for PID %d at: ", forPid);
     printDate();
     HostSignalSafePrint("\n");
@@ -134,8 +140,9 @@ void HostPrintMyCStack() {
 }
 
 void printStacks() {
-    if (HostAsmSyncOr(&printingStacks, 1) != 0)
+    if (HostAsmSyncOr(&printingStacks, 1) != 0) {
         return;
+    }
     HostPrintMyCStack();
     hostCallIfSet(SmalltalkPrintStackFunc);
     HostAsmSyncAnd(&printingStacks, 0);

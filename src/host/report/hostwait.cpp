@@ -10,14 +10,16 @@
 namespace {
 
 [[noreturn]] void waitForEver() {
-    for (;;)
+    for (;;) {
         HostSleep(2);
+    }
 }
 } // namespace
 
 void HostWaitForDebugger() {
-    if (hostDebuggerWaitIsWanted())
+    if (hostDebuggerWaitIsWanted()) {
         HostExplicitWaitForDebugger();
+    }
 }
 
 void HostExplicitWaitForDebugger() {

@@ -12,6 +12,7 @@ extern std::atomic<BoolType> HostFatalErr;
 
 template <typename Function>
 void hostCallIfSet(const std::atomic<Function>& function) {
-    if (const Function f = function)
+    if (const Function f = function) {
         f();
+    }
 }

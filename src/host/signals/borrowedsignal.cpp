@@ -13,8 +13,9 @@ void BorrowedSignal::change(int& users, int by) {
 }
 
 void BorrowedSignal::apply(Disposition wanted) {
-    if (wanted == current)
+    if (wanted == current) {
         return;
+    }
     if (wanted == Disposition::own) {
         unixioSetAction(number, ownAction);
     } else {

@@ -21,13 +21,15 @@ void HostIgnoreSigIo() {
 void HostEnableKbInt(HostKbIntFuncType func) {
     struct sigaction previous = {};
     UNIXIO_DO_SIGNAL(SIGINT, unixioPlain(SIG_IGN), &previous);
-    if (previous.sa_handler != SIG_IGN)
+    if (previous.sa_handler != SIG_IGN) {
         UNIXIO_DO_SIGNAL_1ARG(SIGINT, func, nullptr);
+    }
 }
 
 void HostDisableInterrupts() {
-    if (interruptsAreDisabled)
+    if (interruptsAreDisabled) {
         return;
+    }
     const ErrnoKeeper errnoKeeper;
     sigset_t all;
     sigfillset(&all);
@@ -36,8 +38,9 @@ void HostDisableInterrupts() {
 }
 
 void HostEnableInterrupts() {
-    if (!interruptsAreDisabled)
+    if (!interruptsAreDisabled) {
         return;
+    }
     const ErrnoKeeper errnoKeeper;
     // First: a signal that is delivered by the next call finds them enabled.
     interruptsAreDisabled = FALSE;

@@ -10,14 +10,17 @@
 
 void HostSignalSafePrint(const char* text) {
     size_t length = 0;
-    while (text[length] != '\0')
+    while (text[length] != '\0') {
         ++length;
+    }
     while (length > 0) {
         const ssize_t written = write(STDERR_FILENO, text, length);
-        if (written < 0 && errno == EINTR)
+        if (written < 0 && errno == EINTR) {
             continue;
-        if (written <= 0)
+        }
+        if (written <= 0) {
             return;
+        }
         text += written;
         length -= static_cast<size_t>(written);
     }

@@ -42,8 +42,9 @@ long hostCpuMilliseconds(const rusage& usage) {
 long HostClock() {
     pthread_once(&clocksOnce, recordClocks);
     rusage usage;
-    if (getrusage(RUSAGE_SELF, &usage) != 0)
+    if (getrusage(RUSAGE_SELF, &usage) != 0) {
         return -1;
+    }
     return hostCpuMilliseconds(usage) - initialCpuClockReading;
 }
 

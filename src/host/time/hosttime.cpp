@@ -18,15 +18,17 @@ namespace {
 // and counts as over.
 bool waitMilliseconds(const char* caller, int milliseconds) {
     const int result = poll(nullptr, 0, milliseconds);
-    if (result == 0)
+    if (result == 0) {
         return true;
+    }
     if (result > 0) {
         fprintf(stderr, "%s: unexpected result %d!\n", caller, result);
         HostCallDebugger();
         return true;
     }
-    if (hostWasInterrupted(errno))
+    if (hostWasInterrupted(errno)) {
         return false;
+    }
     fprintf(stderr, "%s: unexpected error %d!\n", caller, errno);
     HostCallDebugger();
     return true;
@@ -40,38 +42,44 @@ void HostSleep(unsigned seconds) {
     for (int64_t remaining = seconds; remaining > 0;) {
         const int64_t wait = std::min(remaining, longestWait);
         const bool over = waitMilliseconds("HostSleep", static_cast<int>(wait * 1000));
-        if (over && wait == remaining)
+        if (over && wait == remaining) {
             return;
-        if (!over && HostGetSigTerm(__FILE_NAME__, __LINE__) != 0)
+        }
+        if (!over && HostGetSigTerm(__FILE_NAME__, __LINE__) != 0) {
             return;
+        }
         remaining = deadline - hostWallSeconds();
     }
 }
 
 void HostMilliSleep(unsigned milliseconds) {
-    if (milliseconds >= 1000)
+    if (milliseconds >= 1000) {
         HostSleep(milliseconds / 1000);
+    }
     waitMilliseconds("HostMilliSleep", static_cast<int>(milliseconds % 1000));
 }
 
 void HostNanoSleep(long long nanoseconds) {
-    if (nanoseconds < 1000000)
+    if (nanoseconds < 1000000) {
         return;
+    }
     HostMilliSleep(static_cast<unsigned>(std::min<long long>(nanoseconds / 1000000, UINT_MAX)));
 }
 
 void HostFtime(time_t* sec, unsigned short* millitm) {
     timeval now;
-    if (gettimeofday(&now, nullptr) != 0)
+    if (gettimeofday(&now, nullptr) != 0) {
         now = {};
+    }
     *sec = now.tv_sec;
     *millitm = static_cast<unsigned short>(now.tv_usec / 1000);
 }
 
 void HostGetTimeOfDay(long* sec, long* usec) {
     timeval now;
-    if (gettimeofday(&now, nullptr) != 0)
+    if (gettimeofday(&now, nullptr) != 0) {
         now = {};
+    }
     *sec = static_cast<long>(now.tv_sec);
     *usec = static_cast<long>(now.tv_usec);
 }

@@ -57,8 +57,9 @@ void chooseDateTimeFormat(char* format) {
 } // namespace
 
 void HostStatistics(char* buf, unsigned size) {
-    if (size == 0)
+    if (size == 0) {
         return;
+    }
     BoundedText line(buf, size);
     rusage usage;
     (void)(appendElapsed(line) && getrusage(RUSAGE_SELF, &usage) == 0 && appendCpu(line, usage) &&
@@ -88,8 +89,9 @@ const char* HostDateTimeFormat() {
 
 const char* UtlCtime(time_t t, char* buf, unsigned size) {
     tm local;
-    if (size != 0 && (localtime_r(&t, &local) == nullptr || strftime(buf, size, HostDateTimeFormat(), &local) == 0))
+    if (size != 0 && (localtime_r(&t, &local) == nullptr || strftime(buf, size, HostDateTimeFormat(), &local) == 0)) {
         buf[0] = '\0';
+    }
     return buf;
 }
 
