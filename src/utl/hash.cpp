@@ -229,7 +229,7 @@ void placeAll(const HashTableSType& ht, const VoidPtrType* old, const VoidPtrTyp
         int count = 0;
         for (const VoidPtrType* const end = old + std::min<ptrdiff_t>(batchSize, oldEnd - old); old != end; ++old) {
             keys[count] = *old;
-            count += *old != nullptr; // no branch: occupied slots come at random
+            count += static_cast<int>(*old != nullptr); // no branch: occupied slots come at random
         }
         for (int i = 0; i < count; ++i) {
             hashes[i] = ht.hashFunc(keys[i]);
@@ -237,7 +237,7 @@ void placeAll(const HashTableSType& ht, const VoidPtrType* old, const VoidPtrTyp
         for (int i = 0; i < count; ++i) {
             const Place place(hashes[i], ht.tableSize);
             int32_t index = place.home;
-            while (block.slots[index]) {
+            while (block.slots[index] != nullptr) {
                 if (++index == ht.tableSize) {
                     index = 0;
                 }
@@ -258,7 +258,7 @@ BoolType rehash(HashTableSType& ht) {
     const int32_t newSize = powerOfTwoPrime[ht.indexOfPrime];
     const auto bytes = static_cast<unsigned>(TableBlock::bytes(newSize));
     auto* table = static_cast<VoidPtrType*>(UtlMalloc_(bytes, __LINE__));
-    if (!table) {
+    if (table == nullptr) {
         return FALSE;
     }
     memset(table, 0, bytes);
@@ -270,7 +270,7 @@ BoolType rehash(HashTableSType& ht) {
     ht.endPtr = table + newSize;
     ht.halfTableSize = newSize / 2;
     ht.quarterTableSize = newSize / 4;
-    if (oldTable) {
+    if (oldTable != nullptr) {
         placeAll(ht, oldTable, oldEnd);
         UtlFree(oldTable);
     }
@@ -321,7 +321,7 @@ BoolType HashTableInsert(HashTableSType* hashTable, VoidPtrType* posn, const voi
     void* stored = const_cast<void*>(key);
     if (hashTable->copyKeys) {
         stored = UtlMalloc_(static_cast<unsigned>(hashTable->keySize), __LINE__);
-        if (!stored) {
+        if (stored == nullptr) {
             return FALSE;
         }
         memcpy(stored, key, hashTable->keySize);
@@ -334,7 +334,7 @@ BoolType HashTableInsert(HashTableSType* hashTable, VoidPtrType* posn, const voi
 }
 
 BoolType HashTableRemove(HashTableSType* hashTable, VoidPtrType* posn) {
-    if (!*posn) {
+    if (*posn == nullptr) {
         return FALSE;
     }
     if (hashTable->copyKeys) {
@@ -350,8 +350,8 @@ BoolType HashTableRemove(HashTableSType* hashTable, VoidPtrType* posn) {
 
 void HashTableEnumerate(HashTableSType* hashTable, VoidPtrType** elementPtr) {
     VoidPtrType* const end = hashTable->endPtr;
-    VoidPtrType* slot = *elementPtr ? *elementPtr + 1 : hashTable->table;
-    while (slot != end && !*slot) {
+    VoidPtrType* slot = *elementPtr != nullptr ? *elementPtr + 1 : hashTable->table;
+    while (slot != end && *slot == nullptr) {
         ++slot;
     }
     *elementPtr = slot != end ? slot : nullptr;
@@ -359,7 +359,7 @@ void HashTableEnumerate(HashTableSType* hashTable, VoidPtrType** elementPtr) {
 
 void HashTableClear(HashTableSType* hashTable) {
     for (VoidPtrType* slot = hashTable->table; slot != hashTable->endPtr; ++slot) {
-        if (!*slot) {
+        if (*slot == nullptr) {
             continue;
         }
         if (hashTable->numEntries < 1) {
@@ -371,7 +371,7 @@ void HashTableClear(HashTableSType* hashTable) {
         *slot = nullptr;
         --hashTable->numEntries;
     }
-    if (hashTable->table) {
+    if (hashTable->table != nullptr) {
         UtlFree(hashTable->table);
     }
     resetSizes(*hashTable);

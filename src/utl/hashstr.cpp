@@ -96,5 +96,5 @@ int HashCStrHash(const char* str) {
 
 BoolType HashCStrCompare(const char* a, const char* b) {
     // Terminated strings are equal for HostStrCompare when they are for strcmp, which needs no lengths.
-    return strcmp(a, b) == 0;
+    return static_cast<BoolType>(strcmp(a, b) == 0);
 }

@@ -58,7 +58,7 @@ void reset(KsDString& ds) {
 char* copyToLarger(const KsDString& ds, unsigned long space) {
     const auto size = static_cast<unsigned>(space < UINT_MAX ? space : UINT_MAX);
     char* larger = static_cast<char*>(UtlMalloc(size, "ksdstring"));
-    if (larger) {
+    if (larger != nullptr) {
         std::copy_n(ds.string, ds.length, larger);
     }
     return larger;
@@ -82,7 +82,7 @@ void replaceSpace(KsDString& ds, char* larger, unsigned long space) {
         // Both terms are below half the address space: only the doubling can wrap around.
         const unsigned long space = newLength <= ULONG_MAX / 2 ? 2 * newLength : ULONG_MAX;
         char* larger = copyToLarger(ds, space);
-        if (!larger) {
+        if (larger == nullptr) {
             return nullptr;
         }
         // The addition may be a part of the old text, so it is copied before the old space goes.
@@ -117,7 +117,7 @@ void KsDStringSetLength(KsDString* dsPtr, long length) {
     if (length >= dsPtr->spaceAvl) {
         const unsigned long space = static_cast<unsigned long>(length) + 1;
         char* larger = copyToLarger(*dsPtr, space);
-        if (!larger) {
+        if (larger == nullptr) {
             return;
         }
         replaceSpace(*dsPtr, larger, space);

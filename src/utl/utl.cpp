@@ -9,7 +9,7 @@ int UtlMemcmp(const void* a, const void* b, size_t n) {
 
 int HostStrCompare(const char* a, const char* b, size_t lengthA, size_t lengthB) {
     const int order = std::string_view(a, lengthA).compare(std::string_view(b, lengthB));
-    return order < 0 ? -1 : order > 0;
+    return order < 0 ? -1 : order > 0 ? 1 : 0;
 }
 
 BoolType UtlValidateSwizzleTransforms(const ByteType transform[4], const ByteType shortTransform[2]) {
@@ -21,5 +21,5 @@ BoolType UtlValidateSwizzleTransforms(const ByteType transform[4], const ByteTyp
         seen |= 1U << transform[i];
     }
     const bool shortValid = shortTransform[0] <= 1 && shortTransform[1] <= 1 && shortTransform[0] != shortTransform[1];
-    return seen == 0xF && shortValid;
+    return static_cast<BoolType>(seen == 0xF && shortValid);
 }

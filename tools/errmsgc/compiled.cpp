@@ -29,7 +29,7 @@ class Compiled {
 public:
     explicit Compiled(const std::string& fileName) : name(fileName) {}
     ~Compiled() {
-        if (file) {
+        if (file != nullptr) {
             fclose(file);
         }
     }
@@ -234,7 +234,7 @@ bool getText(const std::string& fileName, const std::string& symbol, std::string
         return false;
     }
     char* const found = ErrMsgGetString(symbol.c_str());
-    if (!found) {
+    if (found == nullptr) {
         fprintf(stderr, "errmsgc: %s has no text for \"%s\"\n", fileName.c_str(), symbol.c_str());
         return false;
     }

@@ -140,7 +140,7 @@ int main(int argc, char** argv) {
         return wrongUsage("exactly one file is to be named");
     }
     const char* const file = argv[optind];
-    if (actions > 1 || (actions == 1 && (output || order))) {
+    if (actions > 1 || (actions == 1 && (output != nullptr || order != nullptr))) {
         return wrongUsage("these options exclude each other");
     }
     switch (action) {
@@ -153,10 +153,10 @@ int main(int argc, char** argv) {
     default:
         break;
     }
-    if (!output) {
+    if (output == nullptr) {
         return wrongUsage("the file to write is missing (-o FILE)");
     }
-    const std::optional<Transform> transform = parseOrder(order ? order : "host");
+    const std::optional<Transform> transform = parseOrder(order != nullptr ? order : "host");
     if (!transform) {
         return wrongUsage("no such byte order");
     }

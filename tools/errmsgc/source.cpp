@@ -140,7 +140,7 @@ bool readCatalogue(const std::string& fileName, std::vector<Entry>& entries) {
     for (long line = 0;;) {
         BoolType syntaxErr = FALSE;
         const BoolType found = ErrUtlNextSym(file.get(), fileName.c_str(), &line, parsed.get(), TRUE, &syntaxErr);
-        good = good && !syntaxErr;
+        good = good && syntaxErr == 0;
         if (!found) {
             if (syntaxErr && endsInContinuation(file.get())) {
                 fprintf(stderr, "%s near line %ld: unexpected eof\n", fileName.c_str(), line);

@@ -1,9 +1,9 @@
 #include "err/messages/errcatalogue.h"
 
 #include <atomic>
-#include <errno.h>
-#include <string.h>
-#include <time.h>
+#include <cerrno>
+#include <cstring>
+#include <ctime>
 
 #include "err/messages/errimage.h"
 #include "hash.h"
@@ -200,7 +200,7 @@ void errMsgForgetLookups() {
 }
 
 bool findErrSym(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], PendingHooks& hooks) {
-    if (!ErrUtlErrFile) {
+    if (ErrUtlErrFile == nullptr) {
         return false;
     }
     ++cacheProbes;

@@ -6,7 +6,7 @@
 
 #include <algorithm>
 #include <array>
-#include <string.h>
+#include <cstring>
 
 namespace {
 
@@ -215,7 +215,7 @@ Syntax parseEntry(std::string_view rest, ParsedEntry& entry, int& numeral) {
 }
 
 void failGuarantee(PendingHooks* pending) {
-    if (pending) {
+    if (pending != nullptr) {
         ++pending->guarantees;
     } else {
         hostGuaranteeFailed("errutl", __LINE__);
@@ -226,7 +226,7 @@ void failGuarantee(PendingHooks* pending) {
 // file is not what it should be.
 void reportMalformed(const EntryContext& context, Syntax syntax, int numeral) {
     const char* const file = context.fileName;
-    const long line = context.lineCount ? *context.lineCount : 0;
+    const long line = context.lineCount != nullptr ? *context.lineCount : 0;
     const bool reading = !context.building;
     const char* second = nullptr;
     switch (syntax) {
@@ -273,7 +273,7 @@ void reportMalformed(const EntryContext& context, Syntax syntax, int numeral) {
     case Syntax::good:
         break;
     }
-    if (reading && second) {
+    if (reading && second != nullptr) {
         fflush(stderr);
         fputs(second, stderr);
     }

@@ -1,8 +1,8 @@
 #include "err/messages/errformat.h"
 
 #include <algorithm>
-#include <stdio.h>
-#include <string.h>
+#include <cstdio>
+#include <cstring>
 
 #include "host/base/upwardcalls.h"
 
@@ -14,7 +14,7 @@ constexpr size_t maxArgumentText = 2048;
 constexpr int maxWidth = 4096;
 
 const char* shown(const char* text) {
-    return text ? text : "(null)";
+    return text != nullptr ? text : "(null)";
 }
 
 std::string_view argumentText(const char* text) {
@@ -306,7 +306,7 @@ void appendEscape(BoundedText& out, std::string_view& pattern) {
 
 } // namespace
 
-MessageArgs::MessageArgs(const char* kindsText, va_list list) : kinds(kindsText ? kindsText : "") {
+MessageArgs::MessageArgs(const char* kindsText, va_list list) : kinds(kindsText != nullptr ? kindsText : "") {
     given = kinds.size();
     kinds = kinds.substr(0, ERRMSG_MAX_ARGS);
     for (size_t i = 0; i < kinds.size(); ++i) {
@@ -358,7 +358,7 @@ void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& ar
 
 void desperateErr(BoundedText& out, const char* sym, const std::string_view* pat, const MessageArgs& args) {
     bool fits = out.appendCut("[");
-    if (pat) {
+    if (pat != nullptr) {
         fits = fits && out.appendCut("\"") && out.appendCut(*pat) && out.appendCut("\" ");
     }
     fits = fits && out.appendCut(std::string_view(sym));

@@ -1,7 +1,7 @@
 // Rendering of messages: the expansion of a pattern, and the bracketed form that needs none. Takes no lock.
 #pragma once
 
-#include <stdarg.h>
+#include <cstdarg>
 #include <string_view>
 
 #include "err/messages/errentry.h"

@@ -2,7 +2,7 @@
 // is used; outside, it counts as a read that failed.
 #pragma once
 
-#include <stdint.h>
+#include <cstdint>
 #include <string_view>
 
 #include "err/messages/errentry.h"

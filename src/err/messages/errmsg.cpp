@@ -22,12 +22,12 @@ constexpr char InvalidErrNumMsgTxt[] = "errmsg.invalidErr";
 
 BoolType resetLocked() {
     // Every fork resets the catalogue. Where no file was ever named there is nothing to say about one.
-    const BoolType opened = ErrUtlErrFileName[0] != '\0' && ErrUtlReset(FALSE);
+    const bool opened = ErrUtlErrFileName[0] != '\0' && ErrUtlReset(FALSE) != FALSE;
     if (opened) {
         errMsgForgetLookups();
     }
     errMsgSetPanicked(!opened);
-    return opened;
+    return opened ? TRUE : FALSE;
 }
 
 enum class Wait { forEver, aMoment };
@@ -156,7 +156,7 @@ char* ErrMsgGetString(const char* sym) {
     // Not under the mutex: a report of the heap asks for messages.
     char* const string =
         static_cast<char*>(UtlMalloc(static_cast<unsigned>(entry.pattern.size()) + 1, "ErrMsgGetString"));
-    if (!string) {
+    if (string == nullptr) {
         return nullptr;
     }
     char* end = string;
@@ -221,7 +221,7 @@ void ErrMsgSymToFile_2(const char* fmt, FILE* f, const char* s1, const char* s2)
 
 const char* ErrMsgNumToSym(int errNum) {
     const char* const sym = ErrMsgGsErrNumToSym(errNum);
-    return sym ? sym : InvalidErrNumMsgTxt;
+    return sym != nullptr ? sym : InvalidErrNumMsgTxt;
 }
 
 void ErrMsgToTxt(OopType category, int number, char* dst, ArraySizeType dstSize) {

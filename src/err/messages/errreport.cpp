@@ -2,7 +2,7 @@
 #include "errmsg.h"
 
 #include <algorithm>
-#include <string.h>
+#include <cstring>
 #include <string_view>
 
 #include "err/messages/errformat.h"

@@ -55,7 +55,7 @@ struct Image {
         return true;
     }
     void release() {
-        if (!bytes) {
+        if (bytes == nullptr) {
             return;
         }
         ASAN_UNPOISON_MEMORY_REGION(bytes + size, slack());
@@ -70,7 +70,7 @@ private:
 unsigned imageNumber = 1;
 
 void closeFile() {
-    if (ErrUtlErrFile) {
+    if (ErrUtlErrFile != nullptr) {
         fclose(ErrUtlErrFile);
         ErrUtlErrFile = nullptr;
     }
@@ -126,7 +126,7 @@ FILE* openForReading(const char* name) {
 
 // Determines the file's name, not yet expanded. FALSE when fileName is too long for any file.
 bool locate(const char* fileName, HostFnameStrType& name) {
-    if (fileName) {
+    if (fileName != nullptr) {
         const size_t length = strlen(fileName);
         if (length >= sizeof name) {
             return false;

@@ -1,6 +1,6 @@
 #include "vermsg.h"
 
-#include <string.h>
+#include <cstring>
 #include <sys/utsname.h>
 #include <unistd.h>
 

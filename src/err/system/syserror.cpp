@@ -11,7 +11,7 @@ static_assert(sizeof(SysErrorSType) == 8 + SYSERROR_MAX_ERROR);
 
 void SysErrorSetEx(SysErrorSType* err, int hostErrorNumber, SysErrCategoryEType category, const char* format,
                    va_list args) {
-    if (!err) {
+    if (err == nullptr) {
         return;
     }
     const ErrnoKeeper errnoKeeper;
@@ -42,11 +42,11 @@ void SysErrorSet(SysErrorSType* err, int errCode, const char* syscall, ...) {
 }
 
 const char* SysErrorGetMessage(const SysErrorSType* err) {
-    return err ? err->errMsg : nullptr;
+    return err != nullptr ? err->errMsg : nullptr;
 }
 
 void SysErrorClear(SysErrorSType* err) {
-    if (!err) {
+    if (err == nullptr) {
         return;
     }
     err->errCode = SYSERR_NONE;
@@ -54,5 +54,5 @@ void SysErrorClear(SysErrorSType* err) {
 }
 
 BoolType SysErrorIsSet(const SysErrorSType* err) {
-    return err && (err->errCode != SYSERR_NONE || err->errMsg[0] != '\0');
+    return static_cast<BoolType>(err != nullptr && (err->errCode != SYSERR_NONE || err->errMsg[0] != '\0'));
 }

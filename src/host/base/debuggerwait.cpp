@@ -5,5 +5,5 @@
 bool hostDebuggerWaitIsWanted() {
     constexpr unsigned longestValue = 79;
     char value[longestValue + 1];
-    return HostGetEnv("KESTRUNE_CHILD_DEBUG", value, longestValue);
+    return HostGetEnv("KESTRUNE_CHILD_DEBUG", value, longestValue) != 0;
 }

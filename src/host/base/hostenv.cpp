@@ -35,11 +35,11 @@ BoolType HostSetEnv(const char* name, const char* value) {
         return FALSE;
     }
     snprintf(text, size, "%s=%s", name, value);
-    return putenv(text) == 0;
+    return static_cast<BoolType>(putenv(text) == 0);
 }
 
 BoolType HostEnvExists(const char* name) {
     constexpr size_t limit = 256;
     size_t length = 0;
-    return findValue(name, limit, length) != nullptr;
+    return static_cast<BoolType>(findValue(name, limit, length) != nullptr);
 }

@@ -170,7 +170,7 @@ bool chainToOldHandler(struct sigaction& old, const SignalArrival& arrival) {
     if (arrival.info != nullptr && arrival.info->si_errno == ENOMEM) {
         abortForLackOfMemory();
     }
-    hostExitNowOrLater(hostCoredumpExit, arrival.sig == SIGQUIT, arrival);
+    hostExitNowOrLater(hostCoredumpExit, static_cast<int>(arrival.sig == SIGQUIT), arrival);
 }
 } // namespace
 

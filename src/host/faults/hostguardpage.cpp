@@ -119,7 +119,7 @@ bool hostProtectCheck(char* faultAddr) {
         if (handler == nullptr || !handler(page, faultAddr)) {
             continue;
         }
-        opened = HostUnProtectPage(page);
+        opened = HostUnProtectPage(page) != 0;
         if (faultAddr != nullptr) {
             break;
         }
@@ -128,9 +128,9 @@ bool hostProtectCheck(char* faultAddr) {
 }
 
 BoolType HostBasicProtectPageReadOnly(char* addr, size_t len) {
-    return protectWholePages(addr, len, PROT_READ);
+    return static_cast<BoolType>(protectWholePages(addr, len, PROT_READ));
 }
 
 BoolType HostBasicUnprotectPage(char* addr, size_t len) {
-    return protectWholePages(addr, len, PROT_READ | PROT_WRITE);
+    return static_cast<BoolType>(protectWholePages(addr, len, PROT_READ | PROT_WRITE));
 }

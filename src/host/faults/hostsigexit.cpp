@@ -98,11 +98,11 @@ void hostClearExitModes() {
 }
 
 bool hostExitsOnFault() {
-    return exitOnFault;
+    return exitOnFault != 0;
 }
 
 bool hostExitsOnGuardPageAccess() {
-    return exitOnGuardPageAccess;
+    return exitOnGuardPageAccess != 0;
 }
 
 void hostExitForFault(int sig) {
@@ -137,7 +137,7 @@ bool hostDelayableSignal(int sig) {
     constexpr unsigned synchronous =
         1U << SIGILL | 1U << SIGTRAP | 1U << SIGABRT | 1U << SIGBUS | 1U << SIGFPE | 1U << SIGSEGV;
     constexpr int lastInMask = SIGSEGV;
-    return sig < 0 || sig > lastInMask || !(synchronous & 1U << sig);
+    return sig < 0 || sig > lastInMask || (synchronous & 1U << sig) == 0;
 }
 
 void hostExitNowOrLater(ExitRoutine routine, int argument, const SignalArrival& arrival) {

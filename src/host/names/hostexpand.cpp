@@ -55,7 +55,7 @@ public:
     // The first "/" from a position on, or the end.
     size_t nextBoundary(size_t position) const {
         const void* slash = memchr(buffer + position, '/', used - position);
-        return slash ? static_cast<size_t>(static_cast<const char*>(slash) - buffer) : used;
+        return slash != nullptr ? static_cast<size_t>(static_cast<const char*>(slash) - buffer) : used;
     }
 
     // Reads the link that the first `end` characters name. Its length, or -1 when they name no link.

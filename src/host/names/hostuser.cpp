@@ -20,7 +20,7 @@ BoolType HostGetHostname(char* buf, unsigned size) {
     }
     buf[0] = '\0';
     char name[HOST_NAME_MAX + 1];
-    return gethostname(name, sizeof name) == 0 && copyWhole(name, buf, size);
+    return static_cast<BoolType>(gethostname(name, sizeof name) == 0 && copyWhole(name, buf, size));
 }
 
 BoolType HostGetHomeDir(const char* user, char* buf, unsigned size) {
@@ -30,11 +30,11 @@ BoolType HostGetHomeDir(const char* user, char* buf, unsigned size) {
     buf[0] = '\0';
     const Account account(user);
     if (account.get() != nullptr) {
-        return copyWhole(account.get()->pw_dir, buf, size);
+        return static_cast<BoolType>(copyWhole(account.get()->pw_dir, buf, size));
     }
     // A user without an entry, as in many containers, still has what the environment says.
     const char* home = user == nullptr ? getenv("HOME") : nullptr;
-    return home != nullptr && copyWhole(home, buf, size);
+    return static_cast<BoolType>(home != nullptr && copyWhole(home, buf, size));
 }
 
 BoolType HostGetUserName(char* buf, unsigned size) {
@@ -43,5 +43,5 @@ BoolType HostGetUserName(char* buf, unsigned size) {
     }
     buf[0] = '\0';
     const Account account(nullptr);
-    return account.get() != nullptr && copyWhole(account.get()->pw_name, buf, size);
+    return static_cast<BoolType>(account.get() != nullptr && copyWhole(account.get()->pw_name, buf, size));
 }

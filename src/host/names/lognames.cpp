@@ -30,17 +30,17 @@ bool appendLogNameValue(char letter, const LogNameValues& values, BoundedText& t
         snprintf(own, sizeof own, "%d", getpid());
         return text.appendWhole(own);
     case 'M':
-        return HostGetHostname(own, sizeof own) && text.appendWhole(own);
+        return HostGetHostname(own, sizeof own) != 0 && text.appendWhole(own);
     case 'U':
         if (values.user != nullptr) {
             return text.appendWhole(values.user);
         }
-        return values.looksUp && HostGetUserName(own, sizeof own) && text.appendWhole(own);
+        return values.looksUp && HostGetUserName(own, sizeof own) != 0 && text.appendWhole(own);
     case 'H':
         if (values.home != nullptr) {
             return text.appendWhole(values.home);
         }
-        return values.looksUp && HostGetHomeDir(values.user, own, sizeof own) && text.appendWhole(own);
+        return values.looksUp && HostGetHomeDir(values.user, own, sizeof own) != 0 && text.appendWhole(own);
     case 'D': {
         if (values.date != nullptr) {
             return text.appendWhole(values.date);

@@ -155,7 +155,7 @@ void becomeUser(const ForkChildPlan& plan) {
 
 // False, and said on standard output, when a pattern has no expansion.
 bool expandPattern(const char* pattern, const char* program, const ForkChildPlan& plan, HostFnameStrType& name) {
-    if (hostExpandLogName(pattern, {program, plan.userName, plan.home, plan.date, false}, name, sizeof name)) {
+    if (hostExpandLogName(pattern, {program, plan.userName, plan.home, plan.date, false}, name, sizeof name) != 0) {
         return true;
     }
     dprintf(STDOUT_FILENO, "expandLogName(%s) failed!\n", pattern);

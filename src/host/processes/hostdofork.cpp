@@ -114,7 +114,7 @@ bool planUser(Account& account, const char* name, ForkChildPlan& plan, const Mes
     plan.gid = user->pw_gid;
     plan.setsGroups = self == 0 && user->pw_uid != 0;
     if (plan.setsGroups && !account.fetchGroups()) {
-        return msg.systemCallFailed("malloc", ENOMEM);
+        return msg.systemCallFailed("malloc", ENOMEM) != 0;
     }
     plan.groups = account.groups();
     plan.groupCount = account.groupCount();
@@ -141,7 +141,7 @@ pid_t forkChild(ReadinessPipe& pipe, ForkChildPlan& plan) {
     const AllSignalsBlocked blocked;
     plan.callersMask = blocked.callers();
     // One operation: of two forks at once one takes it. A debugger wants a plain variable.
-    plan.waitsForDebugger = __atomic_exchange_n(&debugchild, FALSE, __ATOMIC_RELAXED);
+    plan.waitsForDebugger = __atomic_exchange_n(&debugchild, FALSE, __ATOMIC_RELAXED) != 0;
     pid_t pid;
     do {
         pid = fork();

@@ -23,7 +23,7 @@ struct WantedMaxFiles {
 
     WantedMaxFiles() {
         char value[64];
-        given = HostGetEnv("KESTRUNE_MAX_FD", value, sizeof value - 1);
+        given = HostGetEnv("KESTRUNE_MAX_FD", value, sizeof value - 1) != 0;
         if (given) {
             count = atoi(value);
         }

@@ -81,9 +81,9 @@ int UnixIoSystem(const char* cmd, BoolType interactive) {
     const BorrowedSignal::AsDefault statusKept(childEnded);
     const BorrowedSignal::Ignored noTicks(virtualTimer);
     const AllSignalsBlocked blocked;
-    const ForegroundKept foreground(interactive);
+    const ForegroundKept foreground(interactive != 0);
 
-    const pid_t pid = startShell(cmd, interactive, blocked.callers());
+    const pid_t pid = startShell(cmd, interactive != 0, blocked.callers());
     if (pid == -1) {
         outcome.value = errno;
         return -1;
@@ -118,7 +118,7 @@ BoolType HostPerform(const char* scriptFile, const char* outFile) {
     const int result = UnixIoSystem(command, FALSE);
     // kept: callers depend on a script that fails counting as performed. UnixIoSystem answers neither of the numbers,
     // so only a lost status counts.
-    return result != 127 && result != 32512 && errno != ECHILD;
+    return static_cast<BoolType>(result != 127 && result != 32512 && errno != ECHILD);
 }
 
 BoolType HostInteractiveSpawn(const char* cmd) {

@@ -254,5 +254,5 @@ BoolType HostCoredump(BoolType explicitlyRequested) {
     const bool dumped = writeCore();
     unixioSetAction(SIGCHLD, childAction);
     hostCallIfSet(shutdownFct);
-    return dumped;
+    return static_cast<BoolType>(dumped);
 }

@@ -31,7 +31,7 @@ int HostGetSigTerm(const char* file, int line) {
         const char* slash = strrchr(file, '/');
         char text[256];
         snprintf(text, sizeof text, "HostGetSigTerm: got sig term at %.150s line %d by tid %lu\n",
-                 slash ? slash + 1 : file, line, static_cast<unsigned long>(HostThreadSelf()));
+                 slash != nullptr ? slash + 1 : file, line, static_cast<unsigned long>(HostThreadSelf()));
         HostSignalSafePrint(text);
     }
     return count;
