@@ -22,8 +22,9 @@ void HeapViolations::add(int line, unsigned times) {
 
 void HeapViolations::report() {
     for (size_t i = 0; i < used; ++i) {
-        for (unsigned n = 0; n < runs[i].count; ++n)
+        for (unsigned n = 0; n < runs[i].count; ++n) {
             hostGuaranteeFailed("utlheap", runs[i].line);
+        }
     }
     used = 0;
 }
@@ -42,17 +43,21 @@ inline void prefetchBlock(const HeapLedger::Entry& entry) {
 }
 
 [[gnu::cold]] void addBlockDamage(const HeapLedger::Entry& entry, bool linkedWell, HeapViolations& violations) {
-    if (!entry.chunk->frontGuardsIntact())
+    if (!entry.chunk->frontGuardsIntact()) {
         violations.add(__LINE__);
-    if (!entry.chunk->endGuardsIntact(entry.size))
+    }
+    if (!entry.chunk->endGuardsIntact(entry.size)) {
         violations.add(__LINE__);
-    if (!linkedWell)
+    }
+    if (!linkedWell) {
         violations.add(__LINE__);
+    }
 }
 
 void heapHalt(HeapViolations& violations) {
-    if (!heapCheckDebug)
+    if (!heapCheckDebug) {
         violations.add(__LINE__);
+    }
 }
 } // namespace
 
@@ -61,8 +66,9 @@ void addDamage(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations)
         checkHeapRefs(violations);
         violations.add(__LINE__);
     }
-    if (!chunk->endGuardsIntact(trustedSize))
+    if (!chunk->endGuardsIntact(trustedSize)) {
         violations.add(__LINE__);
+    }
 }
 
 void checkLiveList(HeapViolations& violations) {
@@ -75,28 +81,32 @@ void checkLiveList(HeapViolations& violations) {
     for (const HeapLedger::Entry* entry = oldest + all.size(); entry != oldest;) {
         --entry;
         HeapChunk* chunk = entry->chunk;
-        if (!chunk) [[unlikely]] {
+        if (chunk == nullptr) [[unlikely]] {
             entry -= entry->size - 1;
             continue;
         }
-        if (entry - oldest >= ahead) [[likely]]
+        if (entry - oldest >= ahead) [[likely]] {
             prefetchBlock(entry[-ahead]);
+        }
         const bool linkedWell = linked == chunk && chunk->prev == newer;
-        if (!linkedWell || !isIntact(chunk, entry->size)) [[unlikely]]
+        if (!linkedWell || !isIntact(chunk, entry->size)) [[unlikely]] {
             addBlockDamage(*entry, linkedWell, violations);
+        }
         newer = chunk;
         linked = chunk->next;
     }
-    if (linked)
+    if (linked != nullptr) {
         violations.add(__LINE__);
+    }
 }
 
 BoolType checkHeapRefs(HeapViolations& violations) {
     const auto scan = [&](auto isDamaged) {
         for (int i = 0; i < usedRefs; ++i) {
             HeapChunkRef& ref = chunkRefs[i];
-            if (ref.c && isDamaged(ref))
+            if (ref.c != nullptr && isDamaged(ref)) {
                 heapHalt(violations);
+            }
         }
     };
     scan([](HeapChunkRef& ref) { return ref.c->frontGuardsIntact() && !ref.c->endGuardsIntact(ref.userSize); });

@@ -10,8 +10,9 @@ uint8_t HeapLedger::allCounts[];
 uint8_t* HeapLedger::countsOfRegion[];
 
 bool HeapLedger::makeRoom() {
-    if (gaps <= count / 2)
+    if (gaps <= count / 2) {
         return grow();
+    }
     compact();
     return true;
 }
@@ -33,10 +34,12 @@ bool HeapLedger::grow() {
     const size_t newBytes = first ? 4 * sizeof firstEntries : 2 * oldBytes;
     void* memory = first ? mmap(nullptr, newBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)
                          : mremap(entries, oldBytes, newBytes, MREMAP_MAYMOVE);
-    if (memory == MAP_FAILED)
+    if (memory == MAP_FAILED) {
         return false;
-    if (first)
+    }
+    if (first) {
         memcpy(memory, firstEntries, sizeof firstEntries);
+    }
     entries = static_cast<Entry*>(memory);
     capacity = static_cast<int32_t>(newBytes / sizeof(Entry));
     return true;
@@ -49,7 +52,7 @@ void HeapLedger::compact() {
         const Entry entry = entries[i];
         entries[kept] = entry;
         entryOfRecord(entry.record) = kept;
-        kept += entry.chunk != nullptr;
+        kept += static_cast<int>(entry.chunk != nullptr);
     }
     count = kept;
     gaps = 0;
@@ -75,11 +78,13 @@ int32_t HeapLedger::search(const HeapChunk* chunk) const {
     const auto age = [this](unsigned number) { return number - entries[0].sequence; };
     const Entry* found = std::lower_bound(entries, entries + count, age(sequence),
                                           [&](const Entry& entry, unsigned key) { return age(entry.sequence) < key; });
-    if (found != entries + count && found->chunk == chunk)
+    if (found != entries + count && found->chunk == chunk) {
         return static_cast<int32_t>(found - entries);
+    }
     for (int32_t i = newest(); i != none; i = older(i)) {
-        if (entries[i].chunk == chunk)
+        if (entries[i].chunk == chunk) {
             return i;
+        }
     }
     return none;
 }

@@ -43,20 +43,23 @@ public:
     void remove(int32_t index);
     // Closes the gaps when they have become many. Entries move.
     void compactIfSparse() {
-        if (gaps > (count - gaps) / 8)
+        if (gaps > (count - gaps) / 8) {
             compact();
+        }
     }
 
     // A cursor over the live entries, newest first: for (i = newest(); i != none; i = older(i))
     int32_t newest() const { return count - 1; }
     int32_t newer(int32_t index) const {
-        if (++index == count)
+        if (++index == count) {
             return none;
-        return entries[index].chunk ? index : index + static_cast<int32_t>(entries[index].size);
+        }
+        return entries[index].chunk != nullptr ? index : index + static_cast<int32_t>(entries[index].size);
     }
     int32_t older(int32_t index) const {
-        if (--index >= 0 && !entries[index].chunk) [[unlikely]]
+        if (--index >= 0 && entries[index].chunk == nullptr) [[unlikely]] {
             index -= static_cast<int32_t>(entries[index].size);
+        }
         return index;
     }
     // All entries, oldest first, gaps among them.
@@ -144,8 +147,9 @@ inline int32_t HeapLedger::find(const HeapChunk* chunk) const {
     const uintptr_t offset = claimedRef(chunk) - reinterpret_cast<uintptr_t>(chunkRefs);
     if (offset < sizeof chunkRefs && offset % sizeof(HeapChunkRef) == 0) [[likely]] {
         const int32_t index = entryOfRecord(static_cast<int32_t>(offset / sizeof(HeapChunkRef)));
-        if (index < count && entries[index].chunk == chunk) [[likely]]
+        if (index < count && entries[index].chunk == chunk) [[likely]] {
             return index;
+        }
     }
     return search(chunk);
 }
@@ -154,10 +158,12 @@ inline void HeapLedger::remove(int32_t index) {
     --*countFor(entries[index].chunk);
     int32_t first = index;
     int32_t last = index;
-    if (first > 0 && !entries[first - 1].chunk)
+    if (first > 0 && entries[first - 1].chunk == nullptr) {
         first -= static_cast<int32_t>(entries[first - 1].size);
-    if (last + 1 < count && !entries[last + 1].chunk)
+    }
+    if (last + 1 < count && entries[last + 1].chunk == nullptr) {
         last += static_cast<int32_t>(entries[last + 1].size);
+    }
     entries[index].chunk = nullptr;
     if (last + 1 == count) {
         count = first;

@@ -20,12 +20,14 @@ public:
 
 private:
     void lock() {
-        if (pthread_mutex_lock(&mutex) != 0) [[unlikely]]
+        if (pthread_mutex_lock(&mutex) != 0) [[unlikely]] {
             HostMutexError(__LINE__);
+        }
     }
     void unlock() {
-        if (pthread_mutex_unlock(&mutex) != 0) [[unlikely]]
+        if (pthread_mutex_unlock(&mutex) != 0) [[unlikely]] {
             HostMutexError(__LINE__);
+        }
     }
 
     HostMutexSType& mutex;

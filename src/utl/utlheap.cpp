@@ -50,13 +50,15 @@ void addToTotal(size_t change) {
 // The chain of free records runs through the whole table in its order. To spare the first allocation writing 5 MB, a
 // record's link is only written with its first use: up to then its successor is the next record.
 void initRefs() {
-    if (firstFreeRefIdx == refsNotInitialized)
+    if (firstFreeRefIdx == refsNotInitialized) {
         firstFreeRefIdx = 0;
+    }
 }
 
 int nextFreeRef(int index) {
-    if (index < usedRefs)
+    if (index < usedRefs) {
         return static_cast<int>(chunkRefs[index].lineNum);
+    }
     usedRefs = index + 1;
     return usedRefs < REF_ARRAY_SIZE ? usedRefs : endOfFreeRefs;
 }
@@ -65,12 +67,14 @@ int nextFreeRef(int index) {
 int32_t takeRef(HeapChunk* chunk, HeapViolations& violations) {
     initRefs();
     const int index = firstFreeRefIdx;
-    if (index == endOfFreeRefs)
+    if (index == endOfFreeRefs) {
         return HeapLedger::none;
+    }
     HeapChunkRef& ref = chunkRefs[index];
     firstFreeRefIdx = nextFreeRef(index);
-    if (ref.c)
+    if (ref.c != nullptr) {
         violations.add(__LINE__);
+    }
     ref.c = chunk;
     ref.userSize = chunk->userSize;
     ref.lineNum = chunk->lineNum;
@@ -80,11 +84,13 @@ int32_t takeRef(HeapChunk* chunk, HeapViolations& violations) {
 
 // The block's own idea of its record may be damaged: the ledger's counts.
 void returnRef(const HeapChunk* chunk, int32_t index, HeapViolations& violations) {
-    if (index == HeapLedger::none)
+    if (index == HeapLedger::none) {
         return;
+    }
     HeapChunkRef& ref = chunkRefs[index];
-    if (chunk->ref != &ref || ref.c != chunk)
+    if (chunk->ref != &ref || ref.c != chunk) {
         violations.add(__LINE__);
+    }
     ref.c = nullptr;
     ref.lineNum = firstFreeRefIdx;
     firstFreeRefIdx = index;
@@ -93,13 +99,14 @@ void returnRef(const HeapChunk* chunk, int32_t index, HeapViolations& violations
 // The name from behind its first "src/".
 [[gnu::noinline]] const char* belowSources(const char* name) {
     const char* sources = strstr(name, "src/");
-    return sources ? sources + 4 : name;
+    return sources != nullptr ? sources + 4 : name;
 }
 
 void setOrigin(char (&fName)[heapNameSize], const char* name) {
     memset(fName, 0, sizeof fName);
-    if (!name)
+    if (name == nullptr) {
         return;
+    }
     for (size_t i = 0; name[i]; ++i) {
         if (i == heapNameSize - 1 || name[i] == '/') {
             // Not simply a short word.
@@ -114,8 +121,9 @@ void setOrigin(char (&fName)[heapNameSize], const char* name) {
 void link(HeapChunk* chunk) {
     chunk->prev = nullptr;
     chunk->next = heapStart;
-    if (heapStart)
+    if (heapStart != nullptr) {
         heapStart->prev = chunk;
+    }
     heapStart = chunk;
 }
 
@@ -123,21 +131,26 @@ void link(HeapChunk* chunk) {
 void unlink(HeapChunk* chunk, int32_t index, HeapViolations& violations) {
     HeapChunk* newer = heapLedger.chunkAt(heapLedger.newer(index));
     HeapChunk* older = heapLedger.chunkAt(heapLedger.older(index));
-    if (chunk->prev != newer)
+    if (chunk->prev != newer) {
         violations.add(__LINE__);
-    if (chunk->next != older)
+    }
+    if (chunk->next != older) {
         violations.add(__LINE__);
-    if (older)
+    }
+    if (older != nullptr) {
         older->prev = newer;
-    if (newer)
+    }
+    if (newer != nullptr) {
         newer->next = older;
-    else
+    } else {
         heapStart = older;
+    }
 }
 
 void reportUnlocked(HostMutexAccessor& mutex, HeapViolations& violations) {
-    if (violations.any()) [[unlikely]]
+    if (violations.any()) [[unlikely]] {
         mutex.withoutLock([&] { violations.report(); });
+    }
 }
 
 // What is known of a pointer that is not a live block's: whether it leads into one.
@@ -162,14 +175,16 @@ void initHeap() {
     HostMutexInit(&heapMutex);
     hostForkRegister(ForkSlot::heapMutex, {[] { HostMutexAcquire(&heapMutex); }, [] { HostMutexRelease(&heapMutex); },
                                            [] { return hostHoldsMutex(heapMutex); }});
-    if (debugCHeap)
+    if (debugCHeap) {
         initRefs();
+    }
     initDone.store(TRUE, std::memory_order_release);
 }
 
 void ensureInit() {
-    if (!initDone.load(std::memory_order_acquire)) [[unlikely]]
+    if (!initDone.load(std::memory_order_acquire)) [[unlikely]] {
         UtlHeapInit();
+    }
 }
 
 void* allocate(size_t length, intptr_t line, const char* name) {
@@ -198,11 +213,13 @@ void* HeapChunk::malloc(size_t size, intptr_t line, const char* name) {
         checkLiveList(violations);
         reportUnlocked(mutex, violations);
     }
-    if (size > SIZE_MAX - heapOverhead - 3 || !heapLedger.reserve())
+    if (size > SIZE_MAX - heapOverhead - 3 || !heapLedger.reserve()) {
         return nullptr;
+    }
     auto* chunk = static_cast<HeapChunk*>(::malloc(roundedSize(size) + heapOverhead));
-    if (!chunk)
+    if (chunk == nullptr) {
         return nullptr;
+    }
     if (!heapLedger.reserveFor(chunk)) {
         ::free(chunk);
         return nullptr;
@@ -238,17 +255,20 @@ void HeapChunk::free(void* ptr) {
             violations.report();
         });
     }
-    if (!isIntact(chunk, heapLedger[index].size)) [[unlikely]]
+    if (!isIntact(chunk, heapLedger[index].size)) [[unlikely]] {
         addDamage(chunk, heapLedger[index].size, violations);
+    }
     const bool checkAll = ++numFrees % checkInterval == 0;
-    if (checkAll)
+    if (checkAll) {
         checkLiveList(violations);
+    }
     if (checkAll || violations.any()) {
         // The block stays as it was found until the report is made. Meanwhile the ledger may change.
         reportUnlocked(mutex, violations);
         index = heapLedger.find(chunk);
-        if (index == HeapLedger::none)
+        if (index == HeapLedger::none) {
             return;
+        }
     }
     returnRef(chunk, heapLedger[index].record, violations);
     unlink(chunk, index, violations);
@@ -267,7 +287,7 @@ void UtlHeapInit() {
 void* UtlMalloc(unsigned length, const char* reason) {
     UTL_GUARANTEE(length != 0);
     void* block = allocate(length, __LINE__, reason);
-    if (!block && reason) {
+    if (block == nullptr && reason != nullptr) {
         fprintf(stderr, "malloc failure allocating %u bytes: %s\n", length, reason);
         HostCallDebuggerMsg("");
     }
@@ -278,9 +298,9 @@ void* UtlMallocF(unsigned length, int lineNum, const char* fileName) {
     UTL_GUARANTEE(length != 0);
     UTL_GUARANTEE(lineNum != 0);
     void* block = allocate(length, lineNum, fileName);
-    if (!block) {
+    if (block == nullptr) {
         fprintf(stderr, "malloc failure allocating %d bytes from %s line %d\n", static_cast<int>(length),
-                fileName ? fileName : "", lineNum);
+                fileName != nullptr ? fileName : "", lineNum);
         HostCallDebuggerMsg("");
     }
     return block;
@@ -294,8 +314,9 @@ void* UtlMalloc_(unsigned length, int line) {
 void* UtlMallocExe(unsigned length, int lineNum, const char* fileName) {
     static std::atomic<unsigned> keptPageSize{0};
     void* block = UtlMallocF(length, lineNum, fileName);
-    if (!block)
+    if (block == nullptr) {
         return nullptr;
+    }
     unsigned pageSize = keptPageSize.load(std::memory_order_relaxed);
     if (pageSize == 0) {
         pageSize = UtlGetPageSize();
@@ -310,20 +331,22 @@ void* UtlMallocExe(unsigned length, int lineNum, const char* fileName) {
 }
 
 void UtlFree(void* ptr) {
-    if (!ptr) {
+    if (ptr == nullptr) {
         puts("Freeing a NULL pointer");
         UTL_GUARANTEE(false);
         return;
     }
-    if (debugCHeap)
+    if (debugCHeap) {
         HeapChunk::free(ptr);
-    else
+    } else {
         free(ptr);
+    }
 }
 
 void UtlHeapCheck() {
-    if (!debugCHeap)
+    if (!debugCHeap) {
         return;
+    }
     ensureInit();
     HeapViolations violations;
     HostMutexAccessor mutex(heapMutex);

@@ -7,10 +7,10 @@
 TMQKCI_C_BEGIN
 
 // The fatal report (hostdebug.h).
-TMQKCI_API int HostCallDebugger(void);
-TMQKCI_API int HostCallDebuggerMsg(const char* msg);
+TMQKCI_API int HostCallDebugger(void);               // NOLINT(readability-redundant-declaration)
+TMQKCI_API int HostCallDebuggerMsg(const char* msg); // NOLINT(readability-redundant-declaration)
 
 // The heap (utlheap.h), for HostSetEnv.
-TMQKCI_API void* UtlMalloc(unsigned length, const char* reason);
+TMQKCI_API void* UtlMalloc(unsigned length, const char* reason); // NOLINT(readability-redundant-declaration)
 
 TMQKCI_C_END
