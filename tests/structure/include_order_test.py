@@ -7,7 +7,7 @@ import re
 import sys
 
 # From the ground up: a room, and the headers of include/ that declare what it offers.
-CONTRACT = "kcitypes kcirecords kcitable"
+CONTRACT = "kcitypes kcirecords kcitable kciremote"
 SUPPORT = [
     ("src/host/base", "hostatomic hostenv hostmutex hostthread utlpagesize"),
     ("src/err/system", "syserrcodes syserror unixerr"),
