@@ -44,12 +44,6 @@ public:
             top = cells.data() + used;
         }
     }
-    void shrink() {
-        size_t used = size();
-        cells.resize(used);
-        cells.shrink_to_fit();
-        top = cells.data() + used;
-    }
     size_t memory() const { return cells.capacity() * sizeof(Oop); }
 
     Oop* top = nullptr;

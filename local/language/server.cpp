@@ -362,7 +362,6 @@ void Engine::State::finish(ServerSession& session, Outcome outcome, Reply& reply
 
 Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process> process) {
     const View& view = session.interpreter.view;
-    process->stack.shrink();
     process->frames.shrink_to_fit();
     process->charge();
     while (runtime.store.isFull() && !session.suspended.empty()) {
