@@ -10,10 +10,12 @@ set(test_installation "${CMAKE_CURRENT_BINARY_DIR}/kestrune")
 set(scripted_installation "${CMAKE_CURRENT_BINARY_DIR}/scripted")
 # The same with the stores exchanged: each library finds a store of the other word size.
 set(crossed_installation "${CMAKE_CURRENT_BINARY_DIR}/crossed")
+# Another without what starts host processes.
+set(plain_installation "${CMAKE_CURRENT_BINARY_DIR}/plain")
 set(other_folder_of_32 lib64)
 set(other_folder_of_64 lib)
 set(links)
-foreach(installation "${test_installation}" "${crossed_installation}")
+foreach(installation "${test_installation}" "${crossed_installation}" "${plain_installation}")
   list(APPEND links COMMAND "${CMAKE_COMMAND}" -E make_directory "${installation}/lib" "${installation}/lib64"
     "${installation}/bin")
 endforeach()
@@ -28,10 +30,13 @@ foreach(size IN LISTS TMQKCI_WORD_SIZES)
         "${installation}/${library_folder}/$<TARGET_FILE_NAME:${library}>")
     endforeach()
   endforeach()
-  foreach(folder "${test_installation}/${library_folder}" "${crossed_installation}/${other_folder_of_${size}}")
+  foreach(folder "${test_installation}/${library_folder}" "${plain_installation}/${library_folder}"
+      "${crossed_installation}/${other_folder_of_${size}}")
     list(APPEND links COMMAND "${CMAKE_COMMAND}" -E create_symlink "$<TARGET_FILE:kcilnk67${suffix}>"
       "${folder}/libkcilnk67.so")
   endforeach()
+  list(APPEND links COMMAND "${CMAKE_COMMAND}" -E create_symlink "$<TARGET_FILE:tmqkci313${suffix}>"
+    "${plain_installation}/${library_folder}/libtmqkci313.so")
   list(APPEND libraries tmqkci313${suffix} kcirpc67${suffix} kcilnk67${suffix} ${host})
   foreach(library scripted needs_absent needs_future)
     list(APPEND libraries java_test_${library}${suffix})
@@ -69,6 +74,7 @@ foreach(configuration IN LISTS java_configurations)
   string(REGEX MATCH "[0-9]+" size "${configuration}")
   tmqkci_word_size(${size})
   java_class(InitializationTest -Xcheck:jni)
+  set_property(TEST Java.InitializationTest.${configuration} PROPERTY ENVIRONMENT "KESTRUNE=${plain_installation}")
   java_class(NativeMethodsTest -Xcheck:jni)
   # It sends double-byte strings: the release of one that was lent ends a checked virtual machine.
   java_class(KciSessionTest)

@@ -66,7 +66,9 @@ move(lib/tmqkci/share/bash-completion share/bash-completion)
 
 # The libraries of the other word size serve Javas of that kind.
 if(TMQKCI_ARCHITECTURE STREQUAL "amd64")
-  file(WRITE "${usr}/share/lintian/overrides/tmqkci" "tmqkci: binary-from-other-architecture *\n")
+  set(overrides "${usr}/share/lintian/overrides/tmqkci")
+  file(WRITE "${overrides}" "tmqkci: binary-from-other-architecture *\n")
+  file(CHMOD "${overrides}" FILE_PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
 endif()
 
 file(GLOB compressed "${usr}/share/doc/tmqkci/*.gz" "${usr}/share/man/man1/*.gz")

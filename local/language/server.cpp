@@ -364,7 +364,8 @@ Oop Engine::State::keepSuspended(ServerSession& session, std::unique_ptr<Process
     const View& view = session.interpreter.view;
     process->frames.shrink_to_fit();
     process->charge();
-    while (runtime.store.isFull() && !session.suspended.empty()) {
+    // The next calls need room, too.
+    while (runtime.store.isNearlyFull() && !session.suspended.empty()) {
         dropOldestProcess(session);
     }
     if (runtime.store.isFull()) {

@@ -220,6 +220,8 @@ public:
     void discharge(size_t bytes) { memoryUsed -= bytes; }
     // Whether such memory has gone beyond the limit. What an error needs may go beyond it by as much.
     bool isFull() const { return memoryUsed > memoryLimit + errorRoom; }
+    // Whether hardly anything could be made any more.
+    bool isNearlyFull() const { return memoryUsed > memoryLimit - memoryLimit / 32; }
     class ForError {
     public:
         explicit ForError(Store& owner) : store(owner) { store.beyondLimit = errorRoom; }

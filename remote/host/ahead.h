@@ -119,7 +119,7 @@ void Sequence::made(const ReceivedCall<RowOf<id>>& call, Result result, const Oo
         if (result != FALSE && std::get<1>(arguments) == 1 && record != nullptr) {
             const ByteType* const body = std::get<4>(arguments);
             const auto available = static_cast<ArraySizeType>(
-                body != nullptr && fetched != nullptr ? elementsReturned<RowOf<id>>(arguments, 0, call.arrayRoom())
+                body != nullptr && fetched != nullptr ? elementsReturned<RowOf<id>>(arguments, result, call.arrayRoom())
                                                       : 0);
             return infoOf(std::get<0>(arguments), *record, body, available, request, requestSize);
         }

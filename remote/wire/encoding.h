@@ -114,9 +114,15 @@ template <class Row>
 uint64_t elementsReturned(const typename Row::Arguments& arguments, int64_t result, uint64_t room) {
     int64_t claimed = result;
     if constexpr (Row::has(Role::countOut)) {
-        // Who does not want to know how many gets the whole room.
+        // Bytes of a body: the count is of what the body holds, bytes or identifiers. Who does not want to know how
+        // many gets the whole room.
         const auto* const count = std::get<Row::find(Role::countOut)>(arguments);
-        claimed = count != nullptr ? int64_t{*count} : INT64_MAX;
+        const auto* const record = std::get<Row::find(Role::recordOut)>(arguments);
+        const bool holdsIdentifiers = record != nullptr && record->objImpl != KCI_IMPL_BYTE;
+        claimed = count != nullptr ? int64_t{*count} * (holdsIdentifiers ? int64_t{sizeof(OopType)} : 1) : INT64_MAX;
+        if (result == 0) {
+            claimed = 0;
+        }
     } else if constexpr (Row::has(Role::countInOut)) {
         const auto* const count = std::get<Row::find(Role::countInOut)>(arguments);
         claimed = count != nullptr ? int64_t{*count} : 0;

@@ -29,6 +29,20 @@ record ElfHeader(int bits, int machine) {
         return "64".equals(System.getProperty("sun.arch.data.model")) ? X86_64 : I386;
     }
 
+    /**
+     * A record's own method would be linked at run time, and what the virtual machine keeps of that holds the class
+     * loader, and with it the library, for long.
+     */
+    @Override
+    public boolean equals(Object other) {
+        return other instanceof ElfHeader header && bits == header.bits && machine == header.machine;
+    }
+
+    @Override
+    public int hashCode() {
+        return 31 * bits + machine;
+    }
+
     /** Whether the bridge is built for such a machine. */
     boolean isServed() {
         return equals(I386) || equals(X86_64);
