@@ -42,6 +42,8 @@ final class Examination {
         LibraryFiles files = new LibraryFiles(installation);
         findings.add(files.bridge());
         findings.add(files.client(linked ? "lnk" : "rpc"));
+        findings.add(1, Finding.note("way", files.way() + " with "
+                + (linked ? "sessions inside it" : "session processes (--rpc)")));
         findings.addAll(files.details);
         Map<String, String> probed = java.isFailure() ? Map.of() : Trial.run(linked);
         initialization(probed);
@@ -62,12 +64,10 @@ final class Examination {
 
     private Finding java() {
         String text = System.getProperty("java.version") + " in " + System.getProperty("java.home");
-        String kind = "";
         boolean fits = false;
         try {
             ElfFile self = ElfFile.of(Path.of("/proc/self/exe"));
             fits = self.isServed();
-            kind = ", " + self.kind() + ",";
             text += ", " + self.kind();
         } catch (IOException unreadable) {
             text += ", of unknown kind: " + unreadable.getMessage();
@@ -75,8 +75,6 @@ final class Examination {
         Finding java = fits ? Finding.ok("Java", text) : Finding.failure("Java", text,
                 "use a 64-bit (x86-64) or 32-bit (i386) Java 17 or later: --java HOME names it");
         findings.add(java);
-        findings.add(Finding.note("way", "the client library in this process" + kind + " with "
-                + (linked ? "sessions inside it" : "session processes (--rpc)")));
         return java;
     }
 

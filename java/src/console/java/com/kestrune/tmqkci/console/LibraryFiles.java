@@ -17,12 +17,15 @@ import java.util.regex.Pattern;
 /** Looks at the files of the bridge and of the client library, without opening them as libraries. */
 final class LibraryFiles {
     private static final String CLIENT_ENTRY = "KciGetRtlTable";
+    private static final String HOST_ENTRY = "KciRemoteServe";
     private static final String BRIDGE_ENTRY = "Java_com_kestrune_tmqkci_TmqKciInterface__1initialize";
     private static final String STRICT_STACKS = "2.41";
     private static final String BASE = "KCIRTL_BASELIBNAME";
     private static final String VERSION = "KCIRTL_VERSION";
 
     private final Path installation;
+    /** The machine of the process in which the client library is opened, if that is a host process; else null. */
+    private String host;
     /** Where was searched. */
     final List<Finding> details = new ArrayList<>();
 
@@ -54,6 +57,7 @@ final class LibraryFiles {
         Set<Path> places = new LinkedHashSet<>();
         if (installation != null) {
             places.add(installation.resolve(ElfFile.libraryFolder()).resolve(name));
+            places.add(installation.resolve("lib").resolve(name));
         }
         Libraries.folders().forEach(folder -> places.add(folder.resolve(name)));
         String near = nearMiss(base, flavour);
@@ -124,7 +128,13 @@ final class LibraryFiles {
         return unfit != null ? unfit : Finding.failure(subject, "there is none that could be opened", remedyOfAbsence);
     }
 
-    private static Finding library(String subject, Path file, String entry) {
+    /** Where the client library that {@link #client} found is opened. */
+    String way() {
+        return host == null ? "the client library in this process, " + ElfFile.ofThisProcess().kind() + ","
+                : "the client library in a host process, " + host + ",";
+    }
+
+    private Finding library(String subject, Path file, String entry) {
         ElfFile elf;
         try {
             elf = ElfFile.of(file);
@@ -133,7 +143,9 @@ final class LibraryFiles {
         }
         String text = file + ": " + elf.kind();
         ElfFile own = ElfFile.ofThisProcess();
-        if (own != null && own.isServed() && (elf.bits != own.bits || elf.machine != own.machine)) {
+        boolean isForeign = own != null && own.isServed() && (elf.bits != own.bits || elf.machine != own.machine);
+        boolean isClient = entry.equals(CLIENT_ENTRY);
+        if (isForeign && !(isClient && elf.isServed())) {
             return Finding.failure(subject, text, "a " + own.kind() + " library is needed, as Java is one");
         }
         List<Libraries.Lacking> lacking = Libraries.lacking(elf);
@@ -144,6 +156,9 @@ final class LibraryFiles {
         }
         if (!elf.exports.isEmpty() && !elf.exports.contains(entry)) {
             return Finding.failure(subject, text + ", does not export " + entry, "it is another library");
+        }
+        if (isClient && (isForeign || elf.exports.contains(HOST_ENTRY) || "1".equals(System.getenv("KCIRTL_HOST")))) {
+            host = elf.kind();
         }
         text += ", needs " + String.join(" ", elf.needed) + " up to GLIBC " + Libraries.newest(elf.versionsNeeded)
                 + " (here " + Libraries.cLibraryVersion(elf) + "), exports " + elf.exports.size() + " names";
