@@ -241,6 +241,8 @@ class Terminal(Case):
             time.sleep(random.choice([0, 0.001, 0.008]))
             while select.select([self.terminal], [], [], 0)[0]:
                 os.read(self.terminal, 65536)
+        while select.select([self.terminal], [], [], 2)[0]:  # until the last ones have had their effect
+            os.read(self.terminal, 65536)
         self.converse(("\x03", "tmqkci> "), ("6 * 7\r", "\n42\r.*tmqkci> "))
         self.assert_ends("\x04")
 
