@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <dirent.h>
 #include <fcntl.h>
+#include <new>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/socket.h>
@@ -22,7 +23,10 @@ namespace {
 constexpr unsigned farewell = 500'000; // microseconds
 constexpr size_t threadStack = 256 * 1024;
 
-remote::Block block;
+// Neither is ever destroyed: the process ends while its other threads look at them.
+alignas(remote::Block) char blockPlace[sizeof(remote::Block)];
+remote::Block& block = *new (blockPlace) remote::Block;
+alignas(remote::Server) char serverPlace[sizeof(remote::Server)];
 
 // Only what is meant for this process stays open, and none of it is handed on.
 void closeInherited() {
@@ -92,7 +96,7 @@ int main(int argc, char** argv) {
         report(false, reason);
         return 1;
     }
-    remote::Server server(*rtlPrivKciRtlFuncs, block);
+    auto& server = *new (serverPlace) remote::Server(*rtlPrivKciRtlFuncs, block);
     if (!startThread(watchParent, nullptr) || !startThread(serveBreaks, &server)) {
         report(false, "the host process has no memory for its threads");
         return 1;
