@@ -10,8 +10,8 @@
 //   claim ENTRY ANSWER          the next call of that entry answers this: of a fetch, or one that makes an object
 //   released OOP                answers how often the object was given up
 //   started                     answers how many calls have been started
-//   objects                     from here on every object has 10000 elements, those whose identifiers are multiples of
-//                               8 bytes; 2500 are changed
+//   objects                     from here on every object has 10000 elements, bytes where its identifier is a multiple
+//                               of 8; 2500 objects are changed
 //
 // For tests that open it: CLIENT_LIBRARY_LEVELS, when set, holds feature and compatibility level; CLIENT_LIBRARY_LOG
 // receives the names of calls, and when the library is opened and closed; with CLIENT_LIBRARY_SPOILS its initializer
