@@ -64,8 +64,12 @@ typedef struct KciDateTimeSType {
 
 static_assert(sizeof(KciDateTimeSType) == 16, "KciDateTimeSType layout");
 
-/* What a poll for the end of a non-blocking call answers. */
+/* What a poll for the end of a non-blocking call answers. A client library may answer any other number. */
+#ifdef __cplusplus
+typedef enum KciNbProgressEType : int {
+#else
 typedef enum KciNbProgressEType {
+#endif
     KCI_RESULT_NOT_READY = 0,
     KCI_RESULT_PROGRESSED = 1,
     KCI_RESULT_READY = 2

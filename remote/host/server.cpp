@@ -1,5 +1,6 @@
 #include "host/server.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <new>
@@ -312,7 +313,7 @@ bool Server::answerRequest() {
         size > answerAt || answerAt % answerAlignment != 0 || !makeRoom(request, requestRoom, size)) {
         return false;
     }
-    memcpy(request, block.body(), size);
+    std::copy_n(block.body(), size, request);
     settleAhead(used);
     if (newFrame) {
         ahead.end();

@@ -244,6 +244,7 @@ TEST(Termination, ExitHandlersThatNeedWhatWasInterrupted) {
     }
 }
 
+#if !defined(__SANITIZE_ADDRESS__) // which takes stack of its own
 // The report has no need of more stack than the documentation says.
 TEST(Report, OnAnAlternateStack) {
     const auto body = [] {
@@ -259,6 +260,7 @@ TEST(Report, OnAnAlternateStack) {
     };
     expectEnding(body, {"\\[host.core[457][^]*\n$", "_{78}\n$"});
 }
+#endif
 
 // A thread faults while it holds every lock of the library, as a fork in the making does.
 TEST(Report, NeedsNoLock) {

@@ -20,7 +20,7 @@ void allocate() {
     }
 }
 void askForLocalTime() {
-    for (time_t t = 0;; t += 10000000) {
+    for (time_t t = 0;; t = (t + 10000000) % 2000000000) {
         tm local;
         localtime_r(&t, &local);
     }
