@@ -264,6 +264,7 @@ private:
         size_t memory() const;
         bool isOwn() const { return version >= own; }
     };
+    // The pointer itself lies in the slots. NOLINTNEXTLINE(bugprone-sizeof-expression)
     static constexpr uint32_t indexSlots = sizeof(HashIndex*) / sizeof(Oop);
 
     struct Entry {

@@ -103,7 +103,7 @@ constexpr std::array cases{
 };
 
 TEST_F(Expansion, TableOfCases) {
-    for (const LinkHandling links : {LinkHandling::follow, LinkHandling::followByWalk, LinkHandling::keep}) {
+    for (const LinkHandling links : {LinkHandling::follow, LinkHandling::keep}) {
         for (const Case& c : cases) {
             std::string expected =
                 links == LinkHandling::keep && c.withLinksKept != nullptr ? c.withLinksKept : c.expanded;
@@ -114,8 +114,8 @@ TEST_F(Expansion, TableOfCases) {
     }
 }
 
-// Both ways against each other, and against realpath where that succeeds.
-TEST_F(Expansion, BothWaysAgreeOnRandomNames) {
+// Where realpath succeeds it is the reference.
+TEST_F(Expansion, RandomNames) {
     // Loops are slow, and the table has them.
     const std::array parts{"dir",     "sub", "file", "link", "abs", "fileLink", "back", "away", "real", "dangling",
                            "missing", "top", "tmp",  ".",    "..",  "..",       "..",   "",     "",     ""};
@@ -126,7 +126,6 @@ TEST_F(Expansion, BothWaysAgreeOnRandomNames) {
         for (unsigned count = random() % 6 + 1; count > 0; --count)
             name += std::string(parts[random() % parts.size()]) + (count > 1 || random() % 4 == 0 ? "/" : "");
         const std::string expanded = expand(name);
-        ASSERT_EQ(expanded, expand(name, LinkHandling::followByWalk)) << name;
         std::array<char, PATH_MAX> real;
         // A "/.." behind a "//" and at the root is the expansion's own.
         const bool literal = name.find("//") != std::string::npos || expanded.find("//") != std::string::npos ||

@@ -284,6 +284,20 @@ class Doctor(Case):
             status, out, _ = self.tmqkci("doctor", "--login", *arguments, **environment)
             self.assertEqual((status, "in a host process" in out, "logged in as" in out), (0, True, True), out)
 
+    def test_the_loader_looks_where_the_doctor_says(self):
+        k = self.home + "/k"
+        os.makedirs(k + "/lib")
+        os.makedirs(k + "/lib64", exist_ok=True)
+        named = {"KCIRTL_BASELIBNAME": "abc", "KCIRTL_VERSION": "70"}
+        self.write("k/lib/libabcrpc70.so", "no library")
+        for arguments, environment in [([], {}), (["--rpc"], {}), ([], named), (["--rpc"], named)]:
+            with self.subTest(arguments, **environment):
+                out = self.tmqkci(*arguments, "-e", "3", KESTRUNE=k, **environment)[1]
+                places = [(subject, text) for subject, (_, text) in self.doctor(*arguments, KESTRUNE=k, **environment)[2].items()
+                          if subject.startswith("places of the client library")]
+                name = places[0][0].split()[-1]
+                self.assertEqual(re.findall(r"dlopen\((.*)\) failure", out), [places[0][1].split(", ")[0] + "/" + name, name])
+
     def test_permissions_near_misses_and_lacking_libraries(self):
         # What root may do in spite of permissions is taken away.
         bounded = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
@@ -312,7 +326,7 @@ class Doctor(Case):
         source = self.write("a.c", "int KciGetRtlTable(void) { return 0; }")
         bare = ["gcc", SIZE, "-shared", "-fPIC", "-nostdlib", "-o", library, source]
         for command, expected in [
-            (["cp", source, library], "not an ELF file"),
+            (["cp", source, library], "not a shared library"),
             (["dd", f"if={INSTALLATION}/{FOLDER}/libkcilnk67.so", "of=" + library, "bs=3000", "count=1"], "damaged"),
             (bare + ["-DKciGetRtlTable=other"], "does not export KciGetRtlTable"),
             (bare + ["-z", "execstack"], "asks for an executable stack"),
@@ -424,6 +438,7 @@ class BundledLibrary(Case):
         self.assertEqual(os.stat(file).st_mode & 0o077, 0)
         self.write(file, "damaged!")
         self.assertEqual(self.where(), file)
+        self.assertEqual(self.where(KESTRUNE=self.home + "/with-client-libraries-only"), file)
 
     def test_a_full_disk_leaves_nothing_behind(self):
         status, out, err = self.run_program("prlimit", "--fsize=100000", *self.command)

@@ -2,9 +2,8 @@
 #pragma once
 
 enum class LinkHandling {
-    follow,       // follow symbolic links; a folder gets a "/" at its end
-    followByWalk, // the same, without asking the kernel first whether there is a link: what follow is tested against
-    keep,         // leave links alone and append nothing: for whoever examines or removes the link itself
+    follow, // follow symbolic links; a folder gets a "/" at its end
+    keep,   // leave links alone and append nothing: for whoever examines or removes the link itself
 };
 
 // As HostUnixExpandFileName and HostExpandFileName.

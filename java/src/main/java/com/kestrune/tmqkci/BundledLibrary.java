@@ -1,6 +1,8 @@
 package com.kestrune.tmqkci;
 
 import com.kestrune.tmqkci.LoadFailure.Attempt;
+import com.kestrune.tmqkci.internal.ElfHeader;
+import com.kestrune.tmqkci.internal.Places;
 
 import java.io.IOException;
 import java.io.InputStream;
@@ -65,8 +67,7 @@ final class BundledLibrary {
 
     private static byte[] content() throws IOException {
         ElfHeader machine = ElfHeader.ofThisProcess();
-        String folder = "/META-INF/native/" + (machine.bits() == 64 ? "linux-amd64/" : "linux-i386/");
-        try (InputStream in = BundledLibrary.class.getResourceAsStream(folder + TmqKciLibrary.FILE_NAME)) {
+        try (InputStream in = BundledLibrary.class.getResourceAsStream(machine.jarFolder() + Places.BRIDGE)) {
             if (in == null || !machine.isServed()) {
                 throw new IOException("the jar carries none for a " + machine + " Java");
             }
@@ -77,7 +78,7 @@ final class BundledLibrary {
     /** Once the library is loaded, its file is not needed any more. */
     private static String loadTemporary(byte[] content) throws IOException {
         Path folder = OwnFolders.makeTemporary(OwnFolders.reach(Path.of(System.getProperty("java.io.tmpdir"))));
-        Path file = folder.resolve(TmqKciLibrary.FILE_NAME);
+        Path file = folder.resolve(Places.BRIDGE);
         try {
             write(file, content);
             OtherCopy.loadUnlessThereIsOne(file.toFile());
@@ -89,8 +90,8 @@ final class BundledLibrary {
     }
 
     private static Path inCache(byte[] content) throws IOException {
-        Path folder = OwnFolders.make(OwnFolders.make(OwnFolders.reach(cache()), "tmqkci"), hash(content));
-        Path file = folder.resolve(TmqKciLibrary.FILE_NAME);
+        Path folder = OwnFolders.make(ownCache(), hash(content));
+        Path file = folder.resolve(Places.BRIDGE);
         if (Files.isRegularFile(file, LinkOption.NOFOLLOW_LINKS)) {
             OwnFolders.requireOwn(file);
             if (Arrays.equals(Files.readAllBytes(file), content)) {
@@ -111,11 +112,9 @@ final class BundledLibrary {
         Files.write(OwnFolders.makeFile(file), content);
     }
 
-    private static Path cache() {
-        String named = System.getenv("XDG_CACHE_HOME");
-        String home = System.getenv("HOME");
-        return named != null && named.startsWith("/") ? Path.of(named)
-                : Path.of(home != null ? home : System.getProperty("user.home"), ".cache");
+    private static Path ownCache() throws IOException {
+        Path unpacked = Places.unpacked();
+        return OwnFolders.make(OwnFolders.reach(unpacked.getParent()), unpacked.getFileName().toString());
     }
 
     private static String hash(byte[] content) {

@@ -1,7 +1,11 @@
 package com.kestrune.tmqkci;
 
+import com.kestrune.tmqkci.internal.Dependencies;
+import com.kestrune.tmqkci.internal.ElfHeader;
+import com.kestrune.tmqkci.internal.LibraryFile;
+import com.kestrune.tmqkci.internal.Places;
+
 import java.io.File;
-import java.io.IOException;
 import java.util.LinkedHashSet;
 import java.util.List;
 import java.util.Set;
@@ -40,7 +44,7 @@ final class LoadFailure {
     }
 
     private String text(List<Attempt> attempts) {
-        StringBuilder text = new StringBuilder("The bridge ").append(TmqKciLibrary.FILE_NAME);
+        StringBuilder text = new StringBuilder("The bridge ").append(Places.BRIDGE);
         text.append(" could not be loaded. Tried in this order:");
         for (Attempt attempt : attempts) {
             text.append("\n  - ").append(attempt.place).append(": ");
@@ -59,37 +63,28 @@ final class LoadFailure {
         for (String remedy : remedies) {
             text.append("\n  - ").append(remedy);
         }
-        text.append("\n  - Name the file with -D").append(TmqKciLibrary.PROPERTY).append("=/path/to/")
-                .append(TmqKciLibrary.FILE_NAME)
+        text.append("\n  - Name the file with -D").append(Places.BRIDGE_PROPERTY).append("=/path/to/")
+                .append(Places.BRIDGE)
                 .append(", or set the environment variable KESTRUNE to the installation's folder.");
         return text.toString();
     }
 
     private String causeOf(File file, UnsatisfiedLinkError error) {
+        LibraryFile seen = LibraryFile.of(file, false);
         if (!file.exists()) {
             adviseOnInstallation(file);
-            return "there is no such file";
         }
-        if (!file.isFile()) {
-            return "it is not a file";
+        if (seen.remedy() != null) {
+            advise(seen.remedy());
         }
-        ElfHeader header;
-        try {
-            header = ElfHeader.of(file);
-        } catch (IOException unreadable) {
-            return "it cannot be read: " + unreadable.getMessage();
-        }
-        if (header == null) {
-            return "it is not a shared library";
-        }
-        if (!header.equals(process)) {
-            if (process.isServed()) {
-                remedies.add("The library for this Java, " + System.getProperty("java.home") + ", is the one in the "
-                        + "folder " + process.libraryFolder() + " of an installation.");
-            }
-            return "it is a " + header + " library and this Java is " + process;
+        if (seen.cause() != null) {
+            return seen.cause();
         }
         return linkerCause(String.valueOf(error.getMessage()).replaceFirst("^" + Pattern.quote(file + ": "), ""));
+    }
+
+    private void advise(String remedy) {
+        remedies.add(Character.toUpperCase(remedy.charAt(0)) + remedy.substring(1) + ".");
     }
 
     /** What to do where the file is missing in an installation that has one for the other kind of Java. */
@@ -113,8 +108,7 @@ final class LoadFailure {
         Matcher dependency = MISSING_DEPENDENCY.matcher(text);
         if (dependency.matches()) {
             String name = dependency.group(1);
-            remedies.add("Install the " + process + " package that contains " + name
-                    + ", or add its folder to LD_LIBRARY_PATH.");
+            advise(Dependencies.installing(name, process));
             return "it needs the library " + name + ", which is missing (" + text + ")";
         }
         Matcher version = C_LIBRARY_VERSION.matcher(text);

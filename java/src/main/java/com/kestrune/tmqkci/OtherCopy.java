@@ -1,5 +1,8 @@
 package com.kestrune.tmqkci;
 
+import com.kestrune.tmqkci.internal.ElfHeader;
+import com.kestrune.tmqkci.internal.Places;
+
 import java.io.File;
 import java.io.IOException;
 import java.io.UncheckedIOException;
@@ -51,7 +54,7 @@ final class OtherCopy {
         try (Stream<String> mappings = Files.lines(MAPPINGS)) {
             String own = file.getCanonicalPath();
             return mappings.map(OtherCopy::path)
-                    .filter(path -> path != null && path.endsWith('/' + TmqKciLibrary.FILE_NAME) && !path.equals(own))
+                    .filter(path -> path != null && path.endsWith('/' + Places.BRIDGE) && !path.equals(own))
                     .findFirst().orElse(null);
         } catch (IOException | UncheckedIOException unreadable) {
             return null;

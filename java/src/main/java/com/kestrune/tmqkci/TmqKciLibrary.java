@@ -1,6 +1,8 @@
 package com.kestrune.tmqkci;
 
 import com.kestrune.tmqkci.LoadFailure.Attempt;
+import com.kestrune.tmqkci.internal.Places;
+import com.kestrune.tmqkci.internal.Places.Place;
 
 import java.io.File;
 import java.util.ArrayList;
@@ -15,23 +17,21 @@ import java.util.List;
  * <li>{@value #FILE_NAME} in the installation that the environment variable {@code KESTRUNE} names, in its folder
  * {@code lib} for a 32-bit virtual machine, {@code lib64} for a 64-bit one;
  * <li>{@value #FILE_NAME} in the folders of {@code java.library.path};
- * <li>when neither the property nor {@code KESTRUNE} is set, the fitting copy in the jar, which is unpacked into the
- * user's cache, {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its
- * content.
+ * <li>unless the property is set or one of these files is there, the fitting copy in the jar, which is unpacked into
+ * the user's cache, {@code $XDG_CACHE_HOME/tmqkci} or {@code ~/.cache/tmqkci}, in a folder named by the SHA-256 of its
+ * content. An installation without a bridge of its own, with client libraries only, is served by it.
  * What others could write to, or exchange, is refused there. When the cache cannot be used, or nothing may be executed
  * there, the copy goes into a temporary folder, which is removed at once.
  * </ol>
  */
 public final class TmqKciLibrary {
     /** The system property that names the file to load. */
-    public static final String PROPERTY = "com.kestrune.tmqkci.library";
+    public static final String PROPERTY = Places.BRIDGE_PROPERTY;
 
     /** The name of the library's file. */
-    public static final String FILE_NAME = "libtmqkci313.so";
+    public static final String FILE_NAME = Places.BRIDGE;
 
     private static final String NAME = "tmqkci313";
-    private static final String INSTALLATION = "KESTRUNE";
-    private static final String LIBRARY_PATH = "java.library.path";
 
     private static String location;
 
@@ -84,66 +84,38 @@ public final class TmqKciLibrary {
     }
 
     private static String load(List<Attempt> failed) {
-        String loaded = loadFile("system property " + PROPERTY, System.getProperty(PROPERTY), "", failed);
-        if (loaded == null) {
-            loaded = loadFile("environment variable " + INSTALLATION, System.getenv(INSTALLATION),
-                    "/" + ElfHeader.ofThisProcess().libraryFolder() + "/" + FILE_NAME, failed);
+        boolean found = Places.isSet(System.getProperty(PROPERTY));
+        for (Place place : Places.ofBridge()) {
+            String loaded = load(place, failed);
+            if (loaded != null) {
+                return loaded;
+            }
+            found |= place.file() != null && place.file().exists();
         }
-        if (loaded == null) {
-            loaded = loadFromLibraryPath(failed);
-        }
-        return loaded != null ? loaded : loadFromJar(failed);
-    }
-
-    private static String loadFromJar(List<Attempt> failed) {
         String place = "copy in the jar";
-        if (isSet(System.getProperty(PROPERTY)) || isSet(System.getenv(INSTALLATION))) {
-            failed.add(new Attempt(place, null, "not used, since another place is named", null));
+        if (found) {
+            failed.add(new Attempt(place, null, "not used, since another file is named", null));
             return null;
         }
         return BundledLibrary.load(place, failed);
     }
 
-    private static boolean isSet(String value) {
-        return value != null && !value.isBlank();
-    }
-
-    private static String loadFile(String place, String value, String below, List<Attempt> failed) {
-        if (!isSet(value)) {
-            failed.add(new Attempt(place, null, "it is not set", null));
-            return null;
-        }
-        File file = new File(value + below).getAbsoluteFile();
+    private static String load(Place place, List<Attempt> failed) {
+        File file = place.file();
         try {
-            OtherCopy.loadUnlessThereIsOne(file);
-            return file.getPath();
-        } catch (UnsatisfiedLinkError error) {
-            failed.add(new Attempt(place, file, null, error));
-            return null;
-        }
-    }
-
-    private static String loadFromLibraryPath(List<Attempt> failed) {
-        String path = System.getProperty(LIBRARY_PATH, "");
-        File file = null;
-        // As the virtual machine reads it: an empty folder among others is the working folder.
-        for (String folder : path.isEmpty() ? new String[0] : path.split(File.pathSeparator, -1)) {
-            File candidate = folder.isEmpty() ? new File(FILE_NAME) : new File(folder, FILE_NAME);
-            if (candidate.exists()) {
-                file = candidate.getAbsoluteFile();
-                break;
+            if (file != null) {
+                OtherCopy.loadUnlessThereIsOne(file);
+                return file.getPath();
             }
-        }
-        try {
-            if (file == null) {
+            if (place.name().equals(Places.LIBRARY_PATH)) {
+                // The virtual machine knows folders of its own beside.
                 System.loadLibrary(NAME);
                 return FILE_NAME;
             }
-            OtherCopy.loadUnlessThereIsOne(file);
-            return file.getPath();
+            failed.add(new Attempt(place.name(), null, place.absence(), null));
         } catch (UnsatisfiedLinkError error) {
-            failed.add(new Attempt(LIBRARY_PATH, file, "no " + FILE_NAME + " in " + path, error));
-            return null;
+            failed.add(new Attempt(place.name(), file, place.absence(), error));
         }
+        return null;
     }
 }

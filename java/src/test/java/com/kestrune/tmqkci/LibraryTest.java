@@ -72,8 +72,8 @@ class LibraryTest {
                 PROPERTY + "/nowhere/library.so: there is no such file\n  - " + VARIABLE
                         + "/elsewhere" + FOLDER + "libtmqkci313.so: there is no such file\n  - java.library.path: no "
                         + "libtmqkci313.so in " + folder
-                        + "\n  - copy in the jar: not used, since another place is named\n", HOW_TO_NAME_IT);
-        explains(JAVA, "", "/elsewhere", folder, "copy in the jar: not used");
+                        + "\n  - copy in the jar: not used, since another file is named\n", HOW_TO_NAME_IT);
+        explains(JAVA, "", "/elsewhere", folder, "there is no such file", "copy in the jar: the jar carries none");
         explains(JAVA, "", "", folder, PROPERTY + "it is not set", VARIABLE + "it is not set",
                 "copy in the jar: the jar carries none for a " + KIND + " Java");
     }
@@ -101,7 +101,7 @@ class LibraryTest {
         String needsFuture = System.getProperty("tests.needsFuture");
         for (String[] row : new String[][] {
             {needsAbsent, "it needs the library libjava_test_absent.so, which is missing (",
-                "Install the " + KIND + " package that contains libjava_test_absent.so"},
+                "Install the package that holds libjava_test_absent.so"},
             {needsFuture, "it needs a newer C library, with GLIBC_2.99 (", "Use a system with a newer C library"},
             {text.toString(), "it is not a shared library", HOW_TO_NAME_IT},
             {tooShort.toString(), "it is not a shared library", HOW_TO_NAME_IT},

@@ -1,6 +1,9 @@
 package com.kestrune.tmqkci.console;
 
-import java.io.IOException;
+import com.kestrune.tmqkci.internal.Access;
+import com.kestrune.tmqkci.internal.ElfHeader;
+import com.kestrune.tmqkci.internal.Places;
+
 import java.nio.file.Files;
 import java.nio.file.InvalidPathException;
 import java.nio.file.Path;
@@ -13,9 +16,8 @@ import java.util.Map;
  * something else does is told under that.
  */
 final class Examination {
-    private static final String ACCEPTED = "product 1, versions 6.7 to 6.9.999";
     private static final String INITIALIZATION = "initialization";
-    private static final String INSTALLATION = "KESTRUNE";
+    private static final String INSTALLATION = Places.INSTALLATION;
 
     private final List<Finding> findings = new ArrayList<>();
     private final boolean linked;
@@ -64,15 +66,9 @@ final class Examination {
 
     private Finding java() {
         String text = System.getProperty("java.version") + " in " + System.getProperty("java.home");
-        boolean fits = false;
-        try {
-            ElfFile self = ElfFile.of(Path.of("/proc/self/exe"));
-            fits = self.isServed();
-            text += ", " + self.kind();
-        } catch (IOException unreadable) {
-            text += ", of unknown kind: " + unreadable.getMessage();
-        }
-        Finding java = fits ? Finding.ok("Java", text) : Finding.failure("Java", text,
+        ElfHeader self = ElfHeader.ofThisProcess();
+        text += ", " + self;
+        Finding java = self.isServed() ? Finding.ok("Java", text) : Finding.failure("Java", text,
                 "use a 64-bit (x86-64) or 32-bit (i386) Java 17 or later: --java HOME names it");
         findings.add(java);
         return java;
@@ -86,7 +82,8 @@ final class Examination {
         }
         try {
             installation = Path.of(named);
-            Access lib = Access.toExecute(installation.resolve(ElfFile.libraryFolder()));
+            String folder = ElfHeader.ofThisProcess().libraryFolder();
+            Access lib = Access.toExecute(installation.resolve(folder));
             if (!Files.isDirectory(installation) && !Access.toExecute(installation).exists()) {
                 findings.add(Finding.failure(INSTALLATION, "there is no " + named, remedy));
             } else if (lib.refusal() != null) {
@@ -94,8 +91,7 @@ final class Examination {
             } else if (!Files.isDirectory(installation)) {
                 findings.add(Finding.failure(INSTALLATION, named + " is no folder", remedy));
             } else if (!lib.exists()) {
-                findings.add(Finding.failure(INSTALLATION, "there is no folder " + ElfFile.libraryFolder() + " in "
-                        + named, remedy));
+                findings.add(Finding.failure(INSTALLATION, "there is no folder " + folder + " in " + named, remedy));
             }
         } catch (InvalidPathException unnameable) {
             findings.add(Finding.failure(INSTALLATION, "the folder's name does not exist in the locale's encoding",
@@ -109,11 +105,11 @@ final class Examination {
         Finding result;
         if (loginPossible) {
             result = Finding.ok(INITIALIZATION, "levels, product and version accepted: client library "
-                    + probed.get("version") + " (accepted: " + ACCEPTED + ")");
+                    + probed.get("version") + " (accepted: " + Places.ACCEPTED_CLIENTS + ")");
         } else if (probed.isEmpty()) {
             result = Finding.failure(INITIALIZATION, "not tried", null);
         } else if (probed.containsKey("error")) {
-            result = Finding.failure(INITIALIZATION, probed.get("error"), failures.isEmpty() ? "accepted are " + ACCEPTED
+            result = Finding.failure(INITIALIZATION, probed.get("error"), failures.isEmpty() ? "accepted are " + Places.ACCEPTED_CLIENTS
                     : null);
         } else {
             result = Finding.failure(INITIALIZATION, "the process that opened the libraries "

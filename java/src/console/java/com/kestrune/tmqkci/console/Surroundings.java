@@ -1,5 +1,8 @@
 package com.kestrune.tmqkci.console;
 
+import com.kestrune.tmqkci.internal.Access;
+import com.kestrune.tmqkci.internal.Places;
+
 import java.io.File;
 import java.io.IOException;
 import java.io.InputStream;
@@ -120,7 +123,7 @@ final class Surroundings {
                     + without));
         } else if (!access.isPermitted()) {
             findings.add(Finding.warning(subject, access.refusal() + without, access.remedy()));
-        } else if (Arrays.stream(LibraryFiles.orDefault(System.getenv("PATH"), "").split(File.pathSeparator))
+        } else if (Arrays.stream(Places.variable("PATH", "").split(File.pathSeparator))
                 .noneMatch(folder -> Files.isExecutable(Path.of(folder, "gdb")))) {
             findings.add(Finding.warning(subject, printer + " needs gdb, which is not on the PATH" + without,
                     "install gdb (Debian: apt-get install gdb)"));
@@ -132,7 +135,7 @@ final class Surroundings {
     /** Programs that name no library get one out of the jar, by way of a folder that only they may change. */
     private void unpackedCopy() {
         String subject = "unpacked copy";
-        Path folder = LibraryFiles.cache();
+        Path folder = Places.unpacked();
         try {
             PosixFileAttributes attributes = Files.readAttributes(folder, PosixFileAttributes.class,
                     LinkOption.NOFOLLOW_LINKS);
@@ -187,8 +190,8 @@ final class Surroundings {
     }
 
     private void locale() {
-        String text = "LC_ALL=" + LibraryFiles.orDefault(System.getenv("LC_ALL"), "") + " LANG="
-                + LibraryFiles.orDefault(System.getenv("LANG"), "") + ", encoding " + Charset.defaultCharset();
+        String text = "LC_ALL=" + Places.variable("LC_ALL", "") + " LANG="
+                + Places.variable("LANG", "") + ", encoding " + Charset.defaultCharset();
         findings.add(Charset.defaultCharset().equals(StandardCharsets.UTF_8) ? Finding.ok("locale", text)
                 : Finding.note("locale", text + "; the console " + (Terminals.charset().equals(StandardCharsets.UTF_8)
                         ? "uses UTF-8" : "uses it") + ", LC_ALL=C.UTF-8 names UTF-8 for all"));

@@ -1,6 +1,6 @@
 package com.kestrune.tmqkci.console;
 
-import com.kestrune.tmqkci.TmqKciLibrary;
+import com.kestrune.tmqkci.internal.Places;
 
 import java.io.IOException;
 import java.nio.charset.StandardCharsets;
@@ -62,7 +62,7 @@ final class Trial {
                 "-XX:+UseSerialGC", "-XX:TieredStopAtLevel=1", "-XX:-CreateCoredumpOnCrash",
                 "--enable-native-access=ALL-UNNAMED",
                 "-XX:ErrorFile=" + crashReport, "-Dfile.encoding=UTF-8", "-cp", System.getProperty("java.class.path")));
-        for (String property : List.of(TmqKciLibrary.PROPERTY, "java.library.path")) {
+        for (String property : List.of(Places.BRIDGE_PROPERTY, Places.LIBRARY_PATH)) {
             if (System.getProperty(property) != null) {
                 command.add(1, "-D" + property + "=" + System.getProperty(property));
             }

@@ -1,4 +1,4 @@
-package com.kestrune.tmqkci.console;
+package com.kestrune.tmqkci.internal;
 
 import java.io.IOException;
 import java.nio.file.Files;
@@ -13,22 +13,23 @@ import java.nio.file.attribute.PosixFilePermissions;
  * @param refusal what forbids its use; null if nothing does
  * @param remedy what would permit it
  */
-record Access(boolean exists, String refusal, String remedy) {
+public record Access(boolean exists, String refusal, String remedy) {
     private static final Access PERMITTED = new Access(true, null, null);
     private static final Access ABSENT = new Access(false, null, null);
 
-    boolean isPermitted() {
+    /** Whether it is there and may be used. */
+    public boolean isPermitted() {
         return exists && refusal == null;
     }
 
     /** A file that is to be read. */
-    static Access toRead(Path file) {
+    public static Access toRead(Path file) {
         Access above = above(file);
         return above != PERMITTED || Files.isReadable(file) ? above : refused(file, "be read", "a+r");
     }
 
     /** A file that is to be run, or a folder in which files are to be found. */
-    static Access toExecute(Path file) {
+    public static Access toExecute(Path file) {
         Access above = above(file);
         return above != PERMITTED || Files.isExecutable(file) ? above
                 : refused(file, Files.isDirectory(file) ? "be searched" : "be run", "a+x");

@@ -1,4 +1,4 @@
-package com.kestrune.tmqkci.console;
+package com.kestrune.tmqkci.internal;
 
 import java.io.IOException;
 import java.nio.ByteBuffer;
@@ -14,10 +14,11 @@ import java.util.TreeSet;
 /**
  * What a shared library's file tells before anyone opens it, read as the System V ABI and its GNU extensions lay it
  * out.
- * Of a foreign byte order only {@link #bits} and {@link #machine} are read.
+ * Of a foreign byte order only the header is read.
  */
-final class ElfFile {
-    enum Stack {
+public final class ElfFile {
+    /** What stack the file asks for. */
+    public enum Stack {
         /** The file asks for one that is not executable. */
         PLAIN,
         /** The file asks for an executable one. */
@@ -26,10 +27,6 @@ final class ElfFile {
         UNSTATED
     }
 
-    static final int MACHINE_386 = 3;
-    static final int MACHINE_X86_64 = 62;
-
-    private static final int MAGIC = 0x7F454C46;
     private static final long LARGEST = 256L << 20;
     private static final int SEGMENT_LOAD = 1;
     private static final int SEGMENT_DYNAMIC = 2;
@@ -42,72 +39,72 @@ final class ElfFile {
     private static final long DYNAMIC_VERSIONS_DEFINED = 0x6FFFFFFC;
     private static final long DYNAMIC_VERSIONS_NEEDED = 0x6FFFFFFE;
 
-    final int bits;
-    final int machine;
-    Stack stack = Stack.UNSTATED;
-    final List<String> needed = new ArrayList<>();
-    /** Symbol versions that the file needs of other libraries, as {@code GLIBC_2.28}. */
-    final Set<String> versionsNeeded = new TreeSet<>();
-    final Set<String> versionsDefined = new TreeSet<>();
-    /** Names of the symbols that others can use; empty if the file has no section headers. */
-    final Set<String> exports = new TreeSet<>();
+    private final ElfHeader header;
+    private Stack stack = Stack.UNSTATED;
+    private final List<String> needed = new ArrayList<>();
+    private final Set<String> versionsNeeded = new TreeSet<>();
+    private final Set<String> versionsDefined = new TreeSet<>();
+    private final Set<String> exports = new TreeSet<>();
 
     private final ByteBuffer file;
     private final boolean wide;
     private final List<long[]> loads = new ArrayList<>();
 
-    private ElfFile(ByteBuffer file) {
+    private ElfFile(ByteBuffer file, ElfHeader header) {
         this.file = file;
-        wide = file.get(4) == 2;
-        bits = wide ? 64 : 32;
-        boolean little = file.get(5) == 1;
-        file.order(little ? ByteOrder.LITTLE_ENDIAN : ByteOrder.BIG_ENDIAN);
-        machine = half(18);
-        if (little) {
+        this.header = header;
+        wide = header.bits() == 64;
+        if (file.order() == ByteOrder.LITTLE_ENDIAN) {
             readSegments();
             readExports();
         }
     }
 
     /** Throws with a reason a person can read if the file is no ELF file, or a damaged one. */
-    static ElfFile of(Path path) throws IOException {
+    public static ElfFile of(Path path) throws IOException {
         if (Files.size(path) > LARGEST) {
             throw new IOException("it is too large for a library");
         }
         ByteBuffer file = ByteBuffer.wrap(Files.readAllBytes(path));
         try {
-            if (file.getInt(0) != MAGIC) {
-                throw new IOException("it is not an ELF file");
+            ElfHeader header = ElfHeader.of(file);
+            if (header == null) {
+                throw new IOException("it is not a shared library");
             }
-            return new ElfFile(file);
+            return new ElfFile(file, header);
         } catch (IndexOutOfBoundsException | IllegalArgumentException | ArithmeticException damaged) {
             throw new IOException("its ELF structure is damaged or cut short");
         }
     }
 
-    /** The running program; null if it cannot be read. */
-    static ElfFile ofThisProcess() {
-        try {
-            return of(Path.of("/proc/self/exe"));
-        } catch (IOException unreadable) {
-            return null;
-        }
+    /** What machine the file is made for. */
+    public ElfHeader header() {
+        return header;
     }
 
-    /** Whether there is a bridge for such a machine. */
-    boolean isServed() {
-        return bits == 32 && machine == MACHINE_386 || bits == 64 && machine == MACHINE_X86_64;
+    /** What stack the file asks for. */
+    public Stack stack() {
+        return stack;
     }
 
-    /** The folder of an installation that holds libraries for this Java. */
-    static String libraryFolder() {
-        ElfFile own = ofThisProcess();
-        return own != null && own.bits == 64 ? "lib64" : "lib";
+    /** The libraries that the file needs, as it names them. */
+    public List<String> needed() {
+        return needed;
     }
 
-    String kind() {
-        String name = machine == MACHINE_386 ? "i386" : machine == MACHINE_X86_64 ? "x86-64" : "machine " + machine;
-        return bits + "-bit (" + name + ")";
+    /** Symbol versions that the file needs of other libraries, as {@code GLIBC_2.28}. */
+    public Set<String> versionsNeeded() {
+        return versionsNeeded;
+    }
+
+    /** Symbol versions that the file has for others. */
+    public Set<String> versionsDefined() {
+        return versionsDefined;
+    }
+
+    /** Names of the symbols that others can use; empty if the file has no section headers. */
+    public Set<String> exports() {
+        return exports;
     }
 
     private int half(int offset) {

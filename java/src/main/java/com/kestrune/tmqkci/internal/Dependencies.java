@@ -1,4 +1,4 @@
-package com.kestrune.tmqkci.console;
+package com.kestrune.tmqkci.internal;
 
 import java.io.IOException;
 import java.nio.file.DirectoryStream;
@@ -14,15 +14,15 @@ import java.util.Set;
 import java.util.regex.Matcher;
 import java.util.regex.Pattern;
 
-/** Where the dynamic linker finds libraries, as far as that can be told without running it. */
-final class Libraries {
+/** What libraries need, and where the dynamic linker finds it, as far as that can be told without running it. */
+public final class Dependencies {
     /**
      * What is missing.
      *
      * @param what a library or a version
      * @param remedy what brings it
      */
-    record Lacking(String what, String remedy) {
+    public record Lacking(String what, String remedy) {
     }
 
     /** Debian's packages whose names do not follow from the library's. */
@@ -34,10 +34,11 @@ final class Libraries {
             "/usr/lib", "/usr/local/lib");
     private static final String VERSION_PREFIX = "GLIBC_";
 
-    private Libraries() {
+    private Dependencies() {
     }
 
-    static List<Path> folders() {
+    /** The folders in which the dynamic linker looks. */
+    public static List<Path> folders() {
         Set<Path> folders = new LinkedHashSet<>();
         String path = System.getenv("LD_LIBRARY_PATH");
         for (String folder : path == null ? new String[0] : path.split("[:;]")) {
@@ -63,13 +64,12 @@ final class Libraries {
     }
 
     /** The file that stands for a name, of the wanted machine; null if there is none. */
-    static Path find(String name, ElfFile wanted) {
+    private static Path find(String name, ElfHeader wanted) {
         for (Path folder : folders()) {
             Path file = folder.resolve(name);
             try {
                 if (Files.isRegularFile(file)) {
-                    ElfFile found = ElfFile.of(file);
-                    if (found.bits == wanted.bits && found.machine == wanted.machine) {
+                    if (wanted.equals(ElfHeader.of(file.toFile()))) {
                         return file;
                     }
                 }
@@ -81,61 +81,63 @@ final class Libraries {
     }
 
     /** What a library needs and this system lacks: libraries, and a newer C library. */
-    static List<Lacking> lacking(ElfFile library) {
+    public static List<Lacking> lacking(ElfFile library) {
         List<Lacking> lacking = new ArrayList<>();
         Set<String> offered = new LinkedHashSet<>();
-        for (String name : library.needed) {
-            Path file = find(name, library);
+        for (String name : library.needed()) {
+            Path file = find(name, library.header());
             if (file == null) {
-                lacking.add(new Lacking("the library " + name, installing(name, library)));
+                lacking.add(new Lacking("the library " + name, installing(name, library.header())));
                 continue;
             }
             try {
-                offered.addAll(ElfFile.of(file).versionsDefined);
+                offered.addAll(ElfFile.of(file).versionsDefined());
             } catch (IOException vanished) {
-                lacking.add(new Lacking("the library " + name, installing(name, library)));
+                lacking.add(new Lacking("the library " + name, installing(name, library.header())));
             }
         }
         if (lacking.isEmpty()) {
-            library.versionsNeeded.stream().filter(version -> version.startsWith(VERSION_PREFIX))
+            library.versionsNeeded().stream().filter(version -> version.startsWith(VERSION_PREFIX))
                     .filter(version -> !offered.contains(version)).max(byVersion())
                     .ifPresent(version -> lacking.add(new Lacking("a C library with " + version,
-                            "the system is older than the library was made for: " + installing("libc.so.6", library))));
+                            "the system is older than the library was made for: " + installing("libc.so.6", library.header()))));
         }
         return lacking;
     }
 
-    private static String installing(String name, ElfFile library) {
+    /** How to get a library for programs of a machine. */
+    public static String installing(String name, ElfHeader machine) {
         // A library's package has the name and the version of its file, with a hyphen between two digits.
         Matcher parts = Pattern.compile("(lib.+?)\\.so\\.([0-9.]+)").matcher(name);
         String named = !parts.matches() ? null : parts.group(1).replace('_', '-').toLowerCase(Locale.ROOT)
                 + (Character.isDigit(parts.group(1).charAt(parts.group(1).length() - 1)) ? "-" : "") + parts.group(2);
         String wanted = PACKAGES.getOrDefault(name, named);
         String how = wanted == null ? "install the package that holds " + name : "install " + wanted;
-        if (wanted != null && library.bits == 32) {
+        if (wanted != null && machine.bits() == 32) {
             how += " (Debian, on amd64: dpkg --add-architecture i386 && apt-get update && apt-get install " + wanted
                     + ":i386)";
         }
-        return how + ", or add the folder of a " + library.bits + "-bit " + name + " to LD_LIBRARY_PATH";
+        return how + ", or add the folder of a " + machine.bits() + "-bit " + name + " to LD_LIBRARY_PATH";
     }
 
     /** The version of the C library for such a file, as "2.36"; null if there is none. */
-    static String cLibraryVersion(ElfFile wanted) {
+    public static String cLibraryVersion(ElfHeader wanted) {
         Path file = find("libc.so.6", wanted);
         try {
-            return file == null ? null : newest(ElfFile.of(file).versionsDefined);
+            return file == null ? null : newest(ElfFile.of(file).versionsDefined());
         } catch (IOException unreadable) {
             return null;
         }
     }
 
     /** The newest C library version among symbol versions, as "2.36"; null if there is none. */
-    static String newest(Set<String> versions) {
+    public static String newest(Set<String> versions) {
         return versions.stream().filter(version -> version.matches(VERSION_PREFIX + "[0-9.]+")).max(byVersion())
                 .map(version -> version.substring(VERSION_PREFIX.length())).orElse(null);
     }
 
-    static Comparator<String> byVersion() {
+    /** Compares versions by their numbers. */
+    public static Comparator<String> byVersion() {
         return (a, b) -> {
             int[] left = numbers(a);
             int[] right = numbers(b);
