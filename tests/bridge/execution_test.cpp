@@ -1,6 +1,10 @@
 // Starting, continuing and asking: _executeStr, _executeObj, _perform, _continue, _isKindOf.
 #include "bridge/harness.h"
 
+#include "kcirtl.h"
+
+#include <utility>
+
 namespace bridge {
 namespace {
 
@@ -75,6 +79,48 @@ TEST_F(Bridge, Continue) {
     EXPECT_EQ(call(proceed(server(300), nullptr), [] { client().fail("KciContinueWith", scriptError()); }), -1);
     EXPECT_EQ(describe(result), "");
 }
+
+#define CONTROL(name, ...)                                                                                             \
+    [&] {                                                                                                              \
+        return Java_com_kestrune_tmqkci_TmqKciControl__1##name(scripted::jni().env(), nullptr, __VA_ARGS__,            \
+                                                               arg(error));                                            \
+    }
+TEST_F(Bridge, BreaksTransactionsAndContinuingWithoutWaiting) {
+    // What a break leaves in a host's client library is another call's to find.
+    const std::string broken = hosted ? "()|= 0" : "()|KciErr|= 0", end = "()|KciErr|= ";
+    const std::string begin = "NbContinue: 7|" + FRAME;
+    const auto commits = [](int answer) { return [=] { client().results["KciCommit"] = {answer}; }; };
+    check({
+        {CONTROL(softBreak, 7), "SoftBreak: 7|" + FRAME + "KciSoftBreak" + broken},
+        {CONTROL(hardBreak, 7), "HardBreak: 7|" + FRAME + "KciHardBreak" + broken},
+        {CONTROL(begin, 7), "Begin: 7|" + FRAME + "KciBegin" + end + "0"},
+        {CONTROL(abort, 7), "Abort: 7|" + FRAME + "KciAbort" + end + "0"},
+        {CONTROL(commit, 7), "Commit: 7|" + FRAME + "KciCommit" + end + "0", commits(0)},
+        {CONTROL(commit, 7), "Commit: 7|" + FRAME + "KciCommit" + end + "1", commits(256)},
+        {CONTROL(nbContinue, 7, arg(server(300)), arg(value(3, 5))),
+         begin + "KciLongToOop(5)|KciErr|KciNbContinueWith(300, 23, 0)|= 0"},
+        {CONTROL(nbContinue, 7, arg(server(300)), null), begin + "KciNbContinueWith(300, 1, 0)|= 0"},
+        {CONTROL(nbContinue, 7, null, null), begin + "! getOop(): NULL object"},
+    });
+    KciRtlJumpSType poor = *rtlPrivKciRtlFuncs;
+    poor.KciSoftBreak = poor.KciHardBreak = poor.KciBegin = poor.KciAbort = nullptr;
+    poor.KciCommit = nullptr;
+    poor.KciNbContinueWith = nullptr;
+    const auto* const whole = std::exchange(rtlPrivKciRtlFuncs, &poor);
+    const std::string none = "(): the client library has no entry Kci";
+    for (const Story& story : {
+             Story{CONTROL(softBreak, 7), "SoftBreak: 7|" + FRAME + "! softBreak" + none + "SoftBreak"},
+             {CONTROL(hardBreak, 7), "HardBreak: 7|" + FRAME + "! hardBreak" + none + "HardBreak"},
+             {CONTROL(begin, 7), "Begin: 7|" + FRAME + "! begin" + none + "Begin"},
+             {CONTROL(abort, 7), "Abort: 7|" + FRAME + "! abort" + none + "Abort"},
+             {CONTROL(commit, 7), "Commit: 7|" + FRAME + "! commit" + none + "Commit"},
+             {CONTROL(nbContinue, 7, null, null), begin + "= 1"},
+         }) {
+        run(story, 2);
+    }
+    rtlPrivKciRtlFuncs = whole;
+}
+#undef CONTROL
 
 // The process is not resumed.
 TEST_F(Bridge, ContinueWithAnError) {

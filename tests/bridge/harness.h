@@ -41,6 +41,16 @@ NATIVE(KCSIsampleStats, jlongArray, jthrowable);
 NATIVE(KCSIgetStats, jlong, jobject, jthrowable);
 }
 #undef NATIVE
+#define CONTROL(name, ...) jint JNICALL Java_com_kestrune_tmqkci_TmqKciControl__1##name(JNIEnv*, jclass, __VA_ARGS__)
+extern "C" {
+CONTROL(softBreak, jint, jthrowable);
+CONTROL(hardBreak, jint, jthrowable);
+CONTROL(begin, jint, jthrowable);
+CONTROL(commit, jint, jthrowable);
+CONTROL(abort, jint, jthrowable);
+CONTROL(nbContinue, jint, jobject, jobject, jthrowable);
+}
+#undef CONTROL
 
 // A native method with its arguments between the class and the error report, in a test's body; CALL0 without any.
 #define CALL(name, ...)                                                                                                \

@@ -139,6 +139,7 @@ KciRtlJumpSType makeTable() {
     SCRIPTED(KciLogin), SCRIPTED(KciLogout), SCRIPTED(KciGetSessionId), SCRIPTED(KciSetSessionId);
     SCRIPTED(KciDirtyObjsInit), SCRIPTED(KciPollForSignal), SCRIPTED(KciNbExecute), SCRIPTED(KciIsKindOf);
     SCRIPTED(KciFetchNamedOop), SCRIPTED(KciOopToLong), SCRIPTED(KciFltToOop);
+    SCRIPTED(KciSoftBreak), SCRIPTED(KciHardBreak), SCRIPTED(KciBegin), SCRIPTED(KciCommit), SCRIPTED(KciAbort);
 #undef SCRIPTED
     scriptFetch<"KciFetchVaryingOops">(table.KciFetchVaryingOops);
     scriptFetch<"KciFetchNamedOops">(table.KciFetchNamedOops);
@@ -156,6 +157,10 @@ KciRtlJumpSType makeTable() {
     table.KciContinueWith = [](OopType process, OopType value, KciLong flags, KciErrSType* error) {
         record("KciContinueWith", process, value, flags, error);
         return OopType(claimed("KciContinueWith", KciLong(value)));
+    };
+    table.KciNbContinueWith = [](OopType process, OopType value, KciLong flags) {
+        record("KciNbContinueWith", process, value, flags);
+        theClient.obey("", value);
     };
     table.KciNewOop = [](OopType cls) {
         record("KciNewOop", cls);

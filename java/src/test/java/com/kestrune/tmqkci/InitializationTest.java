@@ -32,7 +32,13 @@ class InitializationTest {
             error -> TmqKciInterface._putNamedObjs(1, report, 1, 1, reports, error),
             error -> TmqKciInterface._removeFromExportSet(1, reports, 1, error),
             error -> TmqKciInterface._releaseOops(1, new long[1], 1, error),
-            error -> TmqKciInterface._changedOops(1, new long[1], 1, error));
+            error -> TmqKciInterface._changedOops(1, new long[1], 1, error),
+            error -> TmqKciControl._softBreak(1, error),
+            error -> TmqKciControl._hardBreak(1, error),
+            error -> TmqKciControl._begin(1, error),
+            error -> TmqKciControl._commit(1, error),
+            error -> TmqKciControl._abort(1, error),
+            error -> TmqKciControl._nbContinue(1, report, report, error));
 
     private final List<ToIntFunction<TmqKciException>> cacheStatistics = List.of(
             TmqKciInterface::_KCSIinitialize,
