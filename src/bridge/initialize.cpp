@@ -232,5 +232,11 @@ TMQKCI_NATIVE(initialize)
         return initialized;
     }
     ENV = env;
+    TmqKciLinked = useLinked != 0;
     return Initialization(jErrReport).run(useLinked, jAppName, bufSize, preloadSize, kernelOops).status;
+}
+
+// For KciBridge: -1 as long as the bridge is not initialized, 1 when sessions run inside this process, else 0.
+extern "C" TMQKCI_API jint JNICALL Java_com_kestrune_tmqkci_KciBridge_flavour(JNIEnv*, jclass) {
+    return TmqKciInitialized ? TmqKciLinked : -1;
 }

@@ -1,6 +1,7 @@
 #include "bridge/state.h"
 
 int TmqKciInitialized = 0;
+BoolType TmqKciLinked;
 JNIEnv* ENV = nullptr;
 jint BufSizeBytes;
 jint BufSizeOops;

@@ -9,6 +9,8 @@
 
 // 1 once _initialize has completed; never reset.
 extern int TmqKciInitialized;
+// Whether sessions run inside this process, as _initialize was told; means something once that has completed.
+extern BoolType TmqKciLinked;
 // The Java environment of the native call in progress.
 extern JNIEnv* ENV;
 

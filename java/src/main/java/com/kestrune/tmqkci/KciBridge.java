@@ -10,6 +10,10 @@ public final class KciBridge {
     private static final ReentrantLock LOCK = new ReentrantLock(true);
     private static final String TOO_MANY = "releaseOops(): buffer size exceeded";
 
+    private static final int NOT_INITIALIZED = -1;
+    /** The flavour of sessions inside this process. */
+    private static final int LINKED = 1;
+
     /** How many references one native call can move; 0 until a session has asked. Guarded by the lock. */
     private static int maxReferences;
 
@@ -34,7 +38,8 @@ public final class KciBridge {
      * {@link TmqKciInterface#_initialize}; a later one can only raise the trace level.
      *
      * @param options how
-     * @throws TmqKciException if the client library cannot be used
+     * @throws TmqKciException if the client library cannot be used, or if sessions are wanted inside this process and
+     *     the first initialization put them into processes of their own, or the other way round
      * @throws UnsatisfiedLinkError if the native library cannot be loaded
      */
     public static void initialize(KciBridgeOptions options) {
@@ -43,6 +48,12 @@ public final class KciBridge {
         long[] kernelOops = new long[TmqKciInterface.KERNEL_OOPS];
         acquire();
         try {
+            int flavour = flavour();
+            if (flavour != NOT_INITIALIZED && options.linked() != (flavour == LINKED)) {
+                throw new TmqKciException("this process was initialized for sessions " + (flavour == LINKED
+                        ? "inside it: sessions in processes of their own need another Java process"
+                        : "in processes of their own: sessions inside it need another Java process"));
+            }
             int status = TmqKciInterface._initialize(options.linked() ? 1 : 0, options.applicationName(),
                     options.bufferSize(), options.preloadSize(), options.traceLevel(), kernelOops, report);
             if (status < 0) {
@@ -53,6 +64,22 @@ public final class KciBridge {
             LOCK.unlock();
         }
     }
+
+    /** Initializes as wanted; null for the defaults, unless the bridge is initialized. */
+    static void prepare(KciBridgeOptions options) {
+        TmqKciLibrary.load();
+        acquire();
+        try {
+            if (options != null || flavour() == NOT_INITIALIZED) {
+                initialize(options == null ? KciBridgeOptions.DEFAULTS : options);
+            }
+        } finally {
+            LOCK.unlock();
+        }
+    }
+
+    /** Where the bridge's sessions are: {@link #LINKED}, 0 for processes of their own, {@link #NOT_INITIALIZED}. */
+    private static native int flavour();
 
     /**
      * Chooses what a fatal report of the native support layer does. As long as reports are not wanted, it is announced

@@ -1,7 +1,7 @@
 package com.kestrune.tmqkci;
 
 /** Tells that a value cannot be converted between Java and the server without loss. */
-public class KciConversionException extends RuntimeException {
+public class KciConversionException extends KciException {
     private static final long serialVersionUID = 1L;
 
     /**

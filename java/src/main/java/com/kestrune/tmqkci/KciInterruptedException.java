@@ -4,7 +4,7 @@ package com.kestrune.tmqkci;
  * Ends a call whose thread was interrupted while it waited. The thread's interrupt status is set again. A call that the
  * server had begun goes on there; the session's next call waits for its end first.
  */
-public class KciInterruptedException extends RuntimeException {
+public class KciInterruptedException extends KciException {
     private static final long serialVersionUID = 1L;
 
     /**

@@ -1,10 +1,14 @@
 package com.kestrune.tmqkci;
 
 import java.util.Arrays;
+import java.util.function.Supplier;
 
 /**
  * What a login needs. The arrays with passwords are kept as they are given, and overwritten when the login has ended,
- * whether it succeeded or not; an object of this class serves one login.
+ * whether it succeeded or not. To log in again with the same object, give the passwords again; or give once what
+ * supplies them, which every login asks for arrays of its own.
+ *
+ * <p>Not thread-safe, but several logins at once may use one object whose passwords are supplied.
  *
  * <p>The native method takes passwords as Java strings, which cannot be overwritten: a copy lives until it is
  * collected.
@@ -13,9 +17,31 @@ public final class KciLoginOptions {
     private String server;
     private String networkService;
     private String user;
-    private char[] password;
+    private Secret password = Secret.NONE;
     private String hostUser;
-    private char[] hostPassword;
+    private Secret hostPassword = Secret.NONE;
+
+    /** A password, or where it comes from. One that is wiped is neither. */
+    private record Secret(char[] given, Supplier<char[]> source, boolean wiped) {
+        static final Secret NONE = new Secret(null, null, false);
+
+        /** The characters for one login, or null. */
+        char[] take(String what) {
+            if (wiped) {
+                throw new IllegalStateException(what + " was overwritten by the login before: set it again, or have it "
+                        + "supplied to each login");
+            }
+            return source == null ? given : source.get();
+        }
+
+        Secret wipe() {
+            if (given == null) {
+                return this;
+            }
+            Arrays.fill(given, '\0');
+            return new Secret(null, null, true);
+        }
+    }
 
     /** Makes options without anything; server, user and password are required. */
     public KciLoginOptions() {
@@ -61,7 +87,20 @@ public final class KciLoginOptions {
      * @return this
      */
     public KciLoginOptions password(char[] secret) {
-        password = secret;
+        password = new Secret(secret, null, false);
+        return this;
+    }
+
+    /**
+     * Sets what supplies the database user's password. Each login asks it, possibly in several threads at once, and
+     * overwrites what it answered.
+     *
+     * @param source answers a new array each time
+     * @return this
+     * @since 3.1.3
+     */
+    public KciLoginOptions passwordFrom(Supplier<char[]> source) {
+        password = new Secret(null, source, false);
         return this;
     }
 
@@ -83,29 +122,50 @@ public final class KciLoginOptions {
      * @return this
      */
     public KciLoginOptions hostPassword(char[] secret) {
-        hostPassword = secret;
+        hostPassword = new Secret(secret, null, false);
         return this;
     }
 
-    /** Calls the native login, and overwrites the passwords. */
-    int login(TmqKciException report) {
-        try {
-            return TmqKciInterface._login(server, networkService, user, text(password), hostUser, text(hostPassword),
-                    report);
-        } finally {
-            wipe();
-        }
+    /**
+     * Sets what supplies the password of the user on the server's host, as {@link #passwordFrom} does.
+     *
+     * @param source answers a new array each time
+     * @return this
+     * @since 3.1.3
+     */
+    public KciLoginOptions hostPasswordFrom(Supplier<char[]> source) {
+        hostPassword = new Secret(null, source, false);
+        return this;
     }
 
-    /** Overwrites the passwords. */
+    /**
+     * The passwords of one login, the user's and the host user's: each an array, or null.
+     *
+     * @throws IllegalStateException if one was overwritten
+     */
+    char[][] takePasswords() {
+        return new char[][] {password.take("the password"), hostPassword.take("the host user's password")};
+    }
+
+    /** Calls the native login. */
+    int login(char[][] passwords, TmqKciException report) {
+        return TmqKciInterface._login(server, networkService, user, text(passwords[0]), hostUser, text(passwords[1]),
+                report);
+    }
+
+    /** Overwrites the passwords that were given. */
     void wipe() {
-        for (char[] secret : new char[][] {password, hostPassword}) {
+        password = password.wipe();
+        hostPassword = hostPassword.wipe();
+    }
+
+    /** Overwrites the passwords of one login. */
+    static void wipe(char[][] passwords) {
+        for (char[] secret : passwords) {
             if (secret != null) {
                 Arrays.fill(secret, '\0');
             }
         }
-        password = null;
-        hostPassword = null;
     }
 
     private static String text(char[] secret) {

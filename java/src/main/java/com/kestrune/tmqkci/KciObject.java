@@ -2,6 +2,7 @@ package com.kestrune.tmqkci;
 
 import java.lang.ref.Cleaner;
 import java.time.LocalDateTime;
+import java.util.function.Function;
 
 /**
  * An object of the server, as a session reported it. As long as an object of this class is reachable, the server keeps
@@ -264,6 +265,42 @@ public final class KciObject {
      */
     public String printString() {
         return send("printString").stringValue();
+    }
+
+    /**
+     * Shows the object to a person: as it prints itself on the server, and as {@link #toString} where the server has no
+     * text of it.
+     *
+     * @return the text
+     * @throws TmqKciException if an error ended the session
+     * @since 3.1.3
+     */
+    public String render() {
+        return render(KciObject::stringValue);
+    }
+
+    /**
+     * Does what {@link #render()} does, with a way of its own to read the text.
+     *
+     * @param reader reads the text, or a part of it, from the string that the server answers
+     * @return the text
+     * @throws TmqKciException if an error ended the session
+     * @since 3.1.3
+     */
+    public String render(Function<KciObject, String> reader) {
+        if (isNil()) {
+            return "nil";
+        }
+        try {
+            return reader.apply(send("printString"));
+        } catch (KciConversionException noText) {
+            return toString();
+        } catch (TmqKciException refused) {
+            if (refused.fatal) {
+                throw refused;
+            }
+            return toString();
+        }
     }
 
     /** Gives the object up at once; further uses are refused. Does nothing for an immediate object. */

@@ -55,9 +55,12 @@ public final class KciSession implements AutoCloseable {
      *
      * @param options who logs in, and where
      * @return the session
+     * @throws TmqKciException if the bridge cannot be initialized, or the login fails
+     * @throws IllegalStateException if a password was overwritten by a login before
+     * @throws UnsatisfiedLinkError if the native library cannot be loaded
      */
     public static KciSession login(KciLoginOptions options) {
-        return login(options, KciBridgeOptions.DEFAULTS);
+        return login(options, null);
     }
 
     /**
@@ -65,16 +68,22 @@ public final class KciSession implements AutoCloseable {
      * overwritten in any case.
      *
      * @param options who logs in, and where
-     * @param bridge how to initialize the bridge
+     * @param bridge how to initialize the bridge; null for {@link KciBridgeOptions#DEFAULTS}, unless it is initialized
      * @return the session
+     * @throws TmqKciException if the bridge cannot be initialized, or not as it is wanted (see {@link
+     *     KciBridge#initialize}), or the login fails
+     * @throws IllegalStateException if a password was overwritten by a login before
+     * @throws UnsatisfiedLinkError if the native library cannot be loaded
      */
     public static KciSession login(KciLoginOptions options, KciBridgeOptions bridge) {
+        char[][] passwords = {};
         try {
-            KciBridge.initialize(bridge);
+            passwords = options.takePasswords();
+            KciBridge.prepare(bridge);
             TmqKciException report = new TmqKciException();
             KciBridge.acquire();
             try {
-                int id = options.login(report);
+                int id = options.login(passwords, report);
                 if (id < 0) {
                     throw KciBridge.failure(id, report);
                 }
@@ -88,6 +97,7 @@ public final class KciSession implements AutoCloseable {
                 KciBridge.lock().unlock();
             }
         } finally {
+            KciLoginOptions.wipe(passwords);
             options.wipe();
         }
     }

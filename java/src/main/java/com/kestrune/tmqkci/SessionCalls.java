@@ -52,6 +52,12 @@ final class SessionCalls {
         return ended == null;
     }
 
+    /** Whether a call would have to wait for another one; as of now. */
+    boolean isBusy() {
+        // Who saw the turn free sees what its last holder wrote.
+        return turn.isLocked() && !turn.isHeldByCurrentThread() || running;
+    }
+
     /** Waits until the session is free. To be followed by {@link #leave}. */
     void enter() {
         refuseHoldersOfTheLock();

@@ -10,7 +10,7 @@ import java.util.List;
  * <p>Fields keep what the last failure wrote: they mean something only after a call that failed. One object may serve
  * many calls, as long as it is not thrown in between.
  */
-public class TmqKciException extends RuntimeException {
+public class TmqKciException extends KciException {
     /** The {@link #number} of every error that the bridge detects itself. */
     public static final int BRIDGE_ERROR = 2318;
 
@@ -53,6 +53,7 @@ public class TmqKciException extends RuntimeException {
 
     /** Makes an empty report. */
     public TmqKciException() {
+        super(null);
     }
 
     /**
@@ -107,6 +108,16 @@ public class TmqKciException extends RuntimeException {
     }
 
     /**
+     * Answers the session that met the error.
+     *
+     * @return the session; null if the error did not come from a {@link KciSession}
+     * @since 3.1.3
+     */
+    public KciSession session() {
+        return session;
+    }
+
+    /**
      * Answers the computation that the error suspended.
      *
      * @return the computation; null if nothing was suspended, or if the error did not come from a {@link KciSession}
@@ -137,13 +148,13 @@ public class TmqKciException extends RuntimeException {
 
     /**
      * Renders the error for a person: as the report of {@link KciMessages} where the message catalogue is installed,
-     * else as a line with its number and message.
+     * else as a line with its number and message. The report shows the arguments as {@link #argumentPrinter} does.
      *
      * @return the text
      */
     public String render() {
         try {
-            String report = KciMessages.report(this);
+            String report = KciMessages.report(this, 1, false, 1, argumentPrinter());
             if (report.lines().noneMatch(line -> line.startsWith(MISSING_TEXT))) {
                 return report;
             }
@@ -151,6 +162,44 @@ public class TmqKciException extends RuntimeException {
             // An error that Java code made where there is no bridge.
         }
         return "Error " + number + ": " + message + "\n";
+    }
+
+    /**
+     * Answers what shows the error's arguments in a report of {@link KciMessages}: as they {@linkplain
+     * KciObject#render() print themselves}, by their identifiers where that cannot be told now. The session is asked
+     * only if it is open and idle.
+     *
+     * @return the printer
+     * @since 3.1.3
+     */
+    public KciMessages.ObjectPrinter argumentPrinter() {
+        return oop -> {
+            if (session == null || !session.isOpen() || session.calls().isBusy()) {
+                return null;
+            }
+            try {
+                return session.object(oop).render();
+            } catch (KciException | IllegalArgumentException | IllegalStateException gone) {
+                return null;
+            }
+        };
+    }
+
+    /**
+     * Tells number, message and session.
+     *
+     * @return the text
+     */
+    @Override
+    public String toString() {
+        StringBuilder text = new StringBuilder(getClass().getName());
+        if (number != 0) {
+            text.append(": error ").append(number);
+        }
+        if (message != null) {
+            text.append(": ").append(message);
+        }
+        return session == null ? text.toString() : text.append(" (").append(session).append(')').toString();
     }
 
     /**

@@ -2,6 +2,7 @@ package com.kestrune.tmqkci;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.lang.reflect.Field;
 import java.nio.ByteBuffer;
 import java.nio.ByteOrder;
 import java.nio.file.Files;
@@ -30,9 +31,13 @@ class KciMessagesTest {
     }
 
     @Test
-    void textsSayWhatIsWrong() {
+    void textsSayWhatIsWrong() throws Exception {
         assertTrue(KciMessages.text(3613, 2010).startsWith("The receiver has no method for this selector."));
         assertTrue(KciMessages.text(3613, 1).startsWith("The error has a number that this release does not know."));
+        for (Field number : KciErrorNumber.class.getFields()) {
+            assertTrue(number.getType() == long.class || !KciMessages.text(KciErrorNumber.SYSTEM_CATEGORY,
+                    number.getInt(null)).startsWith("The error has a number that"), number.getName());
+        }
         assertEquals("errmsg.userErrTxt", KciMessages.text(10, 2010));
     }
 
@@ -43,6 +48,14 @@ class KciMessagesTest {
                 + "no such method: \u00e4\u20ac\ud83d\ude00\n[SYSTEM]  Number: 2010    Arguments: 2\n";
         assertEquals(start + "Argument 1: 4294967295\nArgument 2: 20\n", KciMessages.report(error));
         assertEquals(KciMessages.report(error), error.render());
+        assertEquals("com.kestrune.tmqkci.TmqKciException: error 2010: no such method: \u00e4\u20ac\ud83d\ude00",
+                error.toString());
+        KciSession session = KciSessionTest.login("local");
+        TmqKciException thrown = assertThrows(TmqKciException.class, () -> session.execute("nil foo: #(1 2)"));
+        assertTrue(thrown.render().contains("Argument 2: #foo:\nArgument 3: Array(Array(1 2))\n"), thrown.render());
+        assertTrue(thrown.toString().endsWith("#foo: (" + session + ")"), thrown.toString());
+        session.close();
+        assertTrue(thrown.render().contains("Argument 2: " + thrown.args[1] + "\n"), thrown.render());
         assertEquals(start + "Argument 1: <\u20ac4294967295>\nArgument 2: 20\n",
                 KciMessages.report(error, 1, false, 1, object -> object == 20 ? null : "<\u20ac" + object + ">"));
         error.fatal = true;

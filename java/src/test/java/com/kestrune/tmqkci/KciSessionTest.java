@@ -244,7 +244,16 @@ class KciSessionTest {
         } finally {
             KciBridge.lock().unlock();
         }
-        assertThrows(TmqKciException.class, () -> KciSession.login(new KciLoginOptions().server("local")));
+        KciLoginOptions again = new KciLoginOptions().server("local").user("guest");
+        assertThrows(TmqKciException.class, () -> KciSession.login(again));
+        KciSession.login(again.password("guest".toCharArray())).close();
+        assertTrue(assertThrows(IllegalStateException.class, () -> KciSession.login(again)).getMessage()
+                .startsWith("the password was overwritten"));
+        again.passwordFrom("guest"::toCharArray);
+        KciSession.login(again).close();
+        KciSession.login(again, SMALL).close();
+        assertTrue(assertThrows(TmqKciException.class, () -> KciSession.login(again, SMALL.withLinked(false)))
+                .getMessage().startsWith("this process was initialized for sessions inside it"));
         other.close();
         other.close();
         assertFalse(other.isOpen());

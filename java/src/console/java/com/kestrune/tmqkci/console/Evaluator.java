@@ -1,6 +1,7 @@
 package com.kestrune.tmqkci.console;
 
 import com.kestrune.tmqkci.KciConversionException;
+import com.kestrune.tmqkci.KciErrorNumber;
 import com.kestrune.tmqkci.KciInterruptedException;
 import com.kestrune.tmqkci.KciMessages;
 import com.kestrune.tmqkci.KciObject;
@@ -16,7 +17,6 @@ import java.util.Map;
 /** Runs inputs, expressions as well as commands, and shows what they answer. */
 final class Evaluator {
     private static final int NANOS_PER_MICRO = 1000;
-    private static final int SYNTAX_ERROR = 2005;
 
     final KciSession session;
     final Format format;
@@ -153,7 +153,7 @@ final class Evaluator {
     /** The line of the expression in which an error lies: a syntax error's argument is the position of its character. */
     private int lineIn(TmqKciException error) {
         try {
-            if (error.number == SYNTAX_ERROR && error.args.length == 1) {
+            if (error.number == KciErrorNumber.BAD_MESSAGE && error.args.length == 1) {
                 int end = expression.offsetByCodePoints(0, session.object(error.args[0]).intValue() - 1);
                 return 1 + (int) expression.substring(0, end).chars().filter(c -> c == '\n').count();
             }
@@ -190,17 +190,8 @@ final class Evaluator {
         if (lastError.number == 0) {
             return line(lastError);
         }
-        String report = KciMessages.report(lastError, 1, true, 1, this::argument);
+        String report = KciMessages.report(lastError, 1, true, 1, lastError.argumentPrinter());
         String meaning = KciMessages.text(lastError.category, lastError.number);
         return report.stripTrailing() + (meaning.startsWith("[") ? "" : "\n" + meaning);
-    }
-
-    /** An error's argument as it prints itself; null, for its identifier, if the object is gone or never was one. */
-    private String argument(long oop) {
-        try {
-            return session.isOpen() ? shown.printed(session.object(oop)) : null;
-        } catch (TmqKciException | IllegalArgumentException gone) {
-            return null;
-        }
     }
 }

@@ -26,19 +26,7 @@ final class Shown {
 
     /** How the object prints itself, no more than so many characters of it, with what is left; 0 for all. */
     String printed(KciObject object, int limit) {
-        if (object.isNil()) {
-            return "nil";
-        }
-        try {
-            return text(object.send("printString"), limit);
-        } catch (KciConversionException noText) {
-            return object.toString();
-        } catch (TmqKciException refused) {
-            if (refused.fatal) {
-                throw refused;
-            }
-            return object.toString();
-        }
+        return object.render(string -> text(string, limit));
     }
 
     /** As {@link #printed}, on one line of bounded length. */

@@ -1,0 +1,20 @@
+package com.kestrune.tmqkci;
+
+/**
+ * What all exceptions of this package have in common: a program that handles them alike catches this one. Wrong use,
+ * such as a closed session or an index out of bounds, is told by the exceptions that Java has for it.
+ *
+ * @since 3.1.3
+ */
+public class KciException extends RuntimeException {
+    private static final long serialVersionUID = 1L;
+
+    /**
+     * Makes an exception with a text.
+     *
+     * @param message what went wrong, or null
+     */
+    public KciException(String message) {
+        super(message);
+    }
+}
