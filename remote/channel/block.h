@@ -5,7 +5,8 @@
 // side knows how much it has mapped and checks every offset and length that it reads against that.
 //
 // One request is under way at a time. It lies at the body's start; its answer begins where the near side says, behind
-// it; behind the answer may follow answers to what will be asked next. Numbers in the control words are read once.
+// it; behind the answer may follow answers to what will be asked next. The host may hand on an answer before all of
+// those are made; until then the body is its, and the next request waits. Numbers in the control words are read once.
 #pragma once
 
 #include "channel/waiting.h"
@@ -30,7 +31,7 @@ struct Control {
     // The host's answer.
     alignas(64) Word answer; // the request's sequence number; a futex
     Word answerEnd;          // offset in the body: where the answers ahead begin
-    Word aheadEnd;           // and end
+    Word aheadEnd;           // and end, as far as they are made; with moreComing while there are more to make; a futex
     Word hostAsleep;
 
     // Breaks have words of their own.
@@ -40,6 +41,8 @@ struct Control {
     alignas(64) Word breakAnswer;
     Word breakAsleep; // the host's
 };
+
+constexpr uint32_t moreComing = 1; // in aheadEnd, which counts by 4
 
 constexpr size_t controlSize = 4096;
 static_assert(sizeof(Control) <= controlSize);

@@ -41,14 +41,14 @@ void wake(const Word& word) {
     syscall(SYS_futex, &word, FUTEX_WAKE, INT_MAX, nullptr, nullptr, 0);
 }
 
-bool severalProcessors() {
+bool maySpin() {
     cpu_set_t usable;
     return sched_getaffinity(0, sizeof usable, &usable) == 0 && CPU_COUNT(&usable) > 1;
 }
 
 } // namespace
 
-Spinning::Spinning() : longest(severalProcessors() ? longestSpin : 0), budget(longest) {}
+Spinning::Spinning() : longest(maySpin() ? longestSpin : 0), budget(longest) {}
 
 void Spinning::paid() {
     budget = longest;

@@ -26,6 +26,8 @@ class Spinning {
 public:
     Spinning();
     [[nodiscard]] uint32_t nanoseconds() const { return budget; }
+    // Whether both sides can run at once.
+    [[nodiscard]] bool severalProcessors() const { return longest > 0; }
     // Whether the length of the next wait asleep decides about spinning.
     [[nodiscard]] bool curious() const { return longest > 0 && budget == 0 && sleepsLeft <= 1; }
 

@@ -12,6 +12,7 @@ namespace {
 
 constexpr int waitStep = 1'000; // milliseconds
 constexpr auto relaxed = std::memory_order_relaxed;
+constexpr uint32_t longestRun = 32;
 
 // Makes room for one more. FALSE when there is no memory.
 template <class Element>
@@ -218,6 +219,20 @@ bool Server::makeAhead(const NextCall& call, Piece& piece) {
     return done;
 }
 
+// Lets the near side work on what was made up to here while more is made. With one processor that would only be a
+// change of processes each time.
+void Server::handOn(const Piece& piece) {
+    if (!spinning.severalProcessors()) {
+        return;
+    }
+    Control& control = block.control();
+    control.aheadEnd.store(static_cast<uint32_t>(piece.at - block.body()) | moreComing, std::memory_order_release);
+    if (!handedOn) {
+        handedOn = true;
+        publish(control.answer, sequence, control.nearAsleep);
+    }
+}
+
 // Saves elements of a fetched array as long as nothing else comes between; TRUE when there was one. The save that fails
 // is answered in the long form, and the last.
 bool Server::saveElements(Piece& piece) {
@@ -231,7 +246,7 @@ bool Server::saveElements(Piece& piece) {
     uint32_t count = 0;
     KciErrSType error;
     bool failed = false;
-    for (OopType oop = KCI_OOP_NONE; !failed && (oop = ahead.nextSave()) != KCI_OOP_NONE;) {
+    for (OopType oop = KCI_OOP_NONE; !failed && count < longestRun && (oop = ahead.nextSave()) != KCI_OOP_NONE;) {
         table.KciSaveObjs(&oop, 1);
         failed = table.KciErr(&error) != FALSE;
         if (!noteMade(Sequence::saveElement, oop)) {
@@ -257,6 +272,9 @@ bool Server::saveElements(Piece& piece) {
     }
     if (count > 0 || failed) {
         piece.at = to.position();
+        if (count == longestRun) {
+            handOn(piece);
+        }
         return true;
     }
     return false;
@@ -335,8 +353,14 @@ bool Server::answerRequest() {
         return false;
     }
     control.answerEnd.store(static_cast<uint32_t>(piece.at - block.body()), relaxed);
+    handedOn = false;
     lookAhead(piece);
-    control.aheadEnd.store(static_cast<uint32_t>(piece.at - block.body()), relaxed);
+    const auto end = static_cast<uint32_t>(piece.at - block.body());
+    if (handedOn) {
+        publish(control.aheadEnd, end, control.nearAsleep);
+    } else {
+        control.aheadEnd.store(end, relaxed);
+    }
     return true;
 }
 
@@ -350,11 +374,16 @@ bool Server::serve() {
         if (asked == sequence) {
             continue;
         }
-        if (asked != following(sequence) || !answerRequest()) {
+        if (asked != following(sequence)) {
             return false;
         }
         sequence = asked;
-        publish(control.answer, sequence, control.nearAsleep);
+        if (!answerRequest()) {
+            return false;
+        }
+        if (!handedOn) {
+            publish(control.answer, sequence, control.nearAsleep);
+        }
         afterAnswer();
     }
 }

@@ -51,6 +51,7 @@ private:
     void lookAhead(Piece& piece);
     bool makeAhead(const NextCall& call, Piece& piece);
     bool saveElements(Piece& piece);
+    void handOn(const Piece& piece);
     bool noteMade(uint32_t step, OopType saved);
     void settleAhead(uint32_t used);
     void exported(OopType oop);
@@ -81,6 +82,7 @@ private:
     size_t askedCount = 0;
     KciSessionIdType askedBy = 0;
     bool arrayInBlock = false; // the answer that is being made holds the elements
+    bool handedOn = false;     // and is out, while answers ahead are still being made
 
     KciSessionIdType session = 0;
     Exported* exports = nullptr;

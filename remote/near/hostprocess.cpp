@@ -284,6 +284,7 @@ void HostProcess::watchUntilEnd() {
     }
     collect(endLimit);
     publishGone(shared.control().answer);
+    publishGone(shared.control().aheadEnd);
     publishGone(shared.control().breakAnswer);
 }
 

@@ -78,7 +78,6 @@ bool Near::startHost(Problem& problem) {
     ++hostsStarted;
     sequence = 0;
     breakSequence = 0;
-    dropAhead();
     usedAhead = 0;
     return true;
 }
@@ -107,7 +106,7 @@ void Near::forgetInFork() {
     if (state == State::serving) {
         state = State::forked;
         host.forgetInFork();
-        dropAhead();
+        forgetAhead();
     }
 }
 
@@ -120,7 +119,7 @@ void Near::lose(const char* why) {
         pthread_mutex_unlock(&breakLock);
     }
     state = State::ended;
-    dropAhead();
+    forgetAhead();
     endSessions();
     if (why != nullptr) {
         fail(ErrorNumber::hostEnded, true, "the client library's host process was ended: %s", why);
@@ -203,32 +202,66 @@ bool Near::exchange(EntryId id, size_t size) {
     while (answered == before) {
         answered = awaitChange(control.answer, before, control.nearAsleep, spinning, waitStep);
     }
-    if (answered == goneMark) {
+    const uint32_t made = control.aheadEnd.load(std::memory_order_acquire);
+    if (answered == goneMark || made == goneMark) {
         lose(nullptr);
         return false;
     }
     const size_t end = control.answerEnd.load(relaxed);
-    const size_t aheadEnd = control.aheadEnd.load(relaxed);
-    if (answered != sequence || end < answerAt || aheadEnd < end || aheadEnd > block.bodySize() || end % 4 != 0 ||
-        aheadEnd % 4 != 0) {
+    if (answered != sequence || end < answerAt || end % 4 != 0 || !takeAhead(end, made)) {
         lose("it gave an answer that is none");
         return false;
     }
     answer = Reader(block.body() + answerAt, end - answerAt);
-    ahead = Reader(block.body() + end, aheadEnd - end);
-    hasAhead = aheadEnd > end;
     return true;
 }
 
+bool Near::takeAhead(size_t begin, uint32_t made) {
+    const Block& block = host.block();
+    const size_t end = made & ~moreComing;
+    if (begin > end || end > block.bodySize() || end % 4 != 0) {
+        return false;
+    }
+    ahead = Reader(block.body() + begin, end - begin);
+    aheadEnd = made;
+    hasAhead = mayHaveAhead();
+    return true;
+}
+
+bool Near::awaitAhead() {
+    Control& control = host.block().control();
+    while (ahead.atEnd() && (aheadEnd & moreComing) != 0) {
+        const uint32_t made = awaitChange(control.aheadEnd, aheadEnd, control.nearAsleep, spinning, waitStep);
+        if (made == goneMark) {
+            // The next exchange tells.
+            forgetAhead();
+        } else if (!takeAhead(aheadEnd & ~moreComing, made)) {
+            host.hangUp(true);
+            forgetAhead();
+        }
+    }
+    return !ahead.atEnd();
+}
+
 void Near::dropAhead() {
+    while ((aheadEnd & moreComing) != 0) {
+        ahead = Reader();
+        awaitAhead();
+    }
+    forgetAhead();
+}
+
+void Near::forgetAhead() {
+    ahead = Reader();
+    aheadEnd = 0;
     hasAhead = false;
     savedElements = 0;
 }
 
 bool Near::savedAhead(OopType oop) {
     if (savedElements == 0) {
-        Reader next = ahead;
-        if (!hasAhead || next.get<uint32_t>() != savedRun) {
+        Reader next = awaitAhead() ? ahead : Reader();
+        if (next.get<uint32_t>() != savedRun) {
             return false;
         }
         savedElements = next.get<uint32_t>();
@@ -245,7 +278,7 @@ bool Near::savedAhead(OopType oop) {
     }
     --savedElements;
     ++usedAhead;
-    hasAhead = savedElements > 0 || !ahead.atEnd();
+    hasAhead = savedElements > 0 || mayHaveAhead();
     return true;
 }
 

@@ -1,8 +1,9 @@
 // The near side: what stands behind the table of stubs.
 //
 // It keeps what needs no exchange: the error of each session, so that KciErr is answered here, and which session is
-// current. After an exchange it holds the answers that the host sent ahead; the next call gets the first of them when
-// it is the very call with the very arguments, else all of them are dropped. Selecting a session drops them as well.
+// current. After an exchange it holds the answers that the host sent ahead, and gets more while the host makes them;
+// the next call gets the first of them when it is the very call with the very arguments, else all of them are dropped.
+// Selecting a session drops them as well.
 //
 // Session numbers are the host's as long as there was one host process. When it ends, its sessions answer that they
 // ended with it; the next login starts another host, whose numbers are passed on unless a session of an earlier host
@@ -91,7 +92,14 @@ private:
     // Sends it; answer and ahead are set, or the host is lost.
     bool exchange(EntryId id, size_t size);
     void lose(const char* why);
+    // Waits until the host is done with the body, and forgets what it made ahead.
     void dropAhead();
+    void forgetAhead();
+    // Takes what the host says about its answers ahead, from `begin` on. FALSE when that cannot be.
+    bool takeAhead(size_t begin, uint32_t aheadEnd);
+    // Whether there is an answer ahead; waits while the host makes more.
+    bool awaitAhead();
+    [[nodiscard]] bool mayHaveAhead() const { return !ahead.atEnd() || (aheadEnd & moreComing) != 0; }
     // Whether the host has already saved this object, the next one of a fetched array.
     bool savedAhead(OopType oop);
     void record(const KciErrSType& error);
@@ -110,6 +118,7 @@ private:
     uint32_t sequence = 0;
     Reader answer;
     Reader ahead;
+    uint32_t aheadEnd = 0;
     bool hasAhead = false;
     uint32_t usedAhead = 0;
     // The elements of the array that was fetched last, and how many of the next are saved.
@@ -168,12 +177,12 @@ typename Row::Result Near::callShape(EntryId id, const typename Row::Arguments& 
         }
     };
     if constexpr (mayBeAhead) {
-        if (hasAhead && savedElements == 0) {
+        if (hasAhead && savedElements == 0 && awaitAhead()) {
             Reader next = ahead;
             if (next.get<uint32_t>() == static_cast<uint32_t>(id) && matchesRequest<Row>(next, arguments) &&
                 answerFrom<Row>(next, arguments, result)) [[likely]] {
                 ahead = next;
-                hasAhead = !next.atEnd();
+                hasAhead = mayHaveAhead();
                 ++usedAhead;
                 return finish();
             }

@@ -143,12 +143,18 @@ TEST_F(Remote, SavesWhatItFetchesInOneExchange) {
         EXPECT_EQ(exchanges(), expected);
         EXPECT_EQ(calls(), "KciFetchVaryingOops(200, 1, 1000)" + saves);
     }
-    client().fail("KciSaveObjs", clientError(2101, "the fifth"), 5);
-    EXPECT_EQ(fetch(200, 1000, 1000), "the fifth");
-    EXPECT_EQ(exchanges(), 1u);
-    client().fail("KciSaveObjs", clientError(2101, "the first"));
-    EXPECT_EQ(fetch(200, 1000, 1000), "the first");
-    EXPECT_EQ(exchanges(), 1u);
+    for (const int failing : {5, 500, 1}) {
+        client().fail("KciSaveObjs", clientError(2101, "one of them"), failing);
+        EXPECT_EQ(fetch(200, 1000, 1000), "one of them");
+        EXPECT_EQ(exchanges(), 1u);
+    }
+    calls();
+    // A request that lies where the host still writes: it waits.
+    EXPECT_EQ(fetch(200, 1000, 40), "");
+    const std::string large(remote::firstBodySize, 'x');
+    table->KciNbExecuteStr(large.c_str(), 10);
+    EXPECT_EQ(calls(), "KciFetchVaryingOops(200, 1, 1000)" + saves + " KciNbExecuteStr('" + large + "', 10)");
+    EXPECT_EQ(fetch(200, 1000, 1000), "");
     calls();
 
     // What nobody asks for is released, unless the session holds it; and nobody asks for it ahead until it is seen.

@@ -47,6 +47,7 @@ bool HostProcess::start(int, const char*, Problem& problem) {
         if (!server->serve()) {
             end.set("ended by a request that is none");
             publishGone(shared.control().answer);
+            publishGone(shared.control().aheadEnd);
         }
     });
     breaking = std::thread([] { server->serveBreaks(); });
