@@ -79,6 +79,7 @@ foreach(configuration IN LISTS java_configurations)
   # It sends double-byte strings: the release of one that was lent ends a checked virtual machine.
   java_class(KciSessionTest)
   java_class(KciThreadsTest)
+  java_class(KciMonitorTest)
   java_class(ReferenceCountTest)
   java_class(SecondCopyTest -Xcheck:jni)
   java_class(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE:tmqkci313${suffix}>" -Xcheck:jni)

@@ -77,18 +77,24 @@ public final class KciSession implements AutoCloseable {
      */
     public static KciSession login(KciLoginOptions options, KciBridgeOptions bridge) {
         char[][] passwords = {};
+        Object event = FlightEvents.beginLogin();
+        long begin = System.nanoTime();
+        int id = -1;
+        int error = 0;
         try {
             passwords = options.takePasswords();
             KciBridge.prepare(bridge);
             TmqKciException report = new TmqKciException();
             KciBridge.acquire();
             try {
-                int id = options.login(passwords, report);
+                id = options.login(passwords, report);
                 if (id < 0) {
                     throw KciBridge.failure(id, report);
                 }
                 try {
-                    return new KciSession(id, options.toString(), KciBridge.maxReferences(id));
+                    KciSession session = new KciSession(id, options.toString(), KciBridge.maxReferences(id));
+                    KciMonitor.loggedIn(session, null, begin);
+                    return session;
                 } catch (TmqKciException unusable) {
                     TmqKciInterface._logout(id, report);
                     throw unusable;
@@ -96,7 +102,12 @@ public final class KciSession implements AutoCloseable {
             } finally {
                 KciBridge.lock().unlock();
             }
+        } catch (TmqKciException failure) {
+            error = failure.number;
+            KciMonitor.loggedIn(options, failure, begin);
+            throw failure;
         } finally {
+            FlightEvents.end(event, id, "login", error);
             KciLoginOptions.wipe(passwords);
             options.wipe();
         }

@@ -25,8 +25,6 @@ final class SessionCalls {
     private static final long CLOSING_GRACE_NANOS = 1_000_000_000;
     private static final int LARGEST_BATCH = 4096;
 
-    private static final System.Logger LOG = System.getLogger("com.kestrune.tmqkci");
-
     private final KciSession session;
     private final int id;
     private final ExportSet exports;
@@ -110,6 +108,22 @@ final class SessionCalls {
      * @return the result, counted as a reference; null if it was no longer wanted
      */
     TmqKciReport run(String text, Arguments args, BooleanSupplier abandoned) {
+        Object event = FlightEvents.beginCall();
+        if (event == null) {
+            return answer(text, args, abandoned);
+        }
+        int error = 0;
+        try {
+            return answer(text, args, abandoned);
+        } catch (TmqKciException failure) {
+            error = failure.number;
+            throw failure;
+        } finally {
+            FlightEvents.end(event, id, args == null || text == null ? "execute" : text, error);
+        }
+    }
+
+    private TmqKciReport answer(String text, Arguments args, BooleanSupplier abandoned) {
         arguments = args;
         TmqKciReport result = new TmqKciReport();
         try {
@@ -131,7 +145,17 @@ final class SessionCalls {
                 releaseArguments();
             }
         }
-        return await(result, abandoned) ? result : null;
+        // Only what does not end at once can be slow.
+        long begin = System.nanoTime();
+        int error = 0;
+        try {
+            return await(result, abandoned) ? result : null;
+        } catch (TmqKciException failure) {
+            error = failure.number;
+            throw failure;
+        } finally {
+            KciMonitor.waited(session, text, error, begin);
+        }
     }
 
     private void start(String text, Arguments args) {
@@ -152,6 +176,7 @@ final class SessionCalls {
         }
         check(status);
         running = true;
+        KciMonitor.callBegan();
     }
 
     /** Asks for the result once, with the bridge's lock held; answers whether the call has ended. */
@@ -238,8 +263,8 @@ final class SessionCalls {
             int status = TmqKciInterface._releaseOops(id, batch, count, emptyReport());
             if (status < 0) {
                 // It concerns nothing that the caller asked for; the server keeps the objects until the logout.
-                LOG.log(System.Logger.Level.WARNING, "{0}: {1} objects were not released: {2}", session, count,
-                        report.getMessage());
+                KciMonitor.LOG.log(System.Logger.Level.WARNING, session + ": " + count
+                        + " objects were not released, error " + report.number);
                 if (report.fatal) {
                     throw failure(status);
                 }
@@ -262,19 +287,23 @@ final class SessionCalls {
 
     private TmqKciException failure(int status) {
         TmqKciException failure = KciBridge.failure(status, report);
+        KciMonitor.failed();
         KciProcess process = null;
         if (ExportSet.holds(failure.context)) {
             exports.retain(failure.context);
             process = new KciProcess(new KciObject(session, failure.context, null));
         }
         if (failure.fatal) {
-            end("was ended by error " + failure.number + ": " + failure.getMessage());
+            end("was ended by error " + failure.number + ": " + failure.getMessage(), failure, System.nanoTime());
         }
         return failure.from(session, process);
     }
 
-    private void end(String reason) {
+    private void end(String reason, TmqKciException error, long begin) {
         running = false;
+        if (ended == null) {
+            KciMonitor.ended(session, error, begin);
+        }
         ended = reason;
         exports.close();
     }
@@ -291,8 +320,9 @@ final class SessionCalls {
             KciBridge.lock().lock();
             try {
                 if (ended == null) {
+                    long begin = System.nanoTime();
                     check(TmqKciInterface._logout(id, emptyReport()));
-                    end("is closed");
+                    end("is closed", null, begin);
                 }
             } finally {
                 KciBridge.lock().unlock();
