@@ -43,6 +43,10 @@ void Process::addRoots(CodeTable& codes, const std::function<void(Oop)>& mark) c
         mark(frame.scope);
         mark(frame.home);
     }
+    for (const Filling& filling : fillings) {
+        mark(filling.to);
+        mark(filling.from);
+    }
     if (failure) {
         for (Oop argument : failure->arguments) {
             mark(argument);
@@ -99,6 +103,10 @@ Outcome Interpreter::run(Process& process, uint32_t& steps) {
         }
         process.wakeAt = 0;
     }
+    if (!fillMore(process)) {
+        steps = 0;
+        return Outcome::Progressed;
+    }
     current = &process;
     stepsLeft = steps;
     try {
@@ -128,7 +136,14 @@ Outcome Interpreter::run(Process& process, uint32_t& steps) {
     if (process.wakeAt != 0) {
         return Outcome::Waiting;
     }
-    return process.frames.empty() ? Outcome::Finished : Outcome::Progressed;
+    return process.frames.empty() && process.fillings.empty() ? Outcome::Finished : Outcome::Progressed;
+}
+
+bool Interpreter::fillMore(Process& process) {
+    if (!process.fillings.empty() && process.fillings.front().step(view)) {
+        process.fillings.erase(process.fillings.begin());
+    }
+    return process.fillings.empty();
 }
 
 namespace {
@@ -353,6 +368,13 @@ bool Interpreter::repeat() {
     --current->frames.back().next;
     stepsLeft = 0;
     return true;
+}
+
+void Interpreter::fill(Filling filling) {
+    if (!current->fillings.empty() || !filling.step(view)) {
+        current->fillings.push_back(filling);
+        stepsLeft = 0;
+    }
 }
 
 Oop Interpreter::readGlobal(Oop name) {

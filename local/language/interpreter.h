@@ -2,6 +2,7 @@
 #pragma once
 
 #include "language/failure.h"
+#include "language/filling.h"
 #include "language/runtime.h"
 
 #include <algorithm>
@@ -67,6 +68,7 @@ struct Process {
     OopStack stack;
     std::vector<Frame> frames;
     int64_t wakeAt = 0;             // milliseconds of the monotonic clock; 0 when it does not wait
+    std::vector<Filling> fillings;  // to be done before the next instruction
     std::optional<Failure> failure; // why it is suspended
     bool failureTakesResult = true; // continuing supplies the failing expression's value
 
@@ -113,6 +115,8 @@ public:
     Oop callSelector(Oop selector, std::span<const Oop> arguments);
     // The message at work is to be sent again: it is not done. False where that cannot be, and it must be done at once.
     bool repeat();
+    // Puts a text into another; of a large one the rest is put before the next instruction, a piece at a time.
+    void fill(Filling filling);
     static int64_t monotonicMilliseconds();
     void wait(int64_t milliseconds);
     std::optional<int32_t> lookup(Oop receiver, Oop startClass, Oop selector, bool classSide);
@@ -130,6 +134,8 @@ private:
         int32_t code = 0;
     };
 
+    // FALSE when there is more to put.
+    bool fillMore(Process& process);
     void interpret(Process& process);
     void send(Oop selector, uint32_t argumentCount, const Code* superOf);
     void sendOnce(Oop selector, uint32_t argumentCount, const Code* superOf);

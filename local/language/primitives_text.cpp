@@ -75,7 +75,8 @@ bool fitsBytes(const Units& units) {
 }
 
 // Puts a text, which fits, into another one from a character on; that one may become longer, and may be the same.
-void putUnits(const View& view, Oop self, uint32_t at, Oop other) {
+void putUnits(Interpreter& interpreter, Oop self, uint32_t at, Oop other) {
+    const View& view = interpreter.view;
     Units units(view, other);
     uint32_t width = unitSize(view, self);
     uint32_t count = units.size();
@@ -85,18 +86,29 @@ void putUnits(const View& view, Oop self, uint32_t at, Oop other) {
     }
     if (end > view.size(self)) {
         view.resize(self, static_cast<uint32_t>(end));
-        units = Units(view, other);
     }
-    if (width == (units.isWide ? 2 : 1)) {
+    if (width == (units.isWide ? 2 : 1) && count <= Filling::piece) {
         view.copyElements(self, at * width, other, 0, count * width);
         return;
     }
-    std::string bytes(count * width, '\0');
-    for (uint32_t i = 0; i < count; ++i) {
-        char16_t unit = units[i];
-        std::copy_n(reinterpret_cast<const char*>(&unit), width, &bytes[i * width]);
+    interpreter.fill({self, at, other, 0, count});
+}
+
+Oop newUnits(const View& view, bool isWide, uint64_t count) {
+    const uint64_t size = isWide ? 2 * count : count;
+    if (size > Store::maxBytes) {
+        throw StoreFull{};
     }
-    view.writeBytes(self, at * width, {reinterpret_cast<const ByteType*>(bytes.data()), bytes.size()});
+    return view.create({isWide ? kernel::DoubleByteString : kernel::String, Body::Byte, true, 0},
+                       static_cast<uint32_t>(size));
+}
+
+// A new text of a part of another, changed.
+Oop newFrom(Interpreter& interpreter, Oop from, uint32_t first, uint32_t count, bool isWide,
+            Filling::Change change = Filling::Change::None) {
+    Oop text = newUnits(interpreter.view, isWide, count);
+    interpreter.fill({text, 0, from, first, first + count, change});
+    return text;
 }
 
 void checkText(const View& view, Oop oop) {
@@ -121,14 +133,9 @@ Oop add(Interpreter& interpreter, Oop self, Arguments arguments) {
     if (isCharacter(added)) {
         writeUnit(view, self, unitCount(view, self), characterValue(added));
     } else {
-        putUnits(view, self, unitCount(view, self), added);
+        putUnits(interpreter, self, unitCount(view, self), added);
     }
     return added;
-}
-
-// A double-byte string stays one; others become one when a character asks for it.
-Oop newLike(const View& view, Oop model, std::u16string_view units) {
-    return isDoubleByte(view, model) ? newDoubleByteString(view, units) : newText(view, units);
 }
 
 // A double-byte string as soon as one of both is.
@@ -140,14 +147,9 @@ Oop concatenate(Interpreter& interpreter, Oop self, Arguments arguments) {
         return view.store().join(view.session(), self, arguments[0]);
     }
     uint32_t leftCount = unitCount(view, self);
-    uint64_t size = (uint64_t{leftCount} + unitCount(view, arguments[0])) * (isWide ? 2 : 1);
-    if (size > Store::maxBytes) {
-        throw StoreFull{};
-    }
-    Oop both = view.create({isWide ? kernel::DoubleByteString : kernel::String, Body::Byte, true, 0},
-                           static_cast<uint32_t>(size));
-    putUnits(view, both, 0, self);
-    putUnits(view, both, leftCount, arguments[0]);
+    Oop both = newUnits(view, isWide, uint64_t{leftCount} + unitCount(view, arguments[0]));
+    putUnits(interpreter, both, 0, self);
+    putUnits(interpreter, both, leftCount, arguments[0]);
     return both;
 }
 
@@ -167,8 +169,7 @@ Oop newBlank(Interpreter& interpreter, Oop self, Arguments arguments) {
     const View& view = interpreter.view;
     auto size = static_cast<uint32_t>(needIntegerIn(view, arguments[0], 0, Store::maxBytes));
     Oop text = kernel::newInstance(view, self, size);
-    std::string blanks(size, ' ');
-    view.writeBytes(text, 0, {reinterpret_cast<const ByteType*>(blanks.data()), size});
+    interpreter.fill({text, 0, text, 0, size, Filling::Change::Blank});
     return text;
 }
 
@@ -181,12 +182,7 @@ Oop copyRange(Interpreter& interpreter, Oop self, Arguments arguments) {
         failSubscript(view, self, first < 1 ? arguments[0] : arguments[1]);
     }
     uint32_t length = first > last ? 0 : static_cast<uint32_t>(last - first + 1);
-    if (!isDoubleByte(view, self)) {
-        Oop part = view.create({kernel::String, Body::Byte, true, 0}, length);
-        view.copyElements(part, 0, self, static_cast<uint32_t>(first - 1), length);
-        return part;
-    }
-    return newLike(view, self, textOf(view, self, static_cast<uint32_t>(first - 1), length));
+    return newFrom(interpreter, self, static_cast<uint32_t>(first - 1), length, isDoubleByte(view, self));
 }
 
 // The first position at or after a given one at which a text occurs; 0 for none. After some work it answers from where
@@ -222,27 +218,10 @@ Oop less(Interpreter& interpreter, Oop self, Arguments arguments) {
     return booleanOop(Units(interpreter.view, self).compare(Units(interpreter.view, arguments[0])) < 0);
 }
 
-// Letters of the Latin-1 range; others stay as they are.
-template <bool upper>
+template <Filling::Change change>
 Oop changeCase(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
-    auto change = [](uint32_t unit) {
-        bool lowerCase = (unit >= 'a' && unit <= 'z') || (unit >= 0xE0 && unit <= 0xFE && unit != 0xF7);
-        bool upperCase = (unit >= 'A' && unit <= 'Z') || (unit >= 0xC0 && unit <= 0xDE && unit != 0xD7);
-        return (upper ? lowerCase : upperCase) ? unit ^ 0x20 : unit;
-    };
-    if (isDoubleByte(view, self)) {
-        std::u16string units = textOf(view, self);
-        for (char16_t& unit : units) {
-            unit = static_cast<char16_t>(change(unit));
-        }
-        return newDoubleByteString(view, units);
-    }
-    std::string bytes = bytesOf(view, self);
-    for (char& byte : bytes) {
-        byte = static_cast<char>(change(static_cast<ByteType>(byte)));
-    }
-    return newString(view, bytes);
+    return newFrom(interpreter, self, 0, unitCount(view, self), isDoubleByte(view, self), change);
 }
 
 Oop asSymbol(Interpreter& interpreter, Oop self, Arguments) {
@@ -251,19 +230,18 @@ Oop asSymbol(Interpreter& interpreter, Oop self, Arguments) {
 
 Oop asString(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
-    if (!isDoubleByte(view, self)) {
-        Oop copy = view.create({kernel::String, Body::Byte, true, 0}, view.size(self));
-        view.copyElements(copy, 0, self, 0, view.size(self));
-        return copy;
-    }
-    return newText(interpreter.view, textOf(interpreter.view, self));
+    return newFrom(interpreter, self, 0, unitCount(view, self), !fitsBytes(Units(view, self)));
 }
 
 Oop asDoubleByteString(Interpreter& interpreter, Oop self, Arguments) {
-    return newDoubleByteString(interpreter.view, textOf(interpreter.view, self));
+    return newFrom(interpreter, self, 0, unitCount(interpreter.view, self), true);
 }
 
 Oop asNumber(Interpreter& interpreter, Oop self, Arguments) {
+    constexpr uint32_t longestNumber = 1u << 20;
+    if (unitCount(interpreter.view, self) > longestNumber) {
+        return nil;
+    }
     std::optional<Number> number = readNumber(encodeText(textOf(interpreter.view, self)));
     return number ? newNumber(interpreter.view, *number) : nil;
 }
@@ -271,25 +249,26 @@ Oop asNumber(Interpreter& interpreter, Oop self, Arguments) {
 // As the text would be written in source.
 Oop print(Interpreter& interpreter, Oop self, Arguments) {
     const View& view = interpreter.view;
-    bool isSymbol = view.classOf(self) == kernel::Symbol;
+    const bool isSymbol = view.classOf(self) == kernel::Symbol;
     if (isSymbol && isSymbolWord(textOf(view, self))) {
         return newString(view, "#" + bytesOf(view, self));
     }
-    if (!isDoubleByte(view, self)) {
-        std::string bytes = bytesOf(view, self);
-        std::string quoted = isSymbol ? "#'" : "'";
-        quoted.reserve(bytes.size() + 8);
-        for (size_t from = 0, end = 0; end != bytes.npos; from = end) {
-            end = bytes.find('\'', from + (from == 0 ? 0 : 1));
-            quoted.append(bytes, from, end - from).append(end == bytes.npos ? 0 : 1, '\'');
-        }
-        return newString(view, quoted += '\'');
+    const Units units(view, self);
+    const uint32_t count = units.size();
+    uint32_t quotes = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        quotes += units[i] == u'\'' ? 1 : 0;
     }
-    std::u16string quoted = u"w'";
-    for (char16_t unit : textOf(view, self)) {
-        quoted.append(unit == u'\'' ? 2 : 1, unit);
+    const std::u16string_view begin = units.isWide ? u"w'" : isSymbol ? u"#'" : u"'";
+    const bool isWide = !fitsBytes(units);
+    const auto beginCount = static_cast<uint32_t>(begin.size());
+    Oop text = newUnits(view, isWide, uint64_t{beginCount} + count + quotes + 1);
+    for (uint32_t i = 0; i < beginCount; ++i) {
+        writeUnit(view, text, i, begin[i]);
     }
-    return newText(view, quoted + u"'");
+    writeUnit(view, text, beginCount + count + quotes, u'\'');
+    interpreter.fill({text, beginCount, self, 0, count, Filling::Change::Quote});
+    return text;
 }
 
 constexpr Primitive rows[] = {
@@ -303,8 +282,8 @@ constexpr Primitive rows[] = {
     {kernel::Text, false, "findText:from:", findText},
     {kernel::String, true, "new:", newBlank},
     {kernel::Text, false, "<", less},
-    {kernel::Text, false, "asUppercase", changeCase<true>},
-    {kernel::Text, false, "asLowercase", changeCase<false>},
+    {kernel::Text, false, "asUppercase", changeCase<Filling::Change::Upper>},
+    {kernel::Text, false, "asLowercase", changeCase<Filling::Change::Lower>},
     {kernel::Text, false, "asSymbol", asSymbol},
     {kernel::Text, false, "asString", asString},
     {kernel::Text, false, "asDoubleByteString", asDoubleByteString},
