@@ -248,6 +248,12 @@ class Terminal(Case):
         self.converse(("\x03", "tmqkci> "), ("6 * 7\r", "\n42\r.*tmqkci> "))
         self.assert_ends("\x04")
 
+    def test_ends_in_spite_of_a_call_that_never_does(self):
+        self.start()
+        self.converse(("[true] whileTrue: []\r", "true"), ("\x03", "interrupted; the server has stopped it.*tmqkci> "),
+                      ("5 fac\t", "fac"), ("\x03\x15:time\r", "tmqkci> "))
+        self.assert_ends(":quit\r")
+
     def test_poor_terminals(self):
         os.makedirs(self.home + "/state/tmqkci/history")  # where a file should be
         self.start(rows=0, columns=0, XDG_STATE_HOME=self.home + "/state")

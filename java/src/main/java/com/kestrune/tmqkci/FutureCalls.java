@@ -38,7 +38,11 @@ final class FutureCalls {
                     }
                 };
             } catch (Throwable failure) {
-                completion = () -> future.completeExceptionally(failure);
+                completion = () -> {
+                    if (!future.completeExceptionally(failure) && failure instanceof TmqKciException error) {
+                        error.releaseProcess();
+                    }
+                };
             }
             // Not here: what depends on the future may call the session, and wait for this very thread.
             future.defaultExecutor().execute(completion);

@@ -17,4 +17,14 @@ public class KciException extends RuntimeException {
     public KciException(String message) {
         super(message);
     }
+
+    /**
+     * Tells whether what failed may succeed when the same is done again in the same session, and does nothing twice: a
+     * transaction whose commit was refused, a call that was not begun.
+     *
+     * @return whether it may
+     */
+    public boolean isRetryable() {
+        return false;
+    }
 }

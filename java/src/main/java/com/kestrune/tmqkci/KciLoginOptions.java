@@ -1,5 +1,6 @@
 package com.kestrune.tmqkci;
 
+import java.time.Duration;
 import java.util.Arrays;
 import java.util.function.Supplier;
 
@@ -20,6 +21,7 @@ public final class KciLoginOptions {
     private Secret password = Secret.NONE;
     private String hostUser;
     private Secret hostPassword = Secret.NONE;
+    private long callLimit;
 
     /** A password, or where it comes from. One that is wiped is neither. */
     private record Secret(char[] given, Supplier<char[]> source, boolean wiped) {
@@ -136,6 +138,25 @@ public final class KciLoginOptions {
     public KciLoginOptions hostPasswordFrom(Supplier<char[]> source) {
         hostPassword = new Secret(null, source, false);
         return this;
+    }
+
+    /**
+     * Sets how long each method of the session may take, the wait for its turn included. One that takes longer is
+     * stopped as by {@link KciSession#interrupt}, and ends with a {@link KciTimeoutException}. The login itself, the
+     * logout, and what waits inside native code, such as each slice of a transfer, are not stopped.
+     *
+     * @param limit the limit, above zero; null, as long as nothing is set, for none
+     * @return this
+     * @throws IllegalArgumentException if the limit is zero or negative
+     * @since 3.1.3
+     */
+    public KciLoginOptions callTimeout(Duration limit) {
+        callLimit = SessionCalls.nanos(limit);
+        return this;
+    }
+
+    long callLimit() {
+        return callLimit;
     }
 
     /**

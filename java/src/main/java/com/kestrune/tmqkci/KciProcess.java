@@ -16,8 +16,9 @@ public final class KciProcess {
     }
 
     /**
-     * Continues the computation with a value in place of the message that failed, and waits for its end. It waits in
-     * native code: neither an interrupt nor a time-out ends the wait, and no other session's call runs meanwhile.
+     * Continues the computation with a value in place of the message that failed, and waits for its end, as {@link
+     * KciSession#execute(String)} does. Where the client library cannot continue without waiting itself, neither an
+     * interrupt nor a limit ends the wait, and no other session's call runs meanwhile.
      *
      * @param value the value, converted as an argument of {@link KciSession#send}
      * @return the computation's result
@@ -25,28 +26,39 @@ public final class KciProcess {
      */
     public KciObject continueWith(Object value) {
         KciSession session = process.session();
-        TmqKciReport result = new TmqKciReport();
-        session.calls().enter();
+        SessionCalls calls = session.calls();
+        calls.enter();
         try {
             Arguments arguments = new Arguments(session, process, value);
-            try {
-                session.calls().call(report -> {
-                    int status = TmqKciInterface._continue(session.id(), arguments.receiver, false,
-                            arguments.reports[0], result, null, null, report);
-                    arguments.retainCreated(session.exports());
-                    if (status == 0) {
-                        session.exports().retain(result.oop);
-                    }
-                    return status;
-                });
-            } finally {
-                arguments.releaseCreated(session.exports());
+            TmqKciReport result = calls.run(error -> TmqKciControl._nbContinue(session.id(), arguments.receiver,
+                    arguments.reports[0], error), "continueWith", arguments, null);
+            if (result == null) {
+                result = waitInside(session, new Arguments(session, process, value));
             }
             return new KciObject(session, result.oop, result);
         } finally {
-            session.calls().leave();
+            calls.leave();
             Reference.reachabilityFence(process);
         }
+    }
+
+    /** For client libraries that can only wait themselves. */
+    private static TmqKciReport waitInside(KciSession session, Arguments arguments) {
+        TmqKciReport result = new TmqKciReport();
+        try {
+            session.calls().call(error -> {
+                int status = TmqKciInterface._continue(session.id(), arguments.receiver, false, arguments.reports[0],
+                        result, null, null, error);
+                arguments.retainCreated(session.exports());
+                if (status == 0) {
+                    session.exports().retain(result.oop);
+                }
+                return status;
+            });
+        } finally {
+            arguments.releaseCreated(session.exports());
+        }
+        return result;
     }
 
     /**

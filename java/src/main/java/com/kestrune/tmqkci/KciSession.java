@@ -1,11 +1,13 @@
 package com.kestrune.tmqkci;
 
 import java.lang.ref.Cleaner;
+import java.time.Duration;
 import java.util.Arrays;
 import java.util.List;
 import java.util.Objects;
 import java.util.concurrent.CompletableFuture;
 import java.util.function.BooleanSupplier;
+import java.util.function.Supplier;
 import java.util.stream.Stream;
 
 /**
@@ -19,9 +21,11 @@ import java.util.stream.Stream;
  * }</pre>
  *
  * <p>All methods are thread-safe. A session runs one call at a time; threads that want more wait for their turn, in the
- * order in which they came. While a thread waits, for its turn or for a result, an interrupt ends the wait with a
- * {@link KciInterruptedException}; logging in, continuing a process and each slice of a transfer wait in native code,
- * and end only by themselves. What the server has begun it finishes: the session's next call waits for that first.
+ * order in which they came. An interrupt of a thread that waits, {@link #interrupt}, the completion of a future from
+ * outside and a {@link KciLoginOptions#callTimeout limit} end a wait with a {@link KciInterruptedException}. A call that
+ * runs is broken off then: softly first, and hard when the server has not answered after a second. When it has not
+ * answered a second later either, the caller leaves, and the session's next call waits for the end of this one. Logging
+ * in and out, committing and each slice of a transfer wait in native code, and end only by themselves.
  *
  * <p>Every method throws {@link TmqKciException} for an error of the server or the bridge, {@link
  * IllegalStateException} when the session has ended, and {@link KciConversionException} for a value that has no
@@ -34,6 +38,8 @@ public final class KciSession implements AutoCloseable {
     /** One thread for all sessions; it makes no call. */
     private static final Cleaner CLEANER = Cleaner.create();
 
+    private static final Duration CLOSE_LIMIT = Duration.ofSeconds(10);
+
     private final int id;
     private final String name;
     private final ExportSet exports = new ExportSet();
@@ -41,10 +47,10 @@ public final class KciSession implements AutoCloseable {
     private final Transfers transfers;
     private final FutureCalls futures;
 
-    private KciSession(int id, String name, int maxReferences) {
+    private KciSession(int id, KciLoginOptions options, int maxReferences) {
         this.id = id;
-        this.name = name;
-        calls = new SessionCalls(this, id, exports, maxReferences);
+        this.name = options.toString();
+        calls = new SessionCalls(this, id, exports, maxReferences, options.callLimit());
         transfers = new Transfers(this, calls, maxReferences);
         futures = new FutureCalls(id);
     }
@@ -92,7 +98,7 @@ public final class KciSession implements AutoCloseable {
                     throw KciBridge.failure(id, report);
                 }
                 try {
-                    KciSession session = new KciSession(id, options.toString(), KciBridge.maxReferences(id));
+                    KciSession session = new KciSession(id, options, KciBridge.maxReferences(id));
                     KciMonitor.loggedIn(session, null, begin);
                     return session;
                 } catch (TmqKciException unusable) {
@@ -172,17 +178,18 @@ public final class KciSession implements AutoCloseable {
 
     /**
      * Begins what {@link #execute(String)} does, without waiting. When the future is completed from outside, by {@link
-     * CompletableFuture#cancel}, {@link CompletableFuture#orTimeout} or otherwise, nobody waits for the result any
-     * more; what the server has begun goes on, and the session is busy until then. Calls are run in the order in which
-     * they were begun, one at a time.
+     * CompletableFuture#cancel}, {@link CompletableFuture#orTimeout} or otherwise, the call is stopped, or not begun.
+     * Calls are run in the order in which they were begun, one at a time; a call's limit counts from when it is its
+     * turn to be waited for.
      *
      * @param source the text
      * @return the future result
      */
     public CompletableFuture<KciObject> executeAsync(String source) {
         Objects.requireNonNull(source, "source");
+        long limit = calls.limit();
         return futures.begin(abandoned -> {
-            calls.enter();
+            calls.enter(limit);
             try {
                 return object(calls.run(source, null, abandoned));
             } finally {
@@ -203,7 +210,8 @@ public final class KciSession implements AutoCloseable {
     public CompletableFuture<KciObject> sendAsync(Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(selector, "selector");
         Objects.requireNonNull(arguments, "arguments");
-        return futures.begin(abandoned -> run(abandoned, selector, receiver, arguments));
+        long limit = calls.limit();
+        return futures.begin(abandoned -> calls.withLimit(limit, () -> run(abandoned, selector, receiver, arguments)));
     }
 
     private KciObject run(BooleanSupplier abandoned, String selector, Object receiver, Object... arguments) {
@@ -429,6 +437,32 @@ public final class KciSession implements AutoCloseable {
         Arrays.stream(objects).forEach(KciObject::release);
     }
 
+    /**
+     * Stops the call that the session runs, if it runs one, and does not wait for that: the caller of the call gets a
+     * {@link KciInterruptedException}, or the result if that came first. The session goes on. Calls that wait for their
+     * turn are not touched.
+     *
+     * @since 3.1.3
+     */
+    public void interrupt() {
+        calls.interrupt();
+    }
+
+    /**
+     * Does something with another limit for the calls that this thread makes or begins of this session meanwhile, in
+     * place of {@link KciLoginOptions#callTimeout}.
+     *
+     * @param <T> what the work answers
+     * @param limit the limit of each call, above zero; null for none
+     * @param work what calls the session
+     * @return what the work answers
+     * @throws IllegalArgumentException if the limit is zero or negative
+     * @since 3.1.3
+     */
+    public <T> T withCallTimeout(Duration limit, Supplier<T> work) {
+        return calls.withLimit(SessionCalls.nanos(limit), work);
+    }
+
     /** Throws the error that waits in the session, if there is one. */
     public void checkErrors() {
         calls.enter();
@@ -439,15 +473,25 @@ public final class KciSession implements AutoCloseable {
         }
     }
 
-    /**
-     * Closes the session, after waiting for what it runs. A second close, and one after a fatal error, do nothing.
-     *
-     * @throws KciInterruptedException if the thread was interrupted and the running call does not end within a second;
-     *     the session stays open then and can be closed later
-     */
+    /** Does what {@link #close(Duration)} does, within 10 seconds. */
     @Override
     public void close() {
-        calls.close();
+        close(CLOSE_LIMIT);
+    }
+
+    /**
+     * Closes the session, after waiting for what it runs. A call that does not end by itself in time is stopped in the
+     * last two seconds, or in the last half of a shorter limit. One that does not end then either leaves the session
+     * given up: closed here, while the server keeps it until that call, or the process, ends; that is logged. A second
+     * close, and one after a fatal error, do nothing.
+     *
+     * @param limit how long to wait for calls at most; zero stops what runs at once. The logout itself may take longer
+     * @throws KciInterruptedException if the thread is interrupted and what the session runs does not end within a
+     *     second, although it is stopped; the session stays open then and can be closed later
+     * @since 3.1.3
+     */
+    public void close(Duration limit) {
+        calls.close(limit.isZero() || limit.isNegative() ? 0 : SessionCalls.nanos(limit));
     }
 
     SessionCalls calls() {

@@ -1,16 +1,20 @@
 package com.kestrune.tmqkci;
 
+import com.kestrune.tmqkci.KciInterruptedException.Outcome;
+
+import java.time.Duration;
 import java.util.concurrent.TimeUnit;
 import java.util.concurrent.locks.LockSupport;
 import java.util.concurrent.locks.ReentrantLock;
 import java.util.function.BooleanSupplier;
+import java.util.function.Supplier;
 
 /**
  * The order of a session's calls. A thread that has entered is alone with the session; inside, it takes the bridge's
  * lock for each native call, but not while it waits for a result.
  *
- * <p>A call that the server has begun cannot be taken back. When its waiter leaves, it is abandoned: the session is
- * still busy with it, and the next to enter polls it to its end and releases what it answers.
+ * <p>A call that shall not go on is broken off by the thread that polls for its end. One that goes on in spite of that is
+ * abandoned: the session is still busy with it, and the next to enter polls it to its end and releases what it answers.
  */
 final class SessionCalls {
     /** A native call that ends with its return. */
@@ -23,7 +27,14 @@ final class SessionCalls {
     private static final long FIRST_PAUSE_NANOS = 1_000;
     private static final long LONGEST_PAUSE_NANOS = 1_000_000;
     private static final long CLOSING_GRACE_NANOS = 1_000_000_000;
+    private static final long FOR_EVER = Long.MAX_VALUE / 2;
     private static final int LARGEST_BATCH = 4096;
+
+    /** A thread's own limit for the calls of a session, and what it had before. */
+    private record Limit(SessionCalls calls, long nanos, Limit former) {
+    }
+
+    private static final ThreadLocal<Limit> LIMITS = new ThreadLocal<>();
 
     private final KciSession session;
     private final int id;
@@ -35,15 +46,66 @@ final class SessionCalls {
     private final long[] batch;
     private Arguments arguments;
     private boolean running;
+    /** Whether whoever has the turn has made a native call, and when it began to wait for one. */
+    private boolean begun;
+    private long begunAt;
+    /** How long whoever has the turn may take, and until when; no limit: 0. */
+    private long limit;
+    private long deadline;
 
+    /** The limit of a call, in nanoseconds, for threads without one of their own; none: 0. */
+    private final long commonLimit;
+    /** Whether the call of whoever has the turn shall be broken off. */
+    private volatile boolean stopWanted;
+    /** Whether all calls shall be, and until when they can be waited for. */
+    private volatile boolean closing;
+    private volatile long closingUntil;
+    /** Whether it was closed without a logout: the next to leave sees to that. */
+    private volatile boolean givenUp;
     /** Why the session cannot be used any more; null while it can. */
     private volatile String ended;
 
-    SessionCalls(KciSession session, int id, ExportSet exports, int maxReferences) {
+    SessionCalls(KciSession session, int id, ExportSet exports, int maxReferences, long limit) {
         this.session = session;
         this.id = id;
         this.exports = exports;
+        commonLimit = limit;
         batch = new long[Math.min(maxReferences, LARGEST_BATCH)];
+    }
+
+    /** A limit in nanoseconds; 0 for null, which means none. */
+    static long nanos(Duration limit) {
+        if (limit == null) {
+            return 0;
+        }
+        if (limit.isZero() || limit.isNegative()) {
+            throw new IllegalArgumentException("the limit " + limit + " is not above zero; null stands for none");
+        }
+        return limit.compareTo(Duration.ofNanos(FOR_EVER)) < 0 ? limit.toNanos() : FOR_EVER;
+    }
+
+    /** The limit of this thread's calls. */
+    long limit() {
+        Limit own = LIMITS.get();
+        while (own != null && own.calls != this) {
+            own = own.former;
+        }
+        return own == null ? commonLimit : own.nanos;
+    }
+
+    /** Does something with another limit of this thread's calls. */
+    <T> T withLimit(long nanos, Supplier<T> work) {
+        Limit former = LIMITS.get();
+        LIMITS.set(new Limit(this, nanos, former));
+        try {
+            return work.get();
+        } finally {
+            if (former == null) {
+                LIMITS.remove();
+            } else {
+                LIMITS.set(former);
+            }
+        }
     }
 
     boolean isOpen() {
@@ -58,40 +120,88 @@ final class SessionCalls {
 
     /** Waits until the session is free. To be followed by {@link #leave}. */
     void enter() {
+        enter(limit());
+    }
+
+    /** Waits until the session is free, for a call with this limit. To be followed by {@link #leave}. */
+    void enter(long callLimit) {
         refuseHoldersOfTheLock();
+        long begin = callLimit == 0 ? 0 : System.nanoTime();
         try {
-            turn.lockInterruptibly();
+            if (callLimit == 0) {
+                turn.lockInterruptibly();
+            } else if (!turn.tryLock(callLimit, TimeUnit.NANOSECONDS)) {
+                throw Stopping.Reason.LATE.failure(Outcome.NOT_BEGUN);
+            }
         } catch (InterruptedException interrupt) {
             throw KciInterruptedException.whileWaiting("the session's turn");
         }
         boolean entered = false;
         try {
+            if (turn.getHoldCount() == 1) {
+                limit = callLimit;
+                deadline = begin + callLimit;
+                stopWanted = false;
+                begun = false;
+            }
             requireOpen();
             if (running) {
-                finishAbandoned(null);
+                finishAbandoned();
                 requireOpen();
             }
             entered = true;
         } finally {
             if (!entered) {
-                turn.unlock();
+                leave();
             }
         }
     }
 
     void leave() {
+        if (givenUp && !running && turn.getHoldCount() == 1) {
+            logOutLate();
+        }
         turn.unlock();
     }
 
+    /** Has the running call broken off, if there is one. */
+    void interrupt() {
+        stopWanted = true;
+    }
+
     private void requireOpen() {
-        if (ended != null) {
-            throw new IllegalStateException(session + " " + ended);
+        String reason = closing ? "is being closed" : ended;
+        if (reason != null) {
+            throw new IllegalStateException(session + " " + reason);
         }
+    }
+
+    /** Takes the bridge's lock for a native call, unless the calls of this turn shall go no further. */
+    private void acquire() {
+        if (stopWanted || closing) {
+            throw stopped(closing ? Stopping.Reason.CLOSING : Stopping.Reason.CALL_INTERRUPTED);
+        }
+        try {
+            if (limit == 0) {
+                KciBridge.lock().lockInterruptibly();
+            } else if (!KciBridge.lock().tryLock(Math.max(0, deadline - System.nanoTime()), TimeUnit.NANOSECONDS)) {
+                throw stopped(Stopping.Reason.LATE);
+            }
+        } catch (InterruptedException interrupt) {
+            Thread.currentThread().interrupt();
+            throw stopped(Stopping.Reason.THREAD_INTERRUPTED);
+        }
+        begun = true;
+    }
+
+    /** For a turn that ends between two native calls, or before the first. */
+    private KciInterruptedException stopped(Stopping.Reason reason) {
+        return reason.failure(begun ? Outcome.STOPPED : Outcome.NOT_BEGUN);
     }
 
     /** Makes a native call that ends with its return; answers its status. Inside {@link #enter} and {@link #leave}. */
     int call(Native call) {
-        KciBridge.acquire();
+        acquire();
         try {
             sendReleases();
             return check(call.call(emptyReport()));
@@ -108,13 +218,21 @@ final class SessionCalls {
      * @return the result, counted as a reference; null if it was no longer wanted
      */
     TmqKciReport run(String text, Arguments args, BooleanSupplier abandoned) {
+        return run(error -> args == null ? TmqKciInterface._executeStr(id, text, error)
+                : text == null ? TmqKciInterface._executeObj(id, args.receiver, error)
+                : TmqKciInterface._perform(id, args.receiver, text, args.reports, args.reports.length, error),
+                text, args, abandoned);
+    }
+
+    /** The same for another native call that starts something; null also when its status tells that it did not. */
+    TmqKciReport run(Native start, String text, Arguments args, BooleanSupplier abandoned) {
         Object event = FlightEvents.beginCall();
         if (event == null) {
-            return answer(text, args, abandoned);
+            return answer(start, text, args, abandoned);
         }
         int error = 0;
         try {
-            return answer(text, args, abandoned);
+            return answer(start, text, args, abandoned);
         } catch (TmqKciException failure) {
             error = failure.number;
             throw failure;
@@ -123,17 +241,19 @@ final class SessionCalls {
         }
     }
 
-    private TmqKciReport answer(String text, Arguments args, BooleanSupplier abandoned) {
+    private TmqKciReport answer(Native start, String text, Arguments args, BooleanSupplier abandoned) {
         arguments = args;
         TmqKciReport result = new TmqKciReport();
         try {
             if (abandoned != null && abandoned.getAsBoolean()) {
                 return null;
             }
-            KciBridge.acquire();
+            acquire();
             try {
                 sendReleases();
-                start(text, args);
+                if (!start(start, args)) {
+                    return null;
+                }
                 if (poll(result)) {
                     return result;
                 }
@@ -146,37 +266,32 @@ final class SessionCalls {
             }
         }
         // Only what does not end at once can be slow.
-        long begin = System.nanoTime();
+        begunAt = System.nanoTime();
         int error = 0;
         try {
-            return await(result, abandoned) ? result : null;
+            return finish(result, abandoned) ? result : null;
         } catch (TmqKciException failure) {
             error = failure.number;
             throw failure;
         } finally {
-            KciMonitor.waited(session, text, error, begin);
+            KciMonitor.waited(session, text, error, begunAt);
         }
     }
 
-    private void start(String text, Arguments args) {
+    private boolean start(Native start, Arguments args) {
         int status = TmqKciInterface.FAILED;
         try {
-            if (args == null) {
-                status = TmqKciInterface._executeStr(id, text, emptyReport());
-            } else if (text == null) {
-                status = TmqKciInterface._executeObj(id, args.receiver, emptyReport());
-            } else {
-                status = TmqKciInterface._perform(id, args.receiver, text, args.reports, args.reports.length,
-                        emptyReport());
-            }
+            status = start.call(emptyReport());
         } finally {
             if (args != null) {
                 args.retainCreated(exports);
             }
         }
-        check(status);
-        running = true;
-        KciMonitor.callBegan();
+        running = check(status) == 0;
+        if (running) {
+            KciMonitor.callBegan();
+        }
+        return running;
     }
 
     /** Asks for the result once, with the bridge's lock held; answers whether the call has ended. */
@@ -206,51 +321,117 @@ final class SessionCalls {
         }
     }
 
-    /** Polls until the call has ended or is abandoned; answers whether it has ended. */
-    private boolean await(TmqKciReport result, BooleanSupplier abandoned) {
-        long pause = FIRST_PAUSE_NANOS;
-        for (int polls = 1;; ++polls) {
-            if (abandoned != null && abandoned.getAsBoolean()) {
-                return false;
+    /** Waits for the end of the call; answers whether its result is wanted. */
+    private boolean finish(TmqKciReport result, BooleanSupplier abandoned) {
+        try {
+            boolean ended = await(result, abandoned, true);
+            if (abandoned == null || !abandoned.getAsBoolean()) {
+                return ended;
             }
-            long spent;
-            KciBridge.acquire();
-            try {
-                long begin = System.nanoTime();
-                if (poll(result)) {
+            if (ended) {
+                exports.release(result.oop);
+            }
+        } catch (TmqKciException failure) {
+            if (abandoned == null || !abandoned.getAsBoolean()) {
+                throw failure;
+            }
+            failure.releaseProcess();
+        }
+        return false;
+    }
+
+    /** Polls an abandoned call to its end, and gives up what it answers. Not to be broken off once more. */
+    private void finishAbandoned() {
+        TmqKciReport result = new TmqKciReport();
+        try {
+            await(result, null, false);
+            exports.release(result.oop);
+        } catch (TmqKciException failure) {
+            // Nobody waits for it any more.
+            failure.releaseProcess();
+        }
+    }
+
+    /** Why the one who has the turn shall not wait any longer; null if it shall. */
+    private Stopping.Reason reasonToStop(BooleanSupplier abandoned, boolean interrupted) {
+        return interrupted ? Stopping.Reason.THREAD_INTERRUPTED
+                : abandoned != null && abandoned.getAsBoolean() ? Stopping.Reason.ABANDONED
+                : closing || ended != null ? Stopping.Reason.CLOSING
+                : stopWanted ? Stopping.Reason.CALL_INTERRUPTED
+                : limit != 0 && System.nanoTime() - deadline >= 0 ? Stopping.Reason.LATE : null;
+    }
+
+    /**
+     * Polls until the call has ended. One that shall not go on is broken off if it is this thread's own; when the server
+     * goes on with it, or if it is not, it is left with an exception, or for an abandoned call with false.
+     */
+    private boolean await(TmqKciReport result, BooleanSupplier abandoned, boolean own) {
+        long pause = FIRST_PAUSE_NANOS;
+        Stopping stopping = null;
+        boolean interrupted = false;
+        try {
+            for (int polls = 1;; ++polls) {
+                boolean again = Thread.interrupted();
+                interrupted |= again;
+                if (stopping == null) {
+                    Stopping.Reason reason = reasonToStop(abandoned, again);
+                    if (reason != null && !own) {
+                        throw reason.failure(Outcome.NOT_BEGUN);
+                    }
+                    stopping = reason == null ? null : new Stopping(session, begunAt, reason,
+                            closing ? Math.max(0, closingUntil - System.nanoTime()) : 2 * Stopping.PATIENCE_NANOS);
+                } else if (again || stopping.remainingNanos() == 0) {
+                    throw stopping.failure(Outcome.STILL_RUNNING);
+                }
+                long spent = pollInTurn(result, stopping);
+                if (!running) {
                     return true;
                 }
-                spent = System.nanoTime() - begin;
-            } finally {
-                KciBridge.lock().unlock();
+                if (spent >= pause) {
+                    // The poll itself took its time: the server works inside this process, and waits for no one else.
+                    pause = FIRST_PAUSE_NANOS;
+                } else if (polls < TIGHT_POLLS) {
+                    Thread.onSpinWait();
+                } else {
+                    LockSupport.parkNanos(this, pause);
+                    pause = Math.min(2 * pause, LONGEST_PAUSE_NANOS);
+                }
             }
-            if (spent >= pause) {
-                // The poll itself took its time: the server works inside this process, and waits for no one else.
-                pause = FIRST_PAUSE_NANOS;
-            } else if (polls < TIGHT_POLLS) {
-                Thread.onSpinWait();
-            } else {
-                LockSupport.parkNanos(this, pause);
-                pause = Math.min(2 * pause, LONGEST_PAUSE_NANOS);
+        } catch (TmqKciException failure) {
+            if (stopping == null || !Stopping.isAnswer(failure)) {
+                throw failure;
+            }
+            failure.releaseProcess();
+            throw stopping.failure(Outcome.STOPPED);
+        } finally {
+            if (interrupted) {
+                Thread.currentThread().interrupt();
             }
         }
     }
 
-    /** Polls an abandoned call to its end, and gives up what it answers; false if that was abandoned, too. */
-    private boolean finishAbandoned(BooleanSupplier abandoned) {
-        TmqKciReport result = new TmqKciReport();
+    /** Takes the bridge's lock, sends the break that is due, and polls once; answers how long that took. */
+    private long pollInTurn(TmqKciReport result, Stopping stopping) {
         try {
-            if (!await(result, abandoned)) {
-                return false;
+            long patience = stopping != null ? stopping.remainingNanos()
+                    : limit != 0 ? deadline - System.nanoTime() : FOR_EVER;
+            if (!KciBridge.lock().tryLock(patience, TimeUnit.NANOSECONDS)) {
+                return 0;
             }
-            exports.release(result.oop);
-        } catch (TmqKciException failure) {
-            // Nobody waits for it any more.
-            if (failure.process() != null) {
-                failure.process().release();
-            }
+        } catch (InterruptedException interrupt) {
+            Thread.currentThread().interrupt();
+            return 0;
         }
-        return true;
+        try {
+            if (stopping != null) {
+                stopping.sendBreak();
+            }
+            long begin = System.nanoTime();
+            poll(result);
+            return System.nanoTime() - begin;
+        } finally {
+            KciBridge.lock().unlock();
+        }
     }
 
     /** Gives up what nobody refers to any more, with the bridge's lock held. */
@@ -308,67 +489,132 @@ final class SessionCalls {
         exports.close();
     }
 
-    /** Logs out, unless the session has ended before. */
-    void close() {
+    /**
+     * Logs out, unless the session has ended before. Calls have most of the time to end by themselves, and are broken
+     * off then; a session whose call does not end in time is given up, or stays open if this thread was interrupted.
+     */
+    void close(long nanos) {
         refuseHoldersOfTheLock();
-        // A thread that was interrupted shall still be able to close what it opened: it gets some time for it.
-        boolean interrupted = enterForClosing(Thread.interrupted());
+        Deadline end = new Deadline(nanos);
         try {
-            if (running) {
-                interrupted = finishBeforeClosing(interrupted);
+            boolean entered = end.lock(turn, Math.min(2 * Stopping.PATIENCE_NANOS, nanos / 2));
+            closingUntil = end.time();
+            closing = true;
+            if (!entered && !end.lock(turn, 0)) {
+                giveUp(end, "the session's turn");
+                return;
             }
-            KciBridge.lock().lock();
             try {
-                if (ended == null) {
-                    long begin = System.nanoTime();
-                    check(TmqKciInterface._logout(id, emptyReport()));
-                    end("is closed", null, begin);
+                if (running && !endsWhileClosing()) {
+                    giveUp(end, "the end of the running call");
+                } else if (ended == null) {
+                    logOut(end);
                 }
             } finally {
-                KciBridge.lock().unlock();
+                turn.unlock();
             }
         } finally {
-            turn.unlock();
+            closing = false;
+            end.restoreInterrupt();
+        }
+    }
+
+    private boolean endsWhileClosing() {
+        TmqKciReport result = new TmqKciReport();
+        try {
+            await(result, null, true);
+            exports.release(result.oop);
+        } catch (KciInterruptedException stopped) {
+            return !running;
+        } catch (TmqKciException failure) {
+            failure.releaseProcess();
+        }
+        return true;
+    }
+
+    private void logOut(Deadline end) {
+        if (!end.lock(KciBridge.lock(), 0)) {
+            giveUp(end, "the bridge's lock");
+            return;
+        }
+        try {
+            long begin = System.nanoTime();
+            check(TmqKciInterface._logout(id, emptyReport()));
+            end("is closed", null, begin);
+        } finally {
+            KciBridge.lock().unlock();
+        }
+    }
+
+    private void giveUp(Deadline end, String awaited) {
+        if (end.wasInterrupted() || Thread.currentThread().isInterrupted()) {
+            throw KciInterruptedException.whileWaiting(awaited + "; the session stays open");
+        }
+        if (ended == null) {
+            KciMonitor.LOG.log(System.Logger.Level.WARNING, "{0} was given up while its close waited for {1}", session,
+                    awaited);
+            ended = "was closed while it was busy, and given up";
+            exports.close();
+            givenUp = true;
+            if (turn.tryLock()) {
+                leave();
+            }
+        }
+    }
+
+    /** Logs a session out that was given up, if its call has ended after all. */
+    private void logOutLate() {
+        givenUp = false;
+        try {
+            if (KciBridge.lock().tryLock(Stopping.PATIENCE_NANOS, TimeUnit.NANOSECONDS)) {
+                long begin = System.nanoTime();
+                try {
+                    TmqKciInterface._logout(id, emptyReport());
+                    KciMonitor.ended(session, null, begin);
+                } finally {
+                    KciBridge.lock().unlock();
+                }
+            }
+        } catch (InterruptedException interrupt) {
+            Thread.currentThread().interrupt();
+        }
+    }
+
+    /** The end of a wait that an interrupt makes shorter, but does not end at once. */
+    private static final class Deadline {
+        private long time;
+        private boolean interrupted = Thread.interrupted();
+
+        Deadline(long nanos) {
+            time = System.nanoTime() + (interrupted ? Math.min(nanos, CLOSING_GRACE_NANOS) : nanos);
+        }
+
+        long time() {
+            return time;
+        }
+
+        boolean wasInterrupted() {
+            return interrupted;
+        }
+
+        /** Takes a lock before the end; sooner by so much, and without waiting when interrupted, if something is kept. */
+        boolean lock(ReentrantLock lock, long kept) {
+            for (;;) {
+                try {
+                    return lock.tryLock(kept > 0 && interrupted ? 0 : time - kept - System.nanoTime(),
+                            TimeUnit.NANOSECONDS);
+                } catch (InterruptedException interrupt) {
+                    interrupted = true;
+                    time = Math.min(time, System.nanoTime() + CLOSING_GRACE_NANOS);
+                }
+            }
+        }
+
+        void restoreInterrupt() {
             if (interrupted) {
                 Thread.currentThread().interrupt();
             }
         }
-    }
-
-    /** Takes the turn; answers whether the thread is, or was meanwhile, interrupted. */
-    private boolean enterForClosing(boolean interrupted) {
-        try {
-            if (!interrupted) {
-                turn.lockInterruptibly();
-                return false;
-            }
-        } catch (InterruptedException interrupt) {
-            // Goes on as one that was interrupted before.
-        }
-        try {
-            if (turn.tryLock(CLOSING_GRACE_NANOS, TimeUnit.NANOSECONDS)) {
-                return true;
-            }
-        } catch (InterruptedException interrupt) {
-            // Twice is meant.
-        }
-        throw KciInterruptedException.whileWaiting("the session's turn; the session stays open");
-    }
-
-    private boolean finishBeforeClosing(boolean interrupted) {
-        if (!interrupted) {
-            try {
-                finishAbandoned(null);
-                return false;
-            } catch (KciInterruptedException interrupt) {
-                Thread.interrupted();
-            }
-        }
-        long begin = System.nanoTime();
-        if (!finishAbandoned(() -> System.nanoTime() - begin >= CLOSING_GRACE_NANOS)) {
-            throw KciInterruptedException.whileWaiting("the end of the running call; the session stays open");
-        }
-        return true;
     }
 
     private static void refuseHoldersOfTheLock() {

@@ -6,14 +6,12 @@ package com.kestrune.tmqkci;
  * which the error says then.
  *
  * <p>A break is a call like any other: the thread that polls for the end of the session's call is outside native code
- * while another one breaks. The call ends at one of the next polls, with error {@link #SOFT_BREAK} or
- * {@link #HARD_BREAK}; where nothing runs, a break does nothing.
+ * while another one breaks. The call ends at one of the next polls, with error
+ * {@link KciErrorNumber#SOFT_BREAK} or {@link KciErrorNumber#HARD_BREAK}; where nothing runs, a break does nothing.
+ *
+ * @since 3.1.3
  */
 public final class TmqKciControl {
-    /** The {@link TmqKciException#number} of a call that a soft break ended; it can be continued. */
-    public static final int SOFT_BREAK = 6003;
-    /** The {@link TmqKciException#number} of a call that a hard break ended. */
-    public static final int HARD_BREAK = 6004;
     /** Status of a successful {@link #_commit}. */
     public static final int COMMITTED = 1;
     /** Status of {@link #_nbContinue} where the client library cannot continue without waiting. */

@@ -101,6 +101,13 @@ public class TmqKciException extends KciException {
         return this;
     }
 
+    /** Gives the suspended process up, for an error that nobody will see. */
+    void releaseProcess() {
+        if (process != null) {
+            process.release();
+        }
+    }
+
     /** Takes the arguments over, so that they stay on the server as long as this error is reachable. */
     TmqKciException keeping(List<KciObject> objects) {
         arguments = objects;

@@ -6,19 +6,17 @@ import static org.junit.jupiter.api.Assertions.*;
 import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.Callable;
-import java.util.concurrent.CancellationException;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.FutureTask;
 import java.util.concurrent.TimeUnit;
-import java.util.concurrent.TimeoutException;
 import java.util.concurrent.atomic.AtomicReference;
 
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.Timeout;
 
-/** Threads, futures, cancellation and interrupts over the local store. */
+/** Threads, futures and interrupts over the local store. */
 @Timeout(60)
 class KciThreadsTest {
     private final KciSession session = login("local");
@@ -101,32 +99,9 @@ class KciThreadsTest {
     }
 
     @Test
-    void cancelledAndLateCallsKeepTheSessionBusy() throws Exception {
-        session.execute("waited := 0");
-        long begin = System.nanoTime();
-        CompletableFuture<KciObject> cancelled = session.executeAsync(
-                "System waitMilliseconds: 1000. waited := waited + 1. Array new: 5");
-        CompletableFuture<KciObject> neverBegun = session.executeAsync("waited := 1000");
-        Thread.sleep(50);
-        assertTrue(cancelled.cancel(true));
-        neverBegun.cancel(true);
-        assertThrows(CancellationException.class, cancelled::get);
-        assertTrue(System.nanoTime() - begin < 800_000_000L, "the future is done at once");
-        assertEquals(1, session.execute("waited").intValue(), "the server's call went on");
-        assertTrue(System.nanoTime() - begin >= 990_000_000L, "the next call waited for it");
-
-        CompletableFuture<KciObject> late = session.executeAsync("System waitMilliseconds: 600. nil foo")
-                .orTimeout(50, TimeUnit.MILLISECONDS);
-        assertInstanceOf(TimeoutException.class, assertThrows(ExecutionException.class, late::get).getCause());
-        assertEquals(7, session.execute("3 + 4").intValue(), "the error of a late call concerns nobody");
-    }
-
-    @Test
     void everyWaitAnswersToInterrupts() throws Exception {
         // For the result of one's own call.
         Worker.start(() -> session.execute("System waitMilliseconds: 2500")).waiting().interruptedAtOnce();
-        // For the end of the abandoned call.
-        Worker.start(() -> session.execute("1")).waiting().interruptedAtOnce();
         assertEquals(2, session.execute("2").intValue());
 
         // For the session's turn.
@@ -153,31 +128,6 @@ class KciThreadsTest {
         assertTrue(Thread.interrupted(), "the status is set again");
         assertArrayEquals(new char[5], password, "wiped although no login was tried");
         assertEquals(7, session.execute("3 + 4").intValue());
-    }
-
-    @Test
-    void closingAfterAnInterrupt() throws Exception {
-        KciSession quick = login("local");
-        CompletableFuture<KciObject> call = quick.executeAsync("System waitMilliseconds: 300");
-        Thread.sleep(50);
-        call.cancel(true);
-        Thread.currentThread().interrupt();
-        quick.close();
-        assertTrue(Thread.interrupted(), "the status is kept");
-        assertThrows(IllegalStateException.class, () -> quick.execute("1"));
-
-        KciSession slow = login("local");
-        slow.executeAsync("System waitMilliseconds: 2800").orTimeout(20, TimeUnit.MILLISECONDS);
-        Thread.sleep(50);
-        Thread.currentThread().interrupt();
-        assertThrows(KciInterruptedException.class, slow::close);
-        assertTrue(Thread.interrupted());
-        assertTrue(slow.isOpen());
-        Worker.start(() -> {
-            slow.close();
-            return null;
-        }).waiting().task.get();
-        assertFalse(slow.isOpen());
     }
 
     /** Sends to an object that nothing else refers to. */

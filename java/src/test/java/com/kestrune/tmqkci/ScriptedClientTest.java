@@ -3,8 +3,11 @@ package com.kestrune.tmqkci;
 import static com.kestrune.tmqkci.KciSessionTest.login;
 import static org.junit.jupiter.api.Assertions.*;
 
+import com.kestrune.tmqkci.KciInterruptedException.Outcome;
+
 import java.io.PrintWriter;
 import java.io.StringWriter;
+import java.time.Duration;
 import java.util.List;
 import java.util.Map;
 import java.util.concurrent.CompletableFuture;
@@ -87,6 +90,19 @@ class ScriptedClientTest {
     }
 
     @Test
+    void breaksThatAreNotAnsweredDoNotKeepTheCaller() {
+        long begin = System.nanoTime();
+        assertEquals(Outcome.STILL_RUNNING, assertThrows(KciTimeoutException.class, () -> session.withCallTimeout(
+                Duration.ofMillis(10), () -> session.execute("answer 31 after 1000000"))).outcome());
+        assertTrue(System.nanoTime() - begin < 4_000_000_000L);
+        begin = System.nanoTime();
+        session.close(Duration.ofMillis(100));
+        assertTrue(System.nanoTime() - begin < 1_000_000_000L);
+        assertFalse(session.isOpen());
+        session = login("none");
+    }
+
+    @Test
     void whatACallCreatesLivesAsLongAsTheCall() {
         long oop = session.create("x").oop();
         assertEquals(oop, session.send(session.object(oop), "any", "text", "caf\u00E9").oop());
@@ -131,7 +147,7 @@ class ScriptedClientTest {
                 Map.entry("KciNewOop", () -> session.create("text")),
                 Map.entry("KciIsKindOf", () -> session.isKindOf(1, array)),
                 Map.entry("KciPollForSignal", () -> session.checkErrors()),
-                Map.entry("KciContinueWith", () -> new KciProcess(session.object(4040)).continueWith(1)));
+                Map.entry("KciNbContinueWith", () -> new KciProcess(session.object(4040)).continueWith(1)));
     }
 
     @Test

@@ -27,7 +27,7 @@ final class Commands {
     private static final String MORE = "Anything but a command is an expression; the server evaluates it, and its value "
             + "is shown. An input goes on while a bracket or quote is open, after a line that ends with ; or := or \\, and, "
             + "if it declares temporaries, after a period; an empty line ends it. Tab completes names, Ctrl-C drops the "
-            + "input or the wait for a result.";
+            + "input or stops the server's computation.";
 
     private final Evaluator evaluator;
     private final Names names;

@@ -3,6 +3,7 @@ package com.kestrune.tmqkci.console;
 import com.kestrune.tmqkci.KciConversionException;
 import com.kestrune.tmqkci.KciErrorNumber;
 import com.kestrune.tmqkci.KciInterruptedException;
+import com.kestrune.tmqkci.KciInterruptedException.Outcome;
 import com.kestrune.tmqkci.KciMessages;
 import com.kestrune.tmqkci.KciObject;
 import com.kestrune.tmqkci.KciSession;
@@ -30,6 +31,8 @@ final class Evaluator {
     private String expression = "";
     private TmqKciException lastError;
     private boolean ended;
+    /** Whether the server has answered the expression. */
+    private boolean evaluated;
     private volatile boolean busy;
     private volatile boolean interrupted;
 
@@ -69,6 +72,7 @@ final class Evaluator {
         Input outer = input;
         input = given;
         expression = "";
+        evaluated = false;
         busy = true;
         Runnable formerTarget = interrupts.begin(runner::interrupt);
         try {
@@ -83,8 +87,15 @@ final class Evaluator {
             lastError = error;
             fail(error);
         } catch (KciInterruptedException interrupt) {
-            interrupted = true;
-            fail(new TmqKciException("interrupted; the server goes on with it, and the next input waits for its end"));
+            interrupted = interrupt.outcome() == Outcome.STILL_RUNNING
+                    || interrupted && interrupt.outcome() == Outcome.NOT_BEGUN;
+            fail(new TmqKciException(evaluated ? "interrupted; the server had done it, but its value is not shown in full"
+                    : switch (interrupt.outcome()) {
+                        case NOT_BEGUN -> "interrupted before it was begun";
+                        case STOPPED -> "interrupted; the server has stopped it";
+                        case STILL_RUNNING ->
+                            "interrupted; the server still runs it, and the next input waits for its end";
+                    }));
         } catch (KciConversionException | IllegalStateException | IllegalArgumentException refused) {
             fail(new TmqKciException(refused.getMessage()));
         } finally {
@@ -100,6 +111,7 @@ final class Evaluator {
         expression = source;
         long begin = System.nanoTime();
         KciObject value = session.execute(source);
+        evaluated = true;
         interrupted = false;
         long nanos = System.nanoTime() - begin;
         if (style == Format.Style.JSON) {
