@@ -67,9 +67,8 @@ OopSet* Server::setOf(KciSessionIdType id) {
 
 void Server::exported(OopType oop) {
     if ((oop & 2) == 0) {
-        if (OopSet* const set = exportedSet()) {
-            set->insert(oop);
-        }
+        OopSet* const set = exportedSet();
+        forgetful = set == nullptr || !set->insert(oop) || forgetful;
     }
 }
 
@@ -121,7 +120,7 @@ bool Server::execute(const ByteType* requestBytes, size_t size, Piece& piece) {
     using Row = RowOf<id>;
     ReceivedCall<Row> call;
     Reader reader(requestBytes, size);
-    if (!call.read(reader)) {
+    if (requestBytes != nullptr && !call.read(reader)) {
         return false;
     }
     const uint64_t arraySize = call.arrayRoom() * ArrayOf<Row>::elementSize;
@@ -142,13 +141,16 @@ bool Server::execute(const ByteType* requestBytes, size_t size, Piece& piece) {
     KciErrSType error;
     bool failed = false;
     const auto entry = table.*EntryRow<id>::member;
-    if (entry == nullptr) {
+    if (requestBytes == nullptr || entry == nullptr) {
+        const bool withoutMemory = requestBytes == nullptr;
         result = failedResult<decltype(result)>();
         error = {};
         error.category = KCI_CATEGORY_SYSTEM;
-        error.number = 4101; // not supported
+        error.number = withoutMemory ? 2208 : 4101; // out of memory; not supported
         error.context = KCI_OOP_NIL;
-        snprintf(error.message, sizeof error.message, "the client library does not have the entry that was called");
+        snprintf(error.message, sizeof error.message, "%s",
+                 withoutMemory ? "the host process has no memory for the request"
+                               : "the client library does not have the entry that was called");
         failed = true;
     } else if constexpr (isVoid) {
         std::apply(entry, call.arguments);
@@ -188,12 +190,9 @@ const Server::Execute Server::executes[entryCount] = {
 
 // --- requests ------------------------------------------------------------------------------------------------------
 
-bool Server::noteMade(uint32_t step, OopType saved) {
-    if (!makeRoom(madeAhead, madeRoom, madeCount + 1)) {
-        return false;
-    }
-    madeAhead[madeCount++] = {step, saved};
-    return true;
+// Before anything is made, since what is made must be noted.
+bool Server::canNote() {
+    return makeRoom(madeAhead, madeRoom, madeCount + 1);
 }
 
 bool Server::makeAhead(const NextCall& call, Piece& piece) {
@@ -202,7 +201,7 @@ bool Server::makeAhead(const NextCall& call, Piece& piece) {
     to.put(static_cast<uint32_t>(call.entry));
     to.bytes(call.request, call.size);
     Piece rest = {to.position(), piece.end};
-    if (!to.ok()) {
+    if (!to.ok() || !canNote()) {
         return false;
     }
     OopType saved = KCI_OOP_NONE;
@@ -210,10 +209,10 @@ bool Server::makeAhead(const NextCall& call, Piece& piece) {
         memcpy(&saved, call.request + sizeof(uint32_t), sizeof saved);
     }
     makingAhead = true;
-    const bool done = (this->*executes[static_cast<uint32_t>(call.entry)])(call.request, call.size, rest) &&
-                      noteMade(call.step, saved);
+    const bool done = (this->*executes[static_cast<uint32_t>(call.entry)])(call.request, call.size, rest);
     makingAhead = false;
     if (done) {
+        madeAhead[madeCount++] = {call.step, saved};
         piece.at = rest.at;
     }
     return done;
@@ -247,12 +246,13 @@ bool Server::saveElements(Piece& piece) {
     KciErrSType error;
     bool failed = false;
     for (OopType oop = KCI_OOP_NONE; !failed && count < longestRun && (oop = ahead.nextSave()) != KCI_OOP_NONE;) {
-        table.KciSaveObjs(&oop, 1);
-        failed = table.KciErr(&error) != FALSE;
-        if (!noteMade(Sequence::saveElement, oop)) {
+        if (!canNote()) {
             ahead.end();
             break;
         }
+        table.KciSaveObjs(&oop, 1);
+        failed = table.KciErr(&error) != FALSE;
+        madeAhead[madeCount++] = {Sequence::saveElement, oop};
         ahead.saved();
         count += failed ? 0 : 1;
         if (failed) {
@@ -303,7 +303,7 @@ void Server::settleAhead(uint32_t used) {
     for (size_t at = firstUnasked; at < allCount; ++at) {
         const OopType saved = asked[at].saved;
         const OopSet* const held = saved != KCI_OOP_NONE ? exportedSet() : nullptr;
-        if (held != nullptr && !held->contains(saved)) {
+        if (held != nullptr && !forgetful && !held->contains(saved)) {
             KciErrSType ignored;
             table.KciReleaseOops(&saved, 1);
             table.KciErr(&ignored);
@@ -313,8 +313,8 @@ void Server::settleAhead(uint32_t used) {
 
 void Server::afterAnswer() {
     OopSet* const held = askedCount > 0 ? setOf(askedBy) : nullptr;
-    for (size_t at = 0; held != nullptr && at < askedCount; ++at) {
-        held->insert(asked[at].saved);
+    for (size_t at = 0; at < askedCount; ++at) {
+        forgetful = held == nullptr || !held->insert(asked[at].saved) || forgetful;
     }
     askedCount = 0;
 }
@@ -328,26 +328,31 @@ bool Server::answerRequest() {
     const bool newFrame = control.newFrame.load(relaxed) != 0;
     const uint32_t used = control.usedAhead.load(relaxed);
     if (entry >= entryCount || bodySize < firstBodySize || !block.follow(bodySize) || answerAt > bodySize ||
-        size > answerAt || answerAt % answerAlignment != 0 || !makeRoom(request, requestRoom, size)) {
+        size > answerAt || answerAt % answerAlignment != 0) {
         return false;
     }
-    std::copy_n(block.body(), size, request);
+    ByteType* const copy = size <= sizeof smallRequest            ? smallRequest
+                           : makeRoom(request, requestRoom, size) ? request
+                                                                  : nullptr;
+    if (copy != nullptr) {
+        std::copy_n(block.body(), size, copy);
+    }
     settleAhead(used);
     if (newFrame) {
         ahead.end();
     }
     NextCall next;
-    if (ahead.next(next) && static_cast<uint32_t>(next.entry) == entry && next.size == size &&
-        memcmp(next.request, request, size) == 0) {
+    if (ahead.next(next) && static_cast<uint32_t>(next.entry) == entry && next.size == size && copy != nullptr &&
+        memcmp(next.request, copy, size) == 0) {
         ahead.wasAsked(next.step);
     }
 
     arrayInBlock = entry == static_cast<uint32_t>(EntryId::KciFetchVaryingOops) ||
                    entry == static_cast<uint32_t>(EntryId::KciFetchNamedOops);
     Piece piece = {block.body() + answerAt, block.body() + bodySize};
-    const bool done = (this->*executes[entry])(request, size, piece);
-    if (isSecret[entry]) {
-        explicit_bzero(request, size);
+    const bool done = (this->*executes[entry])(copy, size, piece);
+    if (isSecret[entry] && copy != nullptr) {
+        explicit_bzero(copy, size);
     }
     if (!done) {
         return false;

@@ -40,6 +40,7 @@ private:
         OopSet oops;
     };
 
+    // Without memory for the request it is NULL, and the answer an error.
     using Execute = bool (Server::*)(const ByteType* request, size_t size, Piece& piece);
     static const Execute executes[entryCount];
     template <EntryId id>
@@ -52,7 +53,7 @@ private:
     bool makeAhead(const NextCall& call, Piece& piece);
     bool saveElements(Piece& piece);
     void handOn(const Piece& piece);
-    bool noteMade(uint32_t step, OopType saved);
+    bool canNote();
     void settleAhead(uint32_t used);
     void exported(OopType oop);
     OopSet* setOf(KciSessionIdType id);
@@ -63,7 +64,9 @@ private:
     uint32_t sequence = 0;
     Spinning spinning;
     bool initialized = false;
-    ByteType* request = nullptr; // a private copy
+    // A private copy, of a request with neither an array nor a text in the first one.
+    ByteType smallRequest[256];
+    ByteType* request = nullptr;
     size_t requestRoom = 0;
 
     Sequence ahead;
@@ -86,6 +89,7 @@ private:
 
     KciSessionIdType session = 0;
     Exported* exports = nullptr;
+    bool forgetful = false; // there was no memory to note one: nothing is taken for unsaved any more
 };
 
 } // namespace remote

@@ -51,8 +51,13 @@ bool Near::serve(const char* givenFile, Problem& problem) {
         memcpy(flavour, "lnk", 3);
         path.set("%s%s", folder.text, name.text);
     }
+    char* const copy = copyOf(path.text);
+    if (copy == nullptr) {
+        problem.set("no memory to serve %s", path.text);
+        return false;
+    }
     free(file);
-    file = copyOf(path.text);
+    file = copy;
     wordSize = libraryWordSize(path.text);
     if (wordSize == 0) {
         // A name for the dynamic linker's search, or a file whose failure the host tells.
@@ -466,8 +471,13 @@ BoolType Near::initialize() {
 }
 
 void Near::initializeName(const char* name, BoolType flag) {
+    char* const copy = copyOf(name);
+    if (copy == nullptr && name != nullptr) {
+        fail(ErrorNumber::outOfMemory, false, "no memory for the application's name");
+        return;
+    }
     free(appName);
-    appName = copyOf(name);
+    appName = copy;
     appFlag = flag;
     call<EntryId::KciInitAppName>({name, flag});
 }
