@@ -1,0 +1,295 @@
+// Every allocation fails once: a scenario of each library runs again and again, and each time a later allocation finds
+// no memory, alone, with the next two, or with all that follow. Whatever the scenario says then, it ends; afterwards
+// the same calls work, and nothing is left behind.
+#include "failing_allocations.h"
+
+#include "errmsg.h"
+#include "hash.h"
+#include "hostdebug.h"
+#include "hostfile.h"
+#include "hostprocess.h"
+#include "hosttime.h"
+#include "hostuser.h"
+#include "kciremote.h"
+#include "kcitable.h"
+#include "ksdstring.h"
+#include "utlheap.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <csignal>
+#include <cstdlib>
+#include <dlfcn.h>
+#include <functional>
+#include <malloc.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+struct Loop {
+    const char* library;
+    std::function<void()> scenario; // under failures
+    std::function<void()> works;    // without
+    unsigned few;                   // fewer allocations than these were not worth the run
+    unsigned all = UINT_MAX;        // every one up to this; of the later ones some
+    unsigned beyond = 0;            // as many more are made by children
+};
+
+void failEach(const Loop& loop) {
+    mallopt(M_PERTURB, 0x5A); // what is used uninitialized, or after it was freed, shows
+    allocations.library = loop.library;
+    int kept = 0; // by one round, on purpose
+    for (int i = 0; i < 3; ++i) {
+        kept = -allocations.live;
+        loop.scenario();
+        loop.works();
+        kept += allocations.live;
+    }
+    for (const unsigned failures : {1u, 3u, UINT_MAX}) {
+        allocations.failures = failures;
+        const unsigned dense = failures == 1 ? loop.all : std::min(loop.all, 16u);
+        unsigned n = 1;
+        for (bool failed = true; failed && !testing::Test::HasFailure(); n += 1 + n / dense) {
+            SCOPED_TRACE(std::to_string(failures) + " allocations from " + std::to_string(n));
+            alarm(20); // a hang ends the program
+            const int live = allocations.live;
+            allocations.count = 0;
+            allocations.failAt = n;
+            loop.scenario();
+            failed = allocations.count + loop.beyond >= n;
+            allocations.failAt = 0;
+            loop.works();
+            EXPECT_LE(allocations.live, live + kept) << "left behind";
+        }
+        EXPECT_GT(n, loop.few);
+        printf("%s: %u allocations, %u failing\n", *loop.library ? loop.library : "program", n - 1, failures);
+    }
+    alarm(0);
+    allocations.library = nullptr;
+}
+
+const KciRtlJumpSType& open(const char* file) {
+    void* const library = dlopen(file, RTLD_NOW);
+    EXPECT_NE(library, nullptr) << dlerror();
+    return *reinterpret_cast<KciGetRtlTableFuncPtr>(dlsym(library, "KciGetRtlTable"))();
+}
+
+// A client library through its table.
+struct Client {
+    const KciRtlJumpSType& kci;
+
+    std::string evaluate(const char* source) const {
+        void* result = nullptr;
+        kci.KciNbExecuteStr(source, KCI_OOP_NIL);
+        KciErrSType error{};
+        if (kci.KciErr(&error))
+            return error.message;
+        while (kci.KciNbEnd(&result) != KCI_RESULT_READY) {
+        }
+        if (kci.KciErr(&error) || result == nullptr) {
+            if (error.context != KCI_OOP_NIL)
+                kci.KciContinueWith(error.context, KCI_OOP_NIL, 0, nullptr);
+            return error.message;
+        }
+        ByteType text[200];
+        ArraySizeType size = 0;
+        KciObjInfoSType info{};
+        const OopType oop = *static_cast<OopType*>(result);
+        kci.KciFetchObjInfo(oop, 1, sizeof text, &info, text, &size);
+        kci.KciReleaseOops(&oop, 1);
+        kci.KciErr(&error);
+        return {text, text + size};
+    }
+    bool logIn() const {
+        kci.KciSetNet("here", nullptr, nullptr, nullptr);
+        return kci.KciInit() && kci.KciLogin("guest", "guest");
+    }
+    // A bit of everything that needs memory.
+    void useAll() const {
+        for (const char* source : {"| d s | d := Dictionary new. 1 to: 40 do: [:i | d at: i printString put: {i. i / "
+                                   "3.0}]. s := d keys sorted. "
+                                   "Shared at: #it put: d. System commit. s size printString",
+                                   "#(3 $a 'b' w'c' 1e5 (x)) printString",
+                                   "Object subclass: #T variables: #(#v). T method: 'foo ^v := #(1 x)'. "
+                                   "T new foo printString",
+                                   "nil foo", "1 +", "(DateTime now) printString , (10000000000 * 3) printString",
+                                   "| b | b := Bag new. 1 to: 30 do: [:i | b add: i \\\\ 7]. [:x | x foo: b] value: "
+                                   "(Set new addAll: b; yourself)"})
+            evaluate(source);
+        OopType oops[400] = {kci.KciNewOop(KCI_CLASS_STRING), kci.KciLongToOop(INT_MAX), kci.KciFltToOop(1.5)};
+        ByteType bytes[5000] = {};
+        kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, oops[0], 1, bytes, sizeof bytes);
+        kci.KciFetchBytes(oops[0], 1, bytes, sizeof bytes);
+        // As the bridge does: saved one by one, which a host learns, and some day does not ask for all.
+        evaluate("all := (1 to: 400) collect: [:i | {i}]");
+        kci.KciNbExecuteStr("all", KCI_OOP_NIL);
+        void* all = nullptr;
+        while (kci.KciNbEnd(&all) != KCI_RESULT_READY) {
+        }
+        for (const KciLong asked : {400, 400, 200, 1}) {
+            kci.KciSetSessionId(kci.KciGetSessionId());
+            const KciLong count = std::min(
+                kci.KciFetchVaryingOops(all != nullptr ? *static_cast<OopType*>(all) : KCI_OOP_NIL, 1, oops, 400),
+                asked);
+            for (KciLong i = 0; i < count; ++i)
+                kci.KciSaveObjs(&oops[i], 1);
+        }
+        kci.KciReleaseOops(oops, 3);
+        kci.KciDirtyObjsInit();
+        ArraySizeType count = 300;
+        kci.KciDirtySaveObjs(oops, &count);
+        const KciSessionIdType session = kci.KciGetSessionId();
+        if (kci.KciLogin("guest", "guest")) {
+            evaluate("Shared at: #it");
+            kci.KciLogout();
+            kci.KciSetSessionId(session);
+        }
+        kci.KciCommit();
+        kci.KciAbort();
+        kci.KciErr(nullptr);
+    }
+    void works() const {
+        ASSERT_TRUE(logIn());
+        kci.KciErr(nullptr);
+        useAll();
+        ASSERT_EQ(evaluate("(Shared at: #it) size printString"), "40");
+        kci.KciShutdown();
+    }
+};
+
+// The thousands that building the store's own classes takes fail apart from those of calls.
+TEST(Allocations, LocalStore) {
+    const Client client{open(LOCAL_LIBRARY)};
+    const auto calls = [&] {
+        const unsigned failAt = allocations.failAt.exchange(0);
+        EXPECT_TRUE(client.logIn());
+        allocations.count = 0;
+        allocations.failAt = failAt;
+        client.useAll();
+        allocations.failAt = 0;
+        EXPECT_EQ(client.evaluate("(3 + 4) printString"), "7");
+        client.kci.KciShutdown();
+    };
+    failEach({"kcilnk67", calls, [] {}, 1000, sizeof(void*) == 4 ? UINT_MAX : 200});
+    const auto start = [&] {
+        client.logIn();
+        client.kci.KciShutdown();
+    };
+    failEach({"kcilnk67", start, [&] { client.works(); }, 1000, 64});
+}
+
+// What fails is announced, and in a child said in its log; neither ends the process.
+TEST(Allocations, SupportLayer) {
+    noHalt = TRUE;
+    char folder[] = "/tmp/allocations-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    setenv("KESTRUNE_LANG", MESSAGES, 1);
+    setenv("HOME", folder, 1);
+    stderr = fopen("/dev/null", "w");
+    FILE* const usual = stdout;
+    const auto scenario = [&] {
+        stdout = stderr;
+        ErrMsgInit();
+        char text[20000];
+        for (const char* symbol : {"host.initfail", "missing"}) {
+            ErrMsgSymToText(symbol, text, sizeof text, "s", "argument");
+            UtlFree(ErrMsgGetString(symbol));
+        }
+        ErrMsgToTxt(KCI_CATEGORY_SYSTEM, 2010, text, sizeof text);
+        KsDString string;
+        KsDStringInit(&string);
+        for (int i = 0; i < 50; ++i)
+            KsDStringAppend(&string, "twenty characters...", -1);
+        KsDStringSetLength(&string, 5000);
+        KsDStringFree(&string);
+        HashTableSType table;
+        HashTableInit(&table, TRUE, 8, reinterpret_cast<HashFType>(HashCStrHash),
+                      reinterpret_cast<HashCompareFType>(HashCStrCompare));
+        for (int i = 0; i < 60; ++i) {
+            snprintf(text, sizeof text, "%d", i);
+            VoidPtrType* const slot = HashTableLookup(&table, text);
+            if (slot == nullptr || (*slot == nullptr && !HashTableInsert(&table, slot, text)))
+                break;
+        }
+        HashTableClear(&table);
+        UtlFree(table.table);
+        HostSetEnv("name", "value");
+        HostExpandFileName("$HOME/a", text, sizeof text);
+        HostGetHomeDir("root", text, sizeof text);
+        HostPerform("/dev/null", "/dev/null");
+        PidType pid = 0;
+        if (HostForkServer("/bin/true a b c", text, sizeof text, &pid) || pid > 0)
+            waitpid(pid, nullptr, 0);
+        if (HostFork("/bin/true a b c", nullptr, nullptr, text, sizeof text, "here", "%N%P%M.log", folder, &pid))
+            waitpid(pid, nullptr, 0);
+        ErrMsgShutdown();
+        fflush(stdout);
+        stdout = usual;
+    };
+    const auto works = [&] {
+        ErrMsgInit();
+        char text[200];
+        PidType pid = 0;
+        int status = -1;
+        ErrMsgSymToText("host.initfail", text, sizeof text, "s", "why");
+        EXPECT_EQ(std::string(text).find('['), std::string::npos) << text;
+        ASSERT_TRUE(HostFork("/bin/true", nullptr, nullptr, text, sizeof text, nullptr, "log", folder, &pid)) << text;
+        waitpid(pid, &status, 0);
+        EXPECT_EQ(status, 0);
+        ErrMsgShutdown();
+    };
+    failEach({"tmqkci313", scenario, works, 50, UINT_MAX, 20});
+    EXPECT_EQ(system(("rm -r " + std::string(folder)).c_str()), 0);
+}
+
+// Both ends, the far one in its own process.
+TEST(Allocations, RemoteClientLibraryAndItsHost) {
+    void* const library = dlopen(REMOTE_LIBRARY, RTLD_NOW);
+    ASSERT_NE(library, nullptr) << dlerror();
+    const auto serve = reinterpret_cast<KciRemoteServeFuncPtr>(dlsym(library, "KciRemoteServe"));
+    char text[500] = "";
+    ASSERT_TRUE(serve(LOCAL_LIBRARY, text, sizeof text)) << text;
+    const Client client{open(REMOTE_LIBRARY)};
+    client.kci.KciUnload();
+    const auto scenario = [&] {
+        *text = '\0';
+        client.kci.KciInitAppName("name", TRUE);
+        if (serve(LOCAL_LIBRARY, text, sizeof text) && client.logIn())
+            client.useAll();
+        KciErrSType error{};
+        if (client.kci.KciErr(&error))
+            snprintf(text, sizeof text, "%s", error.message);
+        EXPECT_EQ(std::string(text).find("ended"), std::string::npos) << text;
+        client.kci.KciShutdown();
+        client.kci.KciUnload();
+    };
+    const auto works = [&] {
+        ASSERT_TRUE(serve(LOCAL_LIBRARY, text, sizeof text)) << text;
+        client.works();
+        client.kci.KciUnload();
+    };
+    failEach({"kcirpc67", scenario, works, 2});
+    setenv("LD_PRELOAD", SHIM, 1);
+    const std::string note = "/tmp/allocations-" + std::to_string(getpid());
+    setenv("FAILING_ALLOCATION_NOTE", note.c_str(), 1);
+    for (const std::string failures : {"1", "3", "1000000"}) {
+        int n = 1;
+        for (bool failed = true; failed && !HasFailure(); ++n) {
+            const std::string chosen = ":" + std::to_string(n) + ":" + failures;
+            SCOPED_TRACE(chosen);
+            alarm(20);
+            setenv("FAILING_ALLOCATION", chosen.c_str(), 1);
+            scenario();
+            failed = unlink(note.c_str()) == 0;
+            unsetenv("FAILING_ALLOCATION");
+            works();
+        }
+        EXPECT_GT(n, 3);
+        printf("host: %d allocations, %s failing\n", n - 1, failures.c_str());
+    }
+}
+
+} // namespace
