@@ -115,6 +115,8 @@ TEST_F(LocalClient, ManyObjectsTakeLittleTimeInShortPolls) {
              "d := nil. all := nil. System collectGarbage",
              "1 to: 300 do: [:i | Shared at: #one put: i. System commit]",
              "((String new: 200000) indexOfText: (String new: 3000) , 'x') = 0",
+             "| t | t := (String new: 600000) , 'it''s'. (t asDoubleByteString asUppercase printString asString = "
+             "('w''' , (String new: 600000) , 'IT''''S''')) ifFalse: [nil isDifferent]",
          }) {
         double start = seconds();
         double longest = 0;
