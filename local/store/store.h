@@ -350,7 +350,7 @@ private:
     void dropChanges(Session& session);
     Object* committed(Oop oop) const;
     bool reach(Session& session, const Visit& visit, uint32_t steps);
-    bool isCurrent(Session& session, bool checked);
+    Progress check(Session& session, bool checked, uint32_t steps);
     bool sameKeys(const Object& before, const Object& now, uint32_t hash) const;
     bool canMerge(Session& session, Oop oop);
     Object* merged(Session& session, Oop oop);

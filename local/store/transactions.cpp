@@ -12,8 +12,14 @@ struct Store::Session::Publication {
     size_t nextChange = 0;        // of the changed objects, to be followed
     Object* followed = nullptr;   // and of this one, the slots from a place on
     uint32_t nextSlot = 0;
+    uint32_t checkedAt = 0; // how many commits there were when checking began
+    int restarts = 0;       // since others committed meanwhile
+    size_t nextRead = 0;    // to be checked
+    size_t nextKeyRead = 0;
+    size_t nextChecked = 0;   // of the changed objects
     std::vector<Oop> toMerge; // unordered bodies of which others have changed other keys
     std::vector<Object*> merged;
+    std::forward_list<Superseded> superseded; // what the changes take the place of
 };
 
 Store::Session::Session() = default;
@@ -150,12 +156,13 @@ Store::Progress Store::commit(Session& session, const Visit& visit, bool checked
         if (!reach(session, visit, steps)) {
             return Progress::Working;
         }
-        if (!isCurrent(session, checked)) {
+        const Progress progress = check(session, checked, steps);
+        if (progress == Progress::Done) {
+            publish(session);
+        } else if (progress == Progress::Refused) {
             dropCommit(session);
-            return Progress::Refused;
         }
-        publish(session);
-        return Progress::Done;
+        return progress;
     } catch (...) {
         dropCommit(session);
         throw;
@@ -229,40 +236,59 @@ bool Store::reach(Session& session, const Visit& visit, uint32_t steps) {
 
 // Whether what the session changed (and read) is still as its transaction sees it. Unordered bodies to which others
 // have added, or from which they have removed, other keys get these.
-bool Store::isCurrent(Session& session, bool checked) {
+Store::Progress Store::check(Session& session, bool checked, uint32_t steps) {
+    constexpr int mostRestarts = 3; // then all of it is done at once
+    Session::Publication& work = *session.publication;
+    if (work.checkedAt != commitCount) {
+        work.checkedAt = commitCount;
+        work.nextRead = work.nextKeyRead = work.nextChecked = 0;
+        work.toMerge.clear();
+        work.superseded.clear();
+        steps = work.restarts++ < mostRestarts ? steps : UINT32_MAX;
+    }
     auto isOld = [&](Oop oop) {
         const Object* latest = committed(oop);
         return latest == nullptr || latest->version > session.snapshot;
     };
-    if (checked) {
-        for (Oop oop : session.reads) {
-            if (entries[indexOf(oop)].versions != nullptr && isOld(oop)) {
-                return false;
-            }
+    for (; checked && work.nextRead < session.reads.size(); ++work.nextRead) {
+        if (steps-- == 0) {
+            return Progress::Working;
         }
-        for (const auto& [oop, hash] : session.keyReads) {
-            Object* latest = committed(oop);
-            if (latest != nullptr && latest->version > session.snapshot) {
-                Object* seen = latest;
-                while (seen != nullptr && seen->version > session.snapshot) {
-                    seen = seen->older;
-                }
-                if (seen == nullptr || !sameKeys(*seen, *latest, hash)) {
-                    return false;
-                }
+        Oop oop = session.reads[work.nextRead];
+        if (entries[indexOf(oop)].versions != nullptr && isOld(oop)) {
+            return Progress::Refused;
+        }
+    }
+    for (; checked && work.nextKeyRead < session.keyReads.size(); ++work.nextKeyRead) {
+        if (steps-- == 0) {
+            return Progress::Working;
+        }
+        const auto& [oop, hash] = session.keyReads[work.nextKeyRead];
+        Object* latest = committed(oop);
+        if (latest != nullptr && latest->version > session.snapshot) {
+            Object* seen = latest;
+            while (seen != nullptr && seen->version > session.snapshot) {
+                seen = seen->older;
+            }
+            if (seen == nullptr || !sameKeys(*seen, *latest, hash)) {
+                return Progress::Refused;
             }
         }
     }
-    std::vector<Oop>& toMerge = session.publication->toMerge;
-    for (Oop oop : session.changes) {
+    for (; work.nextChecked < session.changes.size(); ++work.nextChecked) {
+        if (steps-- == 0) {
+            return Progress::Working;
+        }
+        Oop oop = session.changes[work.nextChecked];
         if (isOld(oop)) {
             if (!canMerge(session, oop)) {
-                return false;
+                return Progress::Refused;
             }
-            toMerge.push_back(oop);
+            work.toMerge.push_back(oop);
         }
+        work.superseded.push_front({oop, committed(oop)->version});
     }
-    return true;
+    return Progress::Done;
 }
 
 // Whether two versions hold the same elements of a hash.
@@ -340,10 +366,6 @@ void Store::publish(Session& session) {
         }
         seer.changedByOthers.reserve(seer.changedByOthers.size() + changed.size());
     }
-    std::forward_list<Superseded> superseded;
-    for (Oop oop : session.changes) {
-        superseded.push_front({oop, committed(oop)->version});
-    }
     session.changed.reserve(session.changed.size() + session.changedByOthers.size());
     for (Oop oop : work.toMerge) {
         work.merged.push_back(nullptr);
@@ -382,7 +404,7 @@ void Store::publish(Session& session) {
     for (auto& [seer, changed] : notes) {
         seer->changedByOthers.merge(changed);
     }
-    leftOver.splice_after(leftOver.before_begin(), superseded);
+    leftOver.splice_after(leftOver.before_begin(), work.superseded);
     session.changes.clear();
     session.keyChanges.clear();
     session.publication.reset();
