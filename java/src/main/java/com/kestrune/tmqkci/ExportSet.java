@@ -55,6 +55,13 @@ final class ExportSet {
         }
     }
 
+    /** Counts one more reference to each of the first objects. */
+    synchronized void retain(long[] oops, int count) {
+        for (int i = 0; i < count; ++i) {
+            retain(oops[i]);
+        }
+    }
+
     /** Counts one reference less. */
     synchronized void release(long oop) {
         if (closed || !holds(oop)) {

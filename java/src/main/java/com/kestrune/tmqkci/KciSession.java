@@ -3,6 +3,7 @@ package com.kestrune.tmqkci;
 import java.lang.ref.Cleaner;
 import java.time.Duration;
 import java.util.Arrays;
+import java.util.Collection;
 import java.util.List;
 import java.util.Objects;
 import java.util.concurrent.CompletableFuture;
@@ -45,6 +46,7 @@ public final class KciSession implements AutoCloseable {
     private final ExportSet exports = new ExportSet();
     private final SessionCalls calls;
     private final Transfers transfers;
+    private final BulkCalls bulk;
     private final FutureCalls futures;
 
     private KciSession(int id, KciLoginOptions options, int maxReferences) {
@@ -52,6 +54,7 @@ public final class KciSession implements AutoCloseable {
         this.name = options.toString();
         calls = new SessionCalls(this, id, exports, maxReferences, options.callLimit());
         transfers = new Transfers(this, calls, maxReferences);
+        bulk = new BulkCalls(this, calls, maxReferences);
         futures = new FutureCalls(id);
     }
 
@@ -420,12 +423,85 @@ public final class KciSession implements AutoCloseable {
     }
 
     /**
-     * Answers the objects that have changed since this was last asked, each once. All are read before this returns.
+     * Answers the objects that have changed since this was last asked, each once. The first slice of them is
+     * read at once, others as the stream comes to them; what it does not come to is answered the next time.
      *
      * @return the objects, without descriptions
+     * @throws TmqKciException by the stream's use, for an error of the server
      */
     public Stream<KciObject> changedObjects() {
-        return transfers.changed().stream();
+        return transfers.allChanged();
+    }
+
+    /**
+     * Answers all indexed elements as a stream that reads them in slices, as it comes to them: an object that changes
+     * meanwhile is seen as it is then.
+     *
+     * @param object the object
+     * @return the elements, without descriptions
+     * @throws TmqKciException by the stream's use, for an error of the server
+     * @since 3.1.3
+     */
+    public Stream<KciObject> elements(KciObject object) {
+        return transfers.elements(object);
+    }
+
+    /**
+     * Puts Java values on the server, in few calls: what {@link #create} does with each.
+     *
+     * @param values the values; objects of the session among them are answered as they are
+     * @return the objects, in the values' order, without descriptions
+     * @throws TmqKciException for an error of the server, which needs arrays for it ({@code Array new: n})
+     * @throws KciConversionException for a value that has no counterpart
+     * @since 3.1.3
+     */
+    public List<KciObject> createAll(Collection<?> values) {
+        return bulk.create(values);
+    }
+
+    /**
+     * Makes objects of a class, in few calls, each with values for its first named variables. The class's own
+     * {@code new} is not sent. After an error none of the objects is kept.
+     *
+     * @param cls the class
+     * @param variables for each object the values of its variables, objects and values
+     * @return the objects, without descriptions
+     * @throws TmqKciException for an error of the server, such as too many variables
+     * @throws KciConversionException for a value that has no counterpart
+     * @since 3.1.3
+     */
+    public List<KciObject> createAll(KciObject cls, Collection<? extends List<?>> variables) {
+        return bulk.create(cls, variables);
+    }
+
+    /**
+     * Reads the contents of objects, as they are now, in few calls: of each its named variables and then its indexed
+     * elements; nothing of objects with bytes and of immediate ones.
+     *
+     * @param objects the objects
+     * @return the contents, in the objects' order, without descriptions
+     * @throws TmqKciException for an error of the server
+     * @since 3.1.3
+     */
+    public List<List<KciObject>> fetchAll(Collection<KciObject> objects) {
+        return bulk.contents(objects);
+    }
+
+    /**
+     * Sends the same message to many receivers, in few calls, one after the other in their order. An error ends it;
+     * what was sent before stays done.
+     *
+     * @param receivers the receivers, objects and values
+     * @param selector the message's selector
+     * @param arguments the message's arguments, the same for all
+     * @return the results, in the receivers' order, without descriptions
+     * @throws TmqKciException for an error of the server, which needs arrays and blocks for it ({@code collect:})
+     * @throws KciConversionException for a value that has no counterpart
+     * @throws IllegalArgumentException if the selector does not take as many arguments
+     * @since 3.1.3
+     */
+    public List<KciObject> sendAll(Collection<?> receivers, String selector, Object... arguments) {
+        return bulk.send(receivers, selector, arguments);
     }
 
     /**

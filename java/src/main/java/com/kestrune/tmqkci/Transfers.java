@@ -3,14 +3,21 @@ package com.kestrune.tmqkci;
 import java.lang.ref.Reference;
 import java.util.ArrayList;
 import java.util.Arrays;
+import java.util.Iterator;
 import java.util.List;
+import java.util.Spliterator;
+import java.util.Spliterators;
+import java.util.function.IntFunction;
+import java.util.stream.Stream;
+import java.util.stream.StreamSupport;
 
 /** A session's transfers of contents, cut into slices that fit the bridge's buffers. Indexes count from 1. */
 final class Transfers {
     /** How many references go at once at most, so that other sessions get their turn. */
-    private static final int LARGEST_SLICE = 4096;
+    static final int LARGEST_SLICE = 4096;
     /** The bridge borrows 101 strings in one call at most. */
     private static final int MOST_STRINGS = 100;
+    private static final int CHANGES = 1024;
     private static final TmqKciReport[] NONE = {};
 
     private final KciSession session;
@@ -262,28 +269,50 @@ final class Transfers {
         return end - begin;
     }
 
-    /** All that has changed since it was last asked. */
+    /** The next of what has changed since it was last asked; less than {@link #CHANGES} when there is no more. */
     List<KciObject> changed() {
-        List<KciObject> all = new ArrayList<>();
-        long[] oops = new long[Math.min(maxReferences, 1024)];
+        long[] oops = new long[Math.min(maxReferences, CHANGES)];
         calls.enter();
         try {
-            int count;
-            do {
-                count = calls.call(error -> {
-                    int status = TmqKciInterface._changedOops(id, oops, oops.length, error);
-                    for (int i = 0; i < status; ++i) {
-                        session.exports().retain(oops[i]);
-                    }
-                    return status;
-                });
-                for (int i = 0; i < count; ++i) {
-                    all.add(new KciObject(session, oops[i], null));
-                }
-            } while (count == oops.length);
+            int count = calls.call(error -> {
+                int status = TmqKciInterface._changedOops(id, oops, oops.length, error);
+                session.exports().retain(oops, status);
+                return status;
+            });
+            return Arrays.stream(oops, 0, count).mapToObj(oop -> new KciObject(session, oop, null)).toList();
         } finally {
             calls.leave();
         }
-        return all;
+    }
+
+    Stream<KciObject> allChanged() {
+        List<KciObject> first = changed();
+        return parts(Math.min(maxReferences, CHANGES), number -> number == 0 ? first : changed());
+    }
+
+    Stream<KciObject> elements(KciObject object) {
+        return parts(maxReferences, number -> references(object, 1L + (long) number * maxReferences, maxReferences, false));
+    }
+
+    /** What a reader answers for 0, 1 and so on, until a part is not full; each is read when the stream comes to it. */
+    private static Stream<KciObject> parts(int full, IntFunction<List<KciObject>> reader) {
+        Iterator<List<KciObject>> parts = new Iterator<>() {
+            private int next;
+            private boolean more = true;
+
+            @Override
+            public boolean hasNext() {
+                return more;
+            }
+
+            @Override
+            public List<KciObject> next() {
+                List<KciObject> part = reader.apply(next++);
+                more = part.size() == full;
+                return part;
+            }
+        };
+        return StreamSupport.stream(Spliterators.spliteratorUnknownSize(parts, Spliterator.ORDERED), false)
+                .flatMap(List::stream);
     }
 }

@@ -46,6 +46,21 @@ final class Values {
         return ascii ? Width.ASCII : Width.SINGLE_BYTE;
     }
 
+    /** The identifier that carries a value in itself; 0 for a value that takes an object. */
+    static long immediateOop(Object value) {
+        if (value == null) {
+            return NIL;
+        } else if (value instanceof Boolean truth) {
+            return truth ? TRUE : BOOLEAN_TAG;
+        } else if (value instanceof Character unit) {
+            return unit << 5 | CHARACTER_TAG;
+        } else if (value instanceof Integer || value instanceof Short || value instanceof Byte) {
+            int number = ((Number) value).intValue();
+            return number << 2 >> 2 == number ? Integer.toUnsignedLong(number << 2 | INTEGER_TAG) : 0;
+        }
+        return 0;
+    }
+
     /**
      * The report that stands for a value in a native call; null for a value whose bytes have to be stored first: a text
      * of single bytes, or an array of bytes.

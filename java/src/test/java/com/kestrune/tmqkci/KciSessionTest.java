@@ -156,6 +156,52 @@ class KciSessionTest {
     }
 
     @Test
+    void manyObjectsMoveInFewCalls() {
+        List<Object> values = new ArrayList<>();
+        for (int i = 0; i < 700; ++i) {
+            values.addAll(Arrays.asList("text " + i, i << 22, i * 0.5, i % 2 == 0, (char) (i * 93), null));
+        }
+        List<KciObject> created = session.createAll(values);
+        for (int i = 0; i < values.size(); ++i) {
+            assertEquals(values.get(i), created.get(i).as(Object.class) instanceof KciObject ? created.get(i).intValue()
+                    : created.get(i).as(Object.class));
+        }
+        KciObject cls = session.execute("Object subclass: #Many variables: #(#a #b #c)");
+        List<List<?>> rows = new ArrayList<>();
+        for (int i = 0; i < 700; ++i) {
+            rows.add(Arrays.asList(i - 350, i % 9 == 0 ? "text " + i : null, cls).subList(0, i % 100 / 33 % 4));
+        }
+        List<KciObject> objects = session.createAll(cls, rows);
+        KciObject large = session.execute("(1 to: 900) asArray");
+        List<KciObject> mixed = new ArrayList<>(objects);
+        mixed.addAll(List.of(large, session.create("bytes"), session.execute("7")));
+        List<List<KciObject>> contents = session.fetchAll(mixed);
+        for (int i = 0; i < rows.size(); ++i) {
+            List<Object> all = new ArrayList<>(rows.get(i));
+            all.addAll(Collections.nCopies(3 - all.size(), null));
+            assertEquals(all, contents.get(i).stream().map(each -> each.equals(cls) ? cls : each.as(Object.class)).toList());
+        }
+        assertEquals(List.of(900, 0, 0), contents.subList(700, 703).stream().map(List::size).toList());
+        assertEquals(cls, objects.get(699).send("class"));
+        assertEquals(List.of(), session.createAll(List.of()));
+        assertEquals(KciErrorNumber.BAD_OFFSET, assertThrows(TmqKciException.class,
+                () -> session.createAll(cls, List.of(List.of(1, 2, 3, 4)))).number);
+
+        assertEquals(IntStream.rangeClosed(3, 902).boxed().toList(), session.sendAll(
+                session.elements(large).toList(), "+", 2).stream().map(KciObject::intValue).toList());
+        assertEquals(List.of("b", "y"), session.sendAll(List.of("abc", "xyz"), "copyFrom:to:", 2, 2).stream()
+                .map(KciObject::stringValue).toList());
+        assertThrows(IllegalArgumentException.class, () -> session.sendAll(List.of(1), "foo. System abort"));
+        assertEquals(2010, assertThrows(TmqKciException.class, () -> session.sendAll(List.of(1), "foo")).number);
+        assertEquals(0, session.elements(session.execute("#()")).count());
+        assertEquals(512, session.elements(session.execute("Array new: 512")).count());
+        session.changedObjects().forEach(each -> { });
+        session.execute("System commit");
+        session.storeElements(large, 1, List.of(0));
+        assertEquals(List.of(large), session.changedObjects().limit(1).toList());
+    }
+
+    @Test
     void changedObjectsAreDrained() {
         session.changedObjects();
         KciObject array = session.execute("all := Array new: 600. 1 to: 600 do: [:i | all at: i put: (List new)]. all");
