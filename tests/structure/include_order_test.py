@@ -1,4 +1,4 @@
-"""Includes run downwards: a file of src/, local/ or include/ includes only what stands on its own floor or below it.
+"""Includes run downwards: a file of src/, local/, remote/ or include/ includes only what stands on its own floor or below it.
 
 Usage: include_order_test.py SOURCE_FOLDER
 """
@@ -25,7 +25,9 @@ BRIDGE = [("src/kcirtl", "dynlib kcirtl"), ("src/bridge", "")]
 # Natives over the support layer: they alone stand in both houses.
 JAVA_SUPPORT = SUPPORT + BRIDGE + [("src/javasupport", "")]
 LOCAL = [("local", ""), ("local/store", ""), ("local/language", ""), ("local/kci", "")]
-HOUSES = [JAVA_SUPPORT, SUPPORT, BRIDGE, LOCAL]
+# The two ends share how a client library's file is examined and opened; they do not know each other.
+WIRE = BRIDGE[:1] + [("remote/channel", ""), ("remote/wire", "")]
+HOUSES = [JAVA_SUPPORT, WIRE + [("remote/near", "")], WIRE + [("remote/host", "")], SUPPORT, BRIDGE, LOCAL]
 ROOMS_WITH_JNI = ["src/bridge", "src/javasupport"]
 
 HOUSE_OF_ROOM = {room: [name for name, _ in house] for house in HOUSES for room, _ in house}
@@ -39,6 +41,8 @@ PLANTED = [
     ("src/host/faults", "jni.h"),
     ("src/bridge", "hostmutex.h"),
     ("local/store", "language/text.h"),
+    ("remote/wire", "near/near.h"),
+    ("remote/host", "near/near.h"),
 ]
 
 
@@ -48,7 +52,8 @@ def fault(room, included):
         return None if room in ROOMS_WITH_JNI else "only natives know the virtual machine"
     if included in CONTRACT_HEADERS:
         return None
-    target = ROOM_OF_HEADER.get(included) or str(pathlib.PurePosixPath(room.split("/")[0], included).parent)
+    top = "src" if included.startswith("kcirtl/") else room.split("/")[0]
+    target = ROOM_OF_HEADER.get(included) or str(pathlib.PurePosixPath(top, included).parent)
     order = HOUSE_OF_ROOM[room]
     if target not in order:
         return f"{target} is no floor below {room}"
@@ -62,7 +67,7 @@ def includes_of(source):
 
 def main(top):
     faults = [f"planted {included} in {room} was not found" for room, included in PLANTED if not fault(room, included)]
-    for source in sorted(path for folder in ("src", "local", "include") for path in (top / folder).rglob("*")):
+    for source in sorted(path for folder in ("src", "local", "remote", "include") for path in (top / folder).rglob("*")):
         if source.suffix not in (".h", ".cpp", ".inc"):
             continue
         name = source.relative_to(top)
