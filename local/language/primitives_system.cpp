@@ -30,6 +30,10 @@ Oop abortTransaction(Interpreter& interpreter, Oop self, Arguments) {
     return self;
 }
 
+Oop hasChanges(Interpreter& interpreter, Oop, Arguments) {
+    return booleanOop(!interpreter.view.session().changes.empty());
+}
+
 Oop user(Interpreter& interpreter, Oop, Arguments) {
     return newText(interpreter.view, decodeText(interpreter.facts.user));
 }
@@ -123,6 +127,7 @@ constexpr Primitive rows[] = {
     {kernel::System, false, "commit", commit<false>},
     {kernel::System, false, "checkedCommit", commit<true>},
     {kernel::System, false, "abort", abortTransaction},
+    {kernel::System, false, "hasChanges", hasChanges},
     {kernel::System, false, "user", user},
     {kernel::System, false, "session", session},
     {kernel::System, false, "sliceSize", sliceSize},

@@ -231,6 +231,7 @@ class Terminal(Case):
             (":pager on\r", "tmqkci> "), (":tree Array new: 50\r", "21: nil"), ("q", "tmqkci> "),
             (":edit 1\r", r"\n43\r.*tmqkci> "),
             ("System waitMilliseconds: 1500\r", "1500"), ("\x03", "interrupted.*tmqkci> "),
+            ("Shared at: #a put: 3\r", r"tmqkci\*> "), (":commit\r", "tmqkci> "),
             ("6 * \x03", "tmqkci> "), ("6 * 7\r", "\n42\r.*tmqkci> "))
         self.assert_ends("\x04")
         history = self.home + "/.local/state/tmqkci/history"

@@ -8,6 +8,7 @@ import java.util.List;
 import java.util.Objects;
 import java.util.concurrent.CompletableFuture;
 import java.util.function.BooleanSupplier;
+import java.util.function.Function;
 import java.util.function.Supplier;
 import java.util.stream.Stream;
 
@@ -23,10 +24,10 @@ import java.util.stream.Stream;
  *
  * <p>All methods are thread-safe. A session runs one call at a time; threads that want more wait for their turn, in the
  * order in which they came. An interrupt of a thread that waits, {@link #interrupt}, the completion of a future from
- * outside and a {@link KciLoginOptions#callTimeout limit} end a wait with a {@link KciInterruptedException}. A call that
- * runs is broken off then: softly first, and hard when the server has not answered after a second. When it has not
- * answered a second later either, the caller leaves, and the session's next call waits for the end of this one. Logging
- * in and out, committing and each slice of a transfer wait in native code, and end only by themselves.
+ * outside and a {@link KciLoginOptions#callTimeout limit} end a wait with a {@link KciInterruptedException}. A call
+ * that runs is broken off then: softly first, and hard when the server has not answered after a second. When it has
+ * not answered a second later either, the caller leaves, and the session's next call waits for the end of this one.
+ * Logging in and out, committing and each slice of a transfer wait in native code, and end only by themselves.
  *
  * <p>Every method throws {@link TmqKciException} for an error of the server or the bridge, {@link
  * IllegalStateException} when the session has ended, and {@link KciConversionException} for a value that has no
@@ -39,6 +40,7 @@ public final class KciSession implements AutoCloseable {
     /** One thread for all sessions; it makes no call. */
     private static final Cleaner CLEANER = Cleaner.create();
 
+    private static final int ATTEMPTS = 10;
     private static final Duration CLOSE_LIMIT = Duration.ofSeconds(10);
 
     private final int id;
@@ -48,6 +50,7 @@ public final class KciSession implements AutoCloseable {
     private final Transfers transfers;
     private final BulkCalls bulk;
     private final FutureCalls futures;
+    private final Transactions transactions = new Transactions(this);
 
     private KciSession(int id, KciLoginOptions options, int maxReferences) {
         this.id = id;
@@ -511,6 +514,69 @@ public final class KciSession implements AutoCloseable {
      */
     public void release(KciObject... objects) {
         Arrays.stream(objects).forEach(KciObject::release);
+    }
+
+    /**
+     * Begins a transaction; what the session has changed and not committed is lost. There always is a transaction:
+     * login, a commit and {@link #abort} begin one as well. It is the session's, not the thread's: threads that share a
+     * session share it.
+     *
+     * @throws TmqKciException if the client library has no transactions
+     * @since 3.1.3
+     */
+    public void begin() {
+        transactions.begin();
+    }
+
+    /**
+     * Commits what the session has changed, and begins the next transaction. It waits in native code.
+     *
+     * @throws KciConflictException if the commit is refused; nothing is committed, and the changes stay until {@link
+     *     #abort} or {@link #begin}
+     * @throws TmqKciException if the client library has no transactions
+     * @since 3.1.3
+     */
+    public void commit() {
+        transactions.commit();
+    }
+
+    /**
+     * Gives up what the session has changed and not committed, and begins the next transaction.
+     *
+     * @throws TmqKciException if the client library has no transactions
+     * @since 3.1.3
+     */
+    public void abort() {
+        transactions.abort();
+    }
+
+    /**
+     * Does what {@link #inTransaction(int, Function)} does, 10 times at most.
+     *
+     * @param <T> what the work answers
+     * @param work what reads and changes objects of the session
+     * @return what the work answers
+     * @since 3.1.3
+     */
+    public <T> T inTransaction(Function<KciSession, T> work) {
+        return inTransaction(ATTEMPTS, work);
+    }
+
+    /**
+     * Begins a transaction, does some work, and commits. When the commit is refused the work is done again, in a new
+     * transaction after a short pause; it must be such that this is right. When it fails, for whatever reason, its
+     * changes are given up. What the session had changed before is lost.
+     *
+     * @param <T> what the work answers
+     * @param attempts how many times the work is done at most, at least 1
+     * @param work what reads and changes objects of the session
+     * @return what the work answers
+     * @throws KciConflictException if the last attempt's commit is refused, too
+     * @throws IllegalStateException if the session is inside of this method already
+     * @since 3.1.3
+     */
+    public <T> T inTransaction(int attempts, Function<KciSession, T> work) {
+        return transactions.run(attempts, Objects.requireNonNull(work, "work"));
     }
 
     /**

@@ -13,8 +13,8 @@ import java.util.function.Supplier;
  * The order of a session's calls. A thread that has entered is alone with the session; inside, it takes the bridge's
  * lock for each native call, but not while it waits for a result.
  *
- * <p>A call that shall not go on is broken off by the thread that polls for its end. One that goes on in spite of that is
- * abandoned: the session is still busy with it, and the next to enter polls it to its end and releases what it answers.
+ * <p>A call that shall not go on is broken off by the thread that polls for its end. One that goes on in spite of that
+ * is abandoned: the session is still busy with it, and the next to enter polls it to its end and releases its answer.
  */
 final class SessionCalls {
     /** A native call that ends with its return. */
@@ -362,8 +362,8 @@ final class SessionCalls {
     }
 
     /**
-     * Polls until the call has ended. One that shall not go on is broken off if it is this thread's own; when the server
-     * goes on with it, or if it is not, it is left with an exception, or for an abandoned call with false.
+     * Polls until the call has ended; answers true. One that shall not go on is broken off if it is this thread's own.
+     * When the server goes on with it, or if it is not, it is left with an exception.
      */
     private boolean await(TmqKciReport result, BooleanSupplier abandoned, boolean own) {
         long pause = FIRST_PAUSE_NANOS;
@@ -597,7 +597,7 @@ final class SessionCalls {
             return interrupted;
         }
 
-        /** Takes a lock before the end; sooner by so much, and without waiting when interrupted, if something is kept. */
+        /** Takes a lock before the end; sooner by what is kept, and then without waiting when interrupted. */
         boolean lock(ReentrantLock lock, long kept) {
             for (;;) {
                 try {

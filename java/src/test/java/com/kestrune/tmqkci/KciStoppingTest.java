@@ -11,11 +11,13 @@ import java.util.List;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.TimeUnit;
+import java.util.concurrent.atomic.AtomicInteger;
+import java.util.function.Function;
 
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.Timeout;
 
-/** Calls that are stopped. */
+/** Calls that are stopped, and transactions. */
 @Timeout(60)
 class KciStoppingTest {
     private static final List<String> ENDLESS = List.of("[true] whileTrue: []", "System waitMilliseconds: 1000000",
@@ -167,6 +169,51 @@ class KciStoppingTest {
                 KciBridge.lock().unlock();
             }
             assertEquals(7, session.execute("3 + 4").intValue());
+        }
+    }
+
+    private static int stock(KciSession session) {
+        return session.execute("stock").intValue();
+    }
+
+    @Test
+    void transactionsAreDoneAgainOrLeaveNothing() {
+        try (KciSession session = login("local"); KciSession other = login("local")) {
+            session.execute("Shared at: #stock put: 0");
+            session.commit();
+            // The other one is faster twice.
+            AtomicInteger attempts = new AtomicInteger();
+            Function<KciSession, Integer> work = each -> {
+                int before = stock(each);
+                each.execute("Shared at: #stock put: stock + 1");
+                if (attempts.incrementAndGet() <= 2) {
+                    other.inTransaction(faster -> faster.execute("Shared at: #stock put: stock + 10"));
+                }
+                return before;
+            };
+            assertEquals(20, session.inTransaction(work));
+            attempts.set(0);
+            assertThrows(KciConflictException.class, () -> session.inTransaction(2, work));
+            assertFalse(session.execute("System hasChanges").booleanValue(), "given up");
+            assertEquals(List.of(2, 41), List.of(attempts.get(), stock(session)));
+
+            for (String failing : List.of("nil foo", "[true] whileTrue: []")) {
+                assertThrows(KciException.class, () -> session.inTransaction(each -> each.withCallTimeout(
+                        Duration.ofMillis(300), () -> each.execute("Shared at: #stock put: 7. " + failing))));
+                assertEquals(41, stock(session));
+            }
+            assertThrows(KciInterruptedException.class, () -> session.inTransaction(each -> {
+                each.execute("Shared at: #stock put: 7");
+                Thread.currentThread().interrupt();
+                return each.execute("3");
+            }));
+            assertTrue(Thread.interrupted());
+            assertEquals(41, stock(session));
+            assertThrows(IllegalStateException.class, () -> session.inTransaction(
+                    each -> each.inTransaction(again -> again)));
+            session.execute("Shared at: #stock put: 7");
+            session.abort();
+            assertEquals(41, stock(session));
         }
     }
 }

@@ -52,6 +52,9 @@ final class Commands {
         add("edit", "[TEXT]", "runs the last input, or this one, after changes in an editor", this::edit);
         add("classes", "[PATTERN]", "the names of the classes, all or as Date*", this::classes);
         add("methods", "CLASS", "the selectors of a class and of those above it", this::methods);
+        add("begin", "", "begins a transaction; changes that are not committed are lost", none -> evaluator.session.begin());
+        add("commit", "", "commits the changes, and begins the next transaction", none -> evaluator.session.commit());
+        add("abort", "", "gives the changes up, and begins the next transaction", none -> evaluator.session.abort());
         add("set", "[NAME [TEXT]]", "gives a name to a text, which inputs use as ${NAME}, or as ${'NAME'} for a string of "
                 + "it; alone, lists them", this::set);
         add("help", "", "this text", none -> evaluator.out.println(help(evaluator.out.columns())));

@@ -34,7 +34,7 @@ final class EditedLines implements Prompt.Lines {
     private final Evaluator evaluator;
     private final SteadyTerminal terminal = SteadyTerminal.open();
     private final LineReader reader;
-    private final String prompt;
+    private final String bold;
     private String last = "";
 
     EditedLines(Evaluator evaluator) throws IOException {
@@ -54,14 +54,14 @@ final class EditedLines implements Prompt.Lines {
         Integer colours = terminal.getNumericCapability(Capability.max_colors);
         String refused = System.getenv("NO_COLOR");
         boolean coloured = colours != null && colours >= FEWEST_COLOURS && (refused == null || refused.isEmpty());
-        prompt = coloured ? BOLD + Prompt.FIRST + PLAIN : Prompt.FIRST;
+        bold = coloured ? BOLD : "";
         evaluator.err.setColour(coloured ? RED : "");
     }
 
     @Override
     public String read() {
         try {
-            String lines = reader.readLine(prompt);
+            String lines = reader.readLine(bold + Prompt.first(evaluator) + (bold.isEmpty() ? "" : PLAIN));
             if (lines != null && !lines.startsWith(":")) {
                 last = lines;
             }

@@ -2,6 +2,7 @@ package com.kestrune.tmqkci.console;
 
 import com.kestrune.tmqkci.KciConversionException;
 import com.kestrune.tmqkci.KciErrorNumber;
+import com.kestrune.tmqkci.KciException;
 import com.kestrune.tmqkci.KciInterruptedException;
 import com.kestrune.tmqkci.KciInterruptedException.Outcome;
 import com.kestrune.tmqkci.KciMessages;
@@ -9,6 +10,7 @@ import com.kestrune.tmqkci.KciObject;
 import com.kestrune.tmqkci.KciSession;
 import com.kestrune.tmqkci.TmqKciException;
 
+import java.time.Duration;
 import java.util.ArrayList;
 import java.util.LinkedHashMap;
 import java.util.List;
@@ -17,6 +19,8 @@ import java.util.Map;
 
 /** Runs inputs, expressions as well as commands, and shows what they answer. */
 final class Evaluator {
+    private static final String CHANGES = "System hasChanges";
+    private static final Duration PATIENCE = Duration.ofSeconds(1);
     private static final int NANOS_PER_MICRO = 1000;
 
     final KciSession session;
@@ -31,6 +35,8 @@ final class Evaluator {
     private String expression = "";
     private TmqKciException lastError;
     private boolean ended;
+    /** Whether the server knows of changes. */
+    private boolean tellsChanges = true;
     /** Whether the server has answered the expression. */
     private boolean evaluated;
     private volatile boolean busy;
@@ -59,6 +65,19 @@ final class Evaluator {
     /** Whether the server may still be at an input that was given up before its result came. */
     boolean wasInterrupted() {
         return interrupted;
+    }
+
+    /** Whether the transaction has changes, as far as the server tells; it is not asked while it has something to do. */
+    boolean hasChanges() {
+        try {
+            return tellsChanges && !isBusy() && session.isOpen() && session.withCallTimeout(PATIENCE,
+                    () -> session.execute(CHANGES).as(Boolean.class));
+        } catch (KciInterruptedException | IllegalStateException notNow) {
+            return false;
+        } catch (KciException unknown) {
+            tellsChanges = false;
+            return false;
+        }
     }
 
     /** Whether the session has something to do. From any thread. */

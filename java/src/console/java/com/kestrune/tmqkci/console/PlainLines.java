@@ -13,6 +13,7 @@ final class PlainLines implements Prompt.Lines {
     private final Evaluator evaluator;
     private final BufferedReader in = new BufferedReader(new InputStreamReader(Terminals.in(), Terminals.charset()));
     private final Object formerHandler;
+    private volatile String prompt;
     private volatile boolean dropped;
 
     PlainLines(Evaluator evaluator) {
@@ -23,11 +24,12 @@ final class PlainLines implements Prompt.Lines {
     @Override
     public String read() {
         // The terminal has forgotten the line; a wait for another cannot be cut short.
+        prompt = Prompt.first(evaluator);
         Runnable former = evaluator.interrupts.begin(this::drop);
         try {
             StringBuilder lines = new StringBuilder();
             dropped = false;
-            ask(Prompt.FIRST);
+            ask(prompt);
             for (String line = in.readLine(); line != null; line = in.readLine()) {
                 if (dropped) {
                     lines.setLength(0);
@@ -56,7 +58,7 @@ final class PlainLines implements Prompt.Lines {
 
     private void drop() {
         dropped = true;
-        ask(Prompt.FIRST);
+        ask(prompt);
     }
 
     private void ask(String prompt) {

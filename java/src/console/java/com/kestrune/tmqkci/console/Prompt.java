@@ -9,7 +9,8 @@ import java.nio.file.Path;
 
 /** The console at a terminal: asks for inputs and runs them, until its end. */
 final class Prompt {
-    static final String FIRST = "tmqkci> ";
+    private static final String FIRST = "tmqkci> ";
+    private static final String WITH_CHANGES = "tmqkci*> ";
     static final String FURTHER = "   ...> ";
 
     /** Where the lines of inputs come from. */
@@ -22,6 +23,11 @@ final class Prompt {
     }
 
     private Prompt() {
+    }
+
+    /** The prompt of an input; it shows whether there are changes to commit. */
+    static String first(Evaluator evaluator) {
+        return evaluator.hasChanges() ? WITH_CHANGES : FIRST;
     }
 
     static void run(Evaluator evaluator, boolean quiet) throws IOException {
