@@ -215,8 +215,10 @@ public final class KciObject {
 
     /**
      * Converts the object to a Java value. Known types are Boolean, Character, Byte, Short, Integer, Long, Float,
-     * Double, their primitive counterparts, String, LocalDateTime, byte[], KciObject, and Object, which stands for the
-     * type that fits the object best: KciObject when no other does, and for integers beyond 30 bits. nil becomes null.
+     * Double, BigInteger, their primitive counterparts, String, LocalDateTime, LocalDate, Instant (a date and time taken
+     * for UTC), byte[], List, Map, KciObject, and Object, which stands for the type that fits the object best: KciObject
+     * when no other does, and for integers beyond 30 bits and collections. nil becomes null. What a list or map holds
+     * becomes of the type that fits it best, integers Integer, Long or BigInteger, collections List or Map.
      *
      * <p>An integer that does not fit the type is refused; Float and Double take integers, too, and round.
      *

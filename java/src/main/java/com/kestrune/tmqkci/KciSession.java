@@ -34,7 +34,8 @@ import java.util.stream.Stream;
  * counterpart. A thread that holds {@link KciBridge#lock} is refused.
  *
  * <p>Arguments may be objects of the session, null, Boolean, Character, Byte, Short, Integer, Long (within 32 bits),
- * Float, Double, String, LocalDateTime (its milliseconds; the rest is dropped) and byte[].
+ * Float, Double, String, LocalDateTime (its milliseconds; the rest is dropped), byte[], and where the server has
+ * classes for them BigInteger, LocalDate, Instant (with milliseconds), List and Map.
  */
 public final class KciSession implements AutoCloseable {
     /** One thread for all sessions; it makes no call. */
@@ -154,6 +155,34 @@ public final class KciSession implements AutoCloseable {
         calls.enter();
         try {
             return object(calls.run(source, null, null));
+        } finally {
+            calls.leave();
+        }
+    }
+
+    /**
+     * Runs source text that is a block, with arguments: {@code execute("[:a :b | a + b]", 3, 4)}. Nothing of an argument
+     * becomes source text.
+     *
+     * @param block the text; it takes as many arguments as are given
+     * @param arguments the arguments; as many at most as the server's blocks take, four in the local store
+     * @return the block's result
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciConversionException for an argument that has no counterpart
+     * @throws IllegalStateException if the session has ended
+     * @throws KciInterruptedException if the thread was interrupted while it waited
+     * @since 3.1.3
+     */
+    public KciObject execute(String block, Object... arguments) {
+        Objects.requireNonNull(arguments, "arguments");
+        calls.enter();
+        try {
+            KciObject made = execute(block);
+            try {
+                return send(made, arguments.length == 0 ? "value" : "value:".repeat(arguments.length), arguments);
+            } finally {
+                made.release();
+            }
         } finally {
             calls.leave();
         }

@@ -1,10 +1,12 @@
 package com.kestrune.tmqkci;
 
 import java.lang.ref.Reference;
+import java.math.BigInteger;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Iterator;
 import java.util.List;
+import java.util.Map;
 import java.util.Spliterator;
 import java.util.Spliterators;
 import java.util.function.IntFunction;
@@ -119,10 +121,17 @@ final class Transfers {
     }
 
     /**
-     * A new object with bytes of its own: a plain string for a text, and for bytes what the server makes of the source
-     * text {@code ByteArray new: n}. Counted as a reference.
+     * A new object with a body of its own: a plain string for a text, for bytes what the server makes of the source
+     * text {@code ByteArray new: n}, for an integer what it makes of its digits, a collection. Counted as a reference.
      */
     TmqKciReport newBody(Object value) {
+        if (value instanceof List<?> list) {
+            return taken(CollectionValues.create(session, list));
+        } else if (value instanceof Map<?, ?> map) {
+            return taken(CollectionValues.create(session, map));
+        } else if (value instanceof BigInteger number) {
+            return newInteger(number);
+        }
         byte[] bytes;
         TmqKciReport created;
         if (value instanceof String text) {
@@ -143,6 +152,25 @@ final class Transfers {
             }
         }
         return created;
+    }
+
+    /** An object's description, whose reference the caller takes over. */
+    private TmqKciReport taken(KciObject object) {
+        session.exports().retain(object.oop());
+        object.release();
+        return TmqKciReport.ofOop(object.oop());
+    }
+
+    private TmqKciReport newInteger(BigInteger number) {
+        try {
+            return calls.run(number.toString(), null, null);
+        } catch (TmqKciException refused) {
+            if (refused.fatal) {
+                throw refused;
+            }
+            throw new KciConversionException("the integer " + number + " does not fit the server's: "
+                    + refused.getMessage());
+        }
     }
 
     /** Creates and describes the object that a value's report stands for, and counts a reference. */

@@ -1,10 +1,14 @@
 package com.kestrune.tmqkci;
 
+import java.math.BigInteger;
 import java.nio.charset.StandardCharsets;
 import java.time.Duration;
+import java.time.Instant;
 import java.time.LocalDate;
 import java.time.LocalDateTime;
 import java.time.LocalTime;
+import java.time.ZoneOffset;
+import java.util.List;
 import java.util.Map;
 
 /** Conversions between Java values and what stands for them on the server. */
@@ -16,6 +20,7 @@ final class Values {
     private static final int CHARACTER_TAG = 14;
     private static final int INTEGER_TAG = 3;
     private static final int SHOWN_CHARACTERS = 60;
+    private static final int NANOS_PER_MILLI = 1_000_000;
 
     private static final Map<Class<?>, Class<?>> BOXES = Map.of(boolean.class, Boolean.class, char.class,
             Character.class, byte.class, Byte.class, short.class, Short.class, int.class, Integer.class, long.class,
@@ -62,8 +67,8 @@ final class Values {
     }
 
     /**
-     * The report that stands for a value in a native call; null for a value whose bytes have to be stored first: a text
-     * of single bytes, or an array of bytes.
+     * The report that stands for a value in a native call; null for a value that has to be made first: a text of single
+     * bytes, an array of bytes, an integer beyond 32 bits, a list, a map.
      */
     static TmqKciReport toServer(KciSession session, Object value) {
         if (value == null) {
@@ -92,7 +97,17 @@ final class Values {
         } else if (value instanceof LocalDateTime time) {
             return TmqKciReport.ofDateTime(time.getYear(), time.getDayOfYear(),
                     (int) Duration.ofNanos(time.toLocalTime().toNanoOfDay()).toMillis());
-        } else if (value instanceof byte[]) {
+        } else if (value instanceof LocalDate date) {
+            return TmqKciReport.ofDateTime(date.getYear(), date.getDayOfYear(), 0);
+        } else if (value instanceof Instant instant) {
+            if (instant.getNano() % NANOS_PER_MILLI != 0) {
+                throw new KciConversionException("the instant " + instant + " is finer than a millisecond");
+            }
+            return toServer(session, LocalDateTime.ofInstant(instant, ZoneOffset.UTC));
+        } else if (value instanceof BigInteger number && number.bitLength() < Integer.SIZE) {
+            return TmqKciReport.ofInteger(number.intValue());
+        } else if (value instanceof byte[] || value instanceof BigInteger || value instanceof List
+                || value instanceof Map) {
             return null;
         }
         throw new KciConversionException("a " + value.getClass().getName() + " has no counterpart on the server");
@@ -148,6 +163,12 @@ final class Values {
         if (type == KciObject.class) {
             return object;
         }
+        if (type == List.class) {
+            return CollectionValues.isList(object) ? CollectionValues.list(object, 0) : null;
+        }
+        if (type == Map.class) {
+            return object.isImmediate() ? null : CollectionValues.map(object, 0);
+        }
         if (type == byte[].class) {
             return object.isImmediate() || object.description().objType != TmqKciReport.KIND_BYTE ? null
                     : object.session().wholeBody(object);
@@ -162,6 +183,9 @@ final class Values {
         boolean wantsNumber = Number.class.isAssignableFrom(type);
         if (wantsNumber && natural == object) {
             natural = largeInteger(object);
+        }
+        if (natural instanceof LocalDateTime time) {
+            return dateOrInstant(object, time, type);
         }
         return wantsNumber && natural instanceof Number number ? toNumber(number, type) : null;
     }
@@ -193,6 +217,16 @@ final class Values {
         };
     }
 
+    private static Object dateOrInstant(KciObject object, LocalDateTime time, Class<?> type) {
+        if (type == Instant.class) {
+            return time.toInstant(ZoneOffset.UTC);
+        }
+        if (type == LocalDate.class && !time.toLocalTime().equals(LocalTime.MIDNIGHT)) {
+            throw new KciConversionException(object + " has a time of day and cannot be converted to LocalDate");
+        }
+        return type == LocalDate.class ? time.toLocalDate() : null;
+    }
+
     private static LocalDateTime dateTime(KciObject object, TmqKciReport description) {
         try {
             return LocalDateTime.of(LocalDate.ofYearDay(description.valueInt1, description.valueInt2),
@@ -205,21 +239,14 @@ final class Values {
 
     /**
      * An integer beyond the immediate ones is an object of bytes, whose layout is the server's own: the server prints
-     * it.
+     * it. Null for another object.
      */
-    private static Object largeInteger(KciObject object) {
+    static BigInteger largeInteger(KciObject object) {
         if (object.isImmediate() || object.description().valueType != TmqKciReport.VALUE_BYTES) {
-            return object;
+            return null;
         }
         String printed = object.printString();
-        if (!printed.matches("-?[0-9]+")) {
-            return object;
-        }
-        try {
-            return Long.valueOf(printed);
-        } catch (NumberFormatException tooLarge) {
-            throw new KciConversionException("the integer " + printed + " does not fit 64 bits");
-        }
+        return printed.matches("-?[0-9]+") ? new BigInteger(printed) : null;
     }
 
     private static Number toNumber(Number number, Class<?> type) {
@@ -229,6 +256,10 @@ final class Values {
             return number.floatValue();
         } else if (number instanceof Double) {
             return null;
+        } else if (type == BigInteger.class) {
+            return number instanceof BigInteger ? number : BigInteger.valueOf(number.longValue());
+        } else if (number instanceof BigInteger large && large.bitLength() >= Long.SIZE) {
+            throw new KciConversionException("the integer " + number + " does not fit 64 bits");
         }
         long value = number.longValue();
         Number narrow;

@@ -2,11 +2,15 @@ package com.kestrune.tmqkci;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.math.BigInteger;
+import java.time.Instant;
+import java.time.LocalDate;
 import java.time.LocalDateTime;
 import java.util.ArrayList;
 import java.util.Arrays;
 import java.util.Collections;
 import java.util.List;
+import java.util.Map;
 import java.util.Random;
 import java.util.stream.IntStream;
 import java.util.stream.Stream;
@@ -38,9 +42,14 @@ class KciSessionTest {
             Integer.MIN_VALUE, 1 << 29, -(1 << 29) - 1, 1.5, -0.0, Double.NaN, 1e300, "", "plain", "it's",
             "caf\u00E9 \u00FF\u0080", "nul\0inside", "\u20AC\0", "\uD83D\uDE00", "\uDC00 alone \uD800",
             "x".repeat(3000), "\u00E9".repeat(3000), "\u20AC".repeat(3000), LocalDateTime.of(2024, 2, 29, 23, 59, 58),
-            LocalDateTime.of(1969, 12, 31, 0, 0, 0, 1_000_000)}) {
+            LocalDateTime.of(1969, 12, 31, 0, 0, 0, 1_000_000), LocalDate.of(1900, 3, 1), Instant.EPOCH,
+            Instant.ofEpochMilli(-1), BigInteger.TEN, BigInteger.ONE.shiftLeft(31), BigInteger.valueOf(Long.MIN_VALUE),
+            List.of(), Arrays.asList(1, null, "two", 3.5, 'c', true, 1 << 30, "caf\u00E9"), Map.of(),
+            List.of(List.of(1, List.of()), Map.of("a", List.of(2)), LocalDateTime.of(2024, 1, 1, 0, 0)),
+            Map.of("one", 1, 2, "two", 'x', List.of("y"), "m", Map.of(1.5, -1))}) {
             KciObject object = session.send(list, "add:", value);
-            assertEquals(value, object.as(value.getClass()), String.valueOf(value));
+            Class<?> type = value instanceof List ? List.class : value instanceof Map ? Map.class : value.getClass();
+            assertEquals(value, object.as(type), String.valueOf(value));
             if (value instanceof String text) {
                 assertEquals(text.length(), session.send(text, "size").intValue(), "a character stays a character");
                 assertEquals(text.chars().anyMatch(c -> c > 0xFF), object.description().isDBString);
@@ -74,6 +83,26 @@ class KciSessionTest {
                 () -> session.send(1, "max:", new java.util.Date()));
         assertRefused("the integer 10000000000 does not fit Integer",
                 () -> session.execute("100000 * 100000").intValue());
+        assertRefused("the instant 1970-01-01T00:00:00.000000001Z is finer than a millisecond",
+                () -> session.send(Instant.ofEpochSecond(0, 1), "year"));
+        BigInteger large = BigInteger.ONE.shiftLeft(70);
+        assertTrue(assertThrows(KciConversionException.class, () -> session.create(large)).getMessage()
+                .startsWith("the integer " + large + " does not fit the server's: "));
+        assertRefused("the map has keys that differ in Java and are equal on the server",
+                () -> session.create(Map.of(1, "a", 1.0, "b")));
+        assertRefused("year 1970, day 1, 1 ms has a time of day and cannot be converted to LocalDate",
+                () -> session.create(Instant.ofEpochMilli(1)).as(LocalDate.class));
+        for (Class<?> type : new Class<?>[] {List.class, Map.class, BigInteger.class}) {
+            assertRefused("'text' cannot be converted to " + type.getSimpleName(),
+                    () -> session.execute("'text'").as(type));
+        }
+        assertTrue(assertThrows(KciConversionException.class, () -> session.execute("l := List new. l add: l. l")
+                .as(List.class)).getMessage().endsWith("more than 100 collections deep"));
+        assertEquals(7, session.execute("[:a :b | a + b]", 3, 4).intValue());
+        assertEquals(1, session.execute("[1]", new Object[0]).intValue());
+        assertEquals("it's", session.execute("[:a | a]", "it's").stringValue());
+        assertEquals(KciErrorNumber.BAD_MESSAGE, assertThrows(TmqKciException.class,
+                () -> session.execute("[:a | a]", 1, 2)).number);
         assertRefused("the integer 128 does not fit Byte", () -> session.execute("128").as(Byte.class));
         assertRefused("7 cannot be converted to String", () -> session.execute("7").stringValue());
         assertRefused("1.5 cannot be converted to Integer", () -> session.execute("1.5").intValue());
