@@ -17,7 +17,7 @@ namespace remote {
 // A text in a fixed buffer; what does not fit is cut between characters.
 template <size_t size>
 struct FixedText {
-    char text[size] = "";
+    char text[size] = {};
 
     void set(const char* format, ...) __attribute__((format(printf, 2, 3)));
     void append(const char* more);

@@ -309,6 +309,14 @@ bool writeAnswer(Writer& to, const ReceivedCall<Row>& call, Result result, const
     return to.ok();
 }
 
+template <class Result>
+bool isReady(Result result) {
+    if constexpr (std::is_same_v<Result, KciNbProgressEType>) {
+        return result == KCI_RESULT_READY;
+    }
+    return false;
+}
+
 // Reads an answer into the caller's arguments. FALSE when it is none of the entry's. `cell` is where the identifier
 // that the entry's result cell leads to is put. *error is filled and TRUE left in *hasError when there is an error
 // record. A text that is the result stays where it is.
@@ -331,7 +339,7 @@ bool readAnswer(Reader& from, const typename Row::Arguments& arguments, Result& 
         } else if constexpr (role == Role::resultCell) {
             const bool given = from.template get<uint32_t>() != 0;
             *cell = from.template get<OopType>();
-            if (argument != nullptr && result == KCI_RESULT_READY) {
+            if (argument != nullptr && isReady(result)) {
                 *argument = given ? cell : nullptr;
             }
         }

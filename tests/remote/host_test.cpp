@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -137,8 +138,9 @@ TEST(Host, ItsEndIsTheCallsError) {
             }
         }
         // Between two calls.
-        kill(onlyChild(), SIGTERM);
-        std::this_thread::sleep_for(20ms);
+        const pid_t host = onlyChild();
+        kill(host, SIGTERM);
+        EXPECT_TRUE(ends(host, 5s));
         EXPECT_EQ(remote.table->KciLongToOop(3), KCI_OOP_ILLEGAL);
         EXPECT_EQ(remote.error(), SIGNALLED + "15 (Terminated)");
         EXPECT_GT(remote.logIn(), session);
@@ -149,13 +151,18 @@ TEST(Host, ItsEndIsTheCallsError) {
 }
 
 TEST(Host, BreaksTravelWhileACallRunsAndEndWithTheHost) {
+    const auto filesBefore = filesOf(getpid());
     for (const std::string& library : TROUBLED) {
         Remote remote;
         ASSERT_EQ(remote.serve(library), "");
         remote.logIn();
-        std::thread waiting([&] { remote.table->KciNbExecuteStr("wait", KCI_OOP_NIL); });
-        std::this_thread::sleep_for(20ms);
-        remote.table->KciSoftBreak();
+        std::atomic<bool> over = false;
+        std::thread waiting([&] { remote.table->KciNbExecuteStr("wait", KCI_OOP_NIL), over = true; });
+        // A break that comes before the call breaks nothing off.
+        while (!over) {
+            std::this_thread::sleep_for(20ms);
+            remote.table->KciSoftBreak();
+        }
         waiting.join();
         EXPECT_EQ(remote.error(), "");
 
@@ -171,6 +178,8 @@ TEST(Host, BreaksTravelWhileACallRunsAndEndWithTheHost) {
         EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
         EXPECT_EQ(remote.error(), SIGNALLED + "9 (Killed)");
         remote.table->KciSoftBreak();
+        EXPECT_EQ(filesOf(getpid()), filesBefore);
+        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
     }
 }
 
