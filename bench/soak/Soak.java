@@ -6,7 +6,10 @@ import java.io.IOException;
 import java.nio.file.Files;
 import java.nio.file.Path;
 
-/** Makes millions of mixed native calls over the local store and prints the process's resident size as it goes. */
+/**
+ * Makes millions of mixed native calls over the local store and prints the process's resident size as it goes, and that
+ * of the client library's host process.
+ */
 public final class Soak {
     private static final TmqKciException error = new TmqKciException();
     private static int session;
@@ -41,13 +44,22 @@ public final class Soak {
         return report;
     }
 
-    private static long residentKilobytes() throws IOException {
-        for (String line : Files.readAllLines(Path.of("/proc/self/status"))) {
+    private static long residentKilobytes(long process) throws IOException {
+        for (String line : Files.readAllLines(Path.of("/proc/" + process + "/status"))) {
             if (line.startsWith("VmRSS:")) {
                 return Long.parseLong(line.replaceAll("\\D", ""));
             }
         }
         throw new IOException("no VmRSS");
+    }
+
+    private static void progress(long start) throws IOException {
+        System.out.printf("%,10d calls  %4d s  resident %,d KB", calls, (System.nanoTime() - start) / 1_000_000_000L,
+                residentKilobytes(ProcessHandle.current().pid()));
+        for (ProcessHandle host : ProcessHandle.current().children().toList()) {
+            System.out.printf("  host process %,d KB", residentKilobytes(host.pid()));
+        }
+        System.out.println();
     }
 
     private static void round(TmqKciReport array, TmqKciReport stringClass, TmqKciReport[] elements, byte[] bytes, long[] changed) {
@@ -105,14 +117,12 @@ public final class Soak {
         long nextLine = 0;
         while (calls < wanted && System.nanoTime() - start < mostSeconds * 1_000_000_000L) {
             if (calls >= nextLine) {
-                System.out.printf("%,10d calls  %4d s  resident %,d KB%n", calls, (System.nanoTime() - start) / 1_000_000_000L,
-                        residentKilobytes());
+                progress(start);
                 nextLine += wanted / 10;
             }
             round(array, stringClass, elements, new byte[16], new long[64]);
         }
-        System.out.printf("%,10d calls  %4d s  resident %,d KB%n", calls, (System.nanoTime() - start) / 1_000_000_000L,
-                residentKilobytes());
+        progress(start);
         checked(TmqKciInterface._logout(session, error));
     }
 }

@@ -8,6 +8,7 @@ import com.kestrune.tmqkci.TmqKciLibrary;
 import com.kestrune.tmqkci.TmqKciReport;
 
 import java.io.PrintStream;
+import java.nio.file.Path;
 import java.util.Arrays;
 import java.util.stream.Collectors;
 import java.util.stream.LongStream;
@@ -65,6 +66,8 @@ final class Tour {
         section("Java and the bridge", "TmqKciLibrary.location");
         line("Java", System.getProperty("java.version") + ", " + System.getProperty("sun.arch.data.model") + "-bit");
         line("library that was loaded", TmqKciLibrary.location());
+        line("client library", ProcessHandle.current().children().findAny().flatMap(host -> host.info().command())
+                .map(command -> "in a host process, " + Path.of(command).getFileName()).orElse("in this process"));
     }
 
     private void sessions() {
