@@ -65,7 +65,7 @@ private:
     Spinning spinning;
     bool initialized = false;
     // A private copy, of a request with neither an array nor a text in the first one.
-    ByteType smallRequest[256];
+    alignas(answerAlignment) ByteType smallRequest[256];
     ByteType* request = nullptr;
     size_t requestRoom = 0;
 
