@@ -1,9 +1,12 @@
 #include "err/messages/errcatalogue.h"
 
+#include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
+#include <sys/mman.h>
 
 #include "err/messages/errimage.h"
 #include "hash.h"
@@ -25,18 +28,74 @@ ErrUtlHashSType cachedMessages[cacheSize];
 unsigned long cacheProbes;
 unsigned long cacheHits;
 
-// Entries in place in the file's image, by the end of their symbols' texts: they save the hash and the parsing.
-constexpr int parsedBits = 6;
-ParsedEntry parsedEntries[1 << parsedBits];
-unsigned parsedImageNumber; // the image in which they stand
-
-ParsedEntry& parsedEntryFor(std::string_view sym) {
-    uint32_t last = 0;
-    if (sym.size() >= sizeof last) {
-        memcpy(&last, sym.data() + sym.size() - sizeof last, sizeof last);
+// A cheap hash, a word at a time, whose high bits count.
+uint32_t textHash(std::string_view text) {
+    uint32_t hash = static_cast<uint32_t>(text.size());
+    const auto mix = [&hash](const char* bytes, size_t count) {
+        uint32_t word = 0;
+        memcpy(&word, bytes, count);
+        hash = (std::rotl(hash, 5) ^ word) * 0x9E3779B1u;
+    };
+    const char* at = text.data();
+    size_t left = text.size();
+    for (; left > sizeof(uint32_t); at += sizeof(uint32_t), left -= sizeof(uint32_t)) {
+        mix(at, sizeof(uint32_t));
     }
-    return parsedEntries[(last + static_cast<uint32_t>(sym.size())) * 0x9E3779B1u >> (32 - parsedBits)];
+    mix(at, left);
+    return hash;
 }
+
+// The entries of the file's image that were asked for, as they were parsed: they save the file's own hash and the
+// parsing. The pages of a large catalogue's index are the system's until they are used.
+class ParsedEntries {
+public:
+    // Forgets all when the image is another one.
+    void follow(unsigned number, uint32_t tabSize) {
+        if (number != imageNumber) {
+            release();
+            imageNumber = number;
+            const uint32_t wanted = std::bit_ceil(std::min(tabSize, mostEntries));
+            void* const pages = wanted <= fewEntries ? MAP_FAILED
+                                                     : mmap(nullptr, wanted * sizeof(ParsedEntry),
+                                                            PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            if (pages != MAP_FAILED) {
+                entries = static_cast<ParsedEntry*>(pages);
+                size = wanted;
+            }
+        }
+    }
+    void release() {
+        if (entries != few) {
+            munmap(entries, size * sizeof(ParsedEntry));
+            entries = few;
+            size = fewEntries;
+        }
+        std::fill(std::begin(few), std::end(few), ParsedEntry{});
+    }
+    // The symbol's entry, or the place for it.
+    ParsedEntry& placeOf(std::string_view sym) {
+        const uint32_t home = textHash(sym) >> (32 - std::countr_zero(size));
+        for (uint32_t i = 0; i < longestProbe; ++i) {
+            ParsedEntry& entry = entries[(home + i) & (size - 1)];
+            if (entry.symbol.empty() || entry.symbol == sym) {
+                return entry;
+            }
+        }
+        return entries[home];
+    }
+
+private:
+    static constexpr uint32_t fewEntries = 64;
+    static constexpr uint32_t mostEntries = 1u << 16;
+    static constexpr uint32_t longestProbe = 8;
+
+    ParsedEntry few[fewEntries]{};
+    ParsedEntry* entries = few;
+    uint32_t size = fewEntries;
+    unsigned imageNumber = 0; // the image in which they stand
+};
+
+ParsedEntries parsedEntries;
 
 void forkGetLocks() {
     HostMutexAcquire(&mutex);
@@ -50,6 +109,7 @@ void forkReleaseLocks() {
 [[gnu::destructor]] void closeFileWithLibrary() {
     if (pthread_mutex_trylock(&mutex) == 0) {
         ErrUtlShutdown();
+        parsedEntries.release();
         pthread_mutex_unlock(&mutex);
     }
 }
@@ -204,13 +264,8 @@ bool findErrSym(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogi
         return false;
     }
     ++cacheProbes;
-    if (parsedImageNumber != errUtlImageNumber()) {
-        for (ParsedEntry& old : parsedEntries) {
-            old.symbol = {};
-        }
-        parsedImageNumber = errUtlImageNumber();
-    }
-    ParsedEntry& parsed = parsedEntryFor(sym);
+    parsedEntries.follow(errUtlImageNumber(), ErrUtlFileHdr.tabSize);
+    ParsedEntry& parsed = parsedEntries.placeOf(sym);
     if (!sym.empty() && parsed.symbol == sym) {
         ++cacheHits;
         entry = parsed;
