@@ -1,7 +1,7 @@
 // State of the message catalogue, and the look-up of symbols in the message file.
 #pragma once
 
-#include <cstdarg>
+#include <string_view>
 
 #include "err/messages/errentry.h"
 #include "errutl.h"
@@ -24,10 +24,6 @@ HostMutexSType* printMutex();
 
 // Takes the mutex, too, but gives up after a moment: the fatal report may have interrupted the thread that holds it.
 bool tryPrintMutex();
-
-// ErrMsgBuildString for the fatal report: without the catalogue, in brackets, when its mutex cannot be had within a
-// moment. Signal-safe once printMutex has been called in ordinary code.
-void errMsgBuildReport(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, va_list ap);
 
 // Every message is rendered the desperate way. Written under the mutex, read without.
 bool errMsgPanicked();

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "err/messages/errcatalogue.h"
+#include "err/messages/errbuild.h"
 #include "host/time/hostlocaltime.h"
 #include "hosttime.h"
 #include "vermsg.h"
