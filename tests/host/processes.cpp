@@ -39,10 +39,10 @@ bool becomeNobody() {
            setuid(nobody->pw_uid) == 0;
 }
 
-NothingLeft::NothingLeft() : descriptors_(openDescriptors()) {}
+NothingLeft::NothingLeft() : descriptors(openDescriptors()) {}
 
 NothingLeft::~NothingLeft() {
-    EXPECT_EQ(openDescriptors(), descriptors_);
+    EXPECT_EQ(openDescriptors(), descriptors);
     EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a child is left";
     EXPECT_EQ(errno, ECHILD);
 }

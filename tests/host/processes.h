@@ -20,7 +20,7 @@ public:
     ~NothingLeft();
 
 private:
-    std::set<std::string> descriptors_;
+    std::set<std::string> descriptors;
 };
 
 // The exit status, or minus the number of the signal that ended it.

