@@ -58,7 +58,7 @@ TEST(Install, TakesOverInTheDocumentedManner) {
     });
     expectGoodInChild([&] {
         for (const int sig : {SIGPIPE, SIGHUP, SIGFPE, SIGCHLD, SIGSEGV})
-            setPlain(sig, keptHandler);
+            signal(sig, keptHandler);
         install();
         check(kept, {SIGPIPE, SIGHUP, SIGFPE, SIGCHLD});
         check(taken, {SIGSEGV});
@@ -81,14 +81,14 @@ TEST(Interrupts, KeyboardAndBlocking) {
     const ChildResult child = runInChild([] {
         HostEnableKbInt([](int) { say("int "); });
         raise(SIGINT);
-        setPlain(SIGINT, SIG_IGN);
+        signal(SIGINT, SIG_IGN);
         HostEnableKbInt([](int) { say("wrong"); });
         raise(SIGINT);
         HostIgnoreSigIo();
         HostIgnoreSigTerm();
         raise(SIGIO);
         raise(SIGTERM);
-        setPlain(SIGUSR2, [](int) { say("usr2 "); });
+        signal(SIGUSR2, [](int) { say("usr2 "); });
         errno = 7;
         HostDisableInterrupts();
         raise(SIGUSR2);
@@ -149,9 +149,9 @@ TEST(Chaining, EarlierHandlerRunsUnderItsMask) {
 
 TEST(Chaining, PlainOneShotAndNone) {
     const auto dispositions = [] {
-        setPlain(SIGXFSZ, [](int) { say("one argument "); });
+        signal(SIGXFSZ, [](int) { say("one argument "); });
         setAction(SIGQUIT, SAYS("once "), SA_SIGINFO | int(SA_RESETHAND));
-        setPlain(SIGILL, SIG_IGN);
+        signal(SIGILL, SIG_IGN);
         install();
         raise(SIGXFSZ);
         siginfo_t info = arrival(SIGILL, ILL_ILLOPC);

@@ -120,7 +120,7 @@ TEST(Termination, SigTermAndSigXcpu) {
     for (const auto& [provoke, err] : cases) {
         const auto body = [&] {
             for (const int sig : {SIGTERM, SIGXCPU})
-                setPlain(sig, [](int) { say("earlier"); });
+                signal(sig, [](int) { say("earlier"); });
             install([] {
                 EXPECT_TRUE(HostGetFatalErr());
                 say(HostGetSigTerm_() == 1 ? "flush count=1 " : "flush count=0 ");
@@ -202,7 +202,7 @@ TEST(Stacks, SigUsr1PrintsThemAndLifeGoesOn) {
         const ReportFolder folder(c.printer);
         setenv("KESTRUNE_CHILD_DEBUG", "1", 1); // waits for ever after a broken guarantee, but not here
         const ChildResult child = runToItsEnd([&] {
-            setPlain(SIGUSR1, [](int) { say("chained"); });
+            signal(SIGUSR1, [](int) { say("chained"); });
             install([] { say("flush "); });
             HostOnDebug([] { say("hook "), HostPrintMyCStack(); });
             HostInstallFatalReportHandler([] { say("report "); });

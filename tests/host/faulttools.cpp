@@ -90,10 +90,6 @@ void setAction(int sig, void (*handler)(int, siginfo_t*, void*), int flags) {
     sigaction(sig, &action, nullptr);
 }
 
-void setPlain(int sig, sighandler_t disposition) {
-    signal(sig, disposition);
-}
-
 void install(HostFaultFuncType* flush) {
     HostInstallFaultHandler(flush, nullptr);
 }

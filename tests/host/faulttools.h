@@ -36,7 +36,6 @@ void say(const char* text);
 
 struct sigaction actionOf(int sig);
 void setAction(int sig, void (*handler)(int, siginfo_t*, void*), int flags = SA_SIGINFO);
-void setPlain(int sig, sighandler_t disposition);
 
 // HostInstallFaultHandler.
 void install(HostFaultFuncType* flush = nullptr);

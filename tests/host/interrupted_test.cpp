@@ -68,7 +68,7 @@ TEST(Interrupted, ReportsEnd) {
                 // Standard output as if it had not been used yet.
                 EXPECT_NE(freopen("/proc/self/fd/1", "w", stdout), nullptr);
                 startLoops();
-                setPlain(SIGUSR1, [](int) { _exit(3); }); // called after the stacks were printed
+                signal(SIGUSR1, [](int) { _exit(3); }); // called after the stacks were printed
                 install();
                 std::thread([=, self = pthread_self()] {
                     usleep(1000 + hit * 7919 % 2000);
