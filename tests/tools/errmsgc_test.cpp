@@ -92,9 +92,8 @@ TEST(Errmsgc, RefusesFaultyCatalogues) {
 }
 
 TEST(Errmsgc, RefusesWrongCommandLines) {
-    for (const char* const arguments :
-         {"", "file", "-o", "-o out", "--order 0122 -o out file", "--order 01234 -o out file", "--list",
-          "--list --check f", "--get f", "--check -o out f", "-o out one two", "--unknown f"})
+    for (const char* const arguments : {"", "file", "-o out", "--order 0122 -o out file", "--order 01234 -o out file",
+                                        "--list --check f", "--check -o out f", "--unknown f"})
         EXPECT_EQ(errmsgc(arguments).status, 2) << arguments;
     const Outcome help = errmsgc("--help");
     EXPECT_EQ(help.status, 0);
@@ -105,7 +104,6 @@ TEST(Errmsgc, RefusesWrongCommandLines) {
 TEST(Errmsgc, CheckFindsEveryKindOfDamage) {
     const Scratch folder;
     const std::string good = compileText(catalogue);
-    const size_t end = 20 + 12 * wordAt(good, 12);
     size_t keyed = 20, occupied = 20;
     while (wordAt(good, keyed + 4) == 0)
         keyed += 12;
@@ -116,15 +114,10 @@ TEST(Errmsgc, CheckFindsEveryKindOfDamage) {
         uint32_t value;
         const char* fault;
     } cases[] = {
-        {0, 0, "the header is not valid"},
-        {12, 0x10000000, "reaches beyond the end"},
-        {16, 20, "the text begins at 20"},
-        {16, 0xFFFFFFFF, "the text begins at 4294967295"},
-        {keyed, 1, "the hash is not that of"},
-        {keyed + 4, 0, "shares its hash but has no key"},
-        {keyed + 4, 20, "the key is not"},
-        {occupied + 8, 0xFFFFFFF0, "no entry at 4294967280"},
-        {occupied + 8, static_cast<uint32_t>(end), "no entry at"},
+        {0, 0, "the header is not valid"},         {12, 0x10000000, "reaches beyond the end"},
+        {16, 20, "the text begins at 20"},         {16, 0xFFFFFFFF, "the text begins at 4294967295"},
+        {keyed, 1, "the hash is not that of"},     {keyed + 4, 0, "shares its hash but has no key"},
+        {keyed + 4, 20, "the key is not"},         {occupied + 8, 0xFFFFFFF0, "no entry at 4294967280"},
         {occupied, 1, "is not found by its hash"},
     };
     for (const auto& [position, value, fault] : cases) {
@@ -133,8 +126,7 @@ TEST(Errmsgc, CheckFindsEveryKindOfDamage) {
         const Outcome run = errmsgc("--check " + folder.write("damaged.err", image));
         EXPECT_EQ(run.status, 1) << fault;
         EXPECT_NE(run.output.find(fault), std::string::npos) << run.output;
-        for (const char* const command : {"--list ", "--get b "})
-            EXPECT_NE(errmsgc(command + folder.file("damaged.err")).status, -1);
+        EXPECT_NE(errmsgc("--get b " + folder.file("damaged.err")).status, -1);
     }
     for (size_t size = 0; size < good.size(); size += 7)
         EXPECT_EQ(errmsgc("--check " + folder.write("cut.err", good.substr(0, size))).status, 1) << size;
