@@ -1,6 +1,8 @@
 package com.kestrune.tmqkci;
 
+import java.util.Set;
 import java.util.concurrent.CompletableFuture;
+import java.util.concurrent.ConcurrentHashMap;
 import java.util.concurrent.LinkedBlockingQueue;
 import java.util.concurrent.ThreadPoolExecutor;
 import java.util.concurrent.TimeUnit;
@@ -12,6 +14,7 @@ final class FutureCalls {
     private static final int IDLE_SECONDS = 1;
 
     private final ThreadPoolExecutor waiter;
+    private final Set<CompletableFuture<KciObject>> pending = ConcurrentHashMap.newKeySet();
 
     FutureCalls(int session) {
         waiter = new ThreadPoolExecutor(1, 1, IDLE_SECONDS, TimeUnit.SECONDS, new LinkedBlockingQueue<>(), work -> {
@@ -22,9 +25,16 @@ final class FutureCalls {
         waiter.allowCoreThreadTimeOut(true);
     }
 
+    /** Cancels what is queued, and what runs. */
+    void cancelAll() {
+        pending.forEach(future -> future.cancel(true));
+    }
+
     /** Queues a call. It is told whether its result is no longer wanted, and may answer null then. */
     CompletableFuture<KciObject> begin(Function<BooleanSupplier, KciObject> call) {
         CompletableFuture<KciObject> future = new CompletableFuture<>();
+        pending.add(future);
+        future.whenComplete((result, failure) -> pending.remove(future));
         waiter.execute(() -> {
             if (future.isDone()) {
                 return;

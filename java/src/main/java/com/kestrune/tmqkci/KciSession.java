@@ -634,6 +634,30 @@ public final class KciSession implements AutoCloseable {
         return calls.withLimit(SessionCalls.nanos(limit), work);
     }
 
+    /**
+     * Asks the client library, in one exchange, whether the session still lives; what that asks its server is its own
+     * affair. After a lost connection or host process this throws its error.
+     *
+     * @throws TmqKciException if the session has ended, or an error waits in it
+     * @throws IllegalStateException if the session has ended before
+     * @since 3.1.3
+     */
+    public void ping() {
+        checkErrors();
+    }
+
+    /** Gives up what runs, what waits to run and what was not committed. */
+    void reset() {
+        futures.cancelAll();
+        interrupt();
+        calls.enter();
+        try {
+            calls.call(report -> TmqKciControl._abort(id, report));
+        } finally {
+            calls.leave();
+        }
+    }
+
     /** Throws the error that waits in the session, if there is one. */
     public void checkErrors() {
         calls.enter();

@@ -617,7 +617,7 @@ final class SessionCalls {
         }
     }
 
-    private static void refuseHoldersOfTheLock() {
+    static void refuseHoldersOfTheLock() {
         if (KciBridge.lock().isHeldByCurrentThread()) {
             throw new IllegalStateException("a thread that holds the bridge's lock cannot call a session");
         }

@@ -32,6 +32,17 @@ class SecondCopyTest {
             Object report = loader.loadClass(KciMessages.class.getName()).getMethod("report", exception)
                     .invoke(null, error);
             assertTrue(((String) report).contains("The session goes on."), (String) report);
+            // More than half of what the local store admits, left open.
+            Class<?> options = loader.loadClass(KciLoginOptions.class.getName());
+            for (int i = 0; i < 60; ++i) {
+                Object login = options.getConstructor().newInstance();
+                options.getMethod("server", String.class).invoke(login, "local");
+                options.getMethod("user", String.class).invoke(login, "guest");
+                options.getMethod("password", char[].class).invoke(login, "guest".toCharArray());
+                Object session = loader.loadClass(KciSession.class.getName()).getMethod("login", options)
+                        .invoke(null, login);
+                session.getClass().getMethod("execute", String.class).invoke(session, "List new");
+            }
             return new WeakReference<>(loader);
         }
     }
