@@ -33,6 +33,7 @@ struct Control {
     Word answerEnd;          // offset in the body: where the answers ahead begin
     Word aheadEnd;           // and end, as far as they are made; with moreComing while there are more to make; a futex
     Word hostAsleep;
+    Word lacking; // which of the optional entries the client library does not have; written before the first answer
 
     // Breaks have words of their own.
     alignas(64) Word breakRequest;

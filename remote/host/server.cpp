@@ -30,7 +30,19 @@ bool makeRoom(Element*& elements, size_t& room, size_t wanted) {
     return true;
 }
 
+template <EntryId... ids>
+uint32_t lackingOf(const KciRtlJumpSType& table, EntryList<ids...>) {
+    uint32_t bits = 0;
+    uint32_t bit = 1;
+    ((bits |= table.*EntryRow<ids>::member == nullptr ? bit : 0, bit <<= 1), ...);
+    return bits;
+}
+
 } // namespace
+
+Server::Server(const KciRtlJumpSType& clientTable, Block& sharedBlock) : table(clientTable), block(sharedBlock) {
+    block.control().lacking.store(lackingOf(table, OptionalEntries()), relaxed);
+}
 
 Server::~Server() {
     free(request);

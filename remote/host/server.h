@@ -11,7 +11,8 @@ namespace remote {
 
 class Server {
 public:
-    Server(const KciRtlJumpSType& clientTable, Block& sharedBlock) : table(clientTable), block(sharedBlock) {}
+    // Tells the near side at once what the client library lacks.
+    Server(const KciRtlJumpSType& clientTable, Block& sharedBlock);
     ~Server();
 
     // Serves until the near side is gone: TRUE; or has sent what is no request: FALSE.

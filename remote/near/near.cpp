@@ -80,6 +80,7 @@ bool Near::startHost(Problem& problem) {
         return false;
     }
     state = State::serving;
+    lackingEntries = host.block().control().lacking.load(std::memory_order_relaxed);
     ++hostsStarted;
     sequence = 0;
     breakSequence = 0;
@@ -297,12 +298,14 @@ void Near::requestBreak(EntryId kind) {
     pthread_mutex_lock(&breakLock);
     if (host.running()) {
         Control& control = host.block().control();
-        const uint32_t before = breakSequence;
         breakSequence = following(breakSequence);
         control.breakEntry.store(static_cast<uint32_t>(kind), std::memory_order_relaxed);
         publish(control.breakRequest, breakSequence, control.breakAsleep);
-        uint32_t answered = before;
-        while (answered == before) {
+        // A break that the client library is slow to take stands, and is not waited for any longer.
+        uint32_t answered = control.breakAnswer.load();
+        uint32_t before = ~answered;
+        while (answered != before && answered != breakSequence && answered != goneMark) {
+            before = answered;
             answered = awaitChange(control.breakAnswer, before, control.breakerAsleep, breakSpinning, waitStep);
         }
     }

@@ -54,6 +54,8 @@ public:
     void leave();
     void forgetInFork();
 
+    // Which of the optional entries the client library lacks.
+    [[nodiscard]] uint32_t lacking() const { return lackingEntries; }
     [[nodiscard]] uint64_t exchangeCount() const { return exchanges; }
 
     // One entry's call.
@@ -135,6 +137,7 @@ private:
 
     HostProcess host;
     uint32_t hostsStarted = 0;
+    uint32_t lackingEntries = 0;
     int wordSize = 0;
     char* file = nullptr;
     char* appName = nullptr;

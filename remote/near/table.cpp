@@ -108,11 +108,19 @@ constexpr KciRtlJumpSType makeTable() {
     return table;
 }
 
+template <EntryId... ids>
+void leaveOut(KciRtlJumpSType& table, uint32_t lacking, EntryList<ids...>) {
+    static constexpr KciRtlJumpSType whole = makeTable();
+    uint32_t bit = 1;
+    ((table.*EntryRow<ids>::member = (lacking & bit) != 0 ? nullptr : whole.*EntryRow<ids>::member, bit <<= 1), ...);
+}
+
 const KciRtlJumpSType* theTable() {
     static KciRtlJumpSType table = makeTable();
 #define ENTRY(name) table.name = reinterpret_cast<KciOtherFunc*>(name##NotServed);
 #include "near/not_served.inc"
 #undef ENTRY
+    leaveOut(table, near().lacking(), OptionalEntries());
     return &table;
 }
 

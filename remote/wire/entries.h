@@ -77,6 +77,13 @@ struct Shape<R (*)(A...), givenRoles...> {
 template <EntryId id>
 using RowOf = typename EntryRow<id>::Type;
 
+// Entries that a client library may lack, and that their callers look for; the others are always called. Their places
+// here are their bits in Control::lacking.
+template <EntryId...>
+struct EntryList {};
+using OptionalEntries = EntryList<EntryId::KciAbort, EntryId::KciBegin, EntryId::KciCommit, EntryId::KciHardBreak,
+                                  EntryId::KciNbContinueWith, EntryId::KciSoftBreak>;
+
 constexpr bool isSecret[entryCount] = {
 #define ROW(name, ...) false,
 #define SECRET(name, ...) true,

@@ -6,7 +6,7 @@
 namespace remote {
 
 // How the two ends understand each other: to be counted up with every change of rows, words or encoding.
-constexpr uint32_t wireRelease = 2;
+constexpr uint32_t wireRelease = 3;
 constexpr uint32_t readyMagic = 0x746d716b;
 
 // The descriptors that a host process begins with, beside the standard ones.

@@ -156,6 +156,7 @@ TEST(Host, BreaksTravelWhileACallRunsAndEndWithTheHost) {
         Remote remote;
         ASSERT_EQ(remote.serve(library), "");
         remote.logIn();
+        EXPECT_EQ(remote.table->KciHardBreak, nullptr) << "the client library has none";
         std::atomic<bool> over = false;
         std::thread waiting([&] { remote.table->KciNbExecuteStr("wait", KCI_OOP_NIL), over = true; });
         // A break that comes before the call breaks nothing off.
@@ -165,6 +166,15 @@ TEST(Host, BreaksTravelWhileACallRunsAndEndWithTheHost) {
         }
         waiting.join();
         EXPECT_EQ(remote.error(), "");
+
+        // A break that is not taken keeps nobody for long.
+        std::thread slow([&] { remote.table->KciNbExecuteStr("stick", KCI_OOP_NIL); });
+        std::this_thread::sleep_for(20ms);
+        remote.table->KciSoftBreak();
+        kill(onlyChild(), SIGKILL);
+        slow.join();
+        EXPECT_EQ(remote.error(), SIGNALLED + "9 (Killed)");
+        remote.logIn();
 
         // Two threads wait: for a call, and for a break.
         std::thread call([&] { remote.table->KciNbExecuteStr("stick", KCI_OOP_NIL); });
