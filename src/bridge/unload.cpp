@@ -4,12 +4,13 @@
 #include "kcirtl.h"
 
 #include <cstdlib>
+#include <utility>
 
 // Called once the loader's classes are gone, so that no native method runs any more. Sessions that are still open end
 // here: the client library would keep them as long as the process lives, with nobody to log them out.
 extern "C" TMQKCI_API void JNICALL JNI_OnUnload(JavaVM*, void*) {
     KciRtlUnload();
-    free(byteBuf);
-    free(oopBuf);
-    free(jlongBuf);
+    free(std::exchange(byteBuf, nullptr));
+    free(std::exchange(oopBuf, nullptr));
+    free(std::exchange(jlongBuf, nullptr));
 }
