@@ -44,7 +44,6 @@ public:
     void wasAsked(uint32_t step) { expected |= 1U << step; }
     void wasNotAsked(uint32_t step) { expected &= ~(1U << step); }
 
-public:
     enum Step : uint32_t {
         saveResult,
         specialValue,

@@ -48,7 +48,7 @@ bool Near::serve(const char* givenFile, Problem& problem) {
             problem.set("the remote client library is not called lib...rpc....so; there is no library to serve");
             return false;
         }
-        memcpy(flavour, "lnk", 3);
+        std::copy_n("lnk", 3, flavour);
         path.set("%s%s", folder.text, name.text);
     }
     char* const copy = copyOf(path.text);
