@@ -20,6 +20,7 @@ struct Reference {
 // Static, so that a reference printed as a number is small and positive.
 Reference references[20000];
 unsigned referencesUsed = 0;
+std::deque<Object> objects;
 
 const char* const PACKAGE = "com/kestrune/tmqkci/";
 
@@ -117,8 +118,7 @@ Jni& jni() {
 }
 
 Object* Jni::create(const std::string& className) {
-    static std::deque<Object> all;
-    Object& object = all.emplace_back();
+    Object& object = objects.emplace_back();
     object.cls = findClass(className);
     return &object;
 }
@@ -186,6 +186,15 @@ void Jni::beginCall() {
     missingClass.clear();
     missingField.clear();
     loans.clear();
+}
+
+std::pair<unsigned, size_t> Jni::made() const {
+    return {referencesUsed, objects.size()};
+}
+
+void Jni::forgetAfter(std::pair<unsigned, size_t> made) {
+    referencesUsed = made.first;
+    objects.resize(made.second);
 }
 
 void Jni::endCall() {

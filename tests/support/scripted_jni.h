@@ -8,6 +8,7 @@
 #include <deque>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace scripted {
@@ -51,7 +52,8 @@ class Jni {
 public:
     JNIEnv* env();
 
-    // Objects live as long as the program; the classes of the bridge exist from the start.
+    // Objects live until those that were made after a while are forgotten; the classes of the bridge exist from the
+    // start.
     Object* create(const std::string& className);
     Object* string(const std::u16string& text);
     Object* byteArray(std::vector<jbyte> bytes);
@@ -65,6 +67,9 @@ public:
     jobject argument(Object* object);
     // The object behind a reference; NULL for NULL and, with a complaint, for a reference that is not valid.
     Object* object(jobject reference);
+
+    std::pair<unsigned, std::size_t> made() const;
+    void forgetAfter(std::pair<unsigned, std::size_t> made);
 
     // Between two native calls: argument() comes after beginCall(). endCall() complains about loans not returned.
     void beginCall();
