@@ -82,6 +82,7 @@ TEST(ErrMsgSymToText, WildConversionsAreHarmless) {
     EXPECT_EQ(expand("(1):a%nb", "d", 7), "ab");
     EXPECT_EQ(expand("(1):%999999d", "d", 7), std::string(2046, ' '));
     EXPECT_EQ(expand("(1):%-99999999999999999999d|", "d", 7), "7" + std::string(2045, ' '));
+    EXPECT_EQ(expand("(1):%.999999999f", "g", 7.0), "7." + std::string(2044, '0'));
     EXPECT_EQ(expand("(1):%*d %.*d|", "d", 7), "7 %.*d|");
     EXPECT_EQ(expand("(1):%2$s %1$d", "s", "seven"), "seven %1$d");
     EXPECT_EQ(expand("(1):%hhhhhd %lld", "d", 7), "7 %lld");

@@ -1,10 +1,13 @@
 // The fatal report, core files, C stacks and waits.
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <sys/resource.h>
 #include <thread>
+#include <ucontext.h>
 #include <unistd.h>
 
 #include "hash.h"
@@ -126,22 +129,31 @@ TEST(Coredump, WaitsADayAndAHalfUnlessToldAndSigTermEndsIt) {
     EXPECT_EQ(child.exitStatus, 0);
 }
 
-// Two threads postpone exits while a third carries them out: each comes with its own signal and info.
+// Two threads postpone exits while a third carries them out: each comes with its own signal, info and context.
 TEST(PostponedExit, RecordsAreWhole) {
     expectGoodInChild([] {
-        constexpr auto check = [](int code, int sig, siginfo_t* info, void*) {
-            EXPECT_TRUE(code == sig && info->si_signo == sig);
+        static std::atomic<int> carriedOut;
+        constexpr auto check = [](int code, int sig, siginfo_t* info, void* context) {
+            const ucontext_t& frame = *static_cast<ucontext_t*>(context);
+            EXPECT_TRUE(code == sig && info->si_signo == sig && frame.uc_mcontext.gregs[0] == sig &&
+                        frame.uc_mcontext.gregs[NGREG - 1] == sig);
+            ++carriedOut;
         };
         HostDelaySigExit([] {}, nullptr);
         for (const int sig : {SIGXCPU, SIGXFSZ}) {
             std::thread([=] {
                 siginfo_t info = arrival(sig, SI_USER);
-                for (;;)
-                    hostExitNowOrLater(check, sig, {sig, &info, nullptr, true});
+                ucontext_t context = {};
+                std::fill_n(context.uc_mcontext.gregs, NGREG, sig);
+                for (;;) {
+                    hostExitNowOrLater(check, sig, {sig, &info, &context, true});
+                }
             }).detach();
         }
-        for (int i = 0; i < 1000000 && !testing::Test::HasFailure(); ++i)
+        for (int i = 0; i < 1000000 && !testing::Test::HasFailure(); ++i) {
             HostDoSigExit();
+        }
+        EXPECT_GT(carriedOut, 0);
     });
 }
 
