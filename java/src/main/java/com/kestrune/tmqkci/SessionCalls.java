@@ -380,7 +380,8 @@ final class SessionCalls {
                     }
                     stopping = reason == null ? null : new Stopping(session, begunAt, reason,
                             closing ? Math.max(0, closingUntil - System.nanoTime()) : 2 * Stopping.PATIENCE_NANOS);
-                } else if (again || stopping.remainingNanos() == 0) {
+                } else if (again && stopping.isSent() || stopping.remainingNanos() == 0) {
+                    // Never before the break is sent: nobody else would send it.
                     throw stopping.failure(Outcome.STILL_RUNNING);
                 }
                 long spent = pollInTurn(result, stopping);
@@ -413,7 +414,7 @@ final class SessionCalls {
     /** Takes the bridge's lock, sends the break that is due, and polls once; answers how long that took. */
     private long pollInTurn(TmqKciReport result, Stopping stopping) {
         try {
-            long patience = stopping != null ? stopping.remainingNanos()
+            long patience = stopping != null ? stopping.isSent() ? stopping.remainingNanos() : Stopping.PATIENCE_NANOS
                     : limit != 0 ? deadline - System.nanoTime() : FOR_EVER;
             if (!KciBridge.lock().tryLock(patience, TimeUnit.NANOSECONDS)) {
                 return 0;
@@ -533,6 +534,7 @@ final class SessionCalls {
     }
 
     private void logOut(Deadline end) {
+        end.grant(Stopping.PATIENCE_NANOS);
         if (!end.lock(KciBridge.lock(), 0)) {
             giveUp(end, "the bridge's lock");
             return;
@@ -591,6 +593,11 @@ final class SessionCalls {
 
         long time() {
             return time;
+        }
+
+        /** Makes it as far away as this at least. */
+        void grant(long nanos) {
+            time = Math.max(time, System.nanoTime() + nanos);
         }
 
         boolean wasInterrupted() {

@@ -73,6 +73,11 @@ final class Stopping {
         return done;
     }
 
+    /** Whether the server was asked to stop, or cannot be. */
+    boolean isSent() {
+        return sent != Sent.NOTHING;
+    }
+
     /** How long to wait yet; not when the client library breaks nothing, unless the session is being closed. */
     long remainingNanos() {
         return unbreakable && reason != Reason.CLOSING ? 0 : Math.max(0, end - System.nanoTime());
