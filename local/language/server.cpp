@@ -165,7 +165,8 @@ void Engine::State::dispatch(const Request& request, Reply& reply) {
         runToEnd(session, reply);
         break;
     case RequestKind::Commit:
-        reply.integer = runtime.commit(session.interpreter.view.session(), false, UINT32_MAX) == Store::Progress::Done;
+        reply.integer =
+            runtime.commit(session.interpreter.view.session(), false, UINT32_MAX) == Store::Progress::Done ? 1 : 0;
         break;
     case RequestKind::Abort:
         runtime.abort(session.interpreter.view.session());
