@@ -110,7 +110,8 @@ int Block::grow(size_t wanted) {
     const size_t generous = pages(wanted < largestBody / 2 && size > 0 ? wanted * 2 : wanted);
     for (const size_t next : {generous, pages(wanted)}) {
         // Reserved, not only allowed: a page that is not there when it is written to ends the process.
-        if (fallocate(file, 0, 0, static_cast<off_t>(controlSize + next)) == 0 && mapAll(next) == 0) {
+        if (fallocate(file, 0, 0, static_cast<off_t>(controlSize) + static_cast<off_t>(next)) == 0 &&
+            mapAll(next) == 0) {
             return 0;
         }
     }

@@ -17,7 +17,7 @@ bool read(jlongArray from, jint count, jlong* to) {
     if (count > 0) {
         ENV->GetLongArrayRegion(from, 0, count, to);
     }
-    return !ENV->ExceptionCheck();
+    return ENV->ExceptionCheck() == JNI_FALSE;
 }
 
 // Makes `count` objects, which replace their variables in jlongBuf, and counts them. FALSE after an error.

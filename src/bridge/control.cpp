@@ -13,6 +13,7 @@ template <class Result>
 jint callEntry(JNIEnv* env, jint sessionId, jthrowable jErrReport, Result (*KciRtlJumpSType::*entry)(),
                const char* missing) {
     return inSession(env, sessionId, jErrReport, [&](const NativeCall& call) {
+        // Not null once the bridge is up. NOLINTNEXTLINE(clang-analyzer-core.NullDereference)
         const auto function = rtlPrivKciRtlFuncs->*entry;
         if (function == nullptr) [[unlikely]] {
             return call.refused(missing);

@@ -118,7 +118,7 @@ private:
     Exit loadClient(jint useLinked, jstring jAppName, jint bufSize, jlongArray kernelOops) const {
         TRACE_DEBUG("     Ready to KciRtlLoad: useLinked = %d\n", useLinked);
         char reason[256] = "";
-        if (!KciRtlLoad(useLinked == 0, nullptr, reason, sizeof reason)) {
+        if (!KciRtlLoad(useLinked == 0 ? TRUE : FALSE, nullptr, reason, sizeof reason)) {
             if (call.clientError()) {
                 return call.failed();
             }
@@ -232,7 +232,7 @@ TMQKCI_NATIVE(initialize)
         return initialized;
     }
     ENV = env;
-    TmqKciLinked = useLinked != 0;
+    TmqKciLinked = useLinked != 0 ? TRUE : FALSE;
     return Initialization(jErrReport).run(useLinked, jAppName, bufSize, preloadSize, kernelOops).status;
 }
 

@@ -48,7 +48,7 @@ BoolType DynLibLoad(const char* name, DynLibType* resultPtr, char* err, ArraySiz
         }
     }
     *resultPtr = handle;
-    return handle != nullptr;
+    return handle != nullptr ? TRUE : FALSE;
 }
 
 void DynLibUnload(DynLibType dl) {

@@ -63,7 +63,7 @@ BoolType publishTable(const BoundedText& libraryName, bool hosted, ErrorBuffer e
 } // namespace
 
 BoolType KciRtlIsLoaded(void) {
-    return rtlPrivKciRtlFuncs != nullptr;
+    return rtlPrivKciRtlFuncs != nullptr ? TRUE : FALSE;
 }
 
 BoolType KciRtlLoad(BoolType useRpc, const char* path, char* errBuf, ArraySizeType errBufSize) {
@@ -81,7 +81,7 @@ BoolType KciRtlLoad(BoolType useRpc, const char* path, char* errBuf, ArraySizeTy
     }
     const FoundLibrary found = findLibrary(libraryName, useRpc != FALSE, path, error);
     kcidl = found.handle;
-    return kcidl != nullptr && publishTable(libraryName, found.hosted, error);
+    return kcidl != nullptr ? publishTable(libraryName, found.hosted, error) : FALSE;
 }
 
 bool kciRtlLoadFile(const char* file, char* errBuf, ArraySizeType errBufSize) {
@@ -93,7 +93,8 @@ bool kciRtlLoadFile(const char* file, char* errBuf, ArraySizeType errBufSize) {
     char text[libraryNameSize];
     BoundedText libraryName(text);
     libraryName.appendCut(baseName);
-    return DynLibLoad(file, &kcidl, errBuf, errBufSize) && publishTable(libraryName, false, {errBuf, errBufSize});
+    return DynLibLoad(file, &kcidl, errBuf, errBufSize) != FALSE &&
+           publishTable(libraryName, false, {errBuf, errBufSize}) != FALSE;
 }
 
 void KciRtlUnload(void) {

@@ -45,18 +45,21 @@ bool appendFile(BoundedText& path, std::string_view folder, std::string_view nam
     return path.append(folder) && path.appendSeparator() && path.append(name);
 }
 
+bool isThere(std::string_view kestrune, std::string_view folder, std::string_view libraryName) {
+    char text[candidateSize];
+    BoundedText path(text);
+    char buffer[libraryFileNameSize];
+    const char* const file = appendFile(path, kestrune, folder) && appendFile(path, "", libraryName)
+                                 ? libraryFileName(path.c_str(), buffer)
+                                 : nullptr;
+    return file != nullptr && access(file, F_OK) == 0;
+}
+
 // The product's folder that holds the library: the one for this word size, unless only the other one's has it.
 std::string_view productFolder(std::string_view kestrune, std::string_view libraryName) {
-    const auto has = [&](std::string_view folder) {
-        char text[candidateSize];
-        BoundedText path(text);
-        char buffer[libraryFileNameSize];
-        const char* const file = appendFile(path, kestrune, folder) && appendFile(path, "", libraryName)
-                                     ? libraryFileName(path.c_str(), buffer)
-                                     : nullptr;
-        return file != nullptr && access(file, F_OK) == 0;
-    };
-    return libraryFolder != otherFolder && !has(libraryFolder) && has(otherFolder) ? otherFolder : libraryFolder;
+    const bool isElsewhere = libraryFolder != otherFolder && !isThere(kestrune, libraryFolder, libraryName) &&
+                             isThere(kestrune, otherFolder, libraryName);
+    return isElsewhere ? otherFolder : libraryFolder;
 }
 
 // The caller's folders first, the product's own last.

@@ -157,7 +157,7 @@ pid_t forkChild(ReadinessPipe& pipe, ForkChildPlan& plan) {
 }
 
 // What is planned holds no more than the caller gave; the rest is added here.
-BoolType doFork(bool isServer, const char* user, ForkChildPlan& plan, const MessageBuffer& msg, PidType* thePid) {
+BoolType doFork(bool isServer, const char* user, ForkChildPlan plan, const MessageBuffer& msg, PidType* thePid) {
     std::optional<Account> account;
     char ownName[256];
     HostFnameStrType ownHome;

@@ -162,6 +162,16 @@ final class SessionCalls {
             logOutLate();
         }
         turn.unlock();
+        // Who gave the session up meanwhile did not get the turn.
+        if (givenUp && !turn.isHeldByCurrentThread() && turn.tryLock()) {
+            try {
+                if (givenUp && !running) {
+                    logOutLate();
+                }
+            } finally {
+                turn.unlock();
+            }
+        }
     }
 
     /** Has the running call broken off, if there is one. */
