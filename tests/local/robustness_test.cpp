@@ -145,40 +145,4 @@ TEST_F(LocalClient, OnlyTheLatestProcessesAreKept) {
     EXPECT_EQ(kci.KciContinueWith(second, small(5), 0, nullptr), small(5));
 }
 
-TEST_F(LocalClient, SessionsRunTheirCallsSideBySide) {
-    setenv("KCILOCAL_SLICE", "50", 1);
-    KciSessionIdType sessions[3] = {};
-    for (KciSessionIdType& session : sessions) {
-        session = logIn();
-        EXPECT_EQ(evaluate("System sliceSize"), small(50));
-        kci.KciNbExecuteStr("| n | n := 0. [n < 300] whileTrue: [n := n + 1]. n + System session", KCI_OOP_NIL);
-    }
-    void* results[3] = {};
-    int running = 3;
-    for (int polls = 0; running > 0; ++polls) {
-        ASSERT_LT(polls, 10000);
-        for (int i = 0; i < 3; ++i) {
-            kci.KciSetSessionId(sessions[i]);
-            running -= results[i] == nullptr && kci.KciNbEnd(&results[i]) == KCI_RESULT_READY ? 1 : 0;
-        }
-    }
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(*static_cast<OopType*>(results[i]), small(300 + sessions[i]));
-}
-
-TEST_F(LocalClient, BodiesAreFetchedFromAnyStart) {
-    KciObjInfoSType info{};
-    ByteType room[8] = {};
-    ArraySizeType fetched = 0;
-    ASSERT_TRUE(kci.KciFetchObjInfo(string("abcdef"), 5, 8, &info, room, &fetched));
-    EXPECT_EQ(fetched, 2u);
-    EXPECT_EQ(room[1], 'f');
-    OopType array = evaluate("{1. 2. 3. 4}");
-    ASSERT_TRUE(kci.KciFetchObjInfo(array, 2, 7, &info, room, &fetched)); // room for one whole reference
-    EXPECT_EQ(fetched, 1u);
-    EXPECT_EQ(*reinterpret_cast<OopType*>(room), small(2));
-    EXPECT_FALSE(kci.KciFetchObjInfo(array, 6, 8, &info, room, &fetched));
-    EXPECT_EQ(pending(), 2110);
-}
-
 } // namespace local_tests

@@ -193,22 +193,6 @@ TEST_F(Sessions, StacksAndSourcesCountTowardsTheLimit) {
     EXPECT_EQ(print("3 + 4"), "7");
 }
 
-TEST_F(Sessions, CommitsPublishWhatSharedObjectsLeadTo) {
-    const std::pair<const char*, const char*> rows[] = {
-        {"(1 to: 4) collect: [:i | (i = 3) ifTrue: [System abort. nil] ifFalse: [System commit. i]]",
-         "Array(1 2 nil 4)"},
-        {"Object subclass: #K variables: #(). System commit. Object subclass: #K variables: #(#v). System abort. "
-         "K history size",
-         "2"},
-        {"Shared at: #block put: [:x | {x. #(1 'a'). 2.5}]. System commit", "true"},
-    };
-    for (const auto& [source, expected] : rows) {
-        EXPECT_EQ(print(source), expected) << source;
-    }
-    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
-    EXPECT_EQ(print("block value: 3"), "Array(3 Array(1 'a') 2.5)");
-}
-
 TEST_F(Sessions, FillingAnyFreshObjectIsNoChange) {
     auto fill = [this](OopType object) { kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, object, 1, {}, 0); };
     OopType objects[3] = {};
@@ -252,6 +236,10 @@ TEST_F(Sessions, ErrorsNameEntryArgumentAndValue) {
     }
     unsetenv("KCILOCAL_MEMORY");
     unsetenv("KCILOCAL_USERS");
+    setenv("KCILOCAL_SLICE", "50", 1);
+    logIn();
+    EXPECT_EQ(evaluate("System sliceSize"), small(50));
+    unsetenv("KCILOCAL_SLICE");
 }
 
 } // namespace local_tests
