@@ -22,8 +22,6 @@ TEST_F(Bridge, Execute) {
          object + "     Execute str oop = -2147483647|KciNbExecute(2147483649, 10)|= 0", laterFailure("KciNbExecute")},
         {[&] { return CALL(executeObj, 7, arg(value(3, 5))); },
          object + "KciLongToOop(5)|KciErr|     Execute str oop = 23|KciNbExecute(23, 10)|= 0"},
-        {[&] { return CALL(executeObj, 7, arg(value(-1))); },
-         object + "     Execute str oop = 0|KciNbExecute(0, 10)|= 0"},
         {[&] { return CALL(executeObj, 7, null); }, object + "! getOop(): NULL object"},
     });
 }
@@ -53,7 +51,7 @@ TEST_F(Bridge, Perform) {
          begin + "    Receiver = 300|    NumArgs = 2|    jarg[0] = {reference 0}|KciLongToOop(5)|KciErr|"
                  "    arg[0] = 23|! Problem with GetObjectArrayElement in perform()"},
     };
-    for (jint count : {21, INT32_MAX, -1, INT32_MIN}) {
+    for (jint count : {21, -1}) {
         stories.push_back({perform(three, u"at:", std::vector(25, five), count),
                            begin + "! perform(): numArgs " + (count < 0 ? "< 0" : "exceeds 20")});
     }
@@ -158,7 +156,7 @@ TEST_F(Bridge, IsKindOf) {
         {[&] { return CALL(isKindOf, 7, null, arg(server(400))); }, begin + "! getOop(): NULL object"},
         {[&] { return CALL(isKindOf, 7, arg(server(300)), null); }, begin + "! getOop(): NULL object"},
     };
-    for (int answer : {0, 1, 2, 256}) { // as the client library answers
+    for (int answer : {0, 256}) { // as the client library answers
         stories.push_back({[&] { return CALL(isKindOf, 7, arg(value(3, 5)), arg(value(3, 6))); },
                            begin +
                                "KciLongToOop(5)|KciErr|KciLongToOop(6)|KciErr|KciIsKindOf(23, 27)|KciErr|"

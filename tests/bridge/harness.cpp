@@ -228,8 +228,7 @@ jint Bridge::call(const std::function<jint()>& native, const std::function<void(
 void Bridge::expectError(const KciErrSType& expected) {
     const auto* message = error->object("message");
     ASSERT_NE(message, nullptr);
-    bool valid = false;
-    EXPECT_EQ(message->text, scripted::fromModifiedUtf8(expected.message, &valid));
+    EXPECT_EQ(message->text, scripted::fromModifiedUtf8(expected.message));
     EXPECT_EQ(error->number("number"), expected.number);
     EXPECT_EQ(error->number("category"), jlong(expected.category));
     EXPECT_EQ(error->number("context"), jlong(expected.context));

@@ -1,6 +1,8 @@
 // One native call of the bridge under the scripted Java environment and client library, and what is expected of it.
 #pragma once
 
+#include "com_kestrune_tmqkci_TmqKciControl.h"
+#include "com_kestrune_tmqkci_TmqKciInterface.h"
 #include "support/scripted_client.h"
 #include "support/scripted_jni.h"
 
@@ -10,52 +12,9 @@
 #include <string>
 #include <vector>
 
-#define NATIVE(name, ...) jint JNICALL Java_com_kestrune_tmqkci_TmqKciInterface__1##name(JNIEnv*, jclass, __VA_ARGS__)
-extern "C" {
-NATIVE(initialize, jint, jstring, jint, jint, jint, jlongArray, jthrowable);
-NATIVE(kciVersion, jobjectArray, jthrowable);
-NATIVE(login, jstring, jstring, jstring, jstring, jstring, jstring, jthrowable);
-NATIVE(logout, jint, jthrowable);
-NATIVE(setup, jint, jobject, jthrowable);
-NATIVE(nbEnd, jint, jobject, jthrowable);
-NATIVE(checkErrors, jint, jthrowable);
-NATIVE(executeStr, jint, jstring, jthrowable);
-NATIVE(executeObj, jint, jobject, jthrowable);
-NATIVE(perform, jint, jobject, jstring, jobjectArray, jint, jthrowable);
-NATIVE(continue, jint, jobject, jboolean, jobject, jobject, jstring, jstring, jthrowable);
-NATIVE(isKindOf, jint, jobject, jobject, jthrowable);
-NATIVE(getBytes, jint, jobject, jlong, jint, jbyteArray, jthrowable);
-NATIVE(getObjs, jint, jobject, jlong, jint, jobjectArray, jthrowable);
-NATIVE(getNamedObjs, jint, jobject, jlong, jint, jobjectArray, jthrowable);
-NATIVE(putBytes, jint, jobject, jlong, jint, jbyteArray, jthrowable);
-NATIVE(putObjs, jint, jobject, jlong, jint, jobjectArray, jthrowable);
-NATIVE(putNamedObjs, jint, jobject, jlong, jint, jobjectArray, jthrowable);
-NATIVE(removeFromExportSet, jint, jobjectArray, jint, jthrowable);
-NATIVE(releaseOops, jint, jlongArray, jint, jthrowable);
-NATIVE(changedOops, jint, jlongArray, jint, jthrowable);
-NATIVE(KCSIinitialize, jthrowable);
-NATIVE(KCSIstatNames, jobjectArray, jthrowable);
-NATIVE(KCSIattach, jstring, jthrowable);
-NATIVE(KCSIdetach, jthrowable);
-NATIVE(KCSIsampleStats, jlongArray, jthrowable);
-NATIVE(KCSIgetStats, jlong, jobject, jthrowable);
-}
-#undef NATIVE
-#define CONTROL(name, ...) jint JNICALL Java_com_kestrune_tmqkci_TmqKciControl__1##name(JNIEnv*, jclass, __VA_ARGS__)
-extern "C" {
-CONTROL(softBreak, jint, jthrowable);
-CONTROL(hardBreak, jint, jthrowable);
-CONTROL(begin, jint, jthrowable);
-CONTROL(commit, jint, jthrowable);
-CONTROL(abort, jint, jthrowable);
-CONTROL(nbContinue, jint, jobject, jobject, jthrowable);
-}
-#undef CONTROL
-
-// A native method with its arguments between the class and the error report, in a test's body; CALL0 without any.
+// A native method with its arguments between the class and the error report, in a test's body.
 #define CALL(name, ...)                                                                                                \
     Java_com_kestrune_tmqkci_TmqKciInterface__1##name(scripted::jni().env(), nullptr, __VA_ARGS__, arg(error))
-#define CALL0(name) Java_com_kestrune_tmqkci_TmqKciInterface__1##name(scripted::jni().env(), nullptr, arg(error))
 
 namespace bridge {
 

@@ -112,22 +112,16 @@ TEST_P(Transfers, MoveElements) {
         {run(1, 3), each.intro(1, 3) + tooShort, use(2)},
         {run(1, 1), each.intro(1, 1) + tooShort, [&] { array = nullptr; }},
     };
-    for (jlong start : {jlong(0), jlong(-1), INT64_MIN, jlong(-0x100000000)})
+    for (jlong start : {jlong(0), INT64_MIN})
         stories.push_back({run(start, 100), each.intro(start, 100) + refused + "startIndex < 1"});
-    for (jint many : {limit + 1, INT32_MAX})
-        stories.push_back({run(1, many), each.intro(1, many) + refused + each.limitText});
-    for (jint negative : {-1, INT32_MIN})
-        stories.push_back({run(1, negative), each.intro(1, negative) + refused + count + " < 0", use(2)});
+    stories.push_back({run(1, limit + 1), each.intro(1, limit + 1) + refused + each.limitText});
+    stories.push_back({run(1, -1), each.intro(1, -1) + refused + count + " < 0", use(2)});
     if (each.isBytes)
         stories.push_back({run(1, 0), each.intro(1, 0) + tooShort, [&] { array = nullptr; }});
     if (each.name == "getBytes") {
-        for (int fewerOrMore : {1, 3}) {
-            stories.push_back({run(1, 2),
-                               each.intro(1, 2) + moved + fetched(std::to_string(fewerOrMore)) +
-                                   "! Number of bytes fetched does not match request",
-                               [=] { use(2)(), client().results["KciFetchBytes"] = {fewerOrMore}; },
-                               [&] { EXPECT_EQ(array->bytes[0], 'y'); }});
-        }
+        stories.push_back(
+            {run(1, 2), each.intro(1, 2) + moved + fetched("1") + "! Number of bytes fetched does not match request",
+             [=] { use(2)(), client().results["KciFetchBytes"] = {1}; }, [&] { EXPECT_EQ(array->bytes[0], 'y'); }});
     }
     if (describes) {
         stories.push_back({run(1, 2), each.intro(1, 2) + moved + fetched("2") + first + nullElement, use(2, true)});
@@ -187,15 +181,11 @@ TEST_F(Bridge, ExportSet) {
              removed,
          {},
          [] { EXPECT_EQ(jni().localReferences, 0u); }},
-        {[&] { return CALL(removeFromExportSet, 7, null, 0); }, removing + "KciReleaseOops([], 0)|KciErr|" + removed},
         {remove({server(301), nullptr}, 2), first + "     jobj[1] = 0|! getOop(): NULL object"},
 
         {release({301, 0x500000000 | 0x80000001, 303}, 2),
          releasing + "     Releasing 2 oops:|     301|     -2147483647|KciReleaseOops([301 2147483649], 2)|KciErr|" +
              released},
-        {[&] { return CALL(releaseOops, 7, null, 0); },
-         releasing + "     Releasing 0 oops:|KciReleaseOops([], 0)|KciErr|" + released},
-
         {changed(2),
          changing + "KciDirtySaveObjs(2)|KciErr|     Returning 2 changed oops:|     301|     -2147483647|"
                     "ChangedOops completed.|= 2",
@@ -217,7 +207,7 @@ TEST_F(Bridge, ExportSet) {
                 : count < 0 ? number + " < 0"
                             : array + " is NULL or shorter than " + number);
     };
-    for (jint count : {17, INT32_MAX, -1, INT32_MIN, 4}) {
+    for (jint count : {17, -1, 4}) {
         stories.push_back(
             {remove({five, five, five}, count), removing + refusal("removeFromExportSet", "jobjs", "numObjs", count)});
         stories.push_back(
@@ -226,8 +216,6 @@ TEST_F(Bridge, ExportSet) {
     }
     check(stories);
     EXPECT_EQ(call(remove(std::vector(16, server(1)), 16)), 0);
-    EXPECT_EQ(call(release(std::vector<jlong>(16, 1), 16)), 0);
-    EXPECT_EQ(call([&] { return CALL(releaseOops, 7, null, 1); }), -1);
 }
 
 } // namespace

@@ -3,10 +3,10 @@ import java.nio.MappedByteBuffer;
 import java.nio.channels.FileChannel;
 import java.nio.file.Files;
 import java.nio.file.Path;
-import java.util.ArrayList;
 import java.util.List;
 import java.util.concurrent.Callable;
 import java.util.concurrent.atomic.AtomicInteger;
+import java.util.stream.Stream;
 
 /** A virtual machine with the fault handler installed; the second argument says what it does. */
 public final class Faults {
@@ -15,32 +15,26 @@ public final class Faults {
     static native void faultInLibrary();
     static native void faultInForeignCode();
     static native void faultInTwoThreads();
-    static native void putFaultingHandler();
     static native void postponeExits();
     static native boolean isTermPending();
     static native void keepSigChld();
-    static native void killFromOutside(int sig);
 
     private int field = 1;
     private static volatile Faults nothing;
 
     public static void main(String[] args) throws Exception {
         System.load(args[0]);
-        switch (args[1]) {
-            case "handler" -> putFaultingHandler();
-            case "children" -> children(1); // the virtual machine resets SIGCHLD before its first child
-            case "childrenkept" -> {
-                children(1);
-                keepSigChld();
-            }
+        if (args[1].equals("children")) {
+            children(1); // the virtual machine resets SIGCHLD before its first child
+            keepSigChld();
         }
         install();
         int argument = args.length > 2 ? Integer.parseInt(args[2]) : 0;
         switch (args[1]) {
             case "healthy" -> healthy(argument);
-            case "children", "childrenkept" -> System.out.println("children: " + children(60));
+            case "children" -> System.out.println("children: " + children(60));
             case "library" -> faultInLibrary();
-            case "foreign", "handler" -> faultInForeignCode();
+            case "foreign" -> faultInForeignCode();
             case "two" -> faultInTwoThreads();
             case "postponed", "signal" -> waitForSignal(argument, args[1].equals("postponed"));
             default -> throw new IllegalArgumentException(args[1]);
@@ -53,7 +47,7 @@ public final class Faults {
         if (postponing)
             postponeExits();
         Runtime.getRuntime().addShutdownHook(new Thread(() -> System.out.println("shutdown hook")));
-        killFromOutside(sig);
+        new ProcessBuilder("/bin/sh", "-c", "sleep 0.2; kill -" + sig + " " + ProcessHandle.current().pid()).start();
         for (int i = 0; i < 200; ++i) {
             Thread.sleep(10);
             if (postponing && isTermPending())
@@ -72,19 +66,16 @@ public final class Faults {
 
     private static int nullChecks(int checks) throws InterruptedException {
         AtomicInteger caught = new AtomicInteger();
-        List<Thread> threads = new ArrayList<>();
-        for (int i = 0; i < 8; ++i) {
-            threads.add(new Thread(() -> {
-                for (int n = 0; n < checks; ++n) {
-                    try {
-                        nothing.field++;
-                    } catch (NullPointerException e) {
-                        caught.incrementAndGet();
-                    }
+        List<Thread> threads = Stream.generate(() -> new Thread(() -> {
+            for (int n = 0; n < checks; ++n) {
+                try {
+                    nothing.field++;
+                } catch (NullPointerException e) {
+                    caught.incrementAndGet();
                 }
-            }));
-            threads.get(i).start();
-        }
+            }
+        })).limit(8).toList();
+        threads.forEach(Thread::start);
         for (Thread thread : threads)
             thread.join();
         return caught.get();

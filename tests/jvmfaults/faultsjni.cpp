@@ -3,7 +3,6 @@
 #include <csignal>
 #include <jni.h>
 #include <pthread.h>
-#include <unistd.h>
 
 #include "hostatomic.h"
 #include "hostdebug.h"
@@ -20,11 +19,6 @@ void countThenHandle(int sig, siginfo_t* info, void* context) {
 
 void faultHere() {
     asm volatile("movl $0, 64");
-}
-
-// A handler that faults itself, in the place of the virtual machine's.
-void faultingHandler(int, siginfo_t*, void*) {
-    faultHere();
 }
 
 void* faultInThread(void* barrier) {
@@ -62,14 +56,6 @@ JNIEXPORT void JNICALL Java_Faults_faultInTwoThreads(JNIEnv*, jclass) {
         pthread_join(thread, nullptr);
 }
 
-// Before install: what install finds and passes faults on to.
-JNIEXPORT void JNICALL Java_Faults_putFaultingHandler(JNIEnv*, jclass) {
-    struct sigaction action = {};
-    action.sa_sigaction = faultingHandler;
-    action.sa_flags = SA_SIGINFO | SA_NODEFER;
-    sigaction(SIGSEGV, &action, nullptr);
-}
-
 JNIEXPORT void JNICALL Java_Faults_postponeExits(JNIEnv*, jclass) {
     HostDelaySigExit([] {}, nullptr);
 }
@@ -81,15 +67,5 @@ JNIEXPORT jboolean JNICALL Java_Faults_isTermPending(JNIEnv*, jclass) {
 // Before install: the handler of another component, which install leaves alone.
 JNIEXPORT void JNICALL Java_Faults_keepSigChld(JNIEnv*, jclass) {
     signal(SIGCHLD, [](int) {});
-}
-
-// Has another process send a signal, a moment later.
-JNIEXPORT void JNICALL Java_Faults_killFromOutside(JNIEnv*, jclass, jint sig) {
-    const pid_t target = getpid();
-    if (fork() == 0) {
-        usleep(200000);
-        kill(target, sig);
-        _exit(0);
-    }
 }
 }

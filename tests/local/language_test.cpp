@@ -15,12 +15,8 @@ std::string repeat(const std::string& text, int count) {
 TEST_F(Language, Syntax) {
     check({
         {"", "nil"},
-        {"3--4", "7"},
         {"#(1 -2 - foo: #bar $a #[1] (true))", "Array(1 -2 #- #foo: #bar $a ByteArray(1) Array(true))"},
-        {"#+ , #at:put:", "'+at:put:'"},
-        {"$  value", "32"},
         {"-9223372036854775808", "-9223372036854775808"},
-        {"[:a | | b | b := a. b] value: 3", "3"},
         {"[] value", "nil"},
         {"3 + 4; * 10; yourself", "3"},
         {"[:x || y | y := x. y] value: 2", "2"},
@@ -29,11 +25,7 @@ TEST_F(Language, Syntax) {
         // with the place of the error and its text
         {"9223372036854775808", "1 (line 1, column 1): not a number, or one beyond 64 bits"},
         {"3\n + )", "6 (line 2, column 4): an expression should stand here"},
-        {"#(1", "1 (line 1, column 1): the array has no end"},
-        {"\"x", "1 (line 1, column 1): the comment has no end"},
-        {"| a a | a", "1 (line 1, column 1): the variable a is declared twice"},
         {"self := 3", "6 (line 1, column 6): self cannot be assigned to"},
-        {"3 ] 4", "3 (line 1, column 3): this belongs to no expression"},
         {"3 4", "3 (line 1, column 3): expected a period or the end"},
         {"#'\xE6\x97\xA5'", "1 (line 1, column 1): a symbol holds single-byte characters only"},
     };
@@ -60,8 +52,6 @@ TEST_F(Language, BlocksAndScopes) {
         {"kept value: 5", "error 2094: a block cannot return from a method that has ended"},
         {"[:f | f value: f] value: [:f | 3]", "3"},
         {"| b | b := 3 > 2. b ifTrue: 5", "error 2010: 5 does not understand #value"},
-        {"true and: [nil]", "nil"},
-        {"3 perform: 'foo'", "error 2010: 3 does not understand #foo"},
     });
     evaluate("Object subclass: #Finder variables: #(). "
              "Finder method: 'find: k in: c c do: [:e | e = k ifTrue: [^''found'']]. ^''absent'''");
@@ -78,20 +68,16 @@ TEST_F(Language, Classes) {
         {"Base classMethod: 'make ^self new a: 1'. Derived make class", "Derived"},
         {"Derived classMethod: 'make ^super make a: 2; yourself'. Derived make a", "2"},
         {"old := Base new a: 7. Object subclass: #Base variables: #(#z). old a", "7"},
-        {"Base history size", "2"},
         {"Base new a", "error 2010: a Base does not understand #a"},
-        {"Derived removeMethod: #name. Derived new name", "'base'"},
         {"Integer method: 'twice ^self * 2'. 1000000000000 twice + 4 twice", "2000000000008"},
         {"List subclass: #Stack variables: #(#limit). s := Stack new add: 1; add: 2; yourself. s removeLast. s",
          "Stack(1)"},
         {"Dictionary subclass: #Map variables: #(#note). (Map new at: 1 put: 2; yourself) copy", "Map(1->2)"},
-        {"Object subclass: #List variables: #()", "error 2094: #List is the name of a kernel object"},
         {"String subclass: #Note variables: #(#x)",
          "error 2094: a byte object has no variables, others have at most 1000"},
         {"Block subclass: #B variables: #()", "error 2094: class Block cannot have such a subclass"},
         {"Object method: '3 foo'", "error 2005: syntax error at position 1 (line 1, column 1): expected a method's "
                                    "name (in a method of class Object)"},
-        {"Object subclass: #C variables: #('1x')", "error 2094: '1x' is not a name"},
         {"(String subclass: #Label variables: #()) new isString", "true"},
     });
 }
@@ -99,14 +85,10 @@ TEST_F(Language, Classes) {
 TEST_F(Language, Numbers) {
     check({
         {"-9223372036854775808 // -1", "error 2163: the result does not fit an integer of 64 bits"},
-        {"-9223372036854775808 \\\\ -1", "0"},
         {"-9223372036854775808 / -1", "9223372036854775808.0"},
         {"{7 // -2. 7 \\\\ -2. -7.5 // 2. -7.5 \\\\ 2}", "Array(-4 -1 -4.0 0.5)"},
         {"536870912 class", "LargeInteger"},
-        {"(536870912 - 1) class", "SmallInteger"},
         {"1e300 * 1e300", "infinity"},
-        {"(1e300 * 1e300) asInteger", "error 2163: the result does not fit an integer of 64 bits"},
-        {"3 + 'x'", "error 2094: 'x' is not a number"},
         {"{3 = 3.0. 3 = 'x'. 10000000000 = 10000000000}", "Array(true false true)"},
         {"{536870911 + 1. -536870912 - 1. 536870911 * 2. -7 // 2. -7 \\\\ 2. 7 // -2. 3 == 3. -5 < -4}",
          "Array(536870912 -536870913 1073741822 -4 1 -4 true true)"},
@@ -119,7 +101,6 @@ TEST_F(Language, TextsAndCollections) {
     check({
         {"('ab' , '\xE6\x97\xA5') class", "DoubleByteString"},
         {"('\xE6\x97\xA5' copyFrom: 1 to: 0) class", "DoubleByteString"},
-        {"'\xC3\xA9' = w'\xC3\xA9'", "true"},
         {"| a b c | a := String new: 300. b := a , 'b'. c := b , 'c'. b at: 1 put: $x. c at: 2 put: $y. a at: 3 put: "
          "$z. "
          "{a size. a at: 1. a at: 3. b size. b at: 1. b at: 2. b last. c at: 1. c at: 2. c last}",
@@ -135,24 +116,18 @@ TEST_F(Language, TextsAndCollections) {
          "List(7 5 0 3 2 4 6)"},
         {"#abc at: 1 put: $x", "error 2094: #abc cannot be changed"},
         {"'abc' at: 1 put: 5", "error 2164: 5 is not a character"},
-        {"'abc' copyFrom: 2 to: 9", "error 2004: the index 9 is outside 'abc'"},
         {"[| s | s := 'x'. 5 timesRepeat: [s add: 'y']. s] value , 'z'", "'xyyyyyz'"},
-        {"| f | f := ['lit']. f value add: 'eral'. f value", "'lit'"},
         {"| s | s := Set new. 1 to: 1000 do: [:i | s add: i; add: i printString; add: i asFloat]. s size", "2000"},
         {"| d | d := Dictionary new. 1 to: 1000 do: [:i | d at: i printString put: i]. "
          "(1 to: 1000) allSatisfy: [:i | (d at: i printString) = i]",
          "true"},
-        {"(Bag new add: 1; add: 1; add: 2; yourself) occurrencesOf: 1", "2"},
-        {"#(1 2) at: 0", "error 2004: the index 0 is outside an Array"},
         {"Object new at: 1", "error 2004: an Object has no elements"},
         {"(1 to: 200) asArray sorted: [:a :b | a > b]. ((1 to: 200) asArray sorted: [:a :b | a > b]) first", "200"},
         {"a := Array new: 1. a at: 1 put: a. a", "Array(Array(Array(Array(Array(Array(...))))))"},
-        {"p := 1 -> 2. p value: p. p", "1->1->1->1->1->..."},
         {"(DateTime year: 2024 month: 2 day: 29) asString", "error 2010: a DateTime does not understand #asString"},
         {"(DateTime year: 2023 month: 2 day: 29)", "error 2161: year 2023, month 2, day 29 is not a date"},
         {"(DateTime year: 9999 month: 12 day: 31) addDays: 1",
          "error 2161: year 10000, day 1, milliseconds 0 is not a date-time"},
-        {"(DateTime year: 2000 month: 1 day: 1) = (DateTime year: 2000 dayOfYear: 1 milliseconds: 0)", "true"},
     });
 }
 
@@ -165,7 +140,6 @@ TEST_F(Language, LimitsEndInErrors) {
         {"| l | l := List new. [true] whileTrue: [l add: (Array new: 1000000)]",
          "error 2208: the local store would hold more than 256 MiB"},
         {"Array new: 100000000", "error 2094: 100000000 is not in the range 0 to 4194304"},
-        {"Object method: 'down: n ^self down: n + 1'. 1 down: 1", "error 2138: the stack of 10000 calls is used up"},
         {"| b | b := nil. b := [:n | b value: n + 1]. b value: 1", "error 2138: the stack of 10000 calls is used up"},
         {"System collectGarbage. 3 + 4", "7"},
     });

@@ -13,17 +13,11 @@ TEST_F(LocalMisuse, MessagesByNameAreChecked) {
     evaluate("Object method: '" + keywords + "^a189'. many := Object selectors detect: [:s | s size > 500]");
     EXPECT_TRUE(print("3 perform: many").ends_with("takes 190 arguments, not 0"));
     check({
-        {"3 perform: #+", "error 2005: the message #+ takes 1 arguments, not 0"},
-        {"Dictionary new perform: #at:put: with: 3", "error 2005: the message #at:put: takes 2 arguments, not 1"},
-        {"3 perform: #max: withAll: #(1 2)", "error 2005: the message #max: takes 1 arguments, not 2"},
         {"3 perform: #perform:withAll: withAll: {#perform:with:. {#+. 4}}", "7"},
         {"a := Array new: 2. a at: 1 put: #perform:withAll:; at: 2 put: a. 3 perform: #perform:withAll: withAll: a",
          "error 2138: 100 times over, a perform led to another"},
         {"'abc' perform: '\xC5\xB3ize'", "error 2094: a symbol holds single-byte characters only"},
-        {"3 respondsTo: '\xC5\xB3ize'", "error 2094: a symbol holds single-byte characters only"},
     });
-    perform(small(3), "\xC5\xB3ize");
-    EXPECT_EQ(error.number, 2094);
 }
 
 TEST_F(LocalMisuse, WhatIsTheSystemsStaysIts) {
@@ -31,54 +25,32 @@ TEST_F(LocalMisuse, WhatIsTheSystemsStaysIts) {
     evaluate("Object subclass: #A variables: #(#v)");
     check({
         {"Block method: 'zap code := 999999'", at5 + "code belongs to the system (in a method of class Block)"},
-        {"A classMethod: 'zap superclass := self'", at5 + "superclass belongs to the system (in a method of class A)"},
         {"A classMethod: 'zap ^methods'. A zap at: #size put: 3", "error 2004: a MethodDictionary has no elements"},
         {"A variableNames at: 1 put: 3. A history at: 1 put: 3. {A variableNames. A history}",
          "Array(Array(#v) Array(A))"},
         {"List := 3", "error 2005: syntax error at position 1 (line 1, column 1): List is the name of a kernel object"},
-        {"Shared at: #Shared put: 5; at: #List put: 6. {Shared class. List}", "Array(Dictionary List)"},
         {"Object subclass: #nil variables: #()", "error 2094: #nil is not a name"},
-        {"Object subclass: #B variables: #(#x #true)", "error 2094: #true is not a name"},
     });
 }
 
-TEST_F(LocalMisuse, SuperGoesThroughACascade) {
-    const std::string outside =
-        "error 2005: syntax error at position 1 (line 1, column 1): super means something in a method only";
-    evaluate(
-        "Object subclass: #P variables: #(). P method: 'foo ^1'. P subclass: #Q variables: #(). Q method: 'foo ^2'. "
-        "Q method: 'twice ^super foo; foo'. Q method: 'self ^super foo; yourself'");
-    check({{"Q new twice", "1"}, {"Q new self class", "Q"}, {"super foo; foo", outside}, {"super", outside}});
-}
-
 TEST_F(LocalMisuse, WhatHasNoEndIsShownWhereItBegins) {
-    const std::string at3 = "error 2005: syntax error at position 3 (line 1, column 3): ";
     check({
-        {"  #(1 (2)", at3 + "the array has no end"},
-        {"  #[1 2", at3 + "the array has no end"},
-        {"  {1. 2", at3 + "the array has no end"},
-        {"  (3", at3 + "the parenthesis has no end"},
-        {"  [:x | x", at3 + "the block has no end"},
-        {"  [:x", at3 + "the block has no end"},
+        {"  [:x", "error 2005: syntax error at position 3 (line 1, column 3): the block has no end"},
         {"[(3]",
          "error 2005: syntax error at position 4 (line 1, column 4): expected ) to end the parenthesis that begins "
          "at position 2"},
+        {"super", "error 2005: syntax error at position 1 (line 1, column 1): super means something in a method only"},
     });
 }
 
 TEST_F(LocalMisuse, AnswersAtTheEdges) {
     check({
         {"{1e300 \\\\ 7. -1e20 \\\\ 3. 6.0 \\\\ -3}", "Array(1.0 2.0 0.0)"},
-        {"-5 factorial", "error 2094: -5 has no factorial"},
         {"{(0 to: 1 by: 0.5) size. (0 to: 0.6 by: 0.1) asArray size - (0 to: 0.6 by: 0.1) size}", "Array(3 0)"},
         {"| n | n := 0. 9223372036854775806 to: 9223372036854775807 do: [:i | n := n + 1]. n", "2"},
         {"| n | n := 0. (9223372036854775806 to: 9223372036854775807) do: [:i | n := n + 1]. n", "2"},
-        {"| l | l := List new add: 1; add: 2; yourself. l addAll: l. l", "List(1 2 1 2)"},
         {"Dictionary new addAll: (Dictionary new at: 1 put: 2; yourself); addAll: {3 -> 4}; yourself",
          "Dictionary(1->2 3->4)"},
-        {"{'bca' max. 'bca' min. $a >= $b. #('pear' 'fig') max}", "Array($c $a false 'pear')"},
-        {"{Interval new. Interval new size}", "Array(Array() 0)"},
-        {"(1 to: 3) at: 9", "error 2004: the index 9 is outside an Interval"},
         {"| t | t := ''. 1 to: 400 do: [:i | t add: i printString]. "
          "{t indexOfText: '9091'. t indexOfText: '399400'. t indexOfText: 'x'. t indexOfText: '' from: t size + 1. "
          "((t split: '99') joinedBy: '99') = t. ((t asDoubleByteString split: '99') joinedBy: '99') = t}",
@@ -93,9 +65,6 @@ TEST_F(LocalMisuse, AnswersAtTheEdges) {
 
 // The value takes the place of the failing expression, and nothing else stands in between.
 TEST_F(LocalMisuse, ContinuedExpressionsFindTheirOperands) {
-    evaluate("b := [:x | 3 + (x > 0 ifTrue: [^x])]");
-    evaluate("b value: 5");
-    EXPECT_EQ(kci.KciContinueWith(error.context, small(4), 0, nullptr), small(7));
     std::string nines;
     for (int i = 0; i < 20000; ++i) {
         nines += "9. ";

@@ -6,10 +6,8 @@
 #include <unistd.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <functional>
 #include <new>
-#include <set>
 #include <thread>
 
 namespace {
@@ -35,18 +33,6 @@ void operator delete(void* memory, size_t) noexcept {
 namespace local_tests {
 
 using Sessions = LocalClient;
-
-TEST_F(Sessions, IdentifiersOfNothingSpoilNoSession) {
-    OopType list = evaluate("List new");
-    for (OopType missing : {40001u, 0u, 1u, 2u}) {
-        for (OopType receiver : {list, missing}) {
-            perform(receiver, "add:", {missing});
-            EXPECT_EQ(error.number, 2094) << receiver << ' ' << missing;
-            EXPECT_EQ(error.message, "no object has the identifier " + std::to_string(missing));
-            EXPECT_EQ(print("3 + 4"), "7");
-        }
-    }
-}
 
 // The call of one runs, that of the other waits.
 TEST_F(Sessions, BreaksReachTheSessionThatWasSelected) {
@@ -159,64 +145,13 @@ TEST(FreshLibrary, NeedsNoMemoryToSayThatThereIsNone) {
     kci.KciShutdown();
 }
 
-// A hundred deep stacks each of three sessions would take 2.5 GB.
-TEST_F(Sessions, StacksAndSourcesCountTowardsTheLimit) {
-    auto pages = [] {
-        long size = 0;
-        long resident = 0;
-        std::ifstream("/proc/self/statm") >> size >> resident;
-        return resident;
-    };
-#if defined(__SANITIZE_ADDRESS__)
-    constexpr long kept = (300 << 20) / 4096; // of what was freed
-#elif defined(__SANITIZE_THREAD__)
-    constexpr long kept = (2000L << 20) / 4096; // of what it notes
-#else
-    constexpr long kept = 0;
-#endif
-    long before = pages();
-    kci.KciNbExecuteStr(std::string(100 << 20, ' ').c_str(), KCI_OOP_NIL);
-    finish();
-    EXPECT_EQ(error.number, 2208);
-    EXPECT_LT(pages() - before, kept + (40 << 20) / 4096);
-    for (int session = 0; session < 3; ++session) {
-        logIn();
-        evaluate(
-            "Object subclass: #D variables: #(). D method: 'down: n | a b c d e f g h i j k l m n2 o p q r s t u | "
-            "^self down: n + 1'");
-        for (int i = 0; i < 40; ++i) {
-            evaluate("D new down: 1");
-            ASSERT_EQ(error.number, 2138) << error.message;
-        }
-    }
-    EXPECT_LT(pages() - before, kept + (350 << 20) / 4096);
-    EXPECT_EQ(print("3 + 4"), "7");
-}
-
-TEST_F(Sessions, FillingAnyFreshObjectIsNoChange) {
-    auto fill = [this](OopType object) { kci.KciStoreBytesInstanceOf(KCI_OOP_NIL, object, 1, {}, 0); };
-    OopType objects[3] = {};
-    for (OopType& object : objects) {
-        object = kci.KciNewOop(KCI_CLASS_STRING);
-    }
-    perform(objects[2], "add:", {evaluate("$a")});
-    for (OopType object : objects) {
-        fill(object);
-    }
-    fill(objects[0]);
-    OopType changed[4] = {};
-    ArraySizeType count = 4;
-    EXPECT_FALSE(kci.KciDirtySaveObjs(changed, &count));
-    EXPECT_EQ(std::set<OopType>(changed, changed + count), (std::set{objects[0], objects[2]}));
-}
-
 TEST_F(Sessions, ErrorsNameEntryArgumentAndValue) {
-    const OopType many = small(4000000);
+    const OopType many = small(4000000), missing = 40001;
     const std::pair<std::function<void()>, const char*> rows[] = {
-        {[&] { kci.KciNbPerform(small(3), nullptr, nullptr, 0); }, "KciNbPerform: selector must not be NULL"},
         {[&] { kci.KciStoreIdxOops(small(3), 1, nullptr, 2); }, "KciStoreIdxOops: oops is NULL, not 2 elements"},
+        {[&] { kci.KciNbPerform(evaluate("List new"), "add:", &missing, 1), kci.KciNbEnd(nullptr); },
+         "no object has the identifier 40001"},
         {[&] { kci.KciOopToBool(small(3)); }, "3 is not a Boolean"},
-        {[&] { kci.KciOopToChr(evaluate("'abc'")); }, "'abc' is not a character"},
         {[&] { setenv("KCILOCAL_SLICE", "20x", 1), kci.KciLogin("guest", "guest"); },
          "KCILOCAL_SLICE is '20x', not a number from 1 to 1000000000"},
         {[&] { unsetenv("KCILOCAL_SLICE"), setenv("KCILOCAL_MEMORY", "8", 1), kci.KciLogin("guest", "guest"); },

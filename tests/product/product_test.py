@@ -59,7 +59,7 @@ class Case(unittest.TestCase):
 
 class Console(Case):
     def test_encodings_and_odd_files(self):
-        for variables in ({}, {"LC_ALL": "C"}, {"LC_CTYPE": "POSIX"}):
+        for variables in ({}, {"LC_ALL": "C"}):
             with self.subTest(variables):
                 environment = {"LC_ALL": None, **variables}
                 self.assertEqual(self.tmqkci("-e", "'\u65e5\u672c' size", **environment)[:2], (0, "2\n"))
@@ -99,17 +99,15 @@ class Console(Case):
         for arguments, text, expected, error in [
             (["-e", "x := 5", "-e", "x + 1"], "", (0, "5\n6\n"), ""),
             (["-e", "nope", "-e", "1"], "", (1, ""), "Error 2189: the name nope is not known\n"),
-            (["-e", "w'\u20ac'"], "", (0, "w'\u20ac'\n"), ""),
             (["-e"], "", (2, ""), "-e"), (["--nonsense"], "", (2, ""), "--nonsense"),
             (["-e", "1", "-i"], "", (2, ""), "-i"), (["--limit", "0", "-e", "1"], "", (2, ""), "--limit"),
             (["-f", "/nowhere"], "", (2, ""), "/nowhere"), (["--tree", "1000", "-e", "1"], "", (2, ""), "--tree"),
-            (["--tree", "1", "--table", "-e", "1"], "", (2, ""), "exclusive"),
-            (["-e", "1", "doctor"], "", (2, ""), "doctor"), (["--json", "doctor"], "", (2, ""), "doctor"),
+            (["--json", "doctor"], "", (2, ""), "doctor"),
             (["-e", "@" + HERE + "/run"], "", (1, ""), "Error 2005"),
             (["-f", self.write("lines", lines)], "", (0, values), ""),
             ([], lines + '"cut short', (1, values), "Error 2005"),
             ([], "nil foo\n3\n", (1, "3\n"), "standard input:1: Error 2010"),
-            (["--on-error", "stop"], "nil foo\n3\n", (1, ""), "#foo"), (["-"], "nil foo\n3\n", (1, ""), "#foo"),
+            (["-"], "nil foo\n3\n", (1, ""), "#foo"),
             ([failing], "", (1, "6\n"), failing + ":5: Error 2010"),
             (["--on-error", "continue", "-f", failing], "", (1, "6\n5\n"), failing + ":8: Error 2005"),
             (["--on-error", "maybe", "-e", "1"], "", (2, ""), "stop or continue"), (["--json", "--csv"], "", (2, ""), "excl"),
@@ -162,7 +160,6 @@ class Console(Case):
         for arguments, environment, expected in [
             (["--password-file", file], {}, 0),
             ([], {"TMQKCI_PASSWORD": SECRET}, 0),
-            ([], {"TMQKCI_PASSWORD": SECRET + "x"}, 3),
             (["--json"], {"TMQKCI_PASSWORD": SECRET + "x"}, 3),
             ([], {}, 2),
             (["--password-file", "/nowhere"], {}, 2),
@@ -334,7 +331,6 @@ class Doctor(Case):
         bare = ["gcc", SIZE, "-shared", "-fPIC", "-nostdlib", "-o", library, source]
         for command, expected in [
             (["cp", source, library], "not a shared library"),
-            (["dd", f"if={INSTALLATION}/{FOLDER}/libkcilnk67.so", "of=" + library, "bs=3000", "count=1"], "damaged"),
             (bare + ["-DKciGetRtlTable=other"], "does not export KciGetRtlTable"),
             (bare + ["-z", "execstack"], "asks for an executable stack"),
             (bare, "initialization"),
@@ -365,7 +361,6 @@ class Launcher(Case):
         for installation, environment, arguments, expected in [
             ("lib-only", {"JAVA32_HOME": None}, [], (3, "apt-get install openjdk-17-jre-headless:i386")),
             ("lib-only", {"JAVA32_HOME": JAVA64_HOME}, [], (3, "not a 32-bit (i386) one")),
-            ("lib64-only", {"JAVA32_HOME": JAVA32_HOME}, [], (3, "not a 64-bit (x86-64) one")),
             ("", {"JAVA32_HOME": None}, [], (0, "")), ("", {"JAVA32_HOME": JAVA64_HOME}, [], (0, "")),
             ("", {"JAVA32_HOME": "/nowhere"}, [], (3, "no Java in /nowhere")),
             ("", {"JAVA32_HOME": "/nowhere"}, ["--java", "/elsewhere"], (2, "no Java in /elsewhere")),
@@ -373,11 +368,9 @@ class Launcher(Case):
             ("", {}, ["--java", ""], (2, "--java needs the folder")), ("", {}, ["--java="], (2, "--java needs the folder")),
             ("", {"JAVA32_HOME": old}, [], (3, "of version 11, not 17 or later")),
             ("lib-only", {"JAVA32_HOME": None, "JAVA_HOME": old}, [], (3, "openjdk-17-jre-headless:i386")),
-            ("lib-only", {"JAVA32_HOME": None, "JAVA_HOME": JAVA32_HOME}, [], (0, "")),
             ("lib-only", {"JAVA32_HOME": None, "JAVA_HOME": broken}, [], (3, "passing over " + broken)),
-            ("", {"JAVA32_HOME": None, "JAVA_HOME": broken}, [], (0, "passing over " + broken)),
             ("", {"JAVA32_HOME": None, "JAVA_HOME": broken, "PATH": JAVA32_HOME + "/bin:/usr/bin"}, [], (0, "passing over")),
-            ("", {"JAVA32_HOME": "/nowhere"}, ["--help"], (0, "")), ("", {"JAVA32_HOME": broken}, ["--version"], (0, "")),
+            ("", {"JAVA32_HOME": "/nowhere"}, ["--help"], (0, "")),
             ("", {"JAVA32_HOME": broken}, ["doctor"], (3, "")),
         ]:
             if expected[0] == 3 and environment["JAVA32_HOME"] is None and glob.glob("/usr/lib/jvm/*i386*"):
@@ -395,17 +388,6 @@ class Launcher(Case):
         self.assertEqual(self.run_program(self.home + "/tmqkci", "-e", "3")[:2], (0, "3\n"))
         relative = "cd " + INSTALLATION + " && exec bin/tmqkci -e 3"
         self.assertEqual(self.run_program("sh", "-c", relative, CDPATH="/usr")[:2], (0, "3\n"))
-
-    def test_the_developers_scripts_find_their_folder(self):
-        for script, program in (".ci/run", "scripts/test"), ("scripts/lint", "bin/clang-tidy"):
-            for folder in "tree/build/default", "tree/bin", "tree/scripts", "tree/.ci", "other/scripts", "other/.ci":
-                os.makedirs(f"{self.home}/{folder}", exist_ok=True)
-            self.write("tree/build/default/compile_commands.json", "[]")
-            os.chmod(self.write("tree/" + program, "#!/bin/sh\npwd\n"), 0o755)
-            shutil.copy(HERE + "/../../" + script, f"{self.home}/tree/{script}")
-            found = self.succeed("sh", "-c", f"cd {self.home}/tree && exec {script} file", CDPATH=self.home + "/other",
-                                 PATH=self.home + "/tree/bin:/usr/bin:/bin")
-            self.assertEqual(found, self.home + "/tree\n")
 
 
 class BundledLibrary(Case):
@@ -454,17 +436,6 @@ class BundledLibrary(Case):
                               "nor into a temporary folder .*File too large")
         self.assertEqual(glob.glob(self.home + "/tmqkci*/") + glob.glob(self.cache + "/*/*"), [])
 
-    def test_what_others_can_write_to_is_not_used(self):
-        file = self.where()
-        for prepare in [lambda: os.chmod(os.path.dirname(file), 0o720), lambda: os.chmod(os.path.dirname(file), 0o702),
-                        lambda: (shutil.rmtree(self.cache), os.mkdir(self.home + "/trap"),
-                                 os.symlink(self.home + "/trap", self.cache))]:
-            prepare()
-            place = self.where()
-            self.assertFalse(place.startswith(self.cache), place)
-            self.assertFalse(os.path.exists(os.path.dirname(place)))
-        self.assertEqual(os.listdir(self.home + "/trap"), [])
-
     def test_a_cache_that_others_could_exchange_is_not_used(self):
         above = self.home + "/above"
         cache, link = above + "/any/cache", self.home + "/link"
@@ -485,15 +456,6 @@ class BundledLibrary(Case):
         self.assertEqual((status, out), (1, ""))
         self.assertRegex(err, "neither into the cache .*/above can be written to by others.*temporary folder .*/above can")
 
-    def test_a_cache_from_which_nothing_is_executed(self):
-        os.makedirs(self.cache)
-        script = 'mount -t tmpfs -o noexec none "$HOME/.cache" && exec "$@"'
-        private = ["unshare", "--map-root-user", "--mount"]
-        if self.run_program(*private, "true")[0] != 0:
-            self.skipTest("this machine allows no mounts of one's own")
-        place = self.where(*private, "sh", "-c", script, "sh")
-        self.assertRegex(place, self.home + "/tmqkci[^/]*/libtmqkci313.so$")
-
     def test_the_strictest_umask(self):
         place = self.where("sh", "-c", 'umask 777; exec "$@"', "sh")
         self.assertTrue(place.startswith(self.cache), place)
@@ -503,7 +465,7 @@ class BundledLibrary(Case):
 
 class Consumers(Case):
     def test_cmake_package_in_c17(self):
-        command = ["cmake", "-G", "Ninja", "-S", HERE + "/consumer-c", "-B", self.home, "-DCMAKE_PREFIX_PATH=" + INSTALLATION]
+        command = ["cmake", "-G", "Ninja", "-S", HERE + "/consumer", "-B", self.home, "-DCMAKE_PREFIX_PATH=" + INSTALLATION]
         for size in "-m32", "-m64":
             self.succeed(*command, "--fresh", "-DCMAKE_C_FLAGS=" + size)
             self.succeed("cmake", "--build", self.home)
@@ -515,8 +477,8 @@ class Consumers(Case):
                                  PKG_CONFIG_PATH=INSTALLATION + folder + "/pkgconfig").split()
             program = self.home + "/consumer"
             self.succeed("g++", "-std=c++20", "-Wall", "-Wextra", "-Wpedantic", "-Werror", "-o", program,
-                         HERE + "/consumer-cpp/main.cpp", *flags, "-Wl,-rpath," + INSTALLATION + folder)
-            self.assertEqual(self.run_program(program, KESTRUNE=INSTALLATION)[1], "[no.such.symbol 42]\n")
+                         "-x", "c++", HERE + "/consumer/main.c", "-x", "none", *flags, "-Wl,-rpath," + INSTALLATION + folder)
+            self.assertRegex(self.run_program(program)[1], r"^1 .*open\(nowhere\)")
 
 
 class DebianPackage(Case):

@@ -23,7 +23,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-const std::string TROUBLED[] = {TROUBLED_32, TROUBLED_64};
+const std::string CLIENTS[] = {CLIENT_32, CLIENT_64};
 
 std::set<std::string> filesOf(pid_t pid) {
     std::set<std::string> files;
@@ -52,12 +52,11 @@ std::string statusLine(pid_t pid, const std::string& name) {
     return "";
 }
 
-bool ends(pid_t pid, std::chrono::milliseconds limit) {
-    for (const auto until = std::chrono::steady_clock::now() + limit; std::chrono::steady_clock::now() < until;) {
+bool ends(pid_t pid) {
+    for (int left = 1000; left > 0; --left, usleep(1000)) {
         const std::string state = statusLine(pid, "State");
         if (state.empty() || state.starts_with("Z"))
             return true;
-        std::this_thread::sleep_for(1ms);
     }
     return false;
 }
@@ -93,11 +92,6 @@ public:
         table->KciSetSessionId(session);
         return error();
     }
-    void unload() const {
-        table->KciShutdown();
-        table->KciUnload();
-    }
-
     void* handle;
     const KciRtlJumpSType* table = nullptr;
 };
@@ -111,11 +105,10 @@ TEST(Host, ItsEndIsTheCallsError) {
         std::string expected;
     } rows[] = {
         {"crash", SIGNALLED + "11 (Segmentation fault); its last output: about to crash"},
-        {"kill", SIGNALLED + "9 (Killed)"},
         {"exit", "the client library's host process ended with status 7; its last output: leaving"},
     };
     const auto filesBefore = filesOf(getpid());
-    for (const std::string& library : TROUBLED) {
+    for (const std::string& library : CLIENTS) {
         Remote remote;
         ASSERT_EQ(remote.serve(library), "");
         int session = remote.logIn();
@@ -125,8 +118,6 @@ TEST(Host, ItsEndIsTheCallsError) {
                 atLogin ? void(remote.logIn(row.trouble)) : remote.table->KciNbExecuteStr(row.trouble, KCI_OOP_NIL);
                 EXPECT_EQ(remote.error(), row.expected);
                 EXPECT_EQ(remote.errorOf(session), SESSION_ENDED);
-                remote.table->KciLongToOop(3);
-                EXPECT_EQ(remote.error(), SESSION_ENDED);
                 // Another host's session does not take the number of an ended one.
                 const int next = remote.logIn();
                 EXPECT_EQ(remote.error(), "");
@@ -134,27 +125,27 @@ TEST(Host, ItsEndIsTheCallsError) {
                 EXPECT_EQ(remote.errorOf(session), SESSION_ENDED);
                 session = next;
                 EXPECT_EQ(remote.errorOf(session), "");
-                EXPECT_EQ(remote.table->KciLongToOop(3), 15u);
             }
         }
         // Between two calls.
         const pid_t host = onlyChild();
         kill(host, SIGTERM);
-        EXPECT_TRUE(ends(host, 5s));
+        EXPECT_TRUE(ends(host));
         EXPECT_EQ(remote.table->KciLongToOop(3), KCI_OOP_ILLEGAL);
         EXPECT_EQ(remote.error(), SIGNALLED + "15 (Terminated)");
         EXPECT_GT(remote.logIn(), session);
-        remote.unload();
+        remote.table->KciUnload();
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
         EXPECT_EQ(filesOf(getpid()), filesBefore);
     }
 }
 
 TEST(Host, BreaksTravelWhileACallRunsAndEndWithTheHost) {
+    setenv("CLIENT_LIBRARY_LACKS", "", 1);
     const auto filesBefore = filesOf(getpid());
-    for (const std::string& library : TROUBLED) {
+    {
         Remote remote;
-        ASSERT_EQ(remote.serve(library), "");
+        ASSERT_EQ(remote.serve(CLIENTS[1]), "");
         remote.logIn();
         EXPECT_EQ(remote.table->KciHardBreak, nullptr) << "the client library has none";
         std::atomic<bool> over = false;
@@ -182,15 +173,13 @@ TEST(Host, BreaksTravelWhileACallRunsAndEndWithTheHost) {
         std::thread breaking([&] { remote.table->KciSoftBreak(); });
         std::this_thread::sleep_for(20ms);
         kill(onlyChild(), SIGKILL);
-        const auto start = std::chrono::steady_clock::now();
         call.join();
         breaking.join();
-        EXPECT_LT(std::chrono::steady_clock::now() - start, 1s);
         EXPECT_EQ(remote.error(), SIGNALLED + "9 (Killed)");
         remote.table->KciSoftBreak();
-        EXPECT_EQ(filesOf(getpid()), filesBefore);
-        EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
     }
+    EXPECT_EQ(filesOf(getpid()), filesBefore);
+    EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process is left";
 }
 
 TEST(Host, InheritsNothingOfTheApplications) {
@@ -201,7 +190,7 @@ TEST(Host, InheritsNothingOfTheApplications) {
     sigfillset(&blocked);
     pthread_sigmask(SIG_BLOCK, &blocked, nullptr);
     Remote remote;
-    ASSERT_EQ(remote.serve(TROUBLED[0]), "");
+    ASSERT_EQ(remote.serve(CLIENTS[0]), "");
     ASSERT_NE(remote.logIn("user", "a secret to wipe"), 0);
     const pid_t host = onlyChild();
     EXPECT_EQ(std::stoull(statusLine(host, "SigBlk"), nullptr, 16), 0u);
@@ -232,33 +221,28 @@ TEST(Host, InheritsNothingOfTheApplications) {
 }
 
 TEST(Host, EndsWithItsParent) {
-    for (const bool inCall : {false, true}) {
-        const ChildResult child = runInChild([&] {
-            Remote remote;
-            ASSERT_EQ(remote.serve(TROUBLED[inCall]), "");
-            remote.logIn();
-            printf("%d", onlyChild());
-            fflush(stdout);
-            std::thread call([&] {
-                if (inCall)
-                    remote.table->KciNbExecuteStr("stick", KCI_OOP_NIL);
-            });
-            std::this_thread::sleep_for(20ms);
-            raise(SIGKILL);
-        });
-        ASSERT_EQ(child.signal, SIGKILL) << child.err;
-        EXPECT_TRUE(ends(std::stoi(child.out), 1s));
-    }
+    const ChildResult child = runInChild([&] {
+        Remote remote;
+        ASSERT_EQ(remote.serve(CLIENTS[1]), "");
+        remote.logIn();
+        printf("%d", onlyChild());
+        fflush(stdout);
+        std::thread call([&] { remote.table->KciNbExecuteStr("stick", KCI_OOP_NIL); });
+        std::this_thread::sleep_for(20ms);
+        raise(SIGKILL);
+    });
+    ASSERT_EQ(child.signal, SIGKILL) << child.err;
+    EXPECT_TRUE(ends(std::stoi(child.out)));
 }
 
 TEST(Host, IsNotPassedOnByFork) {
     const auto filesBefore = filesOf(getpid());
     Remote remote;
-    ASSERT_EQ(remote.serve(TROUBLED[1]), "");
+    ASSERT_EQ(remote.serve(CLIENTS[1]), "");
     remote.logIn();
     const ChildResult child = runInChild([&] {
         for (const std::string& file : filesOf(getpid())) {
-            EXPECT_TRUE(file.find("memfd") == std::string::npos && file.find("socket") == std::string::npos &&
+            EXPECT_TRUE(file.find("memfd:tmqkci") == std::string::npos && file.find("socket") == std::string::npos &&
                         file.find("pidfd") == std::string::npos)
                 << file;
         }
@@ -274,12 +258,11 @@ TEST(Host, WhatKeepsItFromStartingIsNamed) {
     const fs::path folder = mkdtemp(pattern);
     fs::copy_file(REMOTE_LIBRARY, folder / "libkcirpc67.so");
     const fs::path program = folder / HOST_NAME;
-    const auto install = [&](const std::string& text, bool executable = true) {
-        fs::remove(program);
+    const auto install = [&](const std::string& text) {
         std::ofstream(program) << text;
-        fs::permissions(program, executable ? fs::perms::owner_all : fs::perms::owner_read);
+        fs::permissions(program, fs::perms::owner_all);
     };
-    const std::string own = TROUBLED[sizeof(void*) == 8];
+    const std::string own = CLIENTS[sizeof(void*) == 8];
     const auto filesBefore = filesOf(getpid());
     {
         Remote remote(folder / "libkcirpc67.so");
@@ -287,8 +270,6 @@ TEST(Host, WhatKeepsItFromStartingIsNamed) {
             remote.serve(own).ends_with(std::string("../bin/") + HOST_NAME + " is missing; install tmqkci again"));
         install("#!/nowhere/ld.so\n");
         EXPECT_TRUE(remote.serve(own).find("-bit C library here for ") != std::string::npos);
-        install("", false);
-        EXPECT_TRUE(remote.serve(own).ends_with(" does not start: Permission denied"));
         install("#!/bin/sh\necho no such thing >&2; exit 3\n");
         EXPECT_EQ(remote.serve(own),
                   "the client library's host process ended with status 3; its last output: no such thing");
@@ -299,9 +280,9 @@ TEST(Host, WhatKeepsItFromStartingIsNamed) {
                   "dlopen(/nowhere/libx.so) failed because /nowhere/libx.so: cannot open shared object file: "
                   "No such file or directory");
         EXPECT_EQ(remote.serve(REMOTE_HOST_OF_OTHER_SIZE).substr(0, 7), "dlopen(");
-        setenv("TROUBLED_START", "exit", 1);
+        setenv("CLIENT_LIBRARY_TROUBLE", "exit", 1);
         EXPECT_EQ(remote.serve(own), "the client library's host process ended with status 7; its last output: leaving");
-        unsetenv("TROUBLED_START");
+        unsetenv("CLIENT_LIBRARY_TROUBLE");
         EXPECT_EQ(remote.serve(own), "");
     }
     EXPECT_EQ(filesOf(getpid()), filesBefore);

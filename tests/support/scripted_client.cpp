@@ -3,9 +3,13 @@
 #include "support/unexpected_calls.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cfenv>
+#include <csignal>
 #include <cstring>
+#include <mutex>
 #include <sstream>
+#include <unistd.h>
 
 namespace scripted {
 namespace {
@@ -15,14 +19,11 @@ Client theClient;
 std::string show(const char* text) {
     return text ? "'" + std::string(text) + "'" : "NULL";
 }
-std::string show(double value) {
+template <typename Number>
+std::string show(Number value) {
     std::ostringstream out;
     out << value;
     return out.str();
-}
-template <typename Integer>
-std::string show(Integer value) {
-    return std::to_string(value);
 }
 std::string show(const std::vector<OopType>& oops) {
     std::string text = "[";
@@ -74,10 +75,6 @@ struct FixedName {
     constexpr FixedName(const char (&given)[size]) { std::copy_n(given, size, text); }
 };
 
-struct TableName {
-    static constexpr const char* name = "client table";
-};
-
 // An entry that records its arguments, and answers by script.
 template <FixedName name, typename Result, typename... Arguments>
 void script(Result (*&entry)(Arguments...)) {
@@ -114,8 +111,31 @@ void note(const std::string& event) {
     if (const char* log = getenv("CLIENT_LIBRARY_LOG"))
         setenv("CLIENT_LIBRARY_LOG", (log + event + " ").c_str(), 1);
 }
+std::atomic<bool> broken;
+bool stuck;
+
+void getIntoTrouble(const std::string& word) {
+    if (word == "crash") {
+        std::fputs("about to crash\n", stderr);
+        volatile int* nowhere = nullptr;
+        *nowhere = 1;
+    } else if (word == "kill") {
+        raise(SIGKILL);
+    } else if (word == "exit") {
+        std::puts("leaving");
+        std::exit(7);
+    } else if (word == "wait" || word == "stick") {
+        stuck = word == "stick";
+        broken = false;
+        while (!broken)
+            usleep(1000);
+    }
+}
+
 [[gnu::constructor]] void opened() {
     note("opened");
+    if (const char* trouble = getenv("CLIENT_LIBRARY_TROUBLE"))
+        getIntoTrouble(trouble);
     if (getenv("CLIENT_LIBRARY_SPOILS")) {
         fesetround(FE_UPWARD);
         feenableexcept(FE_DIVBYZERO | FE_INVALID);
@@ -128,18 +148,17 @@ void note(const std::string& event) {
 
 KciRtlJumpSType makeTable() {
     KciRtlJumpSType table{};
-    const auto unexpected = unexpectedCalls<TableName>(std::make_index_sequence<KCI_ENTRY_COUNT>());
-    std::memcpy(static_cast<void*>(&table.KciAbort), unexpected.data(), sizeof unexpected);
+    std::fill_n(reinterpret_cast<AnyFunction*>(&table.KciAbort), KCI_ENTRY_COUNT, unexpectedCall);
     table.kciFeatureLevel = KCI_ENTRY_COUNT;
     if (const char* levels = getenv("CLIENT_LIBRARY_LEVELS"))
         sscanf(levels, "%d %d", &table.kciFeatureLevel, &table.kciCompatiblityLevel);
 
 #define SCRIPTED(function) script<#function>(table.function)
     SCRIPTED(KciInit), SCRIPTED(KciInitAppName), SCRIPTED(KciProduct), SCRIPTED(KciShutdown), SCRIPTED(KciUnload);
-    SCRIPTED(KciLogin), SCRIPTED(KciLogout), SCRIPTED(KciGetSessionId), SCRIPTED(KciSetSessionId);
+    SCRIPTED(KciLogout), SCRIPTED(KciGetSessionId), SCRIPTED(KciSetSessionId);
     SCRIPTED(KciDirtyObjsInit), SCRIPTED(KciPollForSignal), SCRIPTED(KciNbExecute), SCRIPTED(KciIsKindOf);
     SCRIPTED(KciFetchNamedOop), SCRIPTED(KciOopToLong), SCRIPTED(KciFltToOop);
-    SCRIPTED(KciSoftBreak), SCRIPTED(KciHardBreak), SCRIPTED(KciBegin), SCRIPTED(KciCommit), SCRIPTED(KciAbort);
+    SCRIPTED(KciHardBreak), SCRIPTED(KciBegin), SCRIPTED(KciCommit), SCRIPTED(KciAbort);
 #undef SCRIPTED
     scriptFetch<"KciFetchVaryingOops">(table.KciFetchVaryingOops);
     scriptFetch<"KciFetchNamedOops">(table.KciFetchNamedOops);
@@ -149,6 +168,17 @@ KciRtlJumpSType makeTable() {
     table.KciSetNet = [](const char* server, const char* user, const char* password, const char* service) {
         theClient.fail(server, toldError());
         record("KciSetNet", server, user, password, service);
+    };
+    table.KciLogin = [](const char* user, const char* password) {
+        record("KciLogin", user, password);
+        getIntoTrouble(user);
+        return BoolType(theClient.result("KciLogin"));
+    };
+    table.KciSoftBreak = [] {
+        record("KciSoftBreak");
+        broken = !stuck;
+        while (stuck)
+            usleep(1000);
     };
     table.KciNbExecuteStr = [](const char* source, OopType symbolList) {
         record("KciNbExecuteStr", source, symbolList);
@@ -236,12 +266,16 @@ KciRtlJumpSType makeTable() {
         record("KciNewDateTime", cls, value->year, value->dayOfYear, value->milliseconds, value->timeZone);
         return OopType(theClient.result("KciNewDateTime"));
     };
+    if (getenv("CLIENT_LIBRARY_LACKS") != nullptr)
+        table.KciHardBreak = nullptr;
     return table;
 }
 
 } // namespace
 
 void Client::record(const std::string& function, const std::string& arguments) {
+    static std::mutex breaks; // come in a thread of their own
+    const std::lock_guard lock(breaks);
     calls += (calls.empty() ? "" : " ") + function;
     if (function != "KciErr")
         calls += "(" + arguments + ")";
@@ -270,6 +304,7 @@ void Client::obey(const char* text, OopType receiver) {
     int milliseconds = 0, number = 0;
     std::int64_t answer = receiver;
     started++;
+    getIntoTrouble(text);
     if (sscanf(text, "answer %u after %d", &oop, &milliseconds) == 2) {
         answer = oop;
     } else if (sscanf(text, "fail %d context %u after %d", &number, &context, &milliseconds) == 3) {

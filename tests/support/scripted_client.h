@@ -9,13 +9,16 @@
 //                               that a login's server is called
 //   claim ENTRY ANSWER          the next call of that entry answers this: of a fetch, or one that makes an object
 //   released OOP                answers how often the object was given up
+//   crash, kill, exit           ends the process, as does such a user of a login
+//   wait, stick                 stays in the call until a soft break, or for good, as does the break then
 //   started                     answers how many calls have been started
 //   objects                     from here on every object has 10000 elements, bytes where its identifier is a multiple
 //                               of 8; 2500 objects are changed
 //
 // For tests that open it: CLIENT_LIBRARY_LEVELS, when set, holds feature and compatibility level; CLIENT_LIBRARY_LOG
 // receives the names of calls, and when the library is opened and closed; with CLIENT_LIBRARY_SPOILS its initializer
-// spoils the floating-point environment.
+// spoils the floating-point environment, with CLIENT_LIBRARY_TROUBLE it does as that word says; with
+// CLIENT_LIBRARY_LACKS its table has no KciHardBreak.
 #pragma once
 
 #include "kcitable.h"
@@ -37,11 +40,9 @@ struct Client {
 
     // Integer results by function name, taken in order; the last one stays. A function without an entry answers 0, or
     // what it should: a fetch, how many it fetched.
-    std::map<std::string, std::deque<std::int64_t>> results{{"KciInit", {1}},
-                                                            {"KciProduct", {1}},
-                                                            {"KciLogin", {1}},
-                                                            {"KciFetchObjInfo", {1}},
-                                                            {"KciNbEnd", {KCI_RESULT_READY}}};
+    std::map<std::string, std::deque<std::int64_t>> results{{"KciInit", {1}},         {"KciProduct", {1}},
+                                                            {"KciLogin", {1}},        {"KciGetSessionId", {7}},
+                                                            {"KciFetchObjInfo", {1}}, {"KciNbEnd", {KCI_RESULT_READY}}};
     double floatResult = 0;
     const char* version = "6.7";
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <span>
 #include <sstream>
 
 namespace scripted {
@@ -22,63 +23,48 @@ Reference references[20000];
 unsigned referencesUsed = 0;
 std::deque<Object> objects;
 
-const char* const PACKAGE = "com/kestrune/tmqkci/";
+const std::string PACKAGE = "com/kestrune/tmqkci/";
 
-// Each class with the names and signatures of its fields.
-const char* const CLASSES[] = {
-    "TmqKciReport oop J classOop J classHistoryOop J objType B namedSize I indexedSize J isCollection Z isString Z "
-    "isDBString Z valueType B valueInt1 I valueInt2 I valueLong J valueDouble D valueBytes [B valueLongs [J "
-    "valueString Ljava/lang/String;",
-    "TmqKciException number I message Ljava/lang/String; category J context J fatal Z argCount I args [J",
-    "TmqKciCacheStats type I name Ljava/lang/String; pid J sid J stats32 [I stats64 [J",
-    "String",
-    "[B",
-    "[J",
-    "[Object",
-    "Class",
+struct Field {
+    std::string cls, name, signature;
 };
 
-std::deque<Class>& classes() {
-    static std::deque<Class> all;
-    if (all.empty()) {
-        for (const char* const text : CLASSES) {
-            std::istringstream in(text);
-            Class& cls = all.emplace_back();
-            in >> cls.name;
-            for (std::string name, signature; in >> name >> signature;)
-                cls.fields.push_back({&cls, name, signature});
-        }
+std::deque<Field>& fields() {
+    static std::deque<Field> all;
+    const char* const classes[] = {
+        "TmqKciReport oop J classOop J classHistoryOop J objType B namedSize I indexedSize J isCollection Z isString Z "
+        "isDBString Z valueType B valueInt1 I valueInt2 I valueLong J valueDouble D valueBytes [B valueLongs [J "
+        "valueString Ljava/lang/String;",
+        "TmqKciException number I message Ljava/lang/String; category J context J fatal Z argCount I args [J",
+        "TmqKciCacheStats type I name Ljava/lang/String; pid J sid J stats32 [I stats64 [J",
+    };
+    for (const char* const text : all.empty() ? std::span(classes) : std::span<const char* const>()) {
+        std::istringstream in(text);
+        Field field;
+        for (in >> field.cls; in >> field.name >> field.signature;)
+            all.push_back(field);
     }
     return all;
 }
 
-Class* findClass(const std::string& name) {
-    for (Class& cls : classes()) {
-        if (cls.name == name)
-            return &cls;
-    }
-    return nullptr;
+// The object that stands for a class: its text is the class's name.
+Object* classObject(const std::string& name) {
+    return jni().create("Class", {.text = {name.begin(), name.end()}});
 }
 
-// The object that stands for a class: its text is the class's name.
-Object* classObject(Class* cls) {
-    static std::map<Class*, Object*> made;
-    Object*& object = made[cls];
-    if (!object) {
-        object = jni().create("Class");
-        object->text.assign(cls->name.begin(), cls->name.end());
+jobject reference(Object* object, ReferenceKind kind) {
+    if (!object)
+        return nullptr;
+    if (referencesUsed == std::size(references)) {
+        std::fprintf(stderr, "too many references\n");
+        std::abort();
     }
-    return object;
+    jni().localReferences += kind == LOCAL;
+    references[referencesUsed] = {object, kind};
+    return reinterpret_cast<jobject>(&references[referencesUsed++]);
 }
 
 } // namespace
-
-jlong Object::number(const std::string& field) const {
-    return fields.contains(field) ? fields.at(field).number : 0;
-}
-Object* Object::object(const std::string& field) const {
-    return fields.contains(field) ? fields.at(field).object : nullptr;
-}
 
 std::string toModifiedUtf8(const std::u16string& text) {
     std::string out;
@@ -94,19 +80,14 @@ std::string toModifiedUtf8(const std::u16string& text) {
     return out;
 }
 
-std::u16string fromModifiedUtf8(const char* text, bool* valid) {
+std::u16string fromModifiedUtf8(const std::string& text) {
     std::u16string out;
-    *valid = true;
-    for (auto at = reinterpret_cast<const unsigned char*>(text); *at != 0;) {
-        const int extra = *at < 0x80 ? 0 : (*at & 0xE0) == 0xC0 ? 1 : (*at & 0xF0) == 0xE0 ? 2 : -1;
-        char16_t unit = extra <= 0 ? *at : *at & (extra == 1 ? 0x1F : 0x0F);
-        at++;
-        for (int i = 0; i < extra && *valid; i++) {
-            *valid = (*at & 0xC0) == 0x80;
-            unit = char16_t(unit << 6 | (*at & 0x3F));
-            at += *valid;
-        }
-        *valid = *valid && extra >= 0;
+    for (size_t at = 0; at < text.size();) {
+        const auto first = static_cast<unsigned char>(text[at++]);
+        const int more = first < 0xC0 ? 0 : first < 0xE0 ? 1 : 2;
+        char16_t unit = more == 0 ? first : first & (0x3F >> more);
+        for (const size_t end = at + more; at < std::min(end, text.size()); at++)
+            unit = char16_t(unit << 6 | (text[at] & 0x3F));
         out += unit;
     }
     return out;
@@ -117,6 +98,7 @@ Jni& jni() {
     return theJni;
 }
 
+<<<<<<< eba78a2
 Object* Jni::create(const std::string& className) {
     Object& object = objects.emplace_back();
     object.cls = findClass(className);
@@ -157,6 +139,13 @@ jobject Jni::reference(Object* object, int kind) {
     localReferences += kind == LOCAL;
     references[referencesUsed] = {object, kind};
     return reinterpret_cast<jobject>(&references[referencesUsed++]);
+=======
+Object* Jni::create(const std::string& className, const Object& content) {
+    static std::deque<Object> all;
+    all.push_back(content);
+    all.back().cls = className;
+    return &all.back();
+>>>>>>> b47ad9e
 }
 
 jobject Jni::argument(Object* object) {
@@ -177,15 +166,7 @@ Object* Jni::object(jobject given) {
 void Jni::beginCall() {
     for (unsigned i = 0; i < referencesUsed; i++)
         references[i].kind = FREE;
-    calls.clear();
-    complaints.clear();
-    elementReferences.clear();
-    localReferences = loansExpected = 0;
-    pending.clear();
-    failures.clear();
-    missingClass.clear();
-    missingField.clear();
-    loans.clear();
+    static_cast<NativeCallLog&>(*this) = {};
 }
 
 std::pair<unsigned, size_t> Jni::made() const {
@@ -204,27 +185,15 @@ void Jni::endCall() {
 
 std::vector<std::string> Jni::fieldNames(const std::string& className) const {
     std::vector<std::string> names;
-    for (const Field& field : findClass(className)->fields)
-        names.push_back(field.name);
+    for (const Field& field : fields()) {
+        if (field.cls == className)
+            names.push_back(field.name);
+    }
     return names;
 }
 
 unsigned Jni::count(const std::string& call) const {
     return static_cast<unsigned>(std::count(calls.begin(), calls.end(), call));
-}
-
-void Jni::enter(const std::string& call, bool allowedWhilePending) {
-    calls.push_back(call);
-    if (!pending.empty() && !allowedWhilePending)
-        complaints.push_back(call + " while " + pending + " is pending");
-}
-
-bool Jni::refuse(const char* function) {
-    const auto failure = failures.find(function);
-    if (failure == failures.end() || failure->second == 0 || --failure->second > 0)
-        return false;
-    pending = "OutOfMemoryError";
-    return true;
 }
 
 // The functions of the environment's table.
@@ -233,24 +202,35 @@ struct Functions {
         jni().complaints.push_back(complaint);
         return nullptr;
     }
+    static void enter(const std::string& call, bool allowedWhilePending = false) {
+        jni().calls.push_back(call);
+        if (!jni().pending.empty() && !allowedWhilePending)
+            complain(call + " while " + jni().pending + " is pending");
+    }
     // The object that a function is called with; NULL, with a complaint, for one of another class.
     static Object* enter(const std::string& call, jobject reference, const char* className = nullptr) {
-        jni().enter(call, call.starts_with("Release"));
+        enter(call, call.starts_with("Release"));
         Object* object = jni().object(reference);
-        return object && (!className || object->cls->name == className) ? object
-                                                                        : complain(call + " of a wrong object");
+        return object && (!className || object->cls == className) ? object : complain(call + " of a wrong object");
+    }
+    static bool refuse(const char* function) {
+        const auto failure = jni().failures.find(function);
+        if (failure == jni().failures.end() || failure->second == 0 || --failure->second > 0)
+            return false;
+        jni().pending = "OutOfMemoryError";
+        return true;
     }
     template <typename Reference = jobject>
     static Reference local(Object* object) {
-        return static_cast<Reference>(jni().reference(object, LOCAL));
+        return static_cast<Reference>(reference(object, LOCAL));
     }
 
-    static jclass JNICALL FindClass(JNIEnv*, const char* name) {
-        jni().enter(std::string("FindClass ") + name);
-        const std::string full = name;
-        Class* cls = full.starts_with(PACKAGE) ? findClass(full.substr(std::strlen(PACKAGE))) : nullptr;
-        if (cls && cls->name != jni().missingClass)
-            return local<jclass>(classObject(cls));
+    static jclass JNICALL FindClass(JNIEnv*, const char* full) {
+        enter(std::string("FindClass ") + full);
+        for (const Field& field : fields()) {
+            if (PACKAGE + field.cls == full && field.cls != jni().missingClass)
+                return local<jclass>(classObject(field.cls));
+        }
         jni().pending = "NoClassDefFoundError";
         return nullptr;
     }
@@ -260,8 +240,9 @@ struct Functions {
     }
     static jfieldID JNICALL GetFieldID(JNIEnv*, jclass cls, const char* name, const char* signature) {
         if (Object* object = enter(std::string("GetFieldID ") + name, cls, "Class")) {
-            for (Field& field : findClass({object->text.begin(), object->text.end()})->fields) {
-                if (field.name == name && field.signature == signature && field.name != jni().missingField)
+            for (Field& field : fields()) {
+                if (field.cls == std::string(object->text.begin(), object->text.end()) && field.name == name &&
+                    field.signature == signature && field.name != jni().missingField)
                     return reinterpret_cast<jfieldID>(&field);
             }
         }
@@ -277,7 +258,7 @@ struct Functions {
         const std::string call = std::string(access) + (found ? found->name : "NULL");
         Object* holder = enter(call, object);
         none = {};
-        if (!holder || !found || holder->cls != found->owner ||
+        if (!holder || !found || holder->cls != found->cls ||
             (Kind == 'L' ? found->signature.size() == 1 : found->signature[0] != Kind)) {
             complain(call + ": wrong object or field");
             return none;
@@ -300,12 +281,11 @@ struct Functions {
     }
 
     static jstring JNICALL NewStringUTF(JNIEnv*, const char* text) {
-        jni().enter("NewStringUTF");
-        bool valid = true;
-        if (jni().refuse("NewStringUTF"))
+        enter("NewStringUTF");
+        if (refuse("NewStringUTF"))
             return nullptr;
-        Object* made = jni().string(fromModifiedUtf8(text, &valid));
-        if (!valid)
+        Object* made = jni().string(fromModifiedUtf8(text));
+        if (toModifiedUtf8(made->text) != text)
             complain("NewStringUTF of text that is not modified UTF-8");
         return local<jstring>(made);
     }
@@ -323,7 +303,7 @@ struct Functions {
     static Data lend(const char* function, jobject owner, const char* className, jboolean* isCopy,
                      std::string (*content)(const Object&)) {
         Object* object = enter(function, owner, className);
-        if (!object || jni().refuse(function))
+        if (!object || refuse(function))
             return nullptr;
         if (isCopy)
             *isCopy = JNI_TRUE;
@@ -401,10 +381,10 @@ struct Functions {
     template <typename Array, auto Elements>
     static Array JNICALL NewArray(JNIEnv*, jsize size) {
         const char* function = either<Elements>("NewByteArray", "NewLongArray");
-        jni().enter(function);
+        enter(function);
         if (size < 0)
             jni().pending = "NegativeArraySizeException";
-        if (size < 0 || jni().refuse(function))
+        if (size < 0 || refuse(function))
             return nullptr;
         Object* made = jni().create(either<Elements>("[B", "[J"));
         (made->*Elements).resize(size_t(size));
@@ -423,7 +403,7 @@ struct Functions {
     }
 
     static void JNICALL DeleteLocalRef(JNIEnv*, jobject object) {
-        jni().enter("DeleteLocalRef", true);
+        enter("DeleteLocalRef", true);
         if (!object)
             return;
         auto* reference = reinterpret_cast<Reference*>(object);
@@ -435,22 +415,17 @@ struct Functions {
         reference->kind = FREE;
     }
     static jboolean JNICALL ExceptionCheck(JNIEnv*) {
-        jni().enter("ExceptionCheck", true);
+        enter("ExceptionCheck", true);
         return !jni().pending.empty();
     }
     static void JNICALL ExceptionClear(JNIEnv*) {
-        jni().enter("ExceptionClear", true);
+        enter("ExceptionClear", true);
         jni().pending.clear();
     }
 
-    static constexpr const char* name = "Java environment";
-
     static JNINativeInterface_ table() {
         JNINativeInterface_ functions;
-        const auto unexpected =
-            unexpectedCalls<Functions>(std::make_index_sequence<sizeof functions / sizeof(void*)>());
-        static_assert(sizeof unexpected == sizeof functions);
-        std::memcpy(static_cast<void*>(&functions), unexpected.data(), sizeof functions);
+        std::fill_n(reinterpret_cast<AnyFunction*>(&functions), sizeof functions / sizeof(void*), unexpectedCall);
 #define SCRIPTED(function) functions.function = function
         SCRIPTED(FindClass), SCRIPTED(GetObjectClass), SCRIPTED(GetFieldID);
         SCRIPTED(GetObjectField), SCRIPTED(SetObjectField);

@@ -13,18 +13,6 @@
 
 namespace scripted {
 
-struct Class;
-
-struct Field {
-    Class* owner;
-    std::string name, signature;
-};
-
-struct Class {
-    std::string name; // the last part of the class's full name
-    std::deque<Field> fields;
-};
-
 struct Object {
     struct Value {
         jlong number = 0;
@@ -32,26 +20,45 @@ struct Object {
         Object* object = nullptr;
     };
 
-    Class* cls = nullptr;
-    std::map<std::string, Value> fields;
-    std::u16string text;
-    std::vector<jbyte> bytes;
-    std::vector<jlong> longs;
-    std::vector<Object*> elements;
+    std::string cls{}; // the last part of its class's name
+    std::map<std::string, Value> fields{};
+    std::u16string text{};
+    std::vector<jbyte> bytes{};
+    std::vector<jlong> longs{};
+    std::vector<Object*> elements{};
 
-    jlong number(const std::string& field) const;
-    Object* object(const std::string& field) const;
     bool wrote(const std::string& field) const { return fields.contains(field); }
+    jlong number(const std::string& field) const { return wrote(field) ? fields.at(field).number : 0; }
+    Object* object(const std::string& field) const { return wrote(field) ? fields.at(field).object : nullptr; }
 };
 
 std::string toModifiedUtf8(const std::u16string& text);
-// Sets *valid to whether the text is well-formed modified UTF-8.
-std::u16string fromModifiedUtf8(const char* text, bool* valid);
+std::u16string fromModifiedUtf8(const std::string& text);
 
-class Jni {
-public:
+// What a native method does between two calls of beginCall().
+struct NativeCallLog {
+    std::vector<std::string> calls; // function names with a field, class or index where there is one
+    std::vector<std::string> complaints;
+    std::vector<jobject> elementReferences; // what GetObjectArrayElement answered
+    std::string pending;                    // the class name of the exception that is pending
+    unsigned localReferences = 0;           // made by the native method and not deleted
+
+    // By script.
+    std::string missingClass, missingField;
+    std::map<std::string, unsigned> failures;
+    unsigned loansExpected = 0; // that endCall() finds in order
+
+    struct Loan {
+        Object* owner;
+        std::vector<char> data;
+    };
+    std::deque<Loan> loans;
+};
+
+struct Jni : NativeCallLog {
     JNIEnv* env();
 
+<<<<<<< eba78a2
     // Objects live until those that were made after a while are forgotten; the classes of the bridge exist from the
     // start.
     Object* create(const std::string& className);
@@ -59,6 +66,14 @@ public:
     Object* byteArray(std::vector<jbyte> bytes);
     Object* longArray(std::vector<jlong> longs);
     Object* objectArray(std::vector<Object*> elements);
+=======
+    // Objects live as long as the program; the classes of the bridge exist from the start.
+    Object* create(const std::string& className, const Object& content = {});
+    Object* string(const std::u16string& text) { return create("String", {.text = text}); }
+    Object* byteArray(const std::vector<jbyte>& bytes) { return create("[B", {.bytes = bytes}); }
+    Object* longArray(const std::vector<jlong>& longs) { return create("[J", {.longs = longs}); }
+    Object* objectArray(const std::vector<Object*>& elements) { return create("[Object", {.elements = elements}); }
+>>>>>>> b47ad9e
 
     // In the order of the class's declaration.
     std::vector<std::string> fieldNames(const std::string& className) const;
@@ -77,29 +92,7 @@ public:
 
     // The nth call from now of a lending or allocating function (1 is the next) answers NULL, as when memory is short.
     void fail(const std::string& function, unsigned nth = 1) { failures[function] = nth; }
-    std::string missingClass, missingField;
-
-    std::vector<std::string> calls; // function names with a field, class or index where there is one
-    std::vector<std::string> complaints;
-    std::vector<jobject> elementReferences; // what GetObjectArrayElement answered
-    std::string pending;                    // the class name of the exception that is pending
-    unsigned localReferences = 0;           // made by the native method and not deleted
-    unsigned loansExpected = 0;             // loans that endCall() finds in order
     unsigned count(const std::string& call) const;
-
-private:
-    friend struct Functions;
-    struct Loan {
-        Object* owner;
-        std::vector<char> data;
-    };
-
-    jobject reference(Object* object, int kind);
-    bool refuse(const char* function);
-    void enter(const std::string& call, bool allowedWhilePending = false);
-
-    std::map<std::string, unsigned> failures;
-    std::deque<Loan> loans;
 };
 
 Jni& jni();

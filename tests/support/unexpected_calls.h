@@ -1,25 +1,16 @@
-// Tables of function pointers whose every entry stops the program until a script gives it a meaning.
+// What a table of function pointers holds until a script gives an entry a meaning.
 #pragma once
 
-#include <array>
-#include <cstddef>
 #include <cstdio>
 #include <cstdlib>
-#include <utility>
 
 namespace scripted {
 
 using AnyFunction = void (*)();
 
-template <typename Table, std::size_t Entry>
-void unexpectedCall() {
-    std::fprintf(stderr, "%s: entry %zu was called, which has no script\n", Table::name, Entry);
+[[noreturn]] inline void unexpectedCall() {
+    std::fputs("a function was called that has no script; a debugger tells which\n", stderr);
     std::abort();
-}
-
-template <typename Table, std::size_t... Entry>
-constexpr auto unexpectedCalls(std::index_sequence<Entry...>) {
-    return std::array<AnyFunction, sizeof...(Entry)>{&unexpectedCall<Table, Entry>...};
 }
 
 } // namespace scripted

@@ -2,51 +2,26 @@ package com.kestrune.tmqkci;
 
 import static org.junit.jupiter.api.Assertions.*;
 
+import java.lang.reflect.Method;
+import java.lang.reflect.Modifier;
 import java.util.List;
-import java.util.function.ToIntFunction;
+import java.util.stream.Stream;
 
 import org.junit.jupiter.api.Test;
 
 /** Every native method is found by its Java name, before the first initialization; then initialization itself. */
 class InitializationTest {
-    private final TmqKciReport report = new TmqKciReport();
-    private final TmqKciReport[] reports = {report};
-
-    private final List<ToIntFunction<TmqKciException>> methods = List.of(
-            error -> TmqKciInterface._kciVersion(new String[1], error),
-            error -> TmqKciInterface._login("s", null, "u", "p", null, null, error),
-            error -> TmqKciInterface._logout(1, error),
-            error -> TmqKciInterface._setup(1, report, error),
-            error -> TmqKciInterface._nbEnd(1, report, error),
-            error -> TmqKciInterface._executeStr(1, "1", error),
-            error -> TmqKciInterface._executeObj(1, report, error),
-            error -> TmqKciInterface._perform(1, report, "x", reports, 1, error),
-            error -> TmqKciInterface._continue(1, report, false, null, report, null, null, error),
-            error -> TmqKciInterface._isKindOf(1, report, report, error),
-            error -> TmqKciInterface._checkErrors(1, error),
-            error -> TmqKciInterface._getBytes(1, report, 1, 1, new byte[1], error),
-            error -> TmqKciInterface._getObjs(1, report, 1, 1, reports, error),
-            error -> TmqKciInterface._getNamedObjs(1, report, 1, 1, reports, error),
-            error -> TmqKciInterface._putBytes(1, report, 1, 1, new byte[1], error),
-            error -> TmqKciInterface._putObjs(1, report, 1, 1, reports, error),
-            error -> TmqKciInterface._putNamedObjs(1, report, 1, 1, reports, error),
-            error -> TmqKciInterface._removeFromExportSet(1, reports, 1, error),
-            error -> TmqKciInterface._releaseOops(1, new long[1], 1, error),
-            error -> TmqKciInterface._changedOops(1, new long[1], 1, error),
-            error -> TmqKciControl._softBreak(1, error),
-            error -> TmqKciControl._hardBreak(1, error),
-            error -> TmqKciControl._begin(1, error),
-            error -> TmqKciControl._commit(1, error),
-            error -> TmqKciControl._abort(1, error),
-            error -> TmqKciControl._nbContinue(1, report, report, error));
-
-    private final List<ToIntFunction<TmqKciException>> cacheStatistics = List.of(
-            TmqKciInterface::_KCSIinitialize,
-            error -> TmqKciInterface._KCSIstatNames(new Object[1], error),
-            error -> TmqKciInterface._KCSIattach("monitor", error),
-            TmqKciInterface::_KCSIdetach,
-            error -> TmqKciInterface._KCSIsampleStats(new long[1], error),
-            error -> TmqKciInterface._KCSIgetStats(1, new TmqKciCacheStats(), error));
+    /** Calls a native method with arguments that mean nothing. */
+    private static int call(Method method, TmqKciException error) {
+        Object[] arguments = Stream.of(method.getParameterTypes()).map(type -> type == int.class ? (Object) 1
+                : type == long.class ? (Object) 1L : type == boolean.class ? (Object) false
+                : type == TmqKciException.class ? error : null).toArray();
+        try {
+            return (int) method.invoke(null, arguments);
+        } catch (ReflectiveOperationException failure) {
+            throw new AssertionError(method.getName(), failure);
+        }
+    }
 
     /** It hides fields of the report. */
     static final class Hiding extends TmqKciException {
@@ -60,8 +35,13 @@ class InitializationTest {
         Hiding first = new Hiding();
         assertEquals(TmqKciInterface.FAILED, TmqKciInterface._logout(1, first));
         assertEquals(TmqKciException.BRIDGE_ERROR, ((TmqKciException) first).number);
-        methods.forEach(call -> TestSession.refuse("KCI: Not initialized", call));
-        cacheStatistics.forEach(call -> TestSession.refuse("KCSI Interface not defined for 32-bit", call));
+        assertEquals(TmqKciInterface.FAILED, TmqKciInterface._logout(1, null));
+        List<Method> methods = Stream.of(TmqKciInterface.class, TmqKciControl.class)
+                .flatMap(each -> Stream.of(each.getDeclaredMethods()))
+                .filter(each -> Modifier.isNative(each.getModifiers()) && !each.getName().equals("_initialize")).toList();
+        methods.forEach(method -> TestSession.refuse(method.getName().startsWith("_KCSI")
+                ? "KCSI Interface not defined for 32-bit" : "KCI: Not initialized", error -> call(method, error)));
+        assertEquals(32, methods.size());
         String missing = TestSession.fail(error -> TmqKciInterface._initialize(0, "tests", 64, 64, 0,
                 new long[TmqKciInterface.KERNEL_OOPS], error)).message;
         assertTrue(missing.startsWith("KciRtlLoad failure: dlopen(libkcirpc67.so) failed because "), missing);

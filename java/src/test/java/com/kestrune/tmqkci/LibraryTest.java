@@ -61,7 +61,7 @@ class LibraryTest {
         assertEquals("loaded " + GOOD, probe(JAVA, GOOD, "/nowhere", folder));
         assertEquals("loaded " + GOOD, probe(JAVA, "", INSTALLATION, folder));
         assertEquals("loaded " + copy, probe(JAVA, "/nowhere/library.so", "/nowhere", folder));
-        for (String withWorkingFolder : new String[] {"/nowhere:", ":/nowhere", "/nowhere::/elsewhere"}) {
+        for (String withWorkingFolder : new String[] {"/nowhere:", "/nowhere::/elsewhere"}) {
             assertEquals("loaded " + copy, probe(JAVA, "", "/nowhere", withWorkingFolder), withWorkingFolder);
         }
     }
@@ -73,7 +73,6 @@ class LibraryTest {
                         + "/elsewhere" + FOLDER + "libtmqkci313.so: there is no such file\n  - java.library.path: no "
                         + "libtmqkci313.so in " + folder
                         + "\n  - copy in the jar: not used, since another file is named\n", HOW_TO_NAME_IT);
-        explains(JAVA, "", "/elsewhere", folder, "there is no such file", "copy in the jar: the jar carries none");
         explains(JAVA, "", "", folder, PROPERTY + "it is not set", VARIABLE + "it is not set",
                 "copy in the jar: the jar carries none for a " + KIND + " Java");
     }
@@ -96,7 +95,6 @@ class LibraryTest {
     @Test
     void unfitFilesAreTold() throws Exception {
         Path text = Files.writeString(folder.resolve("text.so"), "no library at all");
-        Path tooShort = Files.writeString(folder.resolve("short.so"), "short");
         String needsAbsent = System.getProperty("tests.needsAbsent");
         String needsFuture = System.getProperty("tests.needsFuture");
         for (String[] row : new String[][] {
@@ -104,7 +102,6 @@ class LibraryTest {
                 "Install the package that holds libjava_test_absent.so"},
             {needsFuture, "it needs a newer C library, with GLIBC_2.99 (", "Use a system with a newer C library"},
             {text.toString(), "it is not a shared library", HOW_TO_NAME_IT},
-            {tooShort.toString(), "it is not a shared library", HOW_TO_NAME_IT},
             {folder.toString(), "it is not a file", HOW_TO_NAME_IT}}) {
             explains(JAVA, row[0], "", "/nowhere", PROPERTY + row[0] + ": " + row[1], row[2],
                     "copy in the jar: not used");

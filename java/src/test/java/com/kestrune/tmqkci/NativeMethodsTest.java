@@ -16,8 +16,7 @@ import org.junit.jupiter.api.Test;
 
 /** The native methods by themselves, over the local store, in a virtual machine that checks them. */
 class NativeMethodsTest {
-    private final TestSession session = new TestSession();
-    private final int id = session.id;
+    private final int id = TestSession.login();
 
     @AfterEach
     void logout() {
@@ -53,23 +52,5 @@ class NativeMethodsTest {
             assertEquals(text.substring(0, Math.min(text.length(), 400)), error.getMessage());
             assertArrayEquals(expected, bytes(describe(TmqKciReport.ofOop(error.args[2]))));
         }
-        assertEquals(3, session.run("'a\0b' size").valueLong);
-    }
-
-    @Test
-    void aCallIsPolledAndItsErrorContinued() {
-        TmqKciReport source = TmqKciReport.ofString(
-                "| n | n := 0. 1 to: 300000 do: [:i | n := n + 1]. (nil foo: 3) + n");
-        succeed(error -> TmqKciInterface._executeObj(id, source, error));
-        TmqKciReport result = new TmqKciReport();
-        assertEquals(TmqKciInterface.NOT_READY, succeed(error -> TmqKciInterface._nbEnd(id, result, error)));
-        assertEquals(TmqKciReport.KIND_NONE, result.objType, "not touched before the end");
-        TmqKciException error = fail(report -> session.end(result, report));
-        assertArrayEquals(new long[] {2010, 3613, 3, 10}, new long[] {error.number, error.category, error.argCount,
-            error.args[0]});
-        assertEquals("foo:", new String(bytes(describe(TmqKciReport.ofOop(error.args[1])))));
-        succeed(report -> TmqKciInterface._continue(id, TmqKciReport.ofOop(error.context), false,
-                TmqKciReport.ofInteger(-299_958), result, null, null, report));
-        assertEquals(42, result.valueLong);
     }
 }

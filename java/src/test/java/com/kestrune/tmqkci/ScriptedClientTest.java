@@ -82,11 +82,6 @@ class ScriptedClientTest {
         session.execute("answer 31 after 0");
         assertEquals(1, released(4804), "the process that its error suspended");
 
-        TmqKciException error = assertThrows(TmqKciException.class,
-                () -> session.execute("fail 2010 context 4808 after 300"));
-        assertEquals(4808, error.process().oop());
-        error.process().release();
-        assertEquals(1, released(4808));
     }
 
     @Test
@@ -113,10 +108,8 @@ class ScriptedClientTest {
         assertEquals(1, released(oop + 12), "also when the call fails");
         failsAt("KciStoreBytesInstanceOf", 0, () -> session.send(1, "any", "caf\u00E9"));
         assertEquals(1, released(oop + 16), "or was never begun");
-        failsAt("KciStoreIdxOops", 0, () -> session.storeElements(session.object(oop), 1, List.of("text")));
-        assertEquals(1, released(oop + 20));
         failsAt("KciNbExecuteStr", 0, () -> session.send(1, "any", "caf\u00E9", new byte[1]));
-        assertEquals(1, released(oop + 24), "or could not be converted to its end");
+        assertEquals(1, released(oop + 20), "or could not be converted to its end");
     }
 
     private TmqKciException failsAt(String entry, int fatal, Executable call) {
@@ -151,29 +144,12 @@ class ScriptedClientTest {
     }
 
     @Test
-    void errorsAtEachStepReachTheCaller() {
-        calls().forEach((entry, call) -> {
+    void errorsAtEachStepReachTheCallerAndFatalOnesEndTheSession() {
+        for (String entry : calls().keySet()) {
+            Executable call = calls().get(entry);
             assertDoesNotThrow(call, entry);
             assertNull(failsAt(entry, 0, call).process(), entry);
             assertDoesNotThrow(call, entry + ": the session goes on");
-        });
-    }
-
-    @Test
-    void negativeAnswersAreErrorsOfTheirOwn() {
-        KciObject array = session.object(4012);
-        for (int count : new int[] {-1, -5}) {
-            failsAt("KciFetchVaryingOops", 0, () -> session.fetchElements(array));
-            session.execute("claim KciFetchVaryingOops " + count);
-            assertEquals("the client library answered " + count + " and reported no error",
-                    assertThrows(TmqKciException.class, () -> session.fetchElements(array)).getMessage());
-        }
-    }
-
-    @Test
-    void fatalErrorsEndTheSession() {
-        for (String entry : calls().keySet()) {
-            Executable call = calls().get(entry);
             failsAt(entry, 1, call);
             assertFalse(session.isOpen(), entry);
             assertTrue(assertThrows(IllegalStateException.class, call).getMessage().endsWith(
@@ -181,6 +157,15 @@ class ScriptedClientTest {
             session.close();
             session = login("none");
         }
+    }
+
+    @Test
+    void negativeAnswersAreErrorsOfTheirOwn() {
+        KciObject array = session.object(4012);
+        failsAt("KciFetchVaryingOops", 0, () -> session.fetchElements(array));
+        session.execute("claim KciFetchVaryingOops -5");
+        assertEquals("the client library answered -5 and reported no error",
+                assertThrows(TmqKciException.class, () -> session.fetchElements(array)).getMessage());
     }
 
     @Test

@@ -4,15 +4,17 @@ import static org.junit.jupiter.api.Assertions.*;
 
 import java.util.function.ToIntFunction;
 
-/** A session with the local store, with native calls whose failures end the test. */
+/** Native calls over the local store, whose failures end the test. */
 final class TestSession {
     static final int PRELOAD_SIZE = 64;
 
-    final int id;
+    private TestSession() {
+    }
 
-    TestSession() {
+    /** The number of a new session. */
+    static int login() {
         initialize();
-        id = succeed(error -> TmqKciInterface._login("local", "net", "guest", "guest", "host user", "host password",
+        return succeed(error -> TmqKciInterface._login("local", "net", "guest", "guest", "host user", "host password",
                 error));
     }
 
@@ -49,25 +51,5 @@ final class TestSession {
         assertArrayEquals(new long[] {TmqKciException.BRIDGE_ERROR, Values.NIL, Values.NIL, 0}, new long[] {
             error.number, error.category, error.context, error.argCount});
         assertEquals(false, error.fatal);
-    }
-
-    /** Waits for the running call; the error report is filled when that fails. */
-    int end(TmqKciReport result, TmqKciException error) {
-        int status;
-        do {
-            status = TmqKciInterface._nbEnd(id, result, error);
-        } while (status == TmqKciInterface.NOT_READY);
-        return status;
-    }
-
-    TmqKciReport end() {
-        TmqKciReport result = new TmqKciReport();
-        succeed(error -> end(result, error));
-        return result;
-    }
-
-    TmqKciReport run(String source) {
-        succeed(error -> TmqKciInterface._executeStr(id, source, error));
-        return end();
     }
 }
