@@ -436,6 +436,17 @@ class BundledLibrary(Case):
                               "nor into a temporary folder .*File too large")
         self.assertEqual(glob.glob(self.home + "/tmqkci*/") + glob.glob(self.cache + "/*/*"), [])
 
+    def test_what_others_can_write_to_is_not_used(self):
+        file = self.where()
+        for prepare in [lambda: os.chmod(os.path.dirname(file), 0o720), lambda: os.chmod(os.path.dirname(file), 0o702),
+                        lambda: (shutil.rmtree(self.cache), os.mkdir(self.home + "/trap"),
+                                 os.symlink(self.home + "/trap", self.cache))]:
+            prepare()
+            place = self.where()
+            self.assertFalse(place.startswith(self.cache), place)
+            self.assertFalse(os.path.exists(os.path.dirname(place)))
+        self.assertEqual(os.listdir(self.home + "/trap"), [])
+
     def test_a_cache_that_others_could_exchange_is_not_used(self):
         above = self.home + "/above"
         cache, link = above + "/any/cache", self.home + "/link"
@@ -455,6 +466,15 @@ class BundledLibrary(Case):
                                             XDG_CACHE_HOME=above)
         self.assertEqual((status, out), (1, ""))
         self.assertRegex(err, "neither into the cache .*/above can be written to by others.*temporary folder .*/above can")
+
+    def test_a_cache_from_which_nothing_is_executed(self):
+        os.makedirs(self.cache)
+        script = 'mount -t tmpfs -o noexec none "$HOME/.cache" && exec "$@"'
+        private = ["unshare", "--map-root-user", "--mount"]
+        if self.run_program(*private, "true")[0] != 0:
+            self.skipTest("this machine allows no mounts of one's own")
+        place = self.where(*private, "sh", "-c", script, "sh")
+        self.assertRegex(place, self.home + "/tmqkci[^/]*/libtmqkci313.so$")
 
     def test_the_strictest_umask(self):
         place = self.where("sh", "-c", 'umask 777; exec "$@"', "sh")

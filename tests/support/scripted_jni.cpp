@@ -98,54 +98,10 @@ Jni& jni() {
     return theJni;
 }
 
-<<<<<<< eba78a2
-Object* Jni::create(const std::string& className) {
-    Object& object = objects.emplace_back();
-    object.cls = findClass(className);
-    return &object;
-}
-
-Object* Jni::string(const std::u16string& text) {
-    Object* made = create("String");
-    made->text = text;
-    return made;
-}
-
-Object* Jni::byteArray(std::vector<jbyte> bytes) {
-    Object* made = create("[B");
-    made->bytes = std::move(bytes);
-    return made;
-}
-
-Object* Jni::longArray(std::vector<jlong> longs) {
-    Object* made = create("[J");
-    made->longs = std::move(longs);
-    return made;
-}
-
-Object* Jni::objectArray(std::vector<Object*> elements) {
-    Object* made = create("[Object");
-    made->elements = std::move(elements);
-    return made;
-}
-
-jobject Jni::reference(Object* object, int kind) {
-    if (!object)
-        return nullptr;
-    if (referencesUsed == std::size(references)) {
-        std::fprintf(stderr, "too many references\n");
-        std::abort();
-    }
-    localReferences += kind == LOCAL;
-    references[referencesUsed] = {object, kind};
-    return reinterpret_cast<jobject>(&references[referencesUsed++]);
-=======
 Object* Jni::create(const std::string& className, const Object& content) {
-    static std::deque<Object> all;
-    all.push_back(content);
-    all.back().cls = className;
-    return &all.back();
->>>>>>> b47ad9e
+    objects.push_back(content);
+    objects.back().cls = className;
+    return &objects.back();
 }
 
 jobject Jni::argument(Object* object) {
@@ -163,12 +119,6 @@ Object* Jni::object(jobject given) {
     return found->object;
 }
 
-void Jni::beginCall() {
-    for (unsigned i = 0; i < referencesUsed; i++)
-        references[i].kind = FREE;
-    static_cast<NativeCallLog&>(*this) = {};
-}
-
 std::pair<unsigned, size_t> Jni::made() const {
     return {referencesUsed, objects.size()};
 }
@@ -176,6 +126,12 @@ std::pair<unsigned, size_t> Jni::made() const {
 void Jni::forgetAfter(std::pair<unsigned, size_t> made) {
     referencesUsed = made.first;
     objects.resize(made.second);
+}
+
+void Jni::beginCall() {
+    for (unsigned i = 0; i < referencesUsed; i++)
+        references[i].kind = FREE;
+    static_cast<NativeCallLog&>(*this) = {};
 }
 
 void Jni::endCall() {

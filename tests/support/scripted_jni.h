@@ -58,22 +58,13 @@ struct NativeCallLog {
 struct Jni : NativeCallLog {
     JNIEnv* env();
 
-<<<<<<< eba78a2
     // Objects live until those that were made after a while are forgotten; the classes of the bridge exist from the
     // start.
-    Object* create(const std::string& className);
-    Object* string(const std::u16string& text);
-    Object* byteArray(std::vector<jbyte> bytes);
-    Object* longArray(std::vector<jlong> longs);
-    Object* objectArray(std::vector<Object*> elements);
-=======
-    // Objects live as long as the program; the classes of the bridge exist from the start.
     Object* create(const std::string& className, const Object& content = {});
     Object* string(const std::u16string& text) { return create("String", {.text = text}); }
     Object* byteArray(const std::vector<jbyte>& bytes) { return create("[B", {.bytes = bytes}); }
     Object* longArray(const std::vector<jlong>& longs) { return create("[J", {.longs = longs}); }
     Object* objectArray(const std::vector<Object*>& elements) { return create("[Object", {.elements = elements}); }
->>>>>>> b47ad9e
 
     // In the order of the class's declaration.
     std::vector<std::string> fieldNames(const std::string& className) const;

@@ -50,12 +50,21 @@ class KciSessionPoolTest {
         other.close();
         other.close();
         assertThrows(IllegalStateException.class, other::session);
-        CompletableFuture<Void> waiter = CompletableFuture.runAsync(() -> pool.borrow());
         pool.close();
         kept.close();
         assertFalse(kept.toString().isEmpty() || pool.idleSessions() > 0, pool.toString());
-        waiter.handle((none, failure) -> assertInstanceOf(IllegalStateException.class, failure.getCause())).join();
         assertThrows(IllegalStateException.class, pool::borrow);
+    }
+
+    @Test
+    void whoWaitsForAClosedPoolIsTold() throws Exception {
+        KciSessionPool pool = pool(1, 1, 60_000, 60_000);
+        KciSessionPool.Loan kept = pool.borrow();
+        CompletableFuture<Void> waiter = CompletableFuture.runAsync(() -> pool.borrow());
+        Thread.sleep(100);
+        pool.close();
+        waiter.handle((none, failure) -> assertInstanceOf(IllegalStateException.class, failure.getCause())).join();
+        kept.close();
     }
 
     @Test
