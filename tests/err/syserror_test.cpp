@@ -12,12 +12,12 @@ namespace {
 TEST(SysError, Translations) {
     std::string rows;
     for (int number = -3; number <= 200; ++number) {
-        for (const auto category : {SYSERRCAT_ERRNO, SYSERRCAT_HERRNO, static_cast<SysErrCategoryEType>(2)})
+        for (const auto category : {SYSERRCAT_ERRNO, SYSERRCAT_HERRNO})
             rows += std::to_string(UnixErrOsErrToSysErr(number, category)) + " ";
     }
     for (int code = -200; code < 400; ++code)
         rows += std::to_string(UnixErrSysErrToOsErr(code)) + " ";
-    EXPECT_EQ(HashCStrHash(rows.c_str()), 0x59B7F6) << "a number's code has changed:\n" << rows;
+    EXPECT_EQ(HashCStrHash(rows.c_str()), 0x65A044) << "a number's code has changed:\n" << rows;
     EXPECT_EQ(UnixErrOsErrToSysErr(INT_MIN, SYSERRCAT_ERRNO), INT_MIN);
     EXPECT_EQ(UnixErrOsErrToSysErr(ENOTEMPTY, SYSERRCAT_ERRNO), SYSERR_NOTEMPTY);
 }
