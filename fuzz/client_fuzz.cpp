@@ -17,6 +17,8 @@ BoolType KciRtlLoad(BoolType, const char*, char*, ArraySizeType) {
     return TRUE;
 }
 
+void KciRtlUnload() {}
+
 static Object* report(const char* field, jlong number) {
     Object* const made = jni().create("TmqKciReport");
     made->fields[field].number = number;
