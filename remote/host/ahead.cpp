@@ -160,7 +160,10 @@ OopType Sequence::nextSave() {
 bool Sequence::next(NextCall& call) {
     switch (stage) {
     case Stage::none:
+    case Stage::made:
         return false;
+    case Stage::filled:
+        return set<EntryId::KciNewOop>(call, newObject, {madeOf});
     case Stage::result:
         if (object == KCI_OOP_NONE || object == KCI_OOP_ILLEGAL || object == KCI_OOP_NIL) {
             return false;

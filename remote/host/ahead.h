@@ -1,9 +1,9 @@
 // What the near side will ask next.
 //
 // The bridge describes objects in a fixed sequence: save, object information, class history, what kind of string; it
-// saves what it fetched one by one. After each call this follows where in such a sequence the near side is and knows
-// the one call that would come next. A step is made ahead only after it was seen to come; one that was made and not
-// asked for is not made again until it was seen again.
+// saves what it fetched one by one; it makes objects of one class and gives each its variables. After each call this
+// follows where in such a sequence the near side is and knows the one call that would come next. A step is made ahead
+// only after it was seen to come; one that was made and not asked for is not made again until it was seen again.
 //
 // A session being selected ends every sequence: each native method of the bridge begins with that.
 #pragma once
@@ -54,11 +54,23 @@ public:
         floatValue,
         datePart,
         saveElement,
-        specialElement
+        specialElement,
+        newObject
     };
 
 private:
-    enum class Stage : uint8_t { none, result, saved, described, withHistory, string, dateParts, elements };
+    enum class Stage : uint8_t {
+        none,
+        result,
+        saved,
+        described,
+        withHistory,
+        string,
+        dateParts,
+        elements,
+        made,
+        filled
+    };
     void resultIs(OopType oop);
     void elementsAre(const OopType* oops, uint64_t count);
     void savedOne(OopType oop, bool failed);
@@ -76,6 +88,7 @@ private:
     Stage stage = Stage::none;
     uint32_t expected = 1U << info; // which cannot be made before it was seen
     OopType object = KCI_OOP_NONE;
+    OopType madeOf = KCI_OOP_NONE; // its class
     KciObjInfoSType description{};
     OopType firstParts[3]{}; // the body's first identifiers
     bool hasParts = false;
@@ -136,6 +149,18 @@ void Sequence::made(const ReceivedCall<RowOf<id>>& call, Result result, const Oo
         if (stage == Stage::withHistory || stage == Stage::dateParts) {
             stage = Stage::dateParts;
             ++part;
+            return;
+        }
+    } else if constexpr (id == EntryId::KciNewOop) {
+        if (!failed) {
+            object = result;
+            madeOf = std::get<0>(arguments);
+            stage = Stage::made;
+            return;
+        }
+    } else if constexpr (id == EntryId::KciStoreNamedOops) {
+        if (stage == Stage::made && !failed && std::get<0>(arguments) == object) {
+            stage = Stage::filled;
             return;
         }
     } else if constexpr (id == EntryId::KciOopToBool || id == EntryId::KciOopToChr) {

@@ -119,7 +119,9 @@ void Server::follow(const ReceivedCall<RowOf<id>>& call, Result result, bool fai
         }
     } else if constexpr (id == EntryId::KciNewOop || id == EntryId::KciNewDateTime || id == EntryId::KciFltToOop ||
                          id == EntryId::KciLongToOop || id == EntryId::KciContinueWith) {
-        if (!failed) {
+        if (!failed && makingAhead) {
+            heldAhead = result;
+        } else if (!failed) {
             exported(result);
         }
     }
@@ -216,15 +218,15 @@ bool Server::makeAhead(const NextCall& call, Piece& piece) {
     if (!to.ok() || !canNote()) {
         return false;
     }
-    OopType saved = KCI_OOP_NONE;
+    heldAhead = KCI_OOP_NONE;
     if (call.entry == EntryId::KciSaveObjs) {
-        memcpy(&saved, call.request + sizeof(uint32_t), sizeof saved);
+        memcpy(&heldAhead, call.request + sizeof(uint32_t), sizeof heldAhead);
     }
     makingAhead = true;
     const bool done = (this->*executes[static_cast<uint32_t>(call.entry)])(call.request, call.size, rest);
     makingAhead = false;
     if (done) {
-        madeAhead[madeCount++] = {call.step, saved};
+        madeAhead[madeCount++] = {call.step, heldAhead};
         piece.at = rest.at;
     }
     return done;
@@ -299,7 +301,8 @@ void Server::lookAhead(Piece& piece) {
     }
 }
 
-// What was asked for counts; what was not is undone: a save of an object that the session did not hold before.
+// What was asked for counts; what was not is undone: a new object, or a save of one that the session did not hold
+// before, is released.
 void Server::settleAhead(uint32_t used) {
     afterAnswer();
     std::swap(asked, madeAhead);
@@ -313,11 +316,11 @@ void Server::settleAhead(uint32_t used) {
     ahead.wasNotAsked(asked[askedCount].step);
     const size_t firstUnasked = askedCount;
     for (size_t at = firstUnasked; at < allCount; ++at) {
-        const OopType saved = asked[at].saved;
-        const OopSet* const held = saved != KCI_OOP_NONE ? exportedSet() : nullptr;
-        if (held != nullptr && !forgetful && !held->contains(saved)) {
+        const OopType oop = asked[at].held;
+        const OopSet* const held = oop != KCI_OOP_NONE ? exportedSet() : nullptr;
+        if (held != nullptr && !forgetful && !held->contains(oop)) {
             KciErrSType ignored;
-            table.KciReleaseOops(&saved, 1);
+            table.KciReleaseOops(&oop, 1);
             table.KciErr(&ignored);
         }
     }
@@ -326,7 +329,7 @@ void Server::settleAhead(uint32_t used) {
 void Server::afterAnswer() {
     OopSet* const held = askedCount > 0 ? setOf(askedBy) : nullptr;
     for (size_t at = 0; at < askedCount; ++at) {
-        forgetful = held == nullptr || !held->insert(asked[at].saved) || forgetful;
+        forgetful = held == nullptr || !held->insert(asked[at].held) || forgetful;
     }
     askedCount = 0;
 }

@@ -72,10 +72,11 @@ private:
 
     Sequence ahead;
     bool makingAhead = false;
-    // What was made ahead with the last answer: the step, and what a save saved.
+    OopType heldAhead = KCI_OOP_NONE; // what the session holds by the call that is being made ahead
+    // What was made ahead with the last answer: the step, and what the session holds by it.
     struct Made {
         uint32_t step;
-        OopType saved;
+        OopType held;
     };
     Made* madeAhead = nullptr;
     size_t madeRoom = 0;

@@ -29,6 +29,7 @@ constexpr bool isAskedAhead(EntryId id) {
     case EntryId::KciFetchObjInfo:
     case EntryId::KciFetchNamedOop:
     case EntryId::KciIsKindOf:
+    case EntryId::KciNewOop:
     case EntryId::KciOopToBool:
     case EntryId::KciOopToChr:
     case EntryId::KciOopToFlt:

@@ -166,6 +166,32 @@ TEST_F(Remote, SavesWhatItFetchesInOneExchange) {
     EXPECT_EQ(calls(), "KciFetchVaryingOops(200, 1, 4)");
 }
 
+TEST_F(Remote, MakesTheNextObjectAhead) {
+    const OopType values[] = {7, 11};
+    const auto create = [&](OopType cls) {
+        const OopType object = table->KciNewOop(cls);
+        table->KciStoreNamedOops(object, 1, values, 2);
+        return object;
+    };
+    create(500);
+    create(500);
+    exchanges();
+    const OopType third = create(500);
+    EXPECT_NE(create(500), third);
+    EXPECT_EQ(exchanges(), 2u);
+    calls();
+    // Of another class: the one that was made is released.
+    create(600);
+    EXPECT_EQ(calls(), "KciReleaseOops([" + std::to_string(third + 8) + "], 1) KciNewOop(600) KciStoreNamedOops(" +
+                           std::to_string(third + 12) + ", 1, [7 11], 2)");
+    // And one that fails is an error where it is asked for.
+    create(600);
+    client().fail("KciNewOop", clientError(2101, "no room"), 1);
+    create(600);
+    EXPECT_EQ(table->KciNewOop(600), KCI_OOP_ILLEGAL);
+    EXPECT_EQ(error(), "no room");
+}
+
 TEST_F(Remote, CarriesArraysOfEverySize) {
     const size_t block = remote::firstBodySize;
     for (const size_t count : {size_t{0}, size_t{3}, block, 5 * block + 1}) {
