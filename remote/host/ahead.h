@@ -12,12 +12,15 @@
 
 namespace remote {
 
+// Room for a request of those that are foreseen: none has an array, but one identifier to save.
+constexpr size_t foreseenRequestSize = 40;
+
 // One call as it would be requested.
 struct NextCall {
     EntryId entry;
     uint32_t step; // which kind of step it is
     uint32_t size;
-    ByteType request[40];
+    ByteType request[foreseenRequestSize];
 };
 
 class Sequence {
@@ -95,7 +98,7 @@ private:
     unsigned part = 0;
 
     // As object information was last asked for; only the identifier differs.
-    ByteType infoRequest[40]{};
+    ByteType infoRequest[foreseenRequestSize]{};
     size_t infoRequestSize = 0;
 
     OopType* elements = nullptr;

@@ -343,28 +343,31 @@ void UtlFree(void* ptr) {
     }
 }
 
-void UtlHeapCheck() {
-    if (!debugCHeap) {
-        return;
-    }
+namespace {
+void checkHeap(bool andPrint) {
     ensureInit();
     HeapViolations violations;
     HostMutexAccessor mutex(heapMutex);
     checkLiveList(violations);
     reportUnlocked(mutex, violations);
+    if (andPrint) {
+        printHeap();
+    }
+}
+} // namespace
+
+void UtlHeapCheck() {
+    if (debugCHeap) {
+        checkHeap(false);
+    }
 }
 
 void UtlHeapPrint() {
-    if (!debugCHeap) {
+    if (debugCHeap) {
+        checkHeap(true);
+    } else {
         puts("--- C Heap summary not available");
-        return;
     }
-    ensureInit();
-    HeapViolations violations;
-    HostMutexAccessor mutex(heapMutex);
-    checkLiveList(violations);
-    reportUnlocked(mutex, violations);
-    printHeap();
 }
 
 unsigned UtlHeapSizeKB() {

@@ -82,14 +82,18 @@ void ErrMsgSymToFileNoTimeStamp(const char* sym, FILE* f, const char* kinds, ...
     fflush(f);
 }
 
+namespace {
+constexpr size_t stampedTextSize = 1024; // a longer text is cut
+}
+
 void ErrMsgSymToFile_1(const char* fmt, FILE* f, const char* s1) {
-    char text[1024];
+    char text[stampedTextSize];
     snprintf(text, sizeof text, fmt, s1);
     UtlTimeStampMs_s(f, text, 0);
 }
 
 void ErrMsgSymToFile_2(const char* fmt, FILE* f, const char* s1, const char* s2) {
-    char text[1024];
+    char text[stampedTextSize];
     snprintf(text, sizeof text, fmt, s1, s2);
     UtlTimeStampMs_s(f, text, 0);
 }
