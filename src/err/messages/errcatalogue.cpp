@@ -5,13 +5,13 @@
 #include <bit>
 #include <cerrno>
 #include <cstring>
-#include <ctime>
 #include <sys/mman.h>
 
 #include "err/messages/errimage.h"
 #include "hash.h"
 #include "host/base/forklocks.h"
 #include "host/base/mutexowner.h"
+#include "host/time/wallclock.h"
 
 namespace {
 
@@ -233,13 +233,8 @@ HostMutexSType* printMutex() {
 
 bool tryPrintMutex() {
     // Far longer than any thread that runs keeps the mutex.
-    constexpr long longestWaitNanoseconds = 200'000'000;
-    timespec deadline;
-    clock_gettime(CLOCK_REALTIME, &deadline);
-    deadline.tv_nsec += longestWaitNanoseconds;
-    deadline.tv_sec += deadline.tv_nsec / 1'000'000'000;
-    deadline.tv_nsec %= 1'000'000'000;
-    return pthread_mutex_timedlock(printMutex(), &deadline) == 0;
+    constexpr int64_t longestWaitMicroseconds = 200'000;
+    return hostMutexAcquireWithin(printMutex(), longestWaitMicroseconds);
 }
 
 bool errMsgPanicked() {

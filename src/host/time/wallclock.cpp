@@ -10,3 +10,11 @@ int64_t hostWallMicroseconds() {
     clock_gettime(CLOCK_REALTIME, &now);
     return int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
+
+bool hostMutexAcquireWithin(HostMutexSType* mutex, int64_t microseconds) {
+    const int64_t end = hostWallMicroseconds() + microseconds;
+    timespec deadline{};
+    deadline.tv_sec = end / 1000000;
+    deadline.tv_nsec = static_cast<long>(end % 1000000 * 1000);
+    return pthread_mutex_timedlock(mutex, &deadline) == 0;
+}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "hostmutex.h"
+
 #include <cstdint>
 
 // The wall clock: microseconds since the epoch, also where the C library's 32-bit time ends, in January 2038.
@@ -8,3 +10,6 @@ int64_t hostWallMicroseconds();
 inline int64_t hostWallSeconds() {
     return hostWallMicroseconds() / 1000000;
 }
+
+// Takes the mutex if it becomes free within that time; otherwise FALSE. As pthread_mutex_timedlock, beyond 2038, too.
+bool hostMutexAcquireWithin(HostMutexSType* mutex, int64_t microseconds);
