@@ -391,17 +391,24 @@ class Launcher(Case):
 
 
 class BundledLibrary(Case):
-    PROGRAM = """public class Where { public static void main(String[] a) {
-        com.kestrune.tmqkci.TmqKciLibrary.load();
+    PROGRAM = """import com.kestrune.tmqkci.*;
+    public class Where { public static void main(String[] a) {
+        TmqKciLibrary.load();
         Module module = com.kestrune.tmqkci.TmqKciLibrary.class.getModule();
-        System.out.println(com.kestrune.tmqkci.TmqKciLibrary.location() + (module.isNamed() ? " " + module : "")); } }"""
+        System.out.println(com.kestrune.tmqkci.TmqKciLibrary.location() + (module.isNamed() ? " " + module : ""));
+        if (a.length > 0) {
+            try (KciSession session = KciSession.login(
+                    new KciLoginOptions().server("local").user("guest").password("guest".toCharArray()))) {
+                System.out.println(session.execute(a[0])); } } } }"""
 
     def setUp(self):
         super().setUp()
         self.jar = shutil.copy(INSTALLATION + "/lib/tmqkci.jar", self.home)
-        native = self.home + "/META-INF/native/linux-" + ("i386" if FOLDER == "lib" else "amd64")
-        os.makedirs(native)
-        shutil.copy(f"{INSTALLATION}/{FOLDER}/libtmqkci313.so", native)
+        for machine, folder, host in [("i386", "lib", "tmqkci-host32"), ("amd64", "lib64", "tmqkci-host64")]:
+            native = self.home + "/META-INF/native/linux-" + machine
+            os.makedirs(native)
+            for file in [folder + "/libtmqkci313.so", folder + "/libkcirpc67.so", "bin/" + host]:
+                shutil.copy(f"{INSTALLATION}/{file}", native)
         subprocess.run(["jar", "--update", "--file", self.jar, "META-INF"], check=True, cwd=self.home)
         subprocess.run(["javac", "-cp", self.jar, self.write("Where.java", self.PROGRAM)], check=True)
         self.command = [JAVA_HOME + "/bin/java", "-XX:+UseSerialGC",
@@ -423,11 +430,18 @@ class BundledLibrary(Case):
         self.assertEqual(len(places), 1, places)
         file = places.pop()
         self.assertRegex(file, re.escape(self.cache) + "/[0-9a-f]{64}/libtmqkci313.so$")
-        self.assertEqual(os.listdir(os.path.dirname(file)), ["libtmqkci313.so"])
+        self.assertEqual(sorted(os.listdir(os.path.dirname(file))),
+                         ["libkcirpc67.so", "libtmqkci313.so", "tmqkci-host32", "tmqkci-host64"])
         self.assertEqual(os.stat(file).st_mode & 0o077, 0)
         self.write(file, "damaged!")
         self.assertEqual(self.where(), file)
         self.assertEqual(self.where(KESTRUNE=self.home + "/with-client-libraries-only"), file)
+
+    def test_opens_client_libraries_of_the_other_word_size(self):
+        os.makedirs(f"{self.home}/k/{FOLDER}")
+        other = "lib64" if FOLDER == "lib" else "lib"
+        shutil.copy(f"{INSTALLATION}/{other}/libkcilnk67.so", f"{self.home}/k/{FOLDER}")
+        self.assertEqual(self.succeed(*self.command, "3 + 4", KESTRUNE=self.home + "/k").split("\n")[1], "7")
 
     def test_a_full_disk_leaves_nothing_behind(self):
         status, out, err = self.run_program("prlimit", "--fsize=100000", *self.command)

@@ -20,9 +20,13 @@ import java.util.UUID;
 /**
  * The copy of the library that the jar carries for this virtual machine, as a file. In the cache, everything from the
  * folder {@code tmqkci} down must be this user's, no symbolic link, and closed to others' writing. A file appears there
- * by being renamed, whole; of several virtual machines that do so at once, each puts the same bytes in the place.
+ * by being renamed, whole; of several virtual machines that do so at once, each puts the same bytes in the place. What
+ * opens client libraries in a host process is unpacked beside it, into the cache alone: it is needed for as long as the
+ * process lasts.
  */
 final class BundledLibrary {
+    private static final int[] WORD_SIZES = {32, 64};
+
     private BundledLibrary() {
     }
 
@@ -37,7 +41,11 @@ final class BundledLibrary {
     static String load(String place, List<Attempt> failed) {
         byte[] content;
         try {
-            content = content();
+            ElfHeader machine = ElfHeader.ofThisProcess();
+            content = machine.isServed() ? content(machine.jarFolder() + Places.BRIDGE) : null;
+            if (content == null) {
+                throw new IOException("the jar carries none for a " + machine + " Java");
+            }
         } catch (IOException unreadable) {
             failed.add(new Attempt(place, null, unreadable.getMessage(), null));
             return null;
@@ -65,13 +73,10 @@ final class BundledLibrary {
         return null;
     }
 
-    private static byte[] content() throws IOException {
-        ElfHeader machine = ElfHeader.ofThisProcess();
-        try (InputStream in = BundledLibrary.class.getResourceAsStream(machine.jarFolder() + Places.BRIDGE)) {
-            if (in == null || !machine.isServed()) {
-                throw new IOException("the jar carries none for a " + machine + " Java");
-            }
-            return in.readAllBytes();
+    /** Null if the jar does not carry it. */
+    private static byte[] content(String resource) throws IOException {
+        try (InputStream in = BundledLibrary.class.getResourceAsStream(resource)) {
+            return in == null ? null : in.readAllBytes();
         }
     }
 
@@ -91,7 +96,20 @@ final class BundledLibrary {
 
     private static Path inCache(byte[] content) throws IOException {
         Path folder = OwnFolders.make(ownCache(), hash(content));
-        Path file = folder.resolve(Places.BRIDGE);
+        Path bridge = put(folder, Places.BRIDGE, content);
+        put(folder, Places.REMOTE, content(ElfHeader.ofThisProcess().jarFolder() + Places.REMOTE));
+        for (int bits : WORD_SIZES) {
+            put(folder, Places.host(bits), content(ElfHeader.jarFolder(bits) + Places.host(bits)));
+        }
+        return bridge;
+    }
+
+    /** A file with that content, which may be null if there is to be none. */
+    private static Path put(Path folder, String name, byte[] content) throws IOException {
+        Path file = folder.resolve(name);
+        if (content == null) {
+            return file;
+        }
         if (Files.isRegularFile(file, LinkOption.NOFOLLOW_LINKS)) {
             OwnFolders.requireOwn(file);
             if (Arrays.equals(Files.readAllBytes(file), content)) {

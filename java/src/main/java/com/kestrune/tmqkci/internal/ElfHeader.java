@@ -76,8 +76,13 @@ public record ElfHeader(int bits, int machine) {
         return bits == 64 ? "lib64" : "lib";
     }
 
-    /** The folder of the jar that holds the bridge for such a machine. */
+    /** The folder of the jar that holds what is built for such a machine. */
     public String jarFolder() {
+        return jarFolder(bits);
+    }
+
+    /** The folder of the jar that holds what is built for machines of a word size. */
+    public static String jarFolder(int bits) {
         return "/META-INF/native/" + (bits == 64 ? "linux-amd64/" : "linux-i386/");
     }
 

@@ -14,6 +14,8 @@ public final class Places {
     public static final String BRIDGE_PROPERTY = "com.kestrune.tmqkci.library";
     /** The bridge's file. */
     public static final String BRIDGE = "libtmqkci313.so";
+    /** The remote client library's file, which lies beside the bridge's and opens a client library in a host process. */
+    public static final String REMOTE = "libkcirpc67.so";
     /** The environment variable for another beginning of the client library's name. */
     public static final String CLIENT_NAME = "KCIRTL_BASELIBNAME";
     /** The environment variable for another end of the client library's name. */
@@ -74,6 +76,11 @@ public final class Places {
             }
         }
         return new Place(LIBRARY_PATH, null, "no " + BRIDGE + " in " + path);
+    }
+
+    /** The program of a host process for client libraries of a word size. */
+    public static String host(int bits) {
+        return "tmqkci-host" + bits;
     }
 
     /** The folder into which the jar's own copy of the bridge is unpacked. */
