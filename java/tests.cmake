@@ -75,7 +75,6 @@ foreach(configuration IN LISTS java_configurations)
   tmqkci_word_size(${size})
   java_class(InitializationTest -Xcheck:jni)
   set_property(TEST Java.InitializationTest.${configuration} PROPERTY ENVIRONMENT "KESTRUNE=${plain_installation}")
-  java_class(NativeMethodsTest -Xcheck:jni)
   # It sends double-byte strings: the release of one that was lent ends a checked virtual machine.
   java_class(KciSessionTest)
   java_class(KciThreadsTest)
@@ -93,7 +92,7 @@ foreach(configuration IN LISTS java_configurations)
   set_property(TEST Java.KciMessagesTest.${configuration} Java.SecondCopyTest.${configuration} APPEND PROPERTY ENVIRONMENT
     "KESTRUNE_LANG=${PROJECT_BINARY_DIR}/messages/english67.err")
   # The same over stores in host processes.
-  foreach(class NativeMethodsTest KciSessionTest KciSessionPoolTest KciStoppingTest)
+  foreach(class KciSessionTest KciSessionPoolTest KciStoppingTest)
     foreach(host own other)
       java_class(${class} NAME ${class}.${host}Host)
     endforeach()

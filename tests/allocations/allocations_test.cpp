@@ -2,6 +2,7 @@
 // no memory, alone, with the next two, or with all that follow. Whatever the scenario says then, it ends; afterwards
 // the same calls work, and nothing is left behind.
 #include "failing_allocations.h"
+#include "local/client_fixture.h"
 
 #include "errmsg.h"
 #include "hash.h"
@@ -20,10 +21,8 @@
 #include <climits>
 #include <csignal>
 #include <cstdlib>
-#include <dlfcn.h>
 #include <functional>
 #include <malloc.h>
-#include <string>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -162,7 +161,7 @@ struct Client {
 
 // The thousands that building the store's own classes takes fail apart from those of calls.
 TEST(Allocations, LocalStore) {
-    const Client client{open(LOCAL_LIBRARY)};
+    const Client client{open(KCI_LOCAL_LIBRARY)};
     const auto calls = [&] {
         const unsigned failAt = allocations.failAt.exchange(0);
         EXPECT_TRUE(client.logIn());
@@ -179,6 +178,59 @@ TEST(Allocations, LocalStore) {
         client.kci.KciShutdown();
     };
     failEach({"kcilnk67", start, [&] { client.works(); }, 1000, 64});
+}
+
+class AllocationsOfTheStore : public local_tests::LocalClient {};
+
+TEST_F(AllocationsOfTheStore, CollectionsWithoutMemoryLoseNothing) {
+    evaluate("Object subclass: #T variables: #(#v). T method: 'foo ^#(1 (2 ''two''))'. kept := List new. "
+             "1 to: 50 do: [:i | kept add: (Array with: i printString with: [i])]. Shared at: #it put: kept");
+    const auto collect = [&] {
+        kci.KciNbExecuteStr("System collectGarbage", KCI_OOP_NIL);
+        for (int polls = 0; polls < 9 && kci.KciNbEnd(nullptr) != KCI_RESULT_READY; ++polls) {
+        }
+        EXPECT_TRUE(std::set({0, 2203, 2208}).contains(pending())) << error.message;
+    };
+    const auto works = [&] {
+        evaluate("System collectGarbage. 3");
+        EXPECT_EQ(print("{T new foo. kept inject: 0 into: [:sum :e | e last value + sum + e first size]. it size}"),
+                  "Array(Array(1 Array(2 'two')) 1366 50)");
+    };
+    failEach({"kcilnk67", collect, works, 5});
+}
+
+// What another session has in its export set and tracks must be noted in the course of publishing.
+TEST_F(AllocationsOfTheStore, CommitsWithoutMemoryPublishNothing) {
+    const KciSessionIdType writer = kci.KciGetSessionId();
+    evaluate("Shared at: #all put: ((1 to: 20) collect: [:i | {{0}}]). System commit");
+    const KciSessionIdType reader = logIn();
+    kci.KciDirtyObjsInit();
+    OopType arrays[20] = {};
+    kci.KciFetchVaryingOops(evaluate("all"), 1, arrays, 20);
+    kci.KciSaveObjs(arrays, 20);
+    int value = 0;
+    const auto holds = [](int each) {
+        return "all allSatisfy: [:each | (each at: 1) first = " + std::to_string(each) + "]";
+    };
+    const auto commit = [&] {
+        const unsigned failAt = allocations.failAt.exchange(0);
+        evaluate("all do: [:each | each at: 1 put: {" + std::to_string(value + 1) + "}]");
+        allocations.count = 0;
+        allocations.failAt = failAt;
+        const bool done = kci.KciCommit();
+        allocations.failAt = 0;
+        EXPECT_EQ(pending(), done ? 0 : 2208);
+        EXPECT_EQ(print(holds(value + 1)), "true");
+        value += done;
+        kci.KciSetSessionId(reader);
+        kci.KciAbort();
+        EXPECT_EQ(print(holds(value)), "true");
+        EXPECT_EQ(changed().empty(), !done);
+        kci.KciDirtyObjsInit();
+        kci.KciSetSessionId(writer);
+        kci.KciAbort();
+    };
+    failEach({"kcilnk67", commit, [&] { evaluate("System collectGarbage"); }, 20});
 }
 
 // What fails is announced, and in a child said in its log; neither ends the process.
@@ -251,13 +303,13 @@ TEST(Allocations, RemoteClientLibraryAndItsHost) {
     ASSERT_NE(library, nullptr) << dlerror();
     const auto serve = reinterpret_cast<KciRemoteServeFuncPtr>(dlsym(library, "KciRemoteServe"));
     char text[500] = "";
-    ASSERT_TRUE(serve(LOCAL_LIBRARY, text, sizeof text)) << text;
+    ASSERT_TRUE(serve(KCI_LOCAL_LIBRARY, text, sizeof text)) << text;
     const Client client{open(REMOTE_LIBRARY)};
     client.kci.KciUnload();
     const auto scenario = [&] {
         *text = '\0';
         client.kci.KciInitAppName("name", TRUE);
-        if (serve(LOCAL_LIBRARY, text, sizeof text) && client.logIn())
+        if (serve(KCI_LOCAL_LIBRARY, text, sizeof text) && client.logIn())
             client.useAll();
         KciErrSType error{};
         if (client.kci.KciErr(&error))
@@ -267,7 +319,7 @@ TEST(Allocations, RemoteClientLibraryAndItsHost) {
         client.kci.KciUnload();
     };
     const auto works = [&] {
-        ASSERT_TRUE(serve(LOCAL_LIBRARY, text, sizeof text)) << text;
+        ASSERT_TRUE(serve(KCI_LOCAL_LIBRARY, text, sizeof text)) << text;
         client.works();
         client.kci.KciUnload();
     };
@@ -278,7 +330,7 @@ TEST(Allocations, RemoteClientLibraryAndItsHost) {
     for (const std::string failures : {"1", "3", "1000000"}) {
         int n = 1;
         for (bool failed = true; failed && !HasFailure(); ++n) {
-            const std::string chosen = ":" + std::to_string(n) + ":" + failures;
+            const std::string chosen = std::to_string(n) + ":" + failures;
             SCOPED_TRACE(chosen);
             alarm(20);
             setenv("FAILING_ALLOCATION", chosen.c_str(), 1);

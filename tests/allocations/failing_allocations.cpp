@@ -44,20 +44,14 @@ bool isRefused(void* caller) {
     return false;
 }
 
-char chosen[200];
-
 __attribute__((constructor)) void readEnvironment() {
+    unsigned first = 0, failures = 0;
     const char* const set = getenv("FAILING_ALLOCATION");
-    unsigned first = 0, failures = 1;
-    if (set == nullptr) {
-        return;
+    if (set != nullptr && sscanf(set, "%u:%u", &first, &failures) == 2) {
+        allocations.failAt = first;
+        allocations.failures = failures;
+        allocations.library = "";
     }
-    const size_t length = strcspn(set, ":");
-    sscanf(set + length, ":%u:%u", &first, &failures);
-    snprintf(chosen, sizeof chosen, "%.*s", static_cast<int>(length), set);
-    allocations.failAt = first;
-    allocations.failures = failures;
-    allocations.library = chosen;
 }
 
 } // namespace
@@ -66,7 +60,6 @@ extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
-void* __libc_memalign(size_t alignment, size_t size);
 void __libc_free(void* block);
 
 #define SHOWN __attribute__((visibility("default")))
@@ -85,13 +78,6 @@ SHOWN void* realloc(void* block, size_t size) {
         --allocations.live; // it stays one block
     }
     return __libc_realloc(block, size);
-}
-SHOWN void* aligned_alloc(size_t alignment, size_t size) {
-    return REFUSED ? nullptr : __libc_memalign(alignment, size);
-}
-SHOWN int posix_memalign(void** block, size_t alignment, size_t size) {
-    *block = REFUSED ? nullptr : __libc_memalign(alignment, size);
-    return *block != nullptr ? 0 : ENOMEM;
 }
 SHOWN char* strdup(const char* string) {
     const size_t size = strlen(string) + 1;

@@ -5,8 +5,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <sys/wait.h>
 #include <thread>
 #include <tuple>
+#include <unistd.h>
 
 namespace local_tests {
 
@@ -98,6 +100,46 @@ TEST_F(LocalClient, EndlessLoopStaysPollableAndBreaks) {
     EXPECT_TRUE(kci.KciErr(&error)) << "nothing is in progress";
 }
 
+// The call of one runs, that of the other waits.
+TEST_F(LocalClient, BreaksReachTheSessionThatWasSelected) {
+    KciSessionIdType first = kci.KciGetSessionId();
+    OopType system = evaluate("System");
+    const OopType wait = small(300);
+    kci.KciNbPerform(system, "waitMilliseconds:", &wait, 1);
+    kci.KciSoftBreak();
+    ASSERT_TRUE(kci.KciLogin("guest", "guest"));
+    KciSessionIdType second = kci.KciGetSessionId();
+    kci.KciNbExecuteStr("[true] whileTrue: [nil]", KCI_OOP_NIL);
+    void* result = nullptr;
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
+    kci.KciSetSessionId(first);
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
+    EXPECT_TRUE(kci.KciErr(&error) && error.number == 6003);
+    EXPECT_EQ(kci.KciContinueWith(error.context, KCI_OOP_NIL, 0, nullptr), system);
+    kci.KciSetSessionId(second);
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_PROGRESSED);
+    kci.KciSoftBreak();
+    EXPECT_EQ(kci.KciNbEnd(&result), KCI_RESULT_READY);
+}
+
+TEST_F(LocalClient, TheProcessMayEndDuringACall) {
+    for (int i = 0; i < 30; ++i) {
+        pid_t child = fork();
+        if (child == 0) {
+            kci.KciNbExecuteStr("[true] whileTrue: [#(1 2 3) collect: [:e | e printString]]", KCI_OOP_NIL);
+            std::thread([this] {
+                for (void* result = nullptr;;)
+                    kci.KciNbEnd(&result);
+            }).detach();
+            usleep(3000);
+            std::exit(0);
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        ASSERT_EQ(status, 0) << "process " << i;
+    }
+}
+
 TEST_F(LocalClient, SuspendedProcessContinuesWithAValue) {
     struct Case {
         const char* source;
@@ -150,6 +192,38 @@ TEST_F(LocalClient, ErrorsCarryTheirArguments) {
     evaluate("System error: ((1 to: 200) inject: 'xx' into: [:text :i | text , "
              "'\xE6\x97\xA5'])");
     EXPECT_EQ(strlen(error.message), 2u + 132 * 3) << "cut at a character's border";
+}
+
+TEST_F(LocalClient, ErrorsNameEntryArgumentAndValue) {
+    const OopType many = small(4000000), missing = 40001;
+    const std::pair<std::function<void()>, const char*> rows[] = {
+        {[&] { kci.KciStoreIdxOops(small(3), 1, nullptr, 2); }, "KciStoreIdxOops: oops is NULL, not 2 elements"},
+        {[&] { kci.KciNbPerform(evaluate("List new"), "add:", &missing, 1), kci.KciNbEnd(nullptr); },
+         "no object has the identifier 40001"},
+        {[&] { kci.KciOopToBool(small(3)); }, "3 is not a Boolean"},
+        {[&] { setenv("KCILOCAL_SLICE", "20x", 1), kci.KciLogin("guest", "guest"); },
+         "KCILOCAL_SLICE is '20x', not a number from 1 to 1000000000"},
+        {[&] { unsetenv("KCILOCAL_SLICE"), setenv("KCILOCAL_MEMORY", "8", 1), kci.KciLogin("guest", "guest"); },
+         "KCILOCAL_MEMORY is '8', not a number from 16 to 2048"},
+        {[&] {
+             setenv("KCILOCAL_MEMORY", "20", 1), kci.KciLogin("guest", "guest"), evaluate("kept := Array new: 3000000"),
+                 kci.KciNbPerform(evaluate("Array"), "new:", &many, 1), kci.KciNbEnd(nullptr);
+         },
+         "the local store would hold more than 20 MiB"},
+        {[&] { setenv("KCILOCAL_USERS", "bob", 1), kci.KciLogin("bob", ""); },
+         "login to the local store denied: KCILOCAL_USERS holds no pair of the form name:password"},
+    };
+    for (const auto& [call, message] : rows) {
+        call();
+        EXPECT_TRUE(kci.KciErr(&error));
+        EXPECT_STREQ(error.message, message);
+    }
+    unsetenv("KCILOCAL_MEMORY");
+    unsetenv("KCILOCAL_USERS");
+    setenv("KCILOCAL_SLICE", "50", 1);
+    logIn();
+    EXPECT_EQ(evaluate("System sliceSize"), small(50));
+    unsetenv("KCILOCAL_SLICE");
 }
 
 TEST_F(LocalClient, PerformChecksItsArguments) {

@@ -57,12 +57,6 @@ class KciSessionTest {
             }
         }
         assertNull(session.send(list, "add:", (Object) null).as(String.class));
-        TmqKciException unknown = assertThrows(TmqKciException.class,
-                () -> session.send(1, "a:".repeat(20), IntStream.range(0, 20).boxed().toArray()));
-        assertEquals(2010, unknown.number);
-        assertEquals(19, session.send(unknown.arguments().get(2), "last").intValue());
-        assertEquals("perform(): numArgs exceeds 20", assertThrows(TmqKciException.class,
-                () -> session.send(1, "a:".repeat(21), new Object[21])).getMessage());
         for (int length : new int[] {0, 1, 64, 65, 1024, 1025, 5000}) {
             byte[] bytes = new byte[length];
             new Random(length).nextBytes(bytes);
@@ -91,9 +85,7 @@ class KciSessionTest {
         }
         assertTrue(assertThrows(KciConversionException.class, () -> session.execute("l := List new. l add: l. l")
                 .as(List.class)).getMessage().endsWith("more than 100 collections deep"));
-        assertEquals(7, session.execute("[:a :b | a + b]", 3, 4).intValue());
         assertEquals(1, session.execute("[1]", new Object[0]).intValue());
-        assertEquals("it's", session.execute("[:a | a]", "it's").stringValue());
         assertEquals(KciErrorNumber.BAD_MESSAGE, assertThrows(TmqKciException.class,
                 () -> session.execute("[:a | a]", 1, 2)).number);
         assertRefused("the integer 128 does not fit Byte", () -> session.execute("128").as(Byte.class));
@@ -127,7 +119,6 @@ class KciSessionTest {
         assertEquals(1000, elements.size());
         assertEquals("text", elements.get(998).stringValue());
         assertEquals(array.oop(), elements.get(500).oop());
-        assertEquals(12, elements.get(999).intValue());
         assertEquals("object " + array.oop(), elements.get(500).toString());
         assertEquals(300, session.fetchElements(array, 701, 10_000).size());
 
@@ -137,7 +128,6 @@ class KciSessionTest {
         session.storeNamed(pair, 1, Arrays.asList((Object) null));
         assertEquals(Arrays.asList(null, "right"),
                 session.fetchNamed(pair).stream().map(each -> each.as(String.class)).toList());
-        assertEquals(1, session.fetchNamed(pair, 2, 1).size());
 
         KciObject bytes = session.create(new byte[3000]);
         byte[] part = "5".repeat(2000).getBytes();
@@ -200,11 +190,8 @@ class KciSessionTest {
 
         assertEquals(IntStream.rangeClosed(3, 902).boxed().toList(), session.sendAll(
                 session.elements(large).toList(), "+", 2).stream().map(KciObject::intValue).toList());
-        assertEquals(List.of("b", "y"), session.sendAll(List.of("abc", "xyz"), "copyFrom:to:", 2, 2).stream()
-                .map(KciObject::stringValue).toList());
         assertThrows(IllegalArgumentException.class, () -> session.sendAll(List.of(1), "foo. System abort"));
         assertEquals(2010, assertThrows(TmqKciException.class, () -> session.sendAll(List.of(1), "foo")).number);
-        assertEquals(0, session.elements(session.execute("#()")).count());
         assertEquals(512, session.elements(session.execute("Array new: 512")).count());
         session.changedObjects().forEach(each -> { });
         session.execute("System commit");
@@ -230,10 +217,11 @@ class KciSessionTest {
         assertEquals(Arrays.asList(null, "foo:"),
                 error.arguments().subList(0, 2).stream().map(each -> each.as(String.class)).toList());
 
-        TmqKciException mine = assertThrows(TmqKciException.class,
-                () -> error.process().failWith("it broke", "at line 1"));
+        String text = "long ".repeat(150);
+        TmqKciException mine = assertThrows(TmqKciException.class, () -> error.process().failWith(text, "at line 1"));
         assertEquals(TmqKciException.ERROR_CONTINUE, mine.number);
-        assertEquals("it broke", mine.getMessage());
+        assertEquals(text.substring(0, 400), mine.getMessage());
+        assertEquals(text, mine.arguments().get(1).stringValue());
         assertEquals(42, error.process().continueWith(41).intValue(), "it stayed suspended");
 
         TmqKciException second = assertThrows(TmqKciException.class, () -> session.execute("(1 foo) bar"));
@@ -245,15 +233,11 @@ class KciSessionTest {
 
     @Test
     void objectsTellWhatTheyAre() {
-        assertEquals("7 -3 nil true $a 1.5 'it''s' 'wide\u20AC'", String.join(" ", IntStream.range(0, 8)
-                .mapToObj(i -> session.execute(
-                        "{7. -3. nil. true. $a. 1.5. 'it''s'. 'wide\u20AC'} at: " + (i + 1)).toString()).toList()));
-        KciObject long100 = session.execute("'" + "y".repeat(100) + "'");
-        assertEquals("'" + "y".repeat(60) + "...'", long100.toString());
+        assertEquals(List.of("7", "nil", "true", "$a", "'wide\u20AC'", "'" + "y".repeat(60) + "...'"),
+                Stream.of("7", "nil", "true", "$a", "'wide\u20AC'", "'" + "y".repeat(100) + "'")
+                        .map(each -> session.execute(each).toString()).toList());
         KciObject array = session.execute("#(1 2 3)");
         assertTrue(array.toString().matches("object \\d+ of class \\d+ \\(0 named, 3 indexed\\)"), array.toString());
-        assertEquals("Array(1 2 3)", array.printString());
-        assertTrue(array.isKindOf(session.execute("Array")));
         assertEquals(1, Stream.of(array, session.object(array.oop())).distinct().count());
         assertThrows(IllegalArgumentException.class, () -> session.object(1));
         assertEquals(2, session.execute(session.create("'\u0416' size + 1")).intValue(), "source of double bytes");

@@ -3,18 +3,17 @@ package com.kestrune.tmqkci;
 import static com.kestrune.tmqkci.KciSessionTest.login;
 import static org.junit.jupiter.api.Assertions.*;
 
-import java.util.ArrayList;
 import java.util.List;
-import java.util.concurrent.Callable;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ExecutionException;
 import java.util.concurrent.FutureTask;
-import java.util.concurrent.TimeUnit;
 import java.util.concurrent.atomic.AtomicReference;
+import java.util.stream.Stream;
 
 import org.junit.jupiter.api.AfterEach;
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.Timeout;
+import org.junit.jupiter.api.function.Executable;
 
 /** Threads, futures and interrupts over the local store. */
 @Timeout(60)
@@ -26,61 +25,44 @@ class KciThreadsTest {
         session.close();
     }
 
-    /** A thread that runs a task and is given time to reach its waiting state. */
-    private record Worker<T>(Thread thread, FutureTask<T> task) {
-        static <T> Worker<T> start(Callable<T> work) {
-            FutureTask<T> task = new FutureTask<>(work);
-            Thread thread = new Thread(task);
-            thread.start();
-            return new Worker<>(thread, task);
-        }
-
-        Worker<T> waiting() throws InterruptedException {
-            Thread.sleep(100);
-            return this;
-        }
-
-        void interruptedAtOnce() throws Exception {
-            long begin = System.nanoTime();
-            thread.interrupt();
-            ExecutionException end = assertThrows(ExecutionException.class, () -> task.get(5, TimeUnit.SECONDS));
-            assertInstanceOf(KciInterruptedException.class, end.getCause());
-            assertTrue(System.nanoTime() - begin < 1_000_000_000L, "at once");
-        }
+    /** What waits in a thread of its own is told of an interrupt, and waits no longer. */
+    private static void endsByInterrupt(Executable work) throws Exception {
+        FutureTask<?> task = new FutureTask<>(() -> assertThrows(KciInterruptedException.class, work));
+        Thread thread = new Thread(task);
+        thread.start();
+        Thread.sleep(100);
+        assertFalse(task.isDone());
+        thread.interrupt();
+        task.get();
     }
 
     @Test
     void fourThreadsShareTwoSessions() throws Exception {
         try (KciSession second = login("local")) {
             KciSession[] sessions = {session, second};
-            List<Worker<Integer>> workers = new ArrayList<>();
-            for (int t = 0; t < 4; ++t) {
+            CompletableFuture<?>[] workers = new CompletableFuture<?>[4];
+            for (int t = 0; t < workers.length; ++t) {
                 int thread = t;
-                workers.add(Worker.start(() -> {
+                workers[t] = CompletableFuture.runAsync(() -> {
                     KciSession mine = sessions[thread % 2];
                     for (int i = 0; i < 300; ++i) {
                         int n = thread * 1000 + i;
                         String text = "thread " + thread + " \u00E9".repeat(i);
                         assertEquals(text, mine.fetchString(mine.send(text, "yourself")));
-                        assertEquals(n, mine.sendAsync(n, "yourself").get().intValue());
+                        assertEquals(n, mine.sendAsync(n, "yourself").join().intValue());
                         assertEquals(3, mine.fetchElements(mine.execute("#(1 2 3)")).size());
                     }
-                    return thread;
-                }));
+                }, work -> new Thread(work).start());
             }
-            for (Worker<Integer> worker : workers) {
-                worker.task.get();
-            }
+            CompletableFuture.allOf(workers).get();
         }
     }
 
     @Test
     void futuresArriveInOrderAndCarryErrors() throws Exception {
-        List<CompletableFuture<KciObject>> futures = new ArrayList<>();
         session.execute("log := List new");
-        for (int i = 0; i < 20; ++i) {
-            futures.add(session.executeAsync("log add: " + i + ". log size"));
-        }
+        List<CompletableFuture<KciObject>> futures = Stream.generate(() -> session.executeAsync("log add: 1. log size"))
+                .limit(20).toList();
         for (int i = 0; i < 20; ++i) {
             assertEquals(i + 1, futures.get(i).get().intValue());
         }
@@ -95,22 +77,20 @@ class KciThreadsTest {
 
     @Test
     void everyWaitAnswersToInterrupts() throws Exception {
-        // For the result of one's own call.
-        Worker.start(() -> session.execute("System waitMilliseconds: 2500")).waiting().interruptedAtOnce();
-        assertEquals(2, session.execute("2").intValue());
-
-        // For the session's turn.
-        CompletableFuture<KciObject> busy = session.executeAsync("System waitMilliseconds: 2500");
-        Thread.sleep(50);
-        Worker.start(() -> session.execute("1")).waiting().interruptedAtOnce();
-        Worker.start(() -> session.fetchElements(session.object(10))).waiting().interruptedAtOnce();
-        busy.get();
+        // For the session's turn; another session is served meanwhile.
+        CompletableFuture<KciObject> busy = session.executeAsync("System waitMilliseconds: 1000000");
+        endsByInterrupt(() -> session.execute("1"));
+        endsByInterrupt(() -> session.fetchElements(session.object(10)));
+        try (KciSession other = login("local")) {
+            assertEquals(3, other.execute("3").intValue());
+        }
+        busy.cancel(true);
 
         // For the bridge's lock.
         KciBridge.lock().lock();
         try {
-            Worker.start(() -> session.execute("1")).waiting().interruptedAtOnce();
-            Worker.start(() -> login("local")).waiting().interruptedAtOnce();
+            endsByInterrupt(() -> session.execute("1"));
+            endsByInterrupt(() -> login("local"));
         } finally {
             KciBridge.lock().unlock();
         }
@@ -145,11 +125,12 @@ class KciThreadsTest {
             session.checkErrors();
         }
         assertEquals(1, session.exports().size(), "nothing but the receiver is left");
-        Worker<Integer> sender;
+        FutureTask<Integer> sender = new FutureTask<>(() -> sizeOf(box));
+        Thread thread = new Thread(sender);
         KciBridge.lock().lock();
         try {
-            sender = Worker.start(() -> sizeOf(box));
-            while (!KciBridge.lock().hasQueuedThread(sender.thread)) {
+            thread.start();
+            while (!KciBridge.lock().hasQueuedThread(thread)) {
                 Thread.onSpinWait();
             }
             for (int i = 0; i < 5; ++i) {
@@ -160,18 +141,6 @@ class KciThreadsTest {
         } finally {
             KciBridge.lock().unlock();
         }
-        assertEquals(3, sender.task.get());
-    }
-
-    @Test
-    void waitingHoldsNoLock() throws Exception {
-        CompletableFuture<KciObject> call = session.executeAsync("System waitMilliseconds: 1500");
-        try (KciSession other = login("local")) {
-            for (int i = 0; i < 10; ++i) {
-                assertEquals(i, other.execute(String.valueOf(i)).intValue());
-            }
-        }
-        assertFalse(call.isDone(), "another session was served meanwhile");
-        call.get();
+        assertEquals(3, sender.get());
     }
 }

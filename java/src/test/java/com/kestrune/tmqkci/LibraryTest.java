@@ -1,7 +1,6 @@
 package com.kestrune.tmqkci;
 
 import static com.kestrune.tmqkci.ChildJava.JAVA;
-import static org.junit.jupiter.api.Assertions.assertEquals;
 import static org.junit.jupiter.api.Assertions.assertTrue;
 
 import java.nio.file.Files;
@@ -41,15 +40,11 @@ class LibraryTest {
         }
     }
 
-    /** What the probe prints; an empty place is not set. */
-    private String probe(String java, String property, String installation, Object libraryPath) throws Exception {
-        return ChildJava.output(java, folder, Map.of("KESTRUNE", installation), Probe.class,
-                "-Djava.library.path=" + libraryPath, "-D" + TmqKciLibrary.PROPERTY + "=" + property);
-    }
-
-    private void explains(String java, String property, String installation, Object libraryPath, String... parts)
+    /** What the probe prints holds each part; an empty place is not set. */
+    private void tells(String java, String property, String installation, Object libraryPath, String... parts)
             throws Exception {
-        String output = probe(java, property, installation, libraryPath);
+        String output = ChildJava.output(java, folder, Map.of("KESTRUNE", installation), Probe.class,
+                "-Djava.library.path=" + libraryPath, "-D" + TmqKciLibrary.PROPERTY + "=" + property);
         for (String part : parts) {
             assertTrue(output.contains(part), () -> "\"" + part + "\" is not in:\n" + output);
         }
@@ -57,54 +52,45 @@ class LibraryTest {
 
     @Test
     void thePlacesAreTriedInOrder() throws Exception {
-        Path copy = Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
-        assertEquals("loaded " + GOOD, probe(JAVA, GOOD, "/nowhere", folder));
-        assertEquals("loaded " + GOOD, probe(JAVA, "", INSTALLATION, folder));
-        assertEquals("loaded " + copy, probe(JAVA, "/nowhere/library.so", "/nowhere", folder));
-        for (String withWorkingFolder : new String[] {"/nowhere:", "/nowhere::/elsewhere"}) {
-            assertEquals("loaded " + copy, probe(JAVA, "", "/nowhere", withWorkingFolder), withWorkingFolder);
-        }
-    }
-
-    @Test
-    void everyMissingFileIsListed() throws Exception {
-        explains(JAVA, "/nowhere/library.so", "/elsewhere", folder,
+        tells(JAVA, "/nowhere/library.so", "/elsewhere", folder,
                 PROPERTY + "/nowhere/library.so: there is no such file\n  - " + VARIABLE
                         + "/elsewhere" + FOLDER + "libtmqkci313.so: there is no such file\n  - java.library.path: no "
                         + "libtmqkci313.so in " + folder
                         + "\n  - copy in the jar: not used, since another file is named\n", HOW_TO_NAME_IT);
-        explains(JAVA, "", "", folder, PROPERTY + "it is not set", VARIABLE + "it is not set",
+        tells(JAVA, "", "", folder, PROPERTY + "it is not set", VARIABLE + "it is not set",
                 "copy in the jar: the jar carries none for a " + KIND + " Java");
+        Path copy = Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
+        tells(JAVA, GOOD, "/nowhere", folder, "loaded " + GOOD);
+        tells(JAVA, "", INSTALLATION, folder, "loaded " + GOOD);
+        for (String withWorkingFolder : new String[] {"/nowhere:", "/nowhere::/elsewhere"}) {
+            tells(JAVA, "/nowhere/library.so", "/nowhere", withWorkingFolder, "loaded " + copy);
+        }
     }
 
     @Test
     void eachKindOfJavaHasItsOwn() throws Exception {
-        assertEquals("loaded " + INSTALLATION + OTHER_FOLDER + TmqKciLibrary.FILE_NAME,
-                probe(OTHER_JAVA, "", INSTALLATION, folder));
-        Path copy = Files.copy(Path.of(GOOD), folder.resolve(TmqKciLibrary.FILE_NAME));
-        String cause = ": it is a " + KIND + " library and this Java is " + OTHER_KIND;
-        explains(OTHER_JAVA, GOOD, "", folder, PROPERTY + GOOD + cause, "java.library.path: " + copy + cause,
-                "is the one in the folder " + OTHER_FOLDER.replace("/", "") + " of an installation", HOW_TO_NAME_IT);
+        tells(OTHER_JAVA, "", INSTALLATION, folder, "loaded " + INSTALLATION + OTHER_FOLDER + TmqKciLibrary.FILE_NAME);
         Path installed = Files.createDirectories(Path.of(folder + "/installation" + FOLDER));
-        Files.copy(copy, installed.resolve(TmqKciLibrary.FILE_NAME));
-        explains(OTHER_JAVA, "", installed.getParent().toString(), "/nowhere", "there is no such file",
+        Path copy = Files.copy(Path.of(GOOD), installed.resolve(TmqKciLibrary.FILE_NAME));
+        String cause = ": it is a " + KIND + " library and this Java is " + OTHER_KIND;
+        tells(OTHER_JAVA, GOOD, "", installed, PROPERTY + GOOD + cause, "java.library.path: " + copy + cause,
+                "is the one in the folder " + OTHER_FOLDER.replace("/", "") + " of an installation", HOW_TO_NAME_IT);
+        tells(OTHER_JAVA, "", installed.getParent().toString(), "/nowhere", "there is no such file",
                 "holds the bridge for a " + KIND.substring(0, 6) + " Java only",
                 "install the bridge for " + OTHER_KIND);
     }
 
     @Test
     void unfitFilesAreTold() throws Exception {
-        Path text = Files.writeString(folder.resolve("text.so"), "no library at all");
         String needsAbsent = System.getProperty("tests.needsAbsent");
         String needsFuture = System.getProperty("tests.needsFuture");
         for (String[] row : new String[][] {
             {needsAbsent, "it needs the library libjava_test_absent.so, which is missing (",
                 "Install the package that holds libjava_test_absent.so"},
             {needsFuture, "it needs a newer C library, with GLIBC_2.99 (", "Use a system with a newer C library"},
-            {text.toString(), "it is not a shared library", HOW_TO_NAME_IT},
+            {"/proc/self/maps", "it is not a shared library", HOW_TO_NAME_IT},
             {folder.toString(), "it is not a file", HOW_TO_NAME_IT}}) {
-            explains(JAVA, row[0], "", "/nowhere", PROPERTY + row[0] + ": " + row[1], row[2],
-                    "copy in the jar: not used");
+            tells(JAVA, row[0], "", "/nowhere", PROPERTY + row[0] + ": " + row[1], row[2], "copy in the jar: not used");
         }
     }
 }

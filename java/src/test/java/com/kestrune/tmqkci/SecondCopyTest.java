@@ -9,6 +9,8 @@ import java.net.URL;
 import java.net.URLClassLoader;
 import java.nio.file.Files;
 import java.nio.file.Path;
+import java.util.ArrayList;
+import java.util.List;
 
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.io.TempDir;
@@ -18,63 +20,54 @@ class SecondCopyTest {
     @TempDir
     Path folder;
 
-    private static final URL JAR = TmqKciLibrary.class.getProtectionDomain().getCodeSource().getLocation();
-
-    private static URLClassLoader anotherLoader() {
-        return new URLClassLoader(new URL[] {JAR}, ClassLoader.getPlatformClassLoader());
+    private static URLClassLoader anotherLoader() throws Exception {
+        List<URL> places = new ArrayList<>();
+        for (String each : System.getProperty("java.class.path").split(File.pathSeparator)) {
+            places.add(new File(each).toURI().toURL());
+        }
+        return new URLClassLoader(places.toArray(URL[]::new), ClassLoader.getPlatformClassLoader());
     }
 
-    /** Uses the bridge in a class loader that is dropped then. */
-    private static Reference<ClassLoader> reportAndDrop() throws Exception {
-        try (URLClassLoader loader = anotherLoader()) {
-            Class<?> exception = loader.loadClass(TmqKciException.class.getName());
-            Object error = exception.getConstructor(String.class).newInstance("text");
-            Object report = loader.loadClass(KciMessages.class.getName()).getMethod("report", exception)
-                    .invoke(null, error);
-            assertTrue(((String) report).contains("The session goes on."), (String) report);
+    /** Uses the bridge of its class loader. */
+    public static final class User implements Runnable {
+        @Override
+        public void run() {
+            assertTrue(KciMessages.report(new TmqKciException("text")).contains("The session goes on."));
             // More than half of what the local store admits, left open.
-            Class<?> options = loader.loadClass(KciLoginOptions.class.getName());
             for (int i = 0; i < 60; ++i) {
-                Object login = options.getConstructor().newInstance();
-                options.getMethod("server", String.class).invoke(login, "local");
-                options.getMethod("user", String.class).invoke(login, "guest");
-                options.getMethod("password", char[].class).invoke(login, "guest".toCharArray());
-                Object session = loader.loadClass(KciSession.class.getName()).getMethod("login", options)
-                        .invoke(null, login);
-                session.getClass().getMethod("execute", String.class).invoke(session, "List new");
+                KciSessionTest.login("local").execute("List new");
             }
+        }
+    }
+
+    private static Reference<ClassLoader> useAndDrop() throws Exception {
+        try (URLClassLoader loader = anotherLoader()) {
+            ((Runnable) loader.loadClass(User.class.getName()).getConstructor().newInstance()).run();
             return new WeakReference<>(loader);
         }
     }
 
-    private static long openMessageFiles() throws Exception {
-        long open = 0;
+    private static boolean isHeld(String file) throws Exception {
+        boolean open = false;
         for (File descriptor : new File("/proc/self/fd").listFiles()) {
-            open += descriptor.getCanonicalPath().endsWith(".err") ? 1 : 0;
+            open |= descriptor.getCanonicalPath().endsWith(file);
         }
-        return open;
-    }
-
-    private static boolean isMapped() throws Exception {
-        return Files.readString(Path.of("/proc/self/maps")).contains(TmqKciLibrary.FILE_NAME);
+        return open || Files.readString(Path.of("/proc/self/maps")).contains(file);
     }
 
     @Test
     void oneLoaderAtATime() throws Exception {
         for (int round = 0; round < 2; ++round) {
-            Reference<ClassLoader> loader = reportAndDrop();
-            for (int i = 0; i < 100 && isMapped(); ++i) {
+            Reference<ClassLoader> loader = useAndDrop();
+            for (int i = 0; i < 100 && isHeld(TmqKciLibrary.FILE_NAME); ++i) {
                 System.gc();
                 Thread.sleep(50);
             }
             assertNull(loader.get(), "the class loader can be unloaded");
-            assertFalse(isMapped(), "and the library with it");
-            assertEquals(0, openMessageFiles());
+            assertFalse(isHeld(TmqKciLibrary.FILE_NAME), "and the library with it");
+            assertFalse(isHeld(".err"), "and its messages");
         }
-        secondCopiesAreRefused();
-    }
-
-    private void secondCopiesAreRefused() throws Exception {
+        // While one is loaded, a second copy is refused.
         TmqKciLibrary.load();
         Path loaded = Path.of(TmqKciLibrary.location());
         Path copy = Files.copy(loaded, folder.resolve(TmqKciLibrary.FILE_NAME));
