@@ -4,11 +4,13 @@ import static org.junit.jupiter.api.Assertions.*;
 
 import java.time.Duration;
 import java.util.ArrayList;
+import java.util.IntSummaryStatistics;
 import java.util.List;
 import java.util.concurrent.CompletableFuture;
 import java.util.concurrent.ExecutorService;
 import java.util.concurrent.Executors;
-import java.util.concurrent.atomic.AtomicIntegerArray;
+import java.util.stream.IntStream;
+import java.util.stream.Stream;
 
 import org.junit.jupiter.api.Test;
 import org.junit.jupiter.api.Timeout;
@@ -60,7 +62,7 @@ class KciSessionPoolTest {
     void whoWaitsForAClosedPoolIsTold() throws Exception {
         KciSessionPool pool = pool(1, 1, 60_000, 60_000);
         KciSessionPool.Loan kept = pool.borrow();
-        CompletableFuture<Void> waiter = CompletableFuture.runAsync(() -> pool.borrow());
+        CompletableFuture<?> waiter = CompletableFuture.supplyAsync(pool::borrow);
         Thread.sleep(100);
         pool.close();
         waiter.handle((none, failure) -> assertInstanceOf(IllegalStateException.class, failure.getCause())).join();
@@ -70,11 +72,7 @@ class KciSessionPoolTest {
     @Test
     void idleSessionsAreClosedDownToTheMinimum() throws Exception {
         try (KciSessionPool pool = pool(1, 5, 1000, 100)) {
-            List<KciSessionPool.Loan> loans = new ArrayList<>();
-            for (int i = 0; i < 5; ++i) {
-                loans.add(pool.borrow());
-            }
-            loans.forEach(KciSessionPool.Loan::close);
+            Stream.generate(pool::borrow).limit(5).toList().forEach(KciSessionPool.Loan::close);
             assertEquals(5, pool.idleSessions());
             for (int i = 0; i < 100 && pool.idleSessions() > 1; ++i) {
                 Thread.sleep(50);
@@ -86,7 +84,7 @@ class KciSessionPoolTest {
     @Test
     void nobodyStarves() throws Exception {
         int borrowers = 24;
-        AtomicIntegerArray served = new AtomicIntegerArray(borrowers);
+        int[] served = new int[borrowers];
         ExecutorService threads = Executors.newFixedThreadPool(borrowers);
         try (KciSessionPool pool = pool(0, 3, 30_000, 60_000)) {
             long end = System.nanoTime() + 1_500_000_000L;
@@ -96,18 +94,13 @@ class KciSessionPoolTest {
                 all.add(CompletableFuture.runAsync(() -> {
                     while (System.nanoTime() < end) {
                         pool.run(session -> session.execute("3 + 4"));
-                        served.incrementAndGet(me);
+                        ++served[me];
                     }
                 }, threads));
             }
             CompletableFuture.allOf(all.toArray(CompletableFuture[]::new)).get();
-            int least = Integer.MAX_VALUE;
-            int most = 0;
-            for (int i = 0; i < borrowers; ++i) {
-                least = Math.min(least, served.get(i));
-                most = Math.max(most, served.get(i));
-            }
-            assertTrue(least * 3 >= most, "from " + least + " to " + most);
+            IntSummaryStatistics rounds = IntStream.of(served).summaryStatistics();
+            assertTrue(rounds.getMin() * 3 >= rounds.getMax(), rounds.toString());
             assertTrue(pool.idleSessions() <= 3);
         } finally {
             threads.shutdown();

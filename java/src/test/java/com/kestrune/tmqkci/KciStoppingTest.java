@@ -23,62 +23,47 @@ class KciStoppingTest {
     private static final List<String> ENDLESS = List.of("[true] whileTrue: []", "System waitMilliseconds: 1000000",
             "[true] whileTrue: [System checkedCommit]");
 
-    /** What stops a call that the session makes; answers when it began to. */
+    /** Makes an endless call and stops it. */
     private interface Stopper {
-        long stop(KciSession session, String source) throws Exception;
+        void stop(KciSession session, String source) throws Exception;
     }
 
-    private static long now() {
-        return System.nanoTime();
-    }
-
-    private static long interrupted(KciSession session, String source) {
+    private static void interrupted(KciSession session, String source) {
         Thread caller = Thread.currentThread();
-        CompletableFuture<Long> begin = CompletableFuture.supplyAsync(() -> {
+        CompletableFuture.runAsync(() -> {
             pause(session);
-            long now = now();
             caller.interrupt();
-            return now;
         });
         ended(Outcome.STOPPED, () -> session.execute(source));
         assertTrue(Thread.interrupted(), "the status is set again");
-        return begin.join();
     }
 
-    private static long interruptedSession(KciSession session, String source) {
+    private static void interruptedSession(KciSession session, String source) {
         CompletableFuture<KciObject> call = session.executeAsync(source);
         CompletableFuture<KciObject> next = session.executeAsync("41");
         pause(session);
-        long begin = now();
         session.interrupt();
         assertInstanceOf(KciInterruptedException.class, assertThrows(ExecutionException.class, call::get).getCause());
         assertEquals(41, next.join().intValue(), "not touched");
-        return begin;
     }
 
-    private static long cancelled(KciSession session, String source) {
+    private static void cancelled(KciSession session, String source) {
         CompletableFuture<KciObject> call = session.executeAsync(source);
         CompletableFuture<KciObject> neverBegun = session.executeAsync("begun := true");
         pause(session);
         neverBegun.cancel(true);
-        long begin = now();
         call.cancel(true);
-        return begin;
     }
 
-    private static long limited(KciSession session, String source) {
-        long begin = now() + 200_000_000;
+    private static void limited(KciSession session, String source) {
         assertInstanceOf(KciTimeoutException.class, ended(Outcome.STOPPED, () -> session.withCallTimeout(
                 Duration.ofMillis(200), () -> session.execute(source))));
-        return begin;
     }
 
-    private static long continued(KciSession session, String source) {
+    private static void continued(KciSession session, String source) {
         KciProcess process = assertThrows(TmqKciException.class,
                 () -> session.execute("nil foo. " + source)).process();
-        long begin = now() + 200_000_000;
         ended(Outcome.STOPPED, () -> session.withCallTimeout(Duration.ofMillis(200), () -> process.continueWith(3)));
-        return begin;
     }
 
     private static KciInterruptedException ended(Outcome outcome, org.junit.jupiter.api.function.Executable call) {
@@ -99,49 +84,39 @@ class KciStoppingTest {
         }
     }
 
-    /** Closes it in the middle of a call. */
-    private static long closed(KciSession common, String source) throws Exception {
+    /** Closes a session in the middle of its call; an interrupted thread does not even wait. */
+    private static void closed(boolean interrupted, String source) throws Exception {
         KciSession session = login("local");
         CompletableFuture<KciObject> call = session.executeAsync(source);
         pause(session);
-        long begin = now() + 20_000_000;
-        session.close(Duration.ofMillis(40));
+        if (interrupted) {
+            Thread.currentThread().interrupt();
+            session.close();
+            assertTrue(Thread.interrupted(), "the status is kept");
+        } else {
+            session.close(Duration.ofMillis(40));
+        }
         assertFalse(session.isOpen());
         assertInstanceOf(KciInterruptedException.class, assertThrows(ExecutionException.class, call::get).getCause());
-        return begin;
-    }
-
-    private static long closedByAnInterruptedThread(KciSession common, String source) {
-        KciSession session = login("local");
-        session.executeAsync(source);
-        pause(session);
-        long begin = now();
-        Thread.currentThread().interrupt();
-        session.close();
-        assertTrue(Thread.interrupted(), "the status is kept");
-        assertThrows(IllegalStateException.class, () -> session.execute("1"));
-        return begin;
     }
 
     @Test
     void nothingRunsForEver() throws Exception {
         try (KciSession session = login("local")) {
             session.execute("begun := false");
-            int stopper = 0;
             for (Stopper each : List.<Stopper>of(KciStoppingTest::interrupted, KciStoppingTest::interruptedSession,
-                    KciStoppingTest::cancelled, KciStoppingTest::limited, KciStoppingTest::continued, (one, source) -> {
-                        one.executeAsync(source).orTimeout(200, TimeUnit.MILLISECONDS);
-                        return now() + 200_000_000;
-                    }, KciStoppingTest::closed, KciStoppingTest::closedByAnInterruptedThread)) {
+                    KciStoppingTest::cancelled, KciStoppingTest::limited, KciStoppingTest::continued,
+                    (one, source) -> one.executeAsync(source).orTimeout(200, TimeUnit.MILLISECONDS),
+                    (one, source) -> closed(false, source), (one, source) -> closed(true, source))) {
                 long shortest = Long.MAX_VALUE;
                 for (String source : ENDLESS) {
-                    long begin = each.stop(session, source);
+                    long begin = System.nanoTime();
+                    each.stop(session, source);
                     assertEquals(7, session.execute("3 + 4").intValue(), "the session goes on");
-                    shortest = Math.min(shortest, now() - begin);
+                    shortest = Math.min(shortest, System.nanoTime() - begin);
                 }
                 // A neighbour's load may delay one, not all.
-                assertTrue(shortest < 500_000_000, "stopper " + stopper + " took " + shortest + " ns");
-                ++stopper;
+                assertTrue(shortest < 700_000_000, shortest + " ns");
             }
             assertFalse(session.execute("begun").booleanValue());
             assertEquals(KciErrorNumber.SOFT_BREAK, assertThrows(TmqKciException.class,
@@ -172,10 +147,6 @@ class KciStoppingTest {
         }
     }
 
-    private static int stock(KciSession session) {
-        return session.execute("stock").intValue();
-    }
-
     @Test
     void transactionsAreDoneAgainOrLeaveNothing() {
         try (KciSession session = login("local"); KciSession other = login("local")) {
@@ -184,7 +155,7 @@ class KciStoppingTest {
             // The other one is faster twice.
             AtomicInteger attempts = new AtomicInteger();
             Function<KciSession, Integer> work = each -> {
-                int before = stock(each);
+                int before = each.execute("stock").intValue();
                 each.execute("Shared at: #stock put: stock + 1");
                 if (attempts.incrementAndGet() <= 2) {
                     other.inTransaction(faster -> faster.execute("Shared at: #stock put: stock + 10"));
@@ -195,25 +166,20 @@ class KciStoppingTest {
             attempts.set(0);
             assertThrows(KciConflictException.class, () -> session.inTransaction(2, work));
             assertFalse(session.execute("System hasChanges").booleanValue(), "given up");
-            assertEquals(List.of(2, 41), List.of(attempts.get(), stock(session)));
+            assertEquals(List.of(2, 41), List.of(attempts.get(), session.execute("stock").intValue()));
 
-            for (String failing : List.of("nil foo", "[true] whileTrue: []")) {
-                assertThrows(KciException.class, () -> session.inTransaction(each -> each.withCallTimeout(
-                        Duration.ofMillis(300), () -> each.execute("Shared at: #stock put: 7. " + failing))));
-                assertEquals(41, stock(session));
-            }
+            assertThrows(KciTimeoutException.class, () -> session.inTransaction(each -> each.withCallTimeout(
+                    Duration.ofMillis(300), () -> each.execute("Shared at: #stock put: 7. [true] whileTrue: []"))));
+            assertEquals(41, session.execute("stock").intValue());
             assertThrows(KciInterruptedException.class, () -> session.inTransaction(each -> {
                 each.execute("Shared at: #stock put: 7");
                 Thread.currentThread().interrupt();
                 return each.execute("3");
             }));
             assertTrue(Thread.interrupted());
-            assertEquals(41, stock(session));
+            assertEquals(41, session.execute("stock").intValue());
             assertThrows(IllegalStateException.class, () -> session.inTransaction(
                     each -> each.inTransaction(again -> again)));
-            session.execute("Shared at: #stock put: 7");
-            session.abort();
-            assertEquals(41, stock(session));
         }
     }
 }
