@@ -45,12 +45,13 @@ bool isRefused(void* caller) {
 }
 
 __attribute__((constructor)) void readEnvironment() {
-    unsigned first = 0, failures = 0;
+    static char library[200];
+    unsigned first = 0, failures = 1;
     const char* const set = getenv("FAILING_ALLOCATION");
-    if (set != nullptr && sscanf(set, "%u:%u", &first, &failures) == 2) {
+    if (set != nullptr && sscanf(set, "%u:%u:%199s", &first, &failures, library) >= 1) {
         allocations.failAt = first;
         allocations.failures = failures;
-        allocations.library = "";
+        allocations.library = library;
     }
 }
 

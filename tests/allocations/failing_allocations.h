@@ -1,6 +1,7 @@
 // Lets a chosen allocation of one of our libraries fail, told by the caller's address; what others allocate, the C
 // library and the virtual machine among them, is left alone. Linked into a program, or preloaded: then
-// FAILING_ALLOCATION is "n:how many" of the program's own, and the file FAILING_ALLOCATION_NOTE is made when one fails.
+// FAILING_ALLOCATION is "n:how many" of the program's own, or "n:how many:part of a library's file name", and the file
+// FAILING_ALLOCATION_NOTE is made when one fails.
 #pragma once
 
 #include <atomic>
