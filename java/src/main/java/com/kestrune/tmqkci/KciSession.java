@@ -141,7 +141,7 @@ public final class KciSession implements AutoCloseable {
      * @return whether it can
      */
     public boolean isOpen() {
-        return calls.isOpen();
+        return !calls.end().isReached();
     }
 
     /**
@@ -686,7 +686,7 @@ public final class KciSession implements AutoCloseable {
      * @since 3.1.3
      */
     public void close(Duration limit) {
-        calls.close(limit.isZero() || limit.isNegative() ? 0 : SessionCalls.nanos(limit));
+        calls.end().close(limit.isZero() || limit.isNegative() ? 0 : SessionCalls.nanos(limit), true);
     }
 
     SessionCalls calls() {

@@ -156,7 +156,7 @@ public final class KciSessionPool implements AutoCloseable {
             id = session.id();
             lent = add(loan);
             if (!lent) {
-                session.close(PATIENCE);
+                closeQuietly(session);
                 requireOpen();
             }
             return loan;
@@ -342,7 +342,8 @@ public final class KciSessionPool implements AutoCloseable {
 
     private static void closeQuietly(KciSession session) {
         try {
-            session.close(PATIENCE);
+            // Nobody else will close it: it is given up rather than left open.
+            session.calls().end().close(PATIENCE.toNanos(), false);
         } catch (KciException | IllegalStateException unusable) {
             KciMonitor.LOG.log(System.Logger.Level.DEBUG, () -> session + " could not be closed by its pool");
         }

@@ -26,7 +26,6 @@ final class SessionCalls {
     private static final int TIGHT_POLLS = 64;
     private static final long FIRST_PAUSE_NANOS = 1_000;
     private static final long LONGEST_PAUSE_NANOS = 1_000_000;
-    private static final long CLOSING_GRACE_NANOS = 1_000_000_000;
     private static final long FOR_EVER = Long.MAX_VALUE / 2;
     private static final int LARGEST_BATCH = 4096;
 
@@ -40,6 +39,7 @@ final class SessionCalls {
     private final int id;
     private final ExportSet exports;
     private final ReentrantLock turn = new ReentrantLock(true);
+    private final SessionEnd end;
 
     // Guarded by the turn.
     private final TmqKciException report = new TmqKciException();
@@ -57,19 +57,13 @@ final class SessionCalls {
     private final long commonLimit;
     /** Whether the call of whoever has the turn shall be broken off. */
     private volatile boolean stopWanted;
-    /** Whether all calls shall be, and until when they can be waited for. */
-    private volatile boolean closing;
-    private volatile long closingUntil;
-    /** Whether it was closed without a logout: the next to leave sees to that. */
-    private volatile boolean givenUp;
-    /** Why the session cannot be used any more; null while it can. */
-    private volatile String ended;
 
     SessionCalls(KciSession session, int id, ExportSet exports, int maxReferences, long limit) {
         this.session = session;
         this.id = id;
         this.exports = exports;
         commonLimit = limit;
+        end = new SessionEnd(session, this, turn);
         batch = new long[Math.min(maxReferences, LARGEST_BATCH)];
     }
 
@@ -108,8 +102,8 @@ final class SessionCalls {
         }
     }
 
-    boolean isOpen() {
-        return ended == null;
+    SessionEnd end() {
+        return end;
     }
 
     /** Whether a call would have to wait for another one; as of now. */
@@ -144,10 +138,10 @@ final class SessionCalls {
                 stopWanted = false;
                 begun = false;
             }
-            requireOpen();
+            end.refuseCalls();
             if (running) {
                 finishAbandoned();
-                requireOpen();
+                end.refuseCalls();
             }
             entered = true;
         } finally {
@@ -158,19 +152,9 @@ final class SessionCalls {
     }
 
     void leave() {
-        if (givenUp && !running && turn.getHoldCount() == 1) {
-            logOutLate();
-        }
         turn.unlock();
-        // Who gave the session up meanwhile did not get the turn.
-        if (givenUp && !turn.isHeldByCurrentThread() && turn.tryLock()) {
-            try {
-                if (givenUp && !running) {
-                    logOutLate();
-                }
-            } finally {
-                turn.unlock();
-            }
+        if (!turn.isHeldByCurrentThread()) {
+            end.makeUp();
         }
     }
 
@@ -179,17 +163,10 @@ final class SessionCalls {
         stopWanted = true;
     }
 
-    private void requireOpen() {
-        String reason = closing ? "is being closed" : ended;
-        if (reason != null) {
-            throw new IllegalStateException(session + " " + reason);
-        }
-    }
-
     /** Takes the bridge's lock for a native call, unless the calls of this turn shall go no further. */
     private void acquire() {
-        if (stopWanted || closing) {
-            throw stopped(closing ? Stopping.Reason.CLOSING : Stopping.Reason.CALL_INTERRUPTED);
+        if (stopWanted || end.isNear()) {
+            throw stopped(end.isNear() ? Stopping.Reason.CLOSING : Stopping.Reason.CALL_INTERRUPTED);
         }
         try {
             if (limit == 0) {
@@ -366,7 +343,7 @@ final class SessionCalls {
     private Stopping.Reason reasonToStop(BooleanSupplier abandoned, boolean interrupted) {
         return interrupted ? Stopping.Reason.THREAD_INTERRUPTED
                 : abandoned != null && abandoned.getAsBoolean() ? Stopping.Reason.ABANDONED
-                : closing || ended != null ? Stopping.Reason.CLOSING
+                : end.isNear() || end.isReached() ? Stopping.Reason.CLOSING
                 : stopWanted ? Stopping.Reason.CALL_INTERRUPTED
                 : limit != 0 && System.nanoTime() - deadline >= 0 ? Stopping.Reason.LATE : null;
     }
@@ -389,7 +366,7 @@ final class SessionCalls {
                         throw reason.failure(Outcome.NOT_BEGUN);
                     }
                     stopping = reason == null ? null : new Stopping(session, begunAt, reason,
-                            closing ? Math.max(0, closingUntil - System.nanoTime()) : 2 * Stopping.PATIENCE_NANOS);
+                            end.remainingNanos(2 * Stopping.PATIENCE_NANOS));
                 } else if (again && stopping.isSent() || stopping.remainingNanos() == 0) {
                     // Never before the break is sent: nobody else would send it.
                     throw stopping.failure(Outcome.STILL_RUNNING);
@@ -454,12 +431,12 @@ final class SessionCalls {
             }
             int status = TmqKciInterface._releaseOops(id, batch, count, emptyReport());
             if (status < 0) {
-                // It concerns nothing that the caller asked for; the server keeps the objects until the logout.
-                KciMonitor.LOG.log(System.Logger.Level.WARNING, session + ": " + count
-                        + " objects were not released, error " + report.number);
                 if (report.fatal) {
                     throw failure(status);
                 }
+                // It concerns nothing that the caller asked for; the server keeps the objects until the logout.
+                KciMonitor.LOG.log(System.Logger.Level.WARNING, session + ": " + count
+                        + " objects were not released, error " + report.number);
             }
         }
     }
@@ -486,152 +463,44 @@ final class SessionCalls {
             process = new KciProcess(new KciObject(session, failure.context, null));
         }
         if (failure.fatal) {
-            end("was ended by error " + failure.number + ": " + failure.getMessage(), failure, System.nanoTime());
+            running = false;
+            end.reach("was ended by error " + failure.number + ": " + failure.getMessage(), failure, System.nanoTime());
         }
         return failure.from(session, process);
     }
 
-    private void end(String reason, TmqKciException error, long begin) {
-        running = false;
-        if (ended == null) {
-            KciMonitor.ended(session, error, begin);
-        }
-        ended = reason;
-        exports.close();
-    }
-
-    /**
-     * Logs out, unless the session has ended before. Calls have most of the time to end by themselves, and are broken
-     * off then; a session whose call does not end in time is given up, or stays open if this thread was interrupted.
-     */
-    void close(long nanos) {
-        refuseHoldersOfTheLock();
-        Deadline end = new Deadline(nanos);
-        try {
-            boolean entered = end.lock(turn, Math.min(2 * Stopping.PATIENCE_NANOS, nanos / 2));
-            closingUntil = end.time();
-            closing = true;
-            if (!entered && !end.lock(turn, 0)) {
-                giveUp(end, "the session's turn");
-                return;
-            }
+    /** Breaks off the call of a session that is being closed; answers whether none runs any more. */
+    boolean endRunning() {
+        if (running) {
+            TmqKciReport result = new TmqKciReport();
             try {
-                if (running && !endsWhileClosing()) {
-                    giveUp(end, "the end of the running call");
-                } else if (ended == null) {
-                    logOut(end);
-                }
-            } finally {
-                turn.unlock();
+                await(result, null, true);
+                exports.release(result.oop);
+            } catch (KciInterruptedException stopped) {
+                return !running;
+            } catch (TmqKciException failure) {
+                failure.releaseProcess();
             }
-        } finally {
-            closing = false;
-            end.restoreInterrupt();
-        }
-    }
-
-    private boolean endsWhileClosing() {
-        TmqKciReport result = new TmqKciReport();
-        try {
-            await(result, null, true);
-            exports.release(result.oop);
-        } catch (KciInterruptedException stopped) {
-            return !running;
-        } catch (TmqKciException failure) {
-            failure.releaseProcess();
         }
         return true;
     }
 
-    private void logOut(Deadline end) {
-        end.grant(Stopping.PATIENCE_NANOS);
-        if (!end.lock(KciBridge.lock(), 0)) {
-            giveUp(end, "the bridge's lock");
-            return;
+    /** Polls once for the end of a call that nobody waits for; answers whether none runs. With the bridge's lock held. */
+    boolean endsAbandoned(Stopping stopping) {
+        if (running) {
+            try {
+                stopping.sendBreak();
+                poll(new TmqKciReport());
+            } catch (TmqKciException failure) {
+                failure.releaseProcess();
+            }
         }
-        try {
-            long begin = System.nanoTime();
-            check(TmqKciInterface._logout(id, emptyReport()));
-            end("is closed", null, begin);
-        } finally {
-            KciBridge.lock().unlock();
-        }
+        return !running;
     }
 
-    private void giveUp(Deadline end, String awaited) {
-        if (end.wasInterrupted() || Thread.currentThread().isInterrupted()) {
-            throw KciInterruptedException.whileWaiting(awaited + "; the session stays open");
-        }
-        if (ended == null) {
-            KciMonitor.LOG.log(System.Logger.Level.WARNING, "{0} was given up while its close waited for {1}", session,
-                    awaited);
-            ended = "was closed while it was busy, and given up";
-            exports.close();
-            givenUp = true;
-            if (turn.tryLock()) {
-                leave();
-            }
-        }
-    }
-
-    /** Logs a session out that was given up, if its call has ended after all. */
-    private void logOutLate() {
-        givenUp = false;
-        try {
-            if (KciBridge.lock().tryLock(Stopping.PATIENCE_NANOS, TimeUnit.NANOSECONDS)) {
-                long begin = System.nanoTime();
-                try {
-                    TmqKciInterface._logout(id, emptyReport());
-                    KciMonitor.ended(session, null, begin);
-                } finally {
-                    KciBridge.lock().unlock();
-                }
-            }
-        } catch (InterruptedException interrupt) {
-            Thread.currentThread().interrupt();
-        }
-    }
-
-    /** The end of a wait that an interrupt makes shorter, but does not end at once. */
-    private static final class Deadline {
-        private long time;
-        private boolean interrupted = Thread.interrupted();
-
-        Deadline(long nanos) {
-            time = System.nanoTime() + (interrupted ? Math.min(nanos, CLOSING_GRACE_NANOS) : nanos);
-        }
-
-        long time() {
-            return time;
-        }
-
-        /** Makes it as far away as this at least. */
-        void grant(long nanos) {
-            time = Math.max(time, System.nanoTime() + nanos);
-        }
-
-        boolean wasInterrupted() {
-            return interrupted;
-        }
-
-        /** Takes a lock before the end; sooner by what is kept, and then without waiting when interrupted. */
-        boolean lock(ReentrantLock lock, long kept) {
-            for (;;) {
-                try {
-                    return lock.tryLock(kept > 0 && interrupted ? 0 : time - kept - System.nanoTime(),
-                            TimeUnit.NANOSECONDS);
-                } catch (InterruptedException interrupt) {
-                    interrupted = true;
-                    time = Math.min(time, System.nanoTime() + CLOSING_GRACE_NANOS);
-                }
-            }
-        }
-
-        void restoreInterrupt() {
-            if (interrupted) {
-                Thread.currentThread().interrupt();
-            }
-        }
+    /** With the bridge's lock held. */
+    void logOut() {
+        check(TmqKciInterface._logout(id, emptyReport()));
     }
 
     static void refuseHoldersOfTheLock() {
