@@ -71,7 +71,7 @@ class KciSessionPoolTest {
 
     @Test
     void idleSessionsAreClosedDownToTheMinimum() throws Exception {
-        try (KciSessionPool pool = pool(1, 5, 1000, 100)) {
+        try (KciSessionPool pool = pool(1, 5, 1000, 1000)) {
             Stream.generate(pool::borrow).limit(5).toList().forEach(KciSessionPool.Loan::close);
             assertEquals(5, pool.idleSessions());
             for (int i = 0; i < 100 && pool.idleSessions() > 1; ++i) {
