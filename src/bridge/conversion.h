@@ -8,6 +8,8 @@
 
 #include <jni.h>
 
+#pragma GCC visibility push(hidden)
+
 // The part of getOop that a report of an existing object does not need; jobj may be null.
 jint convertValue(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobject jErrReport);
 
@@ -20,3 +22,5 @@ inline jint getOop(KciSessionIdType sessionId, jobject jobj, OopType* oop, jobje
     *oop = static_cast<OopType>(ENV->GetLongField(jobj, oopFid));
     return 0;
 }
+
+#pragma GCC visibility pop

@@ -9,6 +9,8 @@
 
 #include <initializer_list>
 
+#pragma GCC visibility push(hidden)
+
 // The one record through which every error passes.
 extern KciErrSType KciError;
 
@@ -42,3 +44,5 @@ inline jint leave(jint result) {
     ReleaseStrings();
     return result;
 }
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include <span>
 
+#pragma GCC visibility push(hidden)
+
 // TmqKciReport
 extern jfieldID oopFid, classOopFid, classHistoryOopFid, objTypeFid, namedSizeFid, indexedSizeFid, isCollectionFid,
     isStringFid, isDBStringFid, valueTypeFid, int1Fid, int2Fid, longFid, doubleFid, bytesFid, longsFid, stringFid;
@@ -28,3 +30,5 @@ extern const std::span<const JavaField> reportFields;
 enum ExceptionField { numberField, messageField, categoryField, contextField, fatalField, argCountField, argsField };
 extern const std::span<const JavaField> exceptionFields; // by ExceptionField
 extern const std::span<const JavaField> cacheStatsFields;
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 
 #include <jni.h>
 
+#pragma GCC visibility push(hidden)
+
 // 1 once _initialize has completed; never reset.
 extern int TmqKciInitialized;
 // Whether sessions run inside this process, as _initialize was told; means something once that has completed.
@@ -28,3 +30,5 @@ extern int PreloadSizeOops;
 
 // As FindClass returned it: a local reference, valid within _initialize only.
 extern jclass jTmqKciCacheStatsClass;
+
+#pragma GCC visibility pop

@@ -5,6 +5,8 @@
 
 #include <jni.h>
 
+#pragma GCC visibility push(hidden)
+
 // Modified UTF-8 with a terminator. NULL when jstr is null, the table is full or Java cannot lend it.
 const char* GetString(jstring jstr);
 // UTF-16 units in the machine's byte order, without a terminator. NULL as for GetString.
@@ -19,3 +21,5 @@ inline void ReleaseStrings() {
         releaseHeldStrings();
     }
 }
+
+#pragma GCC visibility pop

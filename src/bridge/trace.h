@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(hidden)
+
 // Raised by _initialize, never cleared.
 extern BoolType Debug;
 extern BoolType Info;
@@ -36,3 +38,5 @@ inline long shown(OopType oop) {
 inline long long referenceValue(jobject reference) {
     return static_cast<long long>(reinterpret_cast<intptr_t>(reference));
 }
+
+#pragma GCC visibility pop

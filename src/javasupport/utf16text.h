@@ -7,6 +7,8 @@
 #include <cstddef>
 #include <string_view>
 
+#pragma GCC visibility push(hidden)
+
 // Collects a text in UTF-16. A failure to allocate is remembered, and what follows is ignored.
 class Utf16Text {
 public:
@@ -42,3 +44,5 @@ private:
 // Writes UTF-16 as UTF-8, cut before the first character that does not fit, with a terminator. Zero characters, which
 // would end the text, become blanks, and lone surrogates become question marks.
 void utf16ToUtf8(const jchar* units, size_t count, char* buffer, size_t size);
+
+#pragma GCC visibility pop

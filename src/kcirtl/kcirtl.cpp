@@ -20,7 +20,7 @@ void cleanUp() {
     rtlPrivKciRtlFuncs = nullptr;
 }
 
-const KciRtlJumpSType* acceptedTable(const BoundedText& libraryName, bool hosted, ErrorBuffer error) {
+const KciRtlJumpSType* acceptedTable(const LoaderText& libraryName, bool hosted, ErrorBuffer error) {
     const auto getTable =
         reinterpret_cast<KciGetRtlTableFuncPtr>(DynLibGetFunc(kcidl, "KciGetRtlTable", error.data(), error.size()));
     if (getTable == nullptr) {
@@ -33,7 +33,7 @@ const KciRtlJumpSType* acceptedTable(const BoundedText& libraryName, bool hosted
     }
     const KciRtlJumpSType* table = getTable();
     const auto refuse = [&](const char* format) {
-        BoundedText message(error);
+        LoaderText message(error);
         // kept: callers get an empty text where the name and the format as it stands, with its "%s", would not fit.
         if (strlen(format) + libraryName.view().size() <= error.size()) {
             snprintf(error.data(), error.size(), format, libraryName.c_str());
@@ -52,7 +52,7 @@ const KciRtlJumpSType* acceptedTable(const BoundedText& libraryName, bool hosted
     return table;
 }
 
-BoolType publishTable(const BoundedText& libraryName, bool hosted, ErrorBuffer error) {
+BoolType publishTable(const LoaderText& libraryName, bool hosted, ErrorBuffer error) {
     rtlPrivKciRtlFuncs = acceptedTable(libraryName, hosted, error);
     if (rtlPrivKciRtlFuncs == nullptr) {
         cleanUp();
@@ -69,13 +69,13 @@ BoolType KciRtlIsLoaded(void) {
 BoolType KciRtlLoad(BoolType useRpc, const char* path, char* errBuf, ArraySizeType errBufSize) {
     const ErrorBuffer error(errBuf, errBuf != nullptr ? errBufSize : 0);
     if (KciRtlIsLoaded()) {
-        BoundedText(error).append("Library is already loaded.");
+        LoaderText(error).append("Library is already loaded.");
         return FALSE;
     }
     char text[libraryNameSize];
-    BoundedText libraryName(text);
+    LoaderText libraryName(text);
     if (!buildLibraryName(libraryName, useRpc != FALSE)) {
-        BoundedText(error).appendCut(
+        LoaderText(error).appendCut(
             "KCIRTL_BASELIBNAME and KCIRTL_VERSION are longer than 17 characters together; shorten them.");
         return FALSE;
     }
@@ -91,7 +91,7 @@ bool kciRtlLoadFile(const char* file, char* errBuf, ArraySizeType errBufSize) {
         baseName.remove_suffix(3);
     }
     char text[libraryNameSize];
-    BoundedText libraryName(text);
+    LoaderText libraryName(text);
     libraryName.appendCut(baseName);
     return DynLibLoad(file, &kcidl, errBuf, errBufSize) != FALSE &&
            publishTable(libraryName, false, {errBuf, errBufSize}) != FALSE;

@@ -34,20 +34,20 @@ std::string_view orDefault(std::string_view value, std::string_view otherwise) {
 
 } // namespace
 
-bool buildLibraryName(BoundedText& name, bool useRpc) {
+bool buildLibraryName(LoaderText& name, bool useRpc) {
     return name.append("lib") && name.append(orDefault(environmentValue("KCIRTL_BASELIBNAME"), "kci")) &&
            name.append(useRpc ? "rpc" : "lnk") && name.append(orDefault(environmentValue("KCIRTL_VERSION"), "67"));
 }
 
 namespace {
 
-bool appendFile(BoundedText& path, std::string_view folder, std::string_view name) {
+bool appendFile(LoaderText& path, std::string_view folder, std::string_view name) {
     return path.append(folder) && path.appendSeparator() && path.append(name);
 }
 
 bool isThere(std::string_view kestrune, std::string_view folder, std::string_view libraryName) {
     char text[candidateSize];
-    BoundedText path(text);
+    LoaderText path(text);
     char buffer[libraryFileNameSize];
     const char* const file = appendFile(path, kestrune, folder) && appendFile(path, "", libraryName)
                                  ? libraryFileName(path.c_str(), buffer)
@@ -63,7 +63,7 @@ std::string_view productFolder(std::string_view kestrune, std::string_view libra
 }
 
 // The caller's folders first, the product's own last.
-bool buildSearchPath(BoundedText& searchPath, const char* path, std::string_view kestrune,
+bool buildSearchPath(LoaderText& searchPath, const char* path, std::string_view kestrune,
                      std::string_view libraryName) {
     if (path != nullptr && !searchPath.append(path)) {
         return false;
@@ -78,7 +78,7 @@ bool buildSearchPath(BoundedText& searchPath, const char* path, std::string_view
 // Opens a remote client library of this word size; the one of a database installation does not count.
 DynLibType openRemoteLibraryIn(std::string_view folder) {
     char text[candidateSize];
-    BoundedText candidate(text);
+    LoaderText candidate(text);
     DynLibType library = nullptr;
     if (!appendFile(candidate, folder, remoteLibrary) || libraryWordSize(candidate.c_str()) != ownWordSize ||
         !DynLibLoad(candidate.c_str(), &library, nullptr, 0)) {
@@ -103,20 +103,20 @@ DynLibType openRemoteLibrary(std::string_view kestrune) {
         }
     }
     char text[candidateSize];
-    BoundedText folder(text);
+    LoaderText folder(text);
     return !kestrune.empty() && appendFile(folder, kestrune, libraryFolder) ? openRemoteLibraryIn(folder.view())
                                                                             : nullptr;
 }
 
 class Search {
 public:
-    Search(const BoundedText& name, bool useRpc, ErrorBuffer failure)
+    Search(const LoaderText& name, bool useRpc, ErrorBuffer failure)
         : libraryName(name), kestrune(environmentValue("KESTRUNE")),
           hostWanted(!useRpc && environmentValue("KCIRTL_HOST") == "1"), error(failure) {}
 
     FoundLibrary run(const char* path) {
         char text[searchPathSize];
-        BoundedText searchPath(text);
+        LoaderText searchPath(text);
         if (!buildSearchPath(searchPath, path, kestrune, libraryName.view())) {
             fail("The search path for the KCI library is longer than 2047 characters; shorten KESTRUNE.");
         } else if (!searchFolders(searchPath.view()) && !openElsewhere()) {
@@ -130,7 +130,7 @@ private:
     // Each of these answers whether the search is over: a library is open, or the reason why none will be is told.
 
     bool fail(const char* reason) {
-        BoundedText(error).appendCut(reason);
+        LoaderText(error).appendCut(reason);
         return true;
     }
 
@@ -143,7 +143,7 @@ private:
                 continue;
             }
             char text[candidateSize];
-            BoundedText candidate(text);
+            LoaderText candidate(text);
             if (!appendFile(candidate, folder, libraryName.view())) {
                 return fail("A folder in the search path for the KCI library is longer than about 1000 characters.");
             }
@@ -189,11 +189,11 @@ private:
 
     void addNote(bool applies, const char* note) {
         if (applies && !error.empty()) {
-            BoundedText(error, strnlen(error.data(), error.size())).appendCut(note);
+            LoaderText(error, strnlen(error.data(), error.size())).appendCut(note);
         }
     }
 
-    const BoundedText& libraryName;
+    const LoaderText& libraryName;
     const std::string_view kestrune;
     const bool hostWanted;
     const ErrorBuffer error;
@@ -208,6 +208,6 @@ KciRemoteServeFuncPtr remoteServe(DynLibType library) {
     return reinterpret_cast<KciRemoteServeFuncPtr>(function);
 }
 
-FoundLibrary findLibrary(const BoundedText& libraryName, bool useRpc, const char* path, ErrorBuffer error) {
+FoundLibrary findLibrary(const LoaderText& libraryName, bool useRpc, const char* path, ErrorBuffer error) {
     return Search(libraryName, useRpc, error).run(path);
 }

@@ -3,7 +3,9 @@
 
 #include "dynlib.h"
 #include "kciremote.h"
-#include "kcirtl/boundedtext.h"
+#include "kcirtl/loadertext.h"
+
+#pragma GCC visibility push(hidden)
 
 constexpr size_t libraryNameSize = 24;
 
@@ -15,10 +17,12 @@ struct FoundLibrary {
 
 // Writes the library's name, without folder and extension, from its flavour and the environment. FALSE when it does not
 // fit.
-bool buildLibraryName(BoundedText& name, bool useRpc);
+bool buildLibraryName(LoaderText& name, bool useRpc);
 
 // Searches as KciRtlLoad says. Without a handle, `error` holds the reason.
-FoundLibrary findLibrary(const BoundedText& libraryName, bool useRpc, const char* path, ErrorBuffer error);
+FoundLibrary findLibrary(const LoaderText& libraryName, bool useRpc, const char* path, ErrorBuffer error);
 
 // The function that the remote client library has, and no other client library: NULL for all others.
 KciRemoteServeFuncPtr remoteServe(DynLibType library);
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 
 #pragma GCC visibility push(hidden)
 
+#pragma GCC visibility push(hidden)
+
 // Guarantee failures found under the heap's mutex. A report may run a hook that allocates, so it is made later, when
 // the mutex is free. Equal failures in a row are counted; when the room for different ones is used up, a further one
 // counts with the last one of its line.
@@ -37,5 +39,7 @@ void addDamage(HeapChunk* chunk, size_t trustedSize, HeapViolations& violations)
 void checkLiveList(HeapViolations& violations);
 // The blocks of the whole record table, in three passes. Always TRUE.
 BoolType checkHeapRefs(HeapViolations& violations);
+
+#pragma GCC visibility pop
 
 #pragma GCC visibility pop

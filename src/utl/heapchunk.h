@@ -10,6 +10,8 @@
 
 #pragma GCC visibility push(hidden)
 
+#pragma GCC visibility push(hidden)
+
 constexpr uint32_t heapGuard = 0x0102030E;
 // The first guard word of a released block: a second release fails the guard check.
 constexpr uint32_t heapReleasedGuard = 0xFFFFFFFF;
@@ -66,5 +68,7 @@ extern HeapChunkRef chunkRefs[REF_ARRAY_SIZE];
 extern volatile BoolType debugCHeap;
 // Set in a debugger: a scan of the record table raises no guarantee failures.
 extern volatile BoolType heapCheckDebug;
+
+#pragma GCC visibility pop
 
 #pragma GCC visibility pop

@@ -5,9 +5,13 @@
 
 #pragma GCC visibility push(hidden)
 
+#pragma GCC visibility push(hidden)
+
 // The newest live block.
 extern HeapChunk* heapStart;
 // The records of the table that were ever in use; the ones behind them are free and untouched.
 extern int usedRefs;
+
+#pragma GCC visibility pop
 
 #pragma GCC visibility pop

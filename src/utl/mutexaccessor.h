@@ -3,6 +3,8 @@
 
 #include "hostmutex.h"
 
+#pragma GCC visibility push(hidden)
+
 class HostMutexAccessor {
 public:
     explicit HostMutexAccessor(HostMutexSType& aMutex) : mutex(aMutex) { lock(); }
@@ -32,3 +34,5 @@ private:
 
     HostMutexSType& mutex;
 };
+
+#pragma GCC visibility pop

@@ -1,5 +1,7 @@
 #pragma once
 
+#pragma GCC visibility push(hidden)
+
 // A hint that fetches a line of memory and never faults. The compiler's own builtin needs a processor option on i386;
 // processors without the instruction take it for a long no-operation.
 inline void prefetch(const void* address) {
@@ -9,3 +11,5 @@ inline void prefetch(const void* address) {
     __builtin_prefetch(address);
 #endif
 }
+
+#pragma GCC visibility pop

@@ -89,7 +89,7 @@ private:
     static constexpr uint32_t mostEntries = 1u << 16;
     static constexpr uint32_t longestProbe = 8;
 
-    ParsedEntry few[fewEntries]{};
+    static inline ParsedEntry few[fewEntries]; // apart from the pointer to it: all zero, it takes no room in the file
     ParsedEntry* entries = few;
     uint32_t size = fewEntries;
     unsigned imageNumber = 0; // the image in which they stand

@@ -7,6 +7,8 @@
 #include "errutl.h"
 #include "hostmutex.h"
 
+#pragma GCC visibility push(hidden)
+
 // Holds a mutex for a scope.
 class ErrMsgAccessor {
 public:
@@ -35,3 +37,5 @@ void errMsgForgetLookups();
 // Looks a symbol up in the file and parses its entry. Call it under the mutex, and run the hooks after its release. The
 // entry's pattern is copied to the buffer, because the file may go as soon as the mutex is free.
 bool findErrSym(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], PendingHooks& hooks);
+
+#pragma GCC visibility pop

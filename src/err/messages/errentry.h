@@ -6,6 +6,8 @@
 
 #include <string_view>
 
+#pragma GCC visibility push(hidden)
+
 // Calls of the debugger hook that wait until the print mutex is free: the hook's report asks for messages itself.
 struct PendingHooks {
     int guarantees = 0; // failed guarantees of errutl
@@ -40,3 +42,5 @@ struct EntryContext {
 // Parses the next entry of the text from position on. FALSE at the end. Lines that continue are joined in the buffer.
 bool nextEntryInText(std::string_view text, size_t position, const EntryContext& context,
                      char (&buffer)[maxLogicalLine], ParsedEntry& entry, BoolType& syntaxErr);
+
+#pragma GCC visibility pop

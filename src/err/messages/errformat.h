@@ -8,6 +8,8 @@
 #include "errutl.h"
 #include "host/base/boundedtext.h"
 
+#pragma GCC visibility push(hidden)
+
 union MessageArg {
     int32_t word;
     double real;
@@ -33,3 +35,5 @@ void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& ar
 // Renders [symbol argument ...], with the pattern in quotes before the symbol unless it is NULL. What does not fit is
 // left out, the closing bracket included.
 void desperateErr(BoundedText& out, const char* sym, const std::string_view* pat, const MessageArgs& args);
+
+#pragma GCC visibility pop

@@ -8,6 +8,8 @@
 #include "err/messages/errentry.h"
 #include "errutl.h"
 
+#pragma GCC visibility push(hidden)
+
 // The bytes of the open file, empty while it is closed or cannot be held. Valid until the next reset or shutdown.
 std::string_view errUtlImage();
 
@@ -22,3 +24,5 @@ constexpr uint32_t decodeWord(const ByteType bytes[4], const ByteType transform[
     }
     return value;
 }
+
+#pragma GCC visibility pop

@@ -11,6 +11,8 @@
 #include <cstddef>
 #include <string_view>
 
+#pragma GCC visibility push(hidden)
+
 class BoundedText {
 public:
     // size: of the buffer in bytes, its terminator included; at least 1.
@@ -43,3 +45,5 @@ private:
     size_t limit;
     size_t used = 0;
 };
+
+#pragma GCC visibility pop

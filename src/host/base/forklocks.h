@@ -3,6 +3,8 @@
 // taken before fork and released after it, in the parent and in the child, through one pthread_atfork registration.
 #pragma once
 
+#pragma GCC visibility push(hidden)
+
 // In the order in which they are taken; released in reverse. The same order holds for all other code.
 enum class ForkSlot { printMutex, heapMutex };
 constexpr int forkSlotCount = 2;
@@ -19,3 +21,5 @@ void hostForkRegister(ForkSlot slot, const ForkLock& lock);
 
 // Whether the calling thread holds one of the locks that can tell.
 bool hostForkLockHeldHere();
+
+#pragma GCC visibility pop

@@ -7,6 +7,8 @@
 // A source file defines utlModule, the module's name in the report, before its first check.
 #pragma once
 
+#pragma GCC visibility push(hidden)
+
 // Reports "UTL_GUARANTEE failure in file <module> at line <line>". errno is kept. Not signal-safe.
 [[gnu::cold, gnu::noinline]] void hostGuaranteeFailed(const char* module, int line);
 
@@ -17,3 +19,5 @@
 [[gnu::cold, gnu::noinline]] void hostPrintGuarantee(const char* module, int line);
 
 #define UTL_GUARANTEE(condition) ((condition) ? (void)0 : hostGuaranteeFailed(utlModule, __LINE__))
+
+#pragma GCC visibility pop

@@ -4,6 +4,8 @@
 
 #include "kcitypes.h"
 
+#pragma GCC visibility push(hidden)
+
 TMQKCI_C_BEGIN
 
 // The fatal report (hostdebug.h).
@@ -14,3 +16,5 @@ TMQKCI_API int HostCallDebuggerMsg(const char* msg); // NOLINT(readability-redun
 TMQKCI_API void* UtlMalloc(unsigned length, const char* reason); // NOLINT(readability-redundant-declaration)
 
 TMQKCI_C_END
+
+#pragma GCC visibility pop

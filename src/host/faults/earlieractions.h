@@ -4,6 +4,8 @@
 
 #include <csignal>
 
+#pragma GCC visibility push(hidden)
+
 // Signal numbers whose earlier actions can be remembered: 0 to one below.
 constexpr int MAX_OLD_HANDLERS = 50;
 
@@ -20,3 +22,5 @@ struct sigaction* hostOldHandler(int sig);
 
 // Calls a signal's recorded action when it is a function, with the arguments that its flags ask for.
 void hostCallOldHandler(int sig, siginfo_t* info, void* context);
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 
 #include "host/faults/signalarrival.h"
 
+#pragma GCC visibility push(hidden)
+
 // The exit modes (HostExitOnFault, HostExitOnGuardPageAccess).
 bool hostExitsOnFault();
 bool hostExitsOnGuardPageAccess();
@@ -23,3 +25,5 @@ bool hostDelayableSignal(int sig);
 
 // Runs the exit routine, or leaves it to HostDoSigExit and returns when the signal and the program allow that.
 void hostExitNowOrLater(ExitRoutine routine, int argument, const SignalArrival& arrival);
+
+#pragma GCC visibility pop

@@ -1,6 +1,8 @@
 // Whose instruction a signal interrupted. Runs in a signal handler.
 #pragma once
 
+#pragma GCC visibility push(hidden)
+
 // The address of the interrupted instruction; NULL without a context.
 const void* hostInstructionAddress(const void* context);
 
@@ -9,3 +11,5 @@ void hostLearnInstructionRange();
 
 // Whether an address lies in this library.
 bool hostIsInThisLibrary(const void* address);
+
+#pragma GCC visibility pop

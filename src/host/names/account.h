@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <pwd.h>
 
+#pragma GCC visibility push(hidden)
+
 class Account {
 public:
     // The account of the named user, of the real user for NULL.
@@ -30,3 +32,5 @@ private:
     size_t groupListSize = 0;
     char text[8192]; // what the entry points to
 };
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <sys/types.h>
 
+#pragma GCC visibility push(hidden)
+
 struct FileStatus {
     mode_t mode; // of the file's type alone
     uint64_t size;
@@ -17,3 +19,5 @@ bool hostFileStatus(int folder, const char* name, int flags, FileStatus& status)
 // Opens a file for reading, close-on-exec, and waits for nothing: neither for a pipe's writer nor, when it is read, for
 // what is typed at a terminal. Null with errno; the caller closes the stream. Not signal-safe.
 FILE* hostOpenAtOnce(const char* path, FileStatus& status);
+
+#pragma GCC visibility pop

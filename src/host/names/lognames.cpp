@@ -67,7 +67,7 @@ bool leadsToFile(const char* path) {
 bool appendLogName(string_view pattern, const LogNameValues& values, BoundedText& text) {
     while (!pattern.empty()) {
         const size_t plain = std::min(pattern.find('%'), pattern.size());
-        if (!text.appendWhole(pattern.substr(0, plain))) {
+        if (!text.appendWhole({pattern.data(), plain})) {
             return false;
         }
         pattern.remove_prefix(plain);
@@ -94,7 +94,7 @@ BoolType UtlFindExeFile(const char* name, const char* ext, char* dst, unsigned s
         return FALSE;
     }
     const string_view programPath(program, static_cast<size_t>(programLength));
-    const string_view folder = programPath.substr(0, programPath.rfind('/') + 1);
+    const string_view folder(programPath.data(), programPath.rfind('/') + 1);
     const string_view extension = file.find('.') == string_view::npos ? ext : "";
 
     for (const string_view place : {"", "../bin/", "../sys/"}) {

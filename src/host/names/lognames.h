@@ -3,6 +3,8 @@
 
 #include "kcitypes.h"
 
+#pragma GCC visibility push(hidden)
+
 struct LogNameValues {
     const char* program;
     const char* user;
@@ -14,3 +16,5 @@ struct LogNameValues {
 
 // As UtlExpandLogName. Without looking up it takes no lock of the C library.
 BoolType hostExpandLogName(const char* pattern, const LogNameValues& values, char* dst, unsigned size);
+
+#pragma GCC visibility pop

@@ -6,6 +6,8 @@
 
 #include "kcitypes.h"
 
+#pragma GCC visibility push(hidden)
+
 class ForkEnvironment;
 
 // All that the child has to know. What the system's databases, the time zone and the environment tell is looked up
@@ -36,3 +38,5 @@ struct ForkChildPlan {
 
 // Becomes the process that was planned, or says what failed and ends with status 3.
 [[noreturn]] void runForkChild(const ForkChildPlan& plan);
+
+#pragma GCC visibility pop

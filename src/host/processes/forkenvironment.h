@@ -5,6 +5,8 @@
 
 #include "host/processes/forkchild.h"
 
+#pragma GCC visibility push(hidden)
+
 // A copy of this process's environment, with changes. Made before the fork: in the child, the C library's functions
 // would wait for ever for a lock that a thread of the parent held.
 class ForkEnvironment {
@@ -33,3 +35,5 @@ private:
     char* changes[mostChanges];
     size_t changeCount = 0;
 };
+
+#pragma GCC visibility pop

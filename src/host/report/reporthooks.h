@@ -5,6 +5,8 @@
 
 #include "hostdebug.h"
 
+#pragma GCC visibility push(hidden)
+
 extern std::atomic<rundownFuncType*> fileFlusherFct;
 extern std::atomic<rundownFuncType*> shutdownFct;
 extern std::atomic<PrintStackFuncType*> SmalltalkPrintStackFunc;
@@ -16,3 +18,5 @@ void hostCallIfSet(const std::atomic<Function>& function) {
         f();
     }
 }
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 
 #include <cstdio>
 
+#pragma GCC visibility push(hidden)
+
 // Bytes of the longest line, and of the time, with their terminators.
 constexpr unsigned reportTextSize = 4096;
 constexpr unsigned reportTimeSize = 256;
@@ -16,3 +18,5 @@ void hostReportLine(FILE* f, const char* sym, const char* kinds, ...);
 
 // The time as text in buf, which is returned.
 const char* hostReportTime(char* buf, unsigned size);
+
+#pragma GCC visibility pop

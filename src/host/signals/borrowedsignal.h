@@ -11,6 +11,8 @@
 #include <csignal>
 #include <pthread.h>
 
+#pragma GCC visibility push(hidden)
+
 class BorrowedSignal {
 public:
     constexpr explicit BorrowedSignal(int signal) : number(signal) {}
@@ -54,3 +56,5 @@ public:
 private:
     BorrowedSignal& borrowed;
 };
+
+#pragma GCC visibility pop

@@ -3,6 +3,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(hidden)
+
 // Marks the calling thread for as long as its handler runs. Signal-safe.
 //
 //     void handler(int sig, siginfo_t* info, void* context) {
@@ -43,3 +45,5 @@ private:
     static __thread uintptr_t innermost [[gnu::tls_model("initial-exec")]];
     uintptr_t outer;
 };
+
+#pragma GCC visibility pop

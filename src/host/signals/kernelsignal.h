@@ -4,6 +4,8 @@
 
 #include <csignal>
 
+#pragma GCC visibility push(hidden)
+
 // Gives a signal one of the plain dispositions, SIG_DFL and SIG_IGN.
 void hostSetInKernel(int sig, void (*plain)(int));
 
@@ -28,3 +30,5 @@ public:
 private:
     sigset_t callersMask;
 };
+
+#pragma GCC visibility pop

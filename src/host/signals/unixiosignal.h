@@ -4,6 +4,8 @@
 #include <csignal>
 #include <cstdint>
 
+#pragma GCC visibility push(hidden)
+
 // Installs an action exactly as it stands; a failure is reported as by the installers.
 void unixioSetAction(int sig, const struct sigaction& action, struct sigaction* previous = nullptr);
 
@@ -16,3 +18,5 @@ inline bool unixioIsFunction(const struct sigaction& action) {
 inline auto unixioPlain(void (*disposition)(int)) {
     return reinterpret_cast<void (*)(int, siginfo_t*, void*)>(reinterpret_cast<uintptr_t>(disposition));
 }
+
+#pragma GCC visibility pop

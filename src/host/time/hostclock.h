@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <sys/resource.h>
 
+#pragma GCC visibility push(hidden)
+
 // Records the clocks anew. Without it they are recorded on first use, thread-safely.
 void hostStartClocks();
 
@@ -12,3 +14,5 @@ int64_t hostBeginTime();
 
 // User and system time together, in milliseconds.
 long hostCpuMilliseconds(const rusage& usage);
+
+#pragma GCC visibility pop

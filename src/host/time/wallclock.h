@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#pragma GCC visibility push(hidden)
+
 // The wall clock: microseconds since the epoch, also where the C library's 32-bit time ends, in January 2038.
 // Signal-safe.
 int64_t hostWallMicroseconds();
@@ -13,3 +15,5 @@ inline int64_t hostWallSeconds() {
 
 // Takes the mutex if it becomes free within that time; otherwise FALSE. As pthread_mutex_timedlock, beyond 2038, too.
 bool hostMutexAcquireWithin(HostMutexSType* mutex, int64_t microseconds);
+
+#pragma GCC visibility pop

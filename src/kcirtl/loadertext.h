@@ -5,11 +5,11 @@
 #include <string_view>
 
 // A text that grows in a buffer and is always terminated in it; in none, it stays nowhere.
-class BoundedText {
+class LoaderText {
 public:
-    explicit BoundedText(std::span<char> room) : BoundedText(room, 0) {}
+    explicit LoaderText(std::span<char> room) : LoaderText(room, 0) {}
     // Goes on behind what the buffer holds.
-    BoundedText(std::span<char> room, size_t length) : buffer(room), used(length) { terminate(); }
+    LoaderText(std::span<char> room, size_t length) : buffer(room), used(length) { terminate(); }
 
     // The piece as a whole, or nothing of it and false.
     bool append(std::string_view piece) {
