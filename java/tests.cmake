@@ -38,9 +38,7 @@ foreach(size IN LISTS TMQKCI_WORD_SIZES)
   list(APPEND links COMMAND "${CMAKE_COMMAND}" -E create_symlink "$<TARGET_FILE:tmqkci313${suffix}>"
     "${plain_installation}/${library_folder}/libtmqkci313.so")
   list(APPEND libraries tmqkci313${suffix} kcirpc67${suffix} kcilnk67${suffix} ${host})
-  foreach(library scripted needs_absent needs_future)
-    list(APPEND libraries java_test_${library}${suffix})
-  endforeach()
+  list(APPEND libraries java_test_scripted${suffix})
 endforeach()
 add_custom_command(OUTPUT "${test_installation}/.made"
   ${links}
@@ -85,9 +83,7 @@ foreach(configuration IN LISTS java_configurations)
   java_class(SecondCopyTest -Xcheck:jni)
   java_class(ScriptedClientTest "-Dcom.kestrune.tmqkci.library=$<TARGET_FILE:tmqkci313${suffix}>" -Xcheck:jni)
   set_property(TEST Java.ScriptedClientTest.${configuration} PROPERTY ENVIRONMENT "KESTRUNE=${scripted_installation}")
-  java_class(LibraryTest "-Dtests.java32=${home_of_java32}/bin/java" "-Dtests.java64=${home_of_java64}/bin/java"
-    "-Dtests.needsAbsent=$<TARGET_FILE:java_test_needs_absent${suffix}>"
-    "-Dtests.needsFuture=$<TARGET_FILE:java_test_needs_future${suffix}>")
+  java_class(LibraryTest "-Dtests.java32=${home_of_java32}/bin/java" "-Dtests.java64=${home_of_java64}/bin/java")
   java_class(KciMessagesTest -Xcheck:jni)
   set_property(TEST Java.KciMessagesTest.${configuration} Java.SecondCopyTest.${configuration} APPEND PROPERTY ENVIRONMENT
     "KESTRUNE_LANG=${PROJECT_BINARY_DIR}/messages/english67.err")

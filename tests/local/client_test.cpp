@@ -343,18 +343,12 @@ TEST_F(LocalClient, ChangedObjectsAreReported) {
     EXPECT_EQ(changed(), std::set<OopType>{});
     evaluate("kept at: 1 put: 5");
     store(text, 1, "N");
-    EXPECT_EQ(changed(), (std::set{array, text}));
-    EXPECT_EQ(changed(), std::set<OopType>{});
-    evaluate("kept at: 1 put: 6. 'x'");
-    store(text, 1, "M");
     OopType one = 0;
-    ArraySizeType count = 1;
-    EXPECT_TRUE(kci.KciDirtySaveObjs(&one, &count)) << "one more remains";
-    EXPECT_EQ(count, 1u);
-    count = 1;
-    EXPECT_FALSE(kci.KciDirtySaveObjs(&one, &count));
-    EXPECT_EQ(count, 1u);
-    evaluate("kept at: 1 put: 7");
+    for (const BoolType more : {TRUE, FALSE}) {
+        ArraySizeType count = 1;
+        EXPECT_EQ(kci.KciDirtySaveObjs(&one, &count), more);
+        EXPECT_EQ(count, 1u);
+    }
     kci.KciReleaseOops(&array, 1);
     evaluate("kept at: 1 put: 8");
     EXPECT_EQ(changed(), std::set<OopType>{});
@@ -411,7 +405,7 @@ TEST_F(LocalClient, TransactionsReachOtherSessions) {
     OopType process = error.context;
     evaluate("list add: 2");
     EXPECT_TRUE(changed().contains(list));
-    EXPECT_EQ(print("System abort. list"), "List(1)");
+    evaluate("System abort");
     EXPECT_TRUE(changed().contains(list)) << "the abort changed it";
     EXPECT_EQ(kci.KciContinueWith(process, small(6), 0, nullptr), small(6)) << "an abort keeps processes";
 }

@@ -1,7 +1,0 @@
-/* A library that needs another. */
-int absentFunction(void);
-int needingFunction(void);
-
-int needingFunction(void) {
-    return absentFunction();
-}
