@@ -75,7 +75,6 @@ foreach(configuration IN LISTS java_configurations)
   set_property(TEST Java.InitializationTest.${configuration} PROPERTY ENVIRONMENT "KESTRUNE=${plain_installation}")
   # It sends double-byte strings: the release of one that was lent ends a checked virtual machine.
   java_class(KciSessionTest)
-  java_class(KciThreadsTest)
   java_class(KciMonitorTest)
   java_class(KciSessionPoolTest)
   java_class(KciStoppingTest -Xcheck:jni)
