@@ -272,6 +272,7 @@ class KciStoppingTest {
     void everyWaitAnswersToInterrupts() throws Exception {
         // For the session's turn; another session is served meanwhile.
         CompletableFuture<KciObject> busy = session.executeAsync("System waitMilliseconds: 1000000");
+        pause(session);
         endsByInterrupt(() -> session.execute("1"));
         endsByInterrupt(() -> session.fetchElements(session.object(10)));
         try (KciSession other = login("local")) {
