@@ -1,56 +1,46 @@
-#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 
 #include "failing_malloc.h"
 #include "ksdstring.h"
-#include "support/child.h"
 #include "utlheap.h"
 
 namespace {
 TEST(KsDString, Growth) {
     KsDString text;
     KsDStringInit(&text);
-    EXPECT_EQ(text.string, text.staticSpace);
     EXPECT_EQ(text.spaceAvl, 200);
     KsDStringAppend(&text, std::string(199, 'a').c_str(), -1);
     EXPECT_EQ(text.string, text.staticSpace);
     EXPECT_EQ(KsDStringAppend(&text, "bc", 1), text.string);
-    EXPECT_NE(text.string, text.staticSpace);
     EXPECT_EQ(text.spaceAvl, 400);
     EXPECT_EQ(text.string, std::string(199, 'a') + "b");
     KsDStringSetLength(&text, 400);
     EXPECT_EQ(text.spaceAvl, 401);
     KsDStringSetLength(&text, -5);
     EXPECT_STREQ(text.string, "");
-    EXPECT_EQ(text.spaceAvl, 401);
-    KsDStringFree(&text);
-    EXPECT_EQ(text.string, text.staticSpace);
-    EXPECT_EQ(text.spaceAvl, 200);
-    KsDStringSetLength(&text, 500);
-    EXPECT_EQ(text.spaceAvl, 501);
-    KsDStringFree(&text);
-    KsDStringFree(&text);
+    for (int i = 0; i < 2; ++i) {
+        KsDStringFree(&text);
+        EXPECT_EQ(text.string, text.staticSpace);
+        EXPECT_EQ(text.spaceAvl, 200);
+    }
 }
 
 TEST(KsDString, WithoutMemoryTheTextStays) {
-    const ChildResult child = runInChild([] {
-        KsDString text;
-        KsDStringInit(&text);
-        KsDStringAppend(&text, "kept", -1);
-        for (int i = 0; i < 2; ++i) {
-            const std::string piece(300, 'x');
-            mallocControl = {.failAt = 1, .failFromThere = true};
-            EXPECT_EQ(KsDStringAppend(&text, piece.c_str(), -1), nullptr);
-            KsDStringSetLength(&text, 1000);
-            mallocControl = {};
-            EXPECT_STREQ(text.string, "kept");
-            KsDStringSetLength(&text, 210); // once more, from a heap block
-            KsDStringSetLength(&text, 4);
-        }
-    });
-    EXPECT_EQ(child.err.find("malloc failure allocating 608 bytes: ksdstring\n"), 0U) << child.err;
-    EXPECT_EQ(child.exitStatus, 0);
+    KsDString text;
+    KsDStringInit(&text);
+    KsDStringAppend(&text, "kept", -1);
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 2; ++i) {
+        mallocControl = {.failAt = 1, .failFromThere = true};
+        EXPECT_EQ(KsDStringAppend(&text, std::string(300, 'x').c_str(), -1), nullptr);
+        KsDStringSetLength(&text, 1000);
+        mallocControl = {};
+        EXPECT_STREQ(text.string, "kept");
+        KsDStringSetLength(&text, 210); // once more, from a heap block
+        KsDStringSetLength(&text, 4);
+    }
+    EXPECT_TRUE(testing::internal::GetCapturedStderr().starts_with("malloc failure allocating 608 bytes: ksdstring\n"));
 }
 
 TEST(KsDString, PiecesOfEveryLengthAndPartsOfItself) {
