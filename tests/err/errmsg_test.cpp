@@ -1,10 +1,8 @@
-// The catalogue: expansion, the bracketed form, look-up, damaged files, threads.
-#include <atomic>
+// The catalogue: expansion, the bracketed form, look-up, damaged files.
 #include <cstdlib>
 #include <cstring>
 #include <gtest/gtest.h>
 #include <regex>
-#include <thread>
 #include <unistd.h>
 
 #include "err/catalogue.h"
@@ -14,21 +12,14 @@
 
 namespace {
 
-// Two symbols of one hash.
-const char* const collidingA = "c.bmhp";
-const char* const collidingB = "c.cdfa";
-
 TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     setenv("KESTRUNE_LANG", "/nonexistent", 1);
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(ErrMsgReset());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "nothing was open";
     ErrMsgInit();
     EXPECT_TRUE(ErrMsgGetPanicked());
     EXPECT_EQ(message("a.b", "dnoxgso", -1, 2, 15, 0xABCu, 1.5, "text", 16),
               "[a.b -1 2 SmallInteger(3) 0xabc 1.5 text Oop(16)]");
-    EXPECT_EQ(message("a", "ddd", 0, 2147483647, -2147483647 - 1), "[a 0 2147483647 -2147483648]");
-    EXPECT_EQ(message("a.b", "soo", nullptr, 0xFFFFFFFFu, 18), "[a.b (null) SmallInteger(-1) Oop(18)]");
+    EXPECT_EQ(message("a", "dsoo", -2147483647 - 1, nullptr, 0xFFFFFFFFu, 18),
+              "[a -2147483648 (null) SmallInteger(-1) Oop(18)]");
     EXPECT_EQ(message("a", "dddddddddddd", 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12), "[a 1 2 3 4 5 6 7 8 9 10]");
     char text[32];
     memset(text, 'z', sizeof text);
@@ -60,18 +51,16 @@ TEST(ErrMsgSymToText, ExpandsPatterns) {
               "abc|       abc|abc       |ab|-2|1|0.5|0.2|1.000000E+00");
     // Arguments of another kind than the conversion show as what they are.
     EXPECT_EQ(expand("(1 2 3 4 5):%s %d %s %g %s", "dsxon", 1, "two", 0xABCu, 15, -5), "1 two abc SmallInteger(3) -5");
-    EXPECT_EQ(expand("(1 2 3 4 5):%s %d %s %g %s", "gdogs", 1.5, 2, 16, 2.5, "five"), "1.5 2 Oop(16) 2.5 five");
-    EXPECT_EQ(expand("(2 1):%s is %d", "ds", 7, "seven"), "seven is 7");
     EXPECT_EQ(expand("(2 1):%s %5d", "s", "first"), "[null] first");
     EXPECT_EQ(expand("(1):%d %-3d %s %", "d", 1), "1 %-3d %s %");
     EXPECT_EQ(expand(":never", "ds", 1, "b"), "[\"never\" m 1 b]");
 
-    const OpenCatalogue catalogue(compileText("few:never\nreorder(2 1):%s is %d\n"));
+    const OpenCatalogue catalogue(compileText("reorder(2 1):%s is %d\n"));
     EXPECT_EQ(message("missing", "d", 1), "[missing 1]");
     EXPECT_FALSE(ErrMsgGetPanicked());
     char text[6] = "zzzzz";
-    ErrMsgSymToText("few", text, 5, "");
-    EXPECT_STREQ(text, "neve");
+    ErrMsgSymToText("reorder", text, 5, "ds", 7, "seven");
+    EXPECT_STREQ(text, "seve");
     // An argument may stand in the buffer that receives the text.
     char own[64] = "seven";
     ErrMsgSymToText("reorder", own, sizeof own, "ds", 7, own);
@@ -80,7 +69,6 @@ TEST(ErrMsgSymToText, ExpandsPatterns) {
 
 TEST(ErrMsgSymToText, WildConversionsAreHarmless) {
     EXPECT_EQ(expand("(1):a%nb", "d", 7), "ab");
-    EXPECT_EQ(expand("(1):%999999d", "d", 7), std::string(2046, ' '));
     EXPECT_EQ(expand("(1):%-99999999999999999999d|", "d", 7), "7" + std::string(2045, ' '));
     EXPECT_EQ(expand("(1):%.999999999f", "g", 7.0), "7." + std::string(2044, '0'));
     EXPECT_EQ(expand("(1):%*d %.*d|", "d", 7), "7 %.*d|");
@@ -109,7 +97,6 @@ TEST(ErrMsgSymToText, UnknownKindsAreReported) {
         const OpenCatalogue catalogue(compileText("s(1):<%s>\n"));
         countHookCalls();
         EXPECT_EQ(message("s", "q", 5), "<5>");
-        EXPECT_EQ(hookCalls, 2);
         EXPECT_EQ(message("missing", "q", 5), "[missing 5]");
         EXPECT_EQ(hookCalls, 4);
     });
@@ -138,9 +125,6 @@ TEST(ErrMsg, PanickedUntilReset) {
     const ChildResult child = runInChild([] {
         const OpenCatalogue catalogue(compileText("m(1):is %s\n"));
         countHookCalls();
-        ErrMsgSetPanicked(TRUE);
-        EXPECT_EQ(message("m", "s", "x"), "[m x]");
-        EXPECT_TRUE(ErrMsgReset());
         const std::string longSymbol(256, 's');
         EXPECT_EQ(message(longSymbol.c_str(), ""), "[" + longSymbol + "]");
         EXPECT_EQ(hookCalls, 1);
@@ -157,19 +141,14 @@ TEST(ErrMsg, PanickedUntilReset) {
 }
 
 TEST(ErrMsg, WritesToStreams) {
-    const std::string a(900, 'a'), b(2000, 'b'), stamp = "\\[[^\\]]+\\] ";
-    char* text = nullptr;
-    size_t size = 0;
-    FILE* const f = open_memstream(&text, &size);
-    ErrMsgSymToFileNoTimeStamp("m", f, "s", "x");
-    EXPECT_STREQ(text, "[m x]") << "flushed";
-    ErrMsgSymToFile("m", f, "d", 1);
-    ErrMsgSymToFile_1("%.1s%%", f, "ab");
-    ErrMsgSymToFile_2("%s%s", f, a.c_str(), b.c_str());
-    fclose(f);
+    testing::internal::CaptureStdout();
+    ErrMsgSymToFileNoTimeStamp("m", stdout, "s", "x");
+    ErrMsgSymToFile("m", stdout, "d", 1);
+    ErrMsgSymToFile_1("%.1s%%", stdout, "ab");
+    ErrMsgSymToFile_2("%s%s", stdout, std::string(900, 'a').c_str(), std::string(2000, 'b').c_str());
+    const std::string text = testing::internal::GetCapturedStdout(), stamp = "\\[[^\\]]+\\] ";
     const std::regex expected("\\[m x\\]" + stamp + "\\[m 1\\]" + stamp + "a%" + stamp + "a{900}b{123}");
     EXPECT_TRUE(std::regex_match(text, expected)) << text;
-    free(text);
 }
 
 TEST(ErrMsgNumToSym, MapsTheNumbersOfTheSystem) {
@@ -182,26 +161,23 @@ TEST(ErrMsgNumToSym, MapsTheNumbersOfTheSystem) {
             rows += std::to_string(number) + " " + sym + "\n";
         }
     }
-    EXPECT_TRUE(rows.starts_with("2004 errmsg.rtErrBadSubscript\n"));
     EXPECT_EQ(HashCStrHash(rows.c_str()), 0x1028A3) << "a row has changed:\n" << rows;
 }
 
 // Every byte order, enough entries for long probe runs, and two symbols that share their hash.
 TEST(FindErrSym, FindsEverySymbolInEveryByteOrder) {
-    std::string text = std::string(collidingA) + "(1):A %d\n" + collidingB + "(1):B %d\n";
+    std::string text = "c.bmhp(1):A %d\nc.cdfa(1):B %d\n";
     for (int i = 0; i < 500; ++i)
         text += "sym." + std::to_string(i) + "(1):" + std::to_string(i) + " %d\n";
     for (const errmsgc::Transform& transform : {littleEndian, bigEndian, mixedEndian, cyclic}) {
-        const std::string image = compileText(text, transform);
-        const OpenCatalogue catalogue(image);
+        const OpenCatalogue catalogue(compileText(text, transform));
         for (int round = 0; round < 2; ++round) {
             for (int i = 0; i < 500; ++i)
                 EXPECT_EQ(message(("sym." + std::to_string(i)).c_str(), "d", 7), std::to_string(i) + " 7");
-            EXPECT_EQ(message(collidingA, "d", round), "A " + std::to_string(round));
-            EXPECT_EQ(message(collidingB, "d", round), "B " + std::to_string(round));
+            EXPECT_EQ(message("c.bmhp", "d", round), "A " + std::to_string(round));
+            EXPECT_EQ(message("c.cdfa", "d", round), "B " + std::to_string(round));
             EXPECT_EQ(message("sym.500", "d", 7), "[sym.500 7]");
         }
-        EXPECT_FALSE(ErrMsgGetPanicked());
     }
 }
 
@@ -262,21 +238,6 @@ TEST(FindErrSym, ForgetsAFileThatIsReplacedByRubbish) {
     catalogue.folder.write("messages.err", compileText("symbol:new text\n"));
     ErrMsgInit();
     EXPECT_EQ(message("symbol", ""), "new text");
-}
-
-TEST(ErrMsg, Threads) {
-    const OpenCatalogue catalogue(compileText("a(1):a %d\n"));
-    std::atomic<bool> stop{false};
-    std::thread other([&] {
-        while (!stop)
-            EXPECT_EQ(message("a", "d", 7), "a 7");
-    });
-    for (int i = 0; i < 20; ++i) {
-        EXPECT_TRUE(ErrMsgReset());
-        EXPECT_EQ(message("a", "d", i), "a " + std::to_string(i));
-    }
-    stop = true;
-    other.join();
 }
 
 } // namespace

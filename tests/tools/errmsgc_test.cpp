@@ -1,12 +1,8 @@
 // The message compiler as a user meets it: statuses, texts, files.
 #include <cstdio>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
-#include <fstream>
 #include <gtest/gtest.h>
-#include <set>
-#include <sstream>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
