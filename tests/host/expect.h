@@ -24,8 +24,13 @@ inline void expectGood(const ChildResult& child, Where where = Where::current())
                                                         << child.out << child.err;
 }
 
-inline void expectGoodInChild(const std::function<void()>& body, Where where = Where::current()) {
-    expectGood(runInChild(body), where);
+// And what its streams match.
+inline void expectGoodInChild(const std::function<void()>& body, const std::string& err = "",
+                              const std::string& out = "", Where where = Where::current()) {
+    const ChildResult child = runInChild(body);
+    expectGood(child, where);
+    expectHas(child.err, err, where);
+    expectHas(child.out, out, where);
 }
 
 // The child expected one to skip the test: it could not become what the test needs.

@@ -1,16 +1,13 @@
 #include "host/faulttools.h"
 
 #include <cstdlib>
-#include <dlfcn.h>
 #include <filesystem>
 #include <fstream>
-#include <sys/mman.h>
 #include <sys/resource.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
 
-#include "hostatomic.h"
 #include "hostdebug.h"
 #include "hostsignal.h"
 #include "utlhost.h"
@@ -26,7 +23,7 @@ extern "C" const char* __asan_default_options() {
 ReportFolder::ReportFolder(Printer printer) {
     fs::create_directory(file("bin"));
     if (printer != Printer::none)
-        script("bin/gstack", "echo stack of $1\nsleep 0.2", printer == Printer::fake ? 0755 : 0644);
+        script("bin/gstack", "echo stack of $1\nsleep 0.2");
     setenv("KESTRUNE", path().c_str(), 1);
     setenv("KS_CORE_TIME_OUT", "0", 1);
     unsetenv("KESTRUNE_CHILD_DEBUG");
@@ -69,10 +66,6 @@ void waitUntilHandled(pid_t pid, int sig) {
     }
 }
 
-void touch(const void* address) {
-    asm volatile("movb (%0), %%al" : : "r"(address) : "eax");
-}
-
 void say(const char* text) {
     HostSignalSafePrint(text);
 }
@@ -83,36 +76,13 @@ struct sigaction actionOf(int sig) {
     return action;
 }
 
-void setAction(int sig, void (*handler)(int, siginfo_t*, void*), int flags) {
-    struct sigaction action = {};
-    action.sa_sigaction = handler;
-    action.sa_flags = flags;
-    sigaction(sig, &action, nullptr);
-}
-
 void install(HostFaultFuncType* flush) {
     HostInstallFaultHandler(flush, nullptr);
-}
-
-char* newPage(int protection) {
-    return static_cast<char*>(mmap(nullptr, UtlGetPageSize(), protection, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-}
-
-// A fault whose instruction lies in the C library.
-void faultInCLibrary(const char* address) {
-    static size_t (*volatile length)(const char*) =
-        reinterpret_cast<size_t (*)(const char*)>(dlsym(RTLD_DEFAULT, "strlen"));
-    length(address);
 }
 
 void jumpToNowhere() {
     void (*volatile nowhere)() = nullptr;
     nowhere();
-}
-
-// Faults in the library itself.
-void faultInLibrary() {
-    HostAsmSyncCtrAdd(reinterpret_cast<int*>(64), 1);
 }
 
 siginfo_t arrival(int sig, int code, int error) {

@@ -11,7 +11,7 @@
 // folder, and a report waits for no debugger.
 class ReportFolder : public Scratch {
 public:
-    enum class Printer { fake, none, notExecutable };
+    enum class Printer { fake, none };
     explicit ReportFolder(Printer printer = Printer::fake);
 };
 
@@ -30,12 +30,10 @@ void expectEnding(const std::function<void()>& body, const Ending& expected, Whe
 // Waits until the process handles the signal.
 void waitUntilHandled(pid_t pid, int sig);
 
-// Writes to standard error, also from a handler; and a handler that does.
+// Writes to standard error, also from a handler.
 void say(const char* text);
-#define SAYS(text) [](int, siginfo_t*, void*) { say(text); }
 
 struct sigaction actionOf(int sig);
-void setAction(int sig, void (*handler)(int, siginfo_t*, void*), int flags = SA_SIGINFO);
 
 // HostInstallFaultHandler.
 void install(HostFaultFuncType* flush = nullptr);
@@ -43,14 +41,7 @@ void install(HostFaultFuncType* flush = nullptr);
 // What comes with a signal.
 siginfo_t arrival(int sig, int code, int error = 0);
 
-char* newPage(int protection);
-
-// Faults. The first loads from an address by an instruction of this file, the second by one of the C library; the last
-// happens in the library under test.
-void touch(const void* address);
-void faultInCLibrary(const char* address);
 void jumpToNowhere();
-void faultInLibrary();
 
 // Runs the body in so many threads at once, to their end.
 void inThreads(int count, void (*body)());

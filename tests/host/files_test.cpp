@@ -49,18 +49,14 @@ TEST_F(Files, Kinds) {
 
 TEST_F(Files, ExistenceAndRemovalConcernTheLinkItself) {
     long size = -1;
-    EXPECT_TRUE(HostFileExistSize("./file", &size));
-    EXPECT_EQ(size, 5);
     EXPECT_TRUE(HostFileExistSize("link", &size));
     EXPECT_EQ(size, 4) << "the length of the link's target";
-    std::ofstream("huge").close();
-    ASSERT_EQ(truncate64("huge", 3LL << 30), 0);
-    EXPECT_TRUE(HostFileExistSize("huge", &size));
+    ASSERT_EQ(truncate64("file", 3LL << 30), 0);
+    EXPECT_TRUE(HostFileExistSize("./file", &size));
     EXPECT_EQ(size, sizeof(long) == 4 ? LONG_MAX : static_cast<long>(3LL << 30));
 
     SysErrorSType err;
     EXPECT_TRUE(HostRemoveFile("link", &err));
-    EXPECT_FALSE(HostFileExist("link"));
     EXPECT_TRUE(HostFileExist("file"));
     EXPECT_FALSE(HostRemoveFile("link", &err));
     EXPECT_EQ(err.hostError, ENOENT);
@@ -70,12 +66,10 @@ TEST_F(Files, ExistenceAndRemovalConcernTheLinkItself) {
 TEST_F(Files, Opening) {
     setenv("FILES_ROOT", folder.path().c_str(), 1);
     SysErrorSType err;
-    for (const char* mode : {"r", "rb+"}) {
-        FILE* file = HostOpenFile("$FILES_ROOT/link", mode, &err, 0);
-        ASSERT_NE(file, nullptr) << mode;
-        EXPECT_NE(fcntl(fileno(file), F_GETFD) & FD_CLOEXEC, 0) << mode;
-        fclose(file);
-    }
+    FILE* file = HostOpenFile("$FILES_ROOT/link", "rb+", &err, 0);
+    ASSERT_NE(file, nullptr);
+    EXPECT_NE(fcntl(fileno(file), F_GETFD) & FD_CLOEXEC, 0);
+    fclose(file);
     EXPECT_FALSE(SysErrorIsSet(&err));
     EXPECT_EQ(HostOpenFile("/missing/file", "r", &err, 0), nullptr);
     EXPECT_STREQ(err.errMsg, "fopen(/missing/file,r): No such file or directory");
@@ -90,29 +84,25 @@ TEST(UtlFindExeFile, SearchesThreeFoldersInOrder) {
         return UtlFindExeFile(name, ".err", found.data(), found.size()) ? std::string(found.data()) : "none";
     };
     EXPECT_EQ(find("utl_find"), "none");
+    // What leads to no file hides none.
+    fs::create_symlink("/", folder / "utl_find.err");
     for (const char* place : {"../sys/", "../bin/", ""}) {
         fs::create_directory(folder / place);
+        if (*place == '\0')
+            fs::remove(folder / "utl_find.err");
         std::ofstream(folder / place / "utl_find.err").close();
         for (const char* name : {"/any/where/utl_find", "utl_find.err"})
             EXPECT_EQ(find(name), folder.string() + "/" + place + "utl_find.err");
-        EXPECT_FALSE(UtlFindExeFile("utl_find", ".err", found.data(), 8));
     }
-    // What is no file hides none.
-    fs::remove(folder / "utl_find.err");
-    fs::create_symlink("/nonexistent", folder / "utl_find.err");
-    fs::remove(folder / "../bin/utl_find.err");
-    fs::create_directory(folder / "../bin/utl_find.err");
-    EXPECT_EQ(find("utl_find"), folder.string() + "/../sys/utl_find.err");
+    EXPECT_FALSE(UtlFindExeFile("utl_find", ".err", found.data(), 8));
     EXPECT_EQ(find("utl_find/"), "none");
     for (const char* place : {"../sys/", "../bin/", ""})
         fs::remove(folder / place / "utl_find.err");
 }
 
 TEST(UtlExpandLogName, Patterns) {
-    char host[256], home[256], user[256], date[16];
+    char host[256], date[16];
     ASSERT_TRUE(HostGetHostname(host, sizeof host));
-    ASSERT_TRUE(HostGetHomeDir(nullptr, home, sizeof home));
-    ASSERT_TRUE(HostGetUserName(user, sizeof user));
     const time_t now = time(nullptr);
     strftime(date, sizeof date, "%Y-%m-%d", localtime(&now));
     const std::pair<const char*, std::string> cases[] = {
@@ -129,16 +119,16 @@ TEST(UtlExpandLogName, Patterns) {
         EXPECT_EQ(text, expanded) << pattern;
     }
     EXPECT_TRUE(UtlExpandLogName("%N %U %H", nullptr, nullptr, nullptr, text, sizeof text));
-    EXPECT_EQ(text, std::string(program_invocation_short_name) + " " + user + " " + home);
+    const passwd* self = getpwuid(getuid());
+    EXPECT_EQ(text, std::string(program_invocation_short_name) + " " + self->pw_name + " " + self->pw_dir);
 }
 
 TEST(HostUsers, NamesFitOrFail) {
     char text[4096];
-    EXPECT_TRUE(HostGetHomeDir("root", text, sizeof text));
-    EXPECT_STREQ(text, getpwnam("root")->pw_dir);
     EXPECT_FALSE(HostGetHomeDir("no such user", text, sizeof text));
     EXPECT_STREQ(text, "");
-    for (const auto get : {HostGetHostname, HostGetUserName}) {
+    const auto homeOfRoot = [](char* home, unsigned size) { return HostGetHomeDir("root", home, size); };
+    for (BoolType (*const get)(char*, unsigned) : {HostGetHostname, HostGetUserName, +homeOfRoot}) {
         ASSERT_TRUE(get(text, sizeof text));
         const unsigned length = strlen(text);
         EXPECT_TRUE(get(text, length + 1));
@@ -146,10 +136,5 @@ TEST(HostUsers, NamesFitOrFail) {
         EXPECT_STREQ(text, "");
         EXPECT_FALSE(get(nullptr, 0));
     }
-}
-
-TEST(HostSignalSafePrint, WritesAll) {
-    const std::string text(300000, 't'); // more than a pipe holds
-    EXPECT_EQ(runInChild([&] { HostSignalSafePrint(text.c_str()); }).err, text);
 }
 } // namespace

@@ -71,14 +71,12 @@ TEST(Gstack, PrintsStacksOrSaysWhyNot) {
         expectHas(child.out, c.out);
         expectHas(child.err, c.err);
         EXPECT_EQ(child.exitStatus, c.exitStatus);
-        EXPECT_LT(child.elapsed.count(), 15000);
     }
 }
 
 TEST(Gstack, PrintsAProcessFromItsOwnReport) {
     const ReportFolder folder(ReportFolder::Printer::none);
-    ASSERT_EQ(symlink(GSTACK_PROGRAM, (folder.path() + "/bin/gstack").c_str()), 0);
-    const ChildResult child = runInChild([] { HostPrintMyCStack(); });
-    expectHas(child.out, haveGdb() ? "Thread 1 [^]*HostPrintCStack" : "Threads of process");
+    ASSERT_EQ(symlink(GSTACK_PROGRAM, "bin/gstack"), 0);
+    expectGoodInChild(HostPrintMyCStack, "", haveGdb() ? "Thread 1 [^]*HostPrintCStack" : "Threads of process");
 }
 } // namespace

@@ -1,12 +1,11 @@
 // The fatal report, core files, C stacks and waits.
 #include <algorithm>
-#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <numeric>
 #include <sys/resource.h>
-#include <thread>
 #include <ucontext.h>
 #include <unistd.h>
 
@@ -117,58 +116,44 @@ TEST(Coredump, WithoutFolderOrFile) {
 
 TEST(Coredump, WaitsADayAndAHalfUnlessToldAndSigTermEndsIt) {
     const ReportFolder folder;
-    const auto body = [] {
-        unsetenv("KS_CORE_TIME_OUT");
-        install();
-        raise(SIGILL);
-    };
+    unsetenv("KS_CORE_TIME_OUT");
     const ChildResult child =
-        runToItsEnd(body, [](pid_t pid) { waitUntilHandled(pid, SIGTERM), HostMilliSleep(1500), kill(pid, SIGTERM); });
+        runToItsEnd([] { install(), raise(SIGILL); },
+                    [](pid_t pid) { waitUntilHandled(pid, SIGTERM), HostMilliSleep(1500), kill(pid, SIGTERM); });
+    expectGood(child);
     expectHas(child.out, "Sleeping for 129600 seconds");
     expectHas(child.err, "Signal 15, SIGTERM");
-    EXPECT_EQ(child.exitStatus, 0);
 }
 
-// Two threads postpone exits while a third carries them out: each comes with its own signal, info and context.
+// What is carried out later comes with its own signal, info and context, though the handler's frame is gone.
 TEST(PostponedExit, RecordsAreWhole) {
-    expectGoodInChild([] {
-        static std::atomic<int> carriedOut;
-        constexpr auto check = [](int code, int sig, siginfo_t* info, void* context) {
-            const ucontext_t& frame = *static_cast<ucontext_t*>(context);
-            EXPECT_TRUE(code == sig && info->si_signo == sig && frame.uc_mcontext.gregs[0] == sig &&
-                        frame.uc_mcontext.gregs[NGREG - 1] == sig);
+    static int carriedOut;
+    HostDelaySigExit([] {}, nullptr);
+    {
+        siginfo_t info = arrival(SIGXCPU, SI_USER);
+        ucontext_t context = {};
+        std::fill_n(context.uc_mcontext.gregs, NGREG, 24);
+        const auto check = [](int code, int sig, siginfo_t* info, void* context) {
+            const auto& registers = static_cast<ucontext_t*>(context)->uc_mcontext.gregs;
+            EXPECT_TRUE(code == 7 && sig == SIGXCPU && info->si_signo == sig);
+            EXPECT_TRUE(registers[0] == 24 && registers[NGREG - 1] == 24);
             ++carriedOut;
         };
-        HostDelaySigExit([] {}, nullptr);
-        for (const int sig : {SIGXCPU, SIGXFSZ}) {
-            std::thread([=] {
-                siginfo_t info = arrival(sig, SI_USER);
-                ucontext_t context = {};
-                std::fill_n(context.uc_mcontext.gregs, NGREG, sig);
-                for (;;) {
-                    hostExitNowOrLater(check, sig, {sig, &info, &context, true});
-                }
-            }).detach();
-        }
-        for (int i = 0; i < 1000000 && !testing::Test::HasFailure(); ++i) {
-            HostDoSigExit();
-        }
-        EXPECT_GT(carriedOut, 0);
-    });
+        hostExitNowOrLater(check, 7, {SIGXCPU, &info, &context, true});
+        info = {}, context = {};
+    }
+    EXPECT_EQ(carriedOut, 0);
+    HostDoSigExit();
+    EXPECT_EQ(carriedOut, 1);
 }
 
-TEST(StackListing, OneListingForTwoThreads) {
+TEST(StackListing, OneForTwoThreadsAndAPrinterThatCannotRun) {
     const ReportFolder folder;
-    const ChildResult child = runInChild([] { inThreads(2, printStacks); });
-    expectHas(child.err, "^" + stackLines + "$");
-    expectHas(child.out, "^" + date + "stack of [0-9]+\n$");
-}
-
-TEST(StackListing, PrinterThatCannotRun) {
-    const ReportFolder folder(ReportFolder::Printer::notExecutable);
-    const ChildResult child = runInChild([] { HostPrintCStack(-1), HostPrintCStack(1234); });
-    expectHas(child.err, "^\nBegin attempt to print C-level stack for PID 1234 at: \n\n    Problem with exev\\(\\)\n  "
-                         "cmd=[^\n]+/bin/gstack\n  args=1234\n  errno=13.\n\nEnd of C-level stack for PID 1234\n\n$");
+    expectGoodInChild([] { inThreads(2, printStacks); }, "^" + stackLines + "$", "^" + date + "stack of [0-9]+\n$");
+    fs::permissions("bin/gstack", fs::perms(0644));
+    expectGoodInChild([] { HostPrintCStack(-1), HostPrintCStack(1234); },
+                      "^\nBegin attempt to print C-level stack for PID 1234 at: \n\n    Problem with exev\\(\\)\n  "
+                      "cmd=[^\n]+/bin/gstack\n  args=1234\n  errno=13.\n\nEnd of C-level stack for PID 1234\n\n$");
 }
 
 // $KESTRUNE is the user's: what it names runs with no more than the user's rights. Not a shell script, since shells
@@ -180,51 +165,44 @@ TEST(StackListing, PrinterRunsUnderTheRealIds) {
     std::ofstream("bin/gstack")
         << "#!/usr/bin/awk -f\n"
            "BEGIN { while (getline < \"/proc/self/status\") if (/^[UG]id/) print $2 $3 $4 $5 }\n";
-    const ChildResult child = runInChild([] {
+    const auto body = [] {
         EXPECT_EQ(setegid(65534) | seteuid(65534), 0);
         HostPrintMyCStack();
         EXPECT_EQ(geteuid(), 65534U);
-    });
-    expectGood(child);
-    expectHas(child.out, "^" + date + "0000\n0000\n$");
+    };
+    expectGoodInChild(body, "", "^" + date + "0000\n0000\n$");
 }
 
 TEST(Waiting, ForADebugger) {
-    const string line = "HostCallDebugger: Waiting for Debugger to attach,\n    processId = %1$d = 0x%1$X\n";
-    const string box = "\n __________________________________ \n| UTL_GUARANTEE failure in file hostx at line 7 \n|  "
-                       "HostCallDebugger: Waiting for a C Debugger to attach,\n|  process %1$d (0x%1$x) \n"
-                       "|__________________________________ \n";
+    const string line = "^HostCallDebugger: Waiting for Debugger to attach,\n    processId = ([0-9]+) = 0x[0-9A-F]+\n$";
+    const string box =
+        "^\n __________________________________ \n\\| UTL_GUARANTEE failure in file hostx at line 7 \n"
+        "\\|  HostCallDebugger: Waiting for a C Debugger to attach,\n\\|  process [0-9]+ \\(0x[0-9a-f]+\\) "
+        "\n\\|__________________________________ \n$";
+    HostWaitForDebugger(); // returns
+    setenv("KESTRUNE_CHILD_DEBUG", "1", 1);
     const std::pair<void (*)(), string> cases[] = {
-        {HostExplicitWaitForDebugger, line},
-        {[] { setenv("KESTRUNE_CHILD_DEBUG", "1", 1), HostWaitForDebugger(); }, line},
-        {[] { setenv("KESTRUNE_CHILD_DEBUG", "1", 1), hostGuaranteeFailed("hostx", 7); }, box},
+        {HostWaitForDebugger, line},
+        {[] { hostGuaranteeFailed("hostx", 7); }, box},
     };
     for (const auto& [wait, err] : cases) {
-        char expected[500];
-        const ChildResult child = runInChild(wait, [&](pid_t pid) {
-            snprintf(expected, sizeof expected, err.c_str(), pid);
-            HostMilliSleep(300), kill(pid, SIGKILL);
-        });
-        EXPECT_EQ(child.err, expected);
-        EXPECT_EQ(child.signal, SIGKILL);
+        const ChildResult child = runInChild(wait, std::chrono::milliseconds(300));
+        expectHas(child.err, err);
+        EXPECT_TRUE(child.timedOut);
     }
-    unsetenv("KESTRUNE_CHILD_DEBUG");
-    HostWaitForDebugger(); // returns
 }
 
 TEST(HostInitCrash, Transcript) {
-    const ChildResult child = runInChild([] { errno = ENOENT, hostInitCrash("the clock"); });
-    expectHas(child.err, "^\n\n" + edge +
-                             "\\[host.initfail the clock\\]\n\\[fault.errno 2 No such file or "
-                             "directory\\]\n\\[fault.date [^\\]]+\\]\n" +
-                             edge + "$");
-    EXPECT_EQ(child.exitStatus, 3);
+    expectEnding([] { errno = ENOENT, hostInitCrash("the clock"); },
+                 {"^\n\n" + edge +
+                  "\\[host.initfail the clock\\]\n\\[fault.errno 2 No such file or "
+                  "directory\\]\n\\[fault.date [^\\]]+\\]\n" +
+                  edge + "$"});
 }
 
 TEST(Handler, Tables) {
-    const ChildResult child = runInChild([] { hostInstallHandlerFor(50, Restart::yes); });
-    EXPECT_EQ(child.err, "port error increase hostunix:MAX_OLD_HANDLERS to 51\n");
-    expectGood(child);
+    expectGoodInChild([] { hostInstallHandlerFor(50, Restart::yes); },
+                      "^port error increase hostunix:MAX_OLD_HANDLERS to 51\n$");
     std::string rows;
     for (int sig = -1; sig < 70; ++sig)
         rows += std::to_string(sig) + (hostDelayableSignal(sig) ? " " : " at once ") + getSignalName(sig) + "\n";
@@ -233,6 +211,14 @@ TEST(Handler, Tables) {
         rows += getSignalSourceName({SIGTERM, &info, nullptr, true}) + string("\n");
         EXPECT_STREQ(getSignalSourceName({SIGTERM, &info, nullptr, false}), "(unknown: bad siginfo_t)");
     }
-    EXPECT_EQ(HashCStrHash(rows.c_str()), 0x277344) << "a row has changed:\n" << rows;
+    // Every saved register has a value of its own.
+    siginfo_t info = arrival(SIGBUS, BUS_ADRERR);
+    info.si_addr = reinterpret_cast<void*>(0xabc);
+    ucontext_t context = {};
+    std::iota(std::begin(context.uc_mcontext.gregs), std::end(context.uc_mcontext.gregs), 0x100);
+    testing::internal::CaptureStderr();
+    translateFaultCode({SIGBUS, &info, &context, true});
+    rows += testing::internal::GetCapturedStderr();
+    EXPECT_EQ(HashCStrHash(rows.c_str()), sizeof(void*) == 4 ? 0x2155D8 : 0xEC8661) << "a row has changed:\n" << rows;
 }
 } // namespace

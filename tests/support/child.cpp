@@ -88,7 +88,6 @@ ChildResult runInChild(const std::function<void()>& body, const std::function<vo
     }
     result.out = contents(out);
     result.err = contents(err);
-    result.elapsed = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start);
     if (WIFEXITED(status))
         result.exitStatus = WEXITSTATUS(status);
     else

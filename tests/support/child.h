@@ -21,7 +21,6 @@ struct ChildResult {
     int exitStatus = -1; // -1 when a signal ended the child
     int signal = 0;      // the signal that ended it
     bool timedOut = false;
-    std::chrono::milliseconds elapsed{0};
 };
 
 // The child runs body, flushes its streams and exits with 0 through _exit, so that no exit handler of the test program
