@@ -82,19 +82,6 @@ TEST(Library, HeadersStandAlone) {
     }
 }
 
-// A client library that has every name of ours, and was there first.
-TEST(Library, BindsItsNamesToItself) {
-    ASSERT_NE(dlopen(INSTALLATION "/" LIB "/libimpostorlnk67.so", RTLD_NOW | RTLD_GLOBAL), nullptr) << dlerror();
-    void* ours = dlopen(LIBRARY, RTLD_NOW | RTLD_GLOBAL);
-    ASSERT_NE(ours, nullptr) << dlerror();
-    char error[256] = "";
-    const auto load = reinterpret_cast<int (*)(int, const char*, char*, unsigned)>(dlsym(ours, "KciRtlLoad"));
-    setenv("KCIRTL_BASELIBNAME", "impostor", 1);
-    EXPECT_EQ(load(0, INSTALLATION "/" LIB, error, sizeof error), 1) << error;
-    EXPECT_NE(*static_cast<void**>(dlsym(ours, "rtlPrivKciRtlFuncs")), nullptr);
-    reinterpret_cast<void (*)()>(dlsym(ours, "KciRtlUnload"))();
-}
-
 TEST(Library, SharesItsDataWithAProgramAtFixedAddresses) {
     EXPECT_NE(output("readelf -hW " CONSUMER).find("EXEC"), std::string::npos) << "the program can be moved";
     EXPECT_EQ(output("KS_CORE_TIME_OUT=0 KCIRTL_BASELIBNAME=script " CONSUMER " " SCRIPTED_FOLDER),

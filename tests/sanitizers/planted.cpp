@@ -1,41 +1,24 @@
 // Commits the fault that it is asked for, so that a clean run of the sanitizers can be trusted.
-
 #include <climits>
 #include <cstdlib>
-#include <cstring>
+#include <string_view>
 #include <thread>
 
-namespace {
-
-volatile int zero = 0;
-int shared;
-
-int overrun() {
-    char* block = static_cast<char*>(std::malloc(8));
-    block[8 + zero] = 1;
-    return block[8 + zero];
-}
-
-int overflow() {
-    int most = INT_MAX - zero;
-    return most + 1;
-}
-
-int race() {
+int main(int, char** argv) {
+    static int shared;
+    volatile int zero = 0;
+    const std::string_view fault = argv[1];
+    if (fault == "overrun") {
+        char* block = static_cast<char*>(std::malloc(8));
+        block[8 + zero] = 1;
+        return block[8 + zero];
+    }
+    if (fault == "overflow") {
+        const int most = INT_MAX - zero;
+        return most + 1;
+    }
     std::thread other([] { ++shared; });
     ++shared;
     other.join();
     return shared;
-}
-
-} // namespace
-
-int main(int argc, char** argv) {
-    if (argc != 2)
-        return 2;
-    if (std::strcmp(argv[1], "overrun") == 0)
-        return overrun();
-    if (std::strcmp(argv[1], "overflow") == 0)
-        return overflow();
-    return race();
 }
