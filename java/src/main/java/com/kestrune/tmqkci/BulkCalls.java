@@ -57,7 +57,8 @@ final class BulkCalls {
                 int begin = created.size();
                 int named = all.get(begin).size();
                 int end = begin + 1;
-                while (end < all.size() && all.get(end).size() == named && (end - begin + 1) * Math.max(1, named) <= slice) {
+                while (end < all.size() && all.get(end).size() == named
+                        && (end - begin + 1) * Math.max(1, named) <= slice) {
                     ++end;
                 }
                 create(cls, named, all.subList(begin, end), created);

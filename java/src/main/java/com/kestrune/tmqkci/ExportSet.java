@@ -19,7 +19,8 @@ final class ExportSet {
     private static final int NEIGHBOURS = 8;
 
     // An open-addressing table with linear probing; an entry holds a count above 32 bits of identifier. An entry of 0
-    // is an empty place; a count of 0 is an identifier that waits for its release, and stands in the queue at least once.
+    // is an empty place; a count of 0 is an identifier that waits for its release, and stands in the queue once or
+    // more.
     private long[] entries = new long[SMALLEST];
     private int size;
 

@@ -4,7 +4,9 @@ import java.util.concurrent.locks.ReentrantLock;
 
 /**
  * What all sessions of the process share: the bridge's initialization, and the lock that keeps native calls apart. The
- * native library's state belongs to the process, which is why this state is static.
+ * native library's state belongs to the process, which is why this state is static. Thread-safe.
+ *
+ * @since 3.1.3
  */
 public final class KciBridge {
     private static final ReentrantLock LOCK = new ReentrantLock(true);
@@ -41,6 +43,7 @@ public final class KciBridge {
      * @throws TmqKciException if the client library cannot be used, or if sessions are wanted inside this process and
      *     the first initialization put them into processes of their own, or the other way round
      * @throws UnsatisfiedLinkError if the native library cannot be loaded
+     * @throws KciInterruptedException if the thread was interrupted while it waited for the bridge's lock
      */
     public static void initialize(KciBridgeOptions options) {
         TmqKciLibrary.load();
@@ -87,6 +90,8 @@ public final class KciBridge {
      * writes a core file and ends the process: a virtual machine should do so only to find a fault.
      *
      * @param wanted whether fault reports are wanted; they are not unless this was called
+     * @throws UnsatisfiedLinkError if the native library cannot be loaded
+     * @throws KciInterruptedException if the thread was interrupted while it waited for the bridge's lock
      */
     public static void setFaultReports(boolean wanted) {
         TmqKciLibrary.load();
@@ -104,6 +109,8 @@ public final class KciBridge {
      *
      * @return the version's text
      * @throws TmqKciException if the bridge is not initialized
+     * @throws UnsatisfiedLinkError if the native library cannot be loaded
+     * @throws KciInterruptedException if the thread was interrupted while it waited for the bridge's lock
      */
     public static String clientVersion() {
         TmqKciException report = new TmqKciException();

@@ -1,13 +1,14 @@
 package com.kestrune.tmqkci;
 
 /**
- * How the bridge is initialized, once in a process.
+ * How the bridge is initialized, once in a process. Immutable and thread-safe.
  *
  * @param linked whether sessions run inside this process; otherwise they run in a process of their own
  * @param applicationName the application's name for the client library, or null
  * @param bufferSize size in bytes of the transfer buffer: larger transfers go in slices of this size
  * @param preloadSize how many bytes of an object's body are fetched with its description
  * @param traceLevel 0 for no trace, 1 for an informational one, 2 for a full one, which shows passwords
+ * @since 3.1.3
  */
 public record KciBridgeOptions(boolean linked, String applicationName, int bufferSize, int preloadSize,
         int traceLevel) {
@@ -25,8 +26,8 @@ public record KciBridgeOptions(boolean linked, String applicationName, int buffe
      * @param bufferSize size of the transfer buffer in bytes
      * @param preloadSize bytes fetched with an object's description
      * @param traceLevel 0, 1 or 2
-     * @throws IllegalArgumentException if the preload size is below 16 or above the buffer's size, or if there is no such
-     *     trace level
+     * @throws IllegalArgumentException if the preload size is below 16 or above the buffer's size, or if there is no
+     *     such trace level
      */
     public KciBridgeOptions {
         if (preloadSize < SMALLEST_PRELOAD || preloadSize > bufferSize) {
@@ -64,6 +65,7 @@ public record KciBridgeOptions(boolean linked, String applicationName, int buffe
      * @param buffer size of the transfer buffer in bytes
      * @param preload bytes fetched with an object's description
      * @return the options
+     * @throws IllegalArgumentException if they cannot be (see the constructor)
      */
     public KciBridgeOptions withSizes(int buffer, int preload) {
         return new KciBridgeOptions(linked, applicationName, buffer, preload, traceLevel);
@@ -74,6 +76,7 @@ public record KciBridgeOptions(boolean linked, String applicationName, int buffe
      *
      * @param level 0, 1 or 2
      * @return the options
+     * @throws IllegalArgumentException if there is no such level
      */
     public KciBridgeOptions withTraceLevel(int level) {
         return new KciBridgeOptions(linked, applicationName, bufferSize, preloadSize, level);

@@ -1,6 +1,10 @@
 package com.kestrune.tmqkci;
 
-/** Tells that a value cannot be converted between Java and the server without loss. */
+/**
+ * Tells that a value cannot be converted between Java and the server without loss.
+ *
+ * @since 3.1.3
+ */
 public class KciConversionException extends KciException {
     private static final long serialVersionUID = 1L;
 

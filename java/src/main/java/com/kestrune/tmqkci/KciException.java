@@ -2,7 +2,8 @@ package com.kestrune.tmqkci;
 
 /**
  * What all exceptions of this package have in common: a program that handles them alike catches this one. Wrong use,
- * such as a closed session or an index out of bounds, is told by the exceptions that Java has for it.
+ * such as a closed session or an index out of bounds, is told by the exceptions that Java has for it. Thread-safe, but
+ * for a {@link TmqKciException} that is being filled.
  *
  * @since 3.1.3
  */

@@ -4,6 +4,8 @@ package com.kestrune.tmqkci;
  * Ends a call that was not wanted any longer: its thread was interrupted, {@link KciSession#interrupt} was called, the
  * session is being closed, or, as a {@link KciTimeoutException}, its limit was reached. What became of the call is its
  * {@link #outcome}. The interrupt status of a thread that was interrupted is set again.
+ *
+ * @since 3.1.3
  */
 public class KciInterruptedException extends KciException {
     private static final long serialVersionUID = 1L;

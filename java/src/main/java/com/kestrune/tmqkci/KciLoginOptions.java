@@ -13,6 +13,8 @@ import java.util.function.Supplier;
  *
  * <p>The native method takes passwords as Java strings, which cannot be overwritten: a copy lives until it is
  * collected.
+ *
+ * @since 3.1.3
  */
 public final class KciLoginOptions {
     private String server;

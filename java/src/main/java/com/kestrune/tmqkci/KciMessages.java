@@ -11,6 +11,8 @@ import java.util.Objects;
  * arguments; no method fails for that reason. Bytes of the file that are not UTF-8 show as U+FFFD.
  *
  * <p>The methods are thread-safe. None of them calls the client library.
+ *
+ * @since 3.1.3
  */
 public final class KciMessages {
     /** Shows objects in reports. */
@@ -38,6 +40,7 @@ public final class KciMessages {
      * @param category the error's category; for another than the system's own the text is a fixed symbol
      * @param number the error's number
      * @return the text
+     * @throws UnsatisfiedLinkError if the native library cannot be loaded
      */
     public static native String text(long category, int number);
 
@@ -47,6 +50,7 @@ public final class KciMessages {
      *
      * @param error the error; its array {@code args} may be null, and shorter than {@code argCount}
      * @return the report
+     * @throws NullPointerException if the error is null
      */
     public static String report(TmqKciException error) {
         return report(error, 1, false, 1, null);
@@ -61,6 +65,7 @@ public final class KciMessages {
      * @param errorsInProgress how many errors are reported; the number is shown when there are several
      * @param printer shows the arguments; null to show their identifiers
      * @return the report
+     * @throws NullPointerException if the error is null
      */
     public static String report(TmqKciException error, int errorNumber, boolean displayOops, int errorsInProgress,
             ObjectPrinter printer) {

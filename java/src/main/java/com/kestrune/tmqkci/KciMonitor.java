@@ -57,7 +57,8 @@ public final class KciMonitor implements KciMonitorMXBean {
                     server.registerMBean(INSTANCE, name);
                 }
             } catch (JMException refused) {
-                throw new IllegalStateException(OBJECT_NAME + " cannot be registered: " + refused.getMessage(), refused);
+                throw new IllegalStateException(OBJECT_NAME + " cannot be registered: " + refused.getMessage(),
+                        refused);
             }
         }
     }

@@ -10,6 +10,8 @@ import java.util.function.Function;
  *
  * <p>The description (class, sizes, value) is a picture taken when the object was reported, or when it is first asked
  * for: elements and changed objects come without one. {@link #refresh} takes a new one. Thread-safe.
+ *
+ * @since 3.1.3
  */
 public final class KciObject {
     private final KciSession session;
@@ -34,7 +36,8 @@ public final class KciObject {
             // A volatile write is dear, and elements come without a description.
             this.description = description;
         }
-        reference = ExportSet.holds(oop) ? KciSession.cleaner().register(this, new Release(session.exports(), oop)) : null;
+        reference = ExportSet.holds(oop)
+                ? KciSession.cleaner().register(this, new Release(session.exports(), oop)) : null;
     }
 
     /**
@@ -77,6 +80,10 @@ public final class KciObject {
      * Whether the object is a string of either width.
      *
      * @return whether it is
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public boolean isString() {
         return !isImmediate() && description().isString;
@@ -86,6 +93,10 @@ public final class KciObject {
      * Answers the object's description.
      *
      * @return a report; not to be changed. Of an immediate object it may hold nothing but the identifier.
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public TmqKciReport description() {
         TmqKciReport known = description;
@@ -96,6 +107,10 @@ public final class KciObject {
      * Asks the server for the object's description anew.
      *
      * @return this
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public KciObject refresh() {
         description = session.describe(this);
@@ -107,6 +122,10 @@ public final class KciObject {
      *
      * @return the class's identifier
      * @throws KciConversionException if the object is immediate
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public long classOop() {
         if (isImmediate()) {
@@ -119,6 +138,10 @@ public final class KciObject {
      * Answers how many named variables the object has.
      *
      * @return the number
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public int namedSize() {
         return isImmediate() ? 0 : description().namedSize;
@@ -128,6 +151,10 @@ public final class KciObject {
      * Answers how many indexed elements the object has: bytes of a byte object, references of others.
      *
      * @return the number
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public long indexedSize() {
         return isImmediate() ? 0 : description().indexedSize;
@@ -138,6 +165,10 @@ public final class KciObject {
      *
      * @return the value
      * @throws KciConversionException if the object is none
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public boolean booleanValue() {
         return required(Boolean.class);
@@ -148,6 +179,10 @@ public final class KciObject {
      *
      * @return the UTF-16 unit
      * @throws KciConversionException if the object is none
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public char charValue() {
         return required(Character.class);
@@ -158,6 +193,10 @@ public final class KciObject {
      *
      * @return the value
      * @throws KciConversionException if the object is none, or its value does not fit 32 bits
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public int intValue() {
         return required(Integer.class);
@@ -168,6 +207,10 @@ public final class KciObject {
      *
      * @return the value
      * @throws KciConversionException if the object is none, or its value does not fit 64 bits
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public long longValue() {
         return required(Long.class);
@@ -178,6 +221,10 @@ public final class KciObject {
      *
      * @return the value
      * @throws KciConversionException if the object is none
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public double doubleValue() {
         return required(Double.class);
@@ -188,6 +235,10 @@ public final class KciObject {
      *
      * @return the text
      * @throws KciConversionException if the object is no string
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public String stringValue() {
         return required(String.class);
@@ -198,6 +249,10 @@ public final class KciObject {
      *
      * @return the value, with milliseconds
      * @throws KciConversionException if the object is none
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public LocalDateTime dateTimeValue() {
         return required(LocalDateTime.class);
@@ -208,6 +263,10 @@ public final class KciObject {
      *
      * @return the bytes
      * @throws KciConversionException if the object is none
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public byte[] bytesValue() {
         return required(byte[].class);
@@ -215,10 +274,10 @@ public final class KciObject {
 
     /**
      * Converts the object to a Java value. Known types are Boolean, Character, Byte, Short, Integer, Long, Float,
-     * Double, BigInteger, their primitive counterparts, String, LocalDateTime, LocalDate, Instant (a date and time taken
-     * for UTC), byte[], List, Map, KciObject, and Object, which stands for the type that fits the object best: KciObject
-     * when no other does, and for integers beyond 30 bits and collections. nil becomes null. What a list or map holds
-     * becomes of the type that fits it best, integers Integer, Long or BigInteger, collections List or Map.
+     * Double, BigInteger, their primitive counterparts, String, LocalDateTime, LocalDate, Instant (a date and time
+     * taken for UTC), byte[], List, Map, KciObject, and Object, which stands for the type that fits the object best:
+     * KciObject when no other does, and for integers beyond 30 bits and collections. nil becomes null. What a list or
+     * map holds becomes of the type that fits it best, integers Integer, Long or BigInteger, collections List or Map.
      *
      * <p>An integer that does not fit the type is refused; Float and Double take integers, too, and round.
      *
@@ -226,6 +285,10 @@ public final class KciObject {
      * @param type the wanted type's class
      * @return the value
      * @throws KciConversionException if the object has no such value
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public <T> T as(Class<T> type) {
         return Values.fromServer(this, type);
@@ -245,6 +308,12 @@ public final class KciObject {
      * @param selector the message's selector
      * @param arguments its arguments
      * @return the result
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException for a value that has no counterpart on the server
+     * @throws IllegalArgumentException for an object of another session
      */
     public KciObject send(String selector, Object... arguments) {
         return session.send(this, selector, arguments);
@@ -255,6 +324,11 @@ public final class KciObject {
      *
      * @param cls the class
      * @return whether it is
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
      */
     public boolean isKindOf(KciObject cls) {
         return session.isKindOf(this, cls);
@@ -264,6 +338,11 @@ public final class KciObject {
      * Answers how the object prints itself on the server, by sending {@code printString}.
      *
      * @return the text
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException if the server answers no string
      */
     public String printString() {
         return send("printString").stringValue();
@@ -275,6 +354,9 @@ public final class KciObject {
      *
      * @return the text
      * @throws TmqKciException if an error ended the session
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      * @since 3.1.3
      */
     public String render() {
@@ -287,6 +369,9 @@ public final class KciObject {
      * @param reader reads the text, or a part of it, from the string that the server answers
      * @return the text
      * @throws TmqKciException if an error ended the session
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      * @since 3.1.3
      */
     public String render(Function<KciObject, String> reader) {

@@ -6,7 +6,9 @@ import java.util.Objects;
 
 /**
  * A computation on the server that an error suspended (see {@link TmqKciException#process}). As long as this object is
- * reachable, the server keeps the computation.
+ * reachable, the server keeps the computation. Thread-safe.
+ *
+ * @since 3.1.3
  */
 public final class KciProcess {
     private final KciObject process;
@@ -23,6 +25,11 @@ public final class KciProcess {
      * @param value the value, converted as an argument of {@link KciSession#send}
      * @return the computation's result
      * @throws TmqKciException if the computation fails; it is suspended again when the error has a process
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException for a value that has no counterpart on the server
+     * @throws IllegalArgumentException for an object of another session
      */
     public KciObject continueWith(Object value) {
         KciSession session = process.session();
@@ -70,6 +77,10 @@ public final class KciProcess {
      * @param stack the error's stack trace
      * @return nothing; declared so that a caller can write {@code throw process.failWith(...)}
      * @throws TmqKciException always
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws NullPointerException if one of the texts is null
      */
     public TmqKciException failWith(String message, String stack) {
         Objects.requireNonNull(message, "message");

@@ -36,6 +36,8 @@ import java.util.stream.Stream;
  * <p>Arguments may be objects of the session, null, Boolean, Character, Byte, Short, Integer, Long (within 32 bits),
  * Float, Double, String, LocalDateTime (its milliseconds; the rest is dropped), byte[], and where the server has
  * classes for them BigInteger, LocalDate, Instant (with milliseconds), List and Map.
+ *
+ * @since 3.1.3
  */
 public final class KciSession implements AutoCloseable {
     /** One thread for all sessions; it makes no call. */
@@ -71,6 +73,7 @@ public final class KciSession implements AutoCloseable {
      * @throws TmqKciException if the bridge cannot be initialized, or the login fails
      * @throws IllegalStateException if a password was overwritten by a login before
      * @throws UnsatisfiedLinkError if the native library cannot be loaded
+     * @throws KciInterruptedException if the thread was interrupted while it waited for the bridge's lock
      */
     public static KciSession login(KciLoginOptions options) {
         return login(options, null);
@@ -87,6 +90,7 @@ public final class KciSession implements AutoCloseable {
      *     KciBridge#initialize}), or the login fails
      * @throws IllegalStateException if a password was overwritten by a login before
      * @throws UnsatisfiedLinkError if the native library cannot be loaded
+     * @throws KciInterruptedException if the thread was interrupted while it waited for the bridge's lock
      */
     public static KciSession login(KciLoginOptions options, KciBridgeOptions bridge) {
         char[][] passwords = {};
@@ -149,6 +153,11 @@ public final class KciSession implements AutoCloseable {
      *
      * @param source the text
      * @return the result
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws NullPointerException if the text is null
      */
     public KciObject execute(String source) {
         Objects.requireNonNull(source, "source");
@@ -161,8 +170,8 @@ public final class KciSession implements AutoCloseable {
     }
 
     /**
-     * Runs source text that is a block, with arguments: {@code execute("[:a :b | a + b]", 3, 4)}. Nothing of an argument
-     * becomes source text.
+     * Runs source text that is a block, with arguments: {@code execute("[:a :b | a + b]", 3, 4)}. Nothing of an
+     * argument becomes source text.
      *
      * @param block the text; it takes as many arguments as are given
      * @param arguments the arguments; as many at most as the server's blocks take, four in the local store
@@ -171,6 +180,7 @@ public final class KciSession implements AutoCloseable {
      * @throws KciConversionException for an argument that has no counterpart
      * @throws IllegalStateException if the session has ended
      * @throws KciInterruptedException if the thread was interrupted while it waited
+     * @throws IllegalArgumentException for an object of another session
      * @since 3.1.3
      */
     public KciObject execute(String block, Object... arguments) {
@@ -193,6 +203,12 @@ public final class KciSession implements AutoCloseable {
      *
      * @param source the string
      * @return the result
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
+     * @throws NullPointerException if the string is null
      */
     public KciObject execute(KciObject source) {
         return run(null, null, Objects.requireNonNull(source, "source"));
@@ -205,6 +221,13 @@ public final class KciSession implements AutoCloseable {
      * @param selector the message's selector
      * @param arguments the message's arguments, {@link TmqKciInterface#MAX_ARGUMENTS} at most
      * @return the result
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException for a value that has no counterpart on the server
+     * @throws IllegalArgumentException for an object of another session
+     * @throws NullPointerException if the selector is null
      */
     public KciObject send(Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(arguments, "arguments");
@@ -219,6 +242,7 @@ public final class KciSession implements AutoCloseable {
      *
      * @param source the text
      * @return the future result
+     * @throws NullPointerException if the text is null; what {@link #execute(String)} throws completes the future
      */
     public CompletableFuture<KciObject> executeAsync(String source) {
         Objects.requireNonNull(source, "source");
@@ -241,6 +265,7 @@ public final class KciSession implements AutoCloseable {
      * @param selector the message's selector
      * @param arguments the message's arguments, {@link TmqKciInterface#MAX_ARGUMENTS} at most
      * @return the future result
+     * @throws NullPointerException if the selector is null; what {@link #send} throws completes the future
      */
     public CompletableFuture<KciObject> sendAsync(Object receiver, String selector, Object... arguments) {
         Objects.requireNonNull(selector, "selector");
@@ -268,6 +293,12 @@ public final class KciSession implements AutoCloseable {
      * @param object the object or value
      * @param cls the class
      * @return whether it is
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException for a value that has no counterpart on the server
+     * @throws IllegalArgumentException for an object of another session
      */
     public boolean isKindOf(Object object, KciObject cls) {
         calls.enter();
@@ -293,6 +324,10 @@ public final class KciSession implements AutoCloseable {
      * @param oop the identifier
      * @return the object
      * @throws IllegalArgumentException if it is no identifier of an object: below 2 or beyond 32 bits
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public KciObject object(long oop) {
         if (oop < 2 || oop >>> Integer.SIZE != 0) {
@@ -319,6 +354,12 @@ public final class KciSession implements AutoCloseable {
      *
      * @param value the value
      * @return the object
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException for a value that has no counterpart on the server
+     * @throws IllegalArgumentException for an object of another session
      */
     public KciObject create(Object value) {
         return value instanceof KciObject object ? object : transfers.create(value);
@@ -329,6 +370,12 @@ public final class KciSession implements AutoCloseable {
      *
      * @param object the object
      * @return the bytes
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException if the object has no bytes
+     * @throws IllegalArgumentException for an object of another session
      */
     public byte[] fetchBytes(KciObject object) {
         return transfers.bytes(object);
@@ -341,6 +388,12 @@ public final class KciSession implements AutoCloseable {
      * @param start where to begin, from 1
      * @param count how many; fewer are an error
      * @return the bytes
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
+     * @throws IndexOutOfBoundsException if the range is not within 1 to 2<sup>31</sup>-1
      */
     public byte[] fetchBytes(KciObject object, long start, int count) {
         return transfers.bytes(object, start, count);
@@ -352,6 +405,12 @@ public final class KciSession implements AutoCloseable {
      *
      * @param string the string
      * @return the text
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException if the object is no string
+     * @throws IllegalArgumentException for an object of another session
      */
     public String fetchString(KciObject string) {
         if (!string.isString()) {
@@ -365,6 +424,11 @@ public final class KciSession implements AutoCloseable {
      *
      * @param object the object
      * @return the elements, without descriptions
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
      */
     public List<KciObject> fetchElements(KciObject object) {
         return transfers.references(object, false);
@@ -377,6 +441,12 @@ public final class KciSession implements AutoCloseable {
      * @param start where to begin, from 1
      * @param count how many at most
      * @return the elements, fewer where the object ends
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
+     * @throws IndexOutOfBoundsException if the range is not within 1 to 2<sup>31</sup>-1
      */
     public List<KciObject> fetchElements(KciObject object, long start, int count) {
         return transfers.references(object, start, count, false);
@@ -387,6 +457,11 @@ public final class KciSession implements AutoCloseable {
      *
      * @param object the object
      * @return the variables' values, without descriptions
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
      */
     public List<KciObject> fetchNamed(KciObject object) {
         return transfers.references(object, true);
@@ -399,6 +474,12 @@ public final class KciSession implements AutoCloseable {
      * @param start the number of the first variable, from 1
      * @param count how many at most
      * @return the variables' values, fewer where there are no more
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
+     * @throws IndexOutOfBoundsException if the range is not within 1 to 2<sup>31</sup>-1
      */
     public List<KciObject> fetchNamed(KciObject object, long start, int count) {
         return transfers.references(object, start, count, true);
@@ -410,6 +491,12 @@ public final class KciSession implements AutoCloseable {
      * @param object the object
      * @param start where to begin, from 1
      * @param bytes the bytes
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
+     * @throws IndexOutOfBoundsException if the range is not within 1 to 2<sup>31</sup>-1
      */
     public void storeBytes(KciObject object, long start, byte[] bytes) {
         transfers.storeBytes(object, start, bytes);
@@ -422,6 +509,12 @@ public final class KciSession implements AutoCloseable {
      * @param start the index of the first character, from 1
      * @param text the characters
      * @throws KciConversionException if the string holds bytes, and a character is beyond U+00FF
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
+     * @throws IndexOutOfBoundsException if the range is not within 1 to 2<sup>31</sup>-1
      */
     public void storeString(KciObject string, long start, String text) {
         if (!string.isString()) {
@@ -438,6 +531,13 @@ public final class KciSession implements AutoCloseable {
      * @param object the object
      * @param start where to begin, from 1
      * @param elements the elements, objects and values
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException for a value that has no counterpart on the server
+     * @throws IllegalArgumentException for an object of another session
+     * @throws IndexOutOfBoundsException if the range is not within 1 to 2<sup>31</sup>-1
      */
     public void storeElements(KciObject object, long start, List<?> elements) {
         transfers.storeReferences(object, start, elements, false);
@@ -449,6 +549,13 @@ public final class KciSession implements AutoCloseable {
      * @param object the object
      * @param start the number of the first variable, from 1
      * @param values the variables' values, objects and values
+     * @throws TmqKciException for an error of the server or the bridge
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws KciConversionException for a value that has no counterpart on the server
+     * @throws IllegalArgumentException for an object of another session
+     * @throws IndexOutOfBoundsException if the range is not within 1 to 2<sup>31</sup>-1
      */
     public void storeNamed(KciObject object, long start, List<?> values) {
         transfers.storeReferences(object, start, values, true);
@@ -460,6 +567,9 @@ public final class KciSession implements AutoCloseable {
      *
      * @return the objects, without descriptions
      * @throws TmqKciException by the stream's use, for an error of the server
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      */
     public Stream<KciObject> changedObjects() {
         return transfers.allChanged();
@@ -472,6 +582,10 @@ public final class KciSession implements AutoCloseable {
      * @param object the object
      * @return the elements, without descriptions
      * @throws TmqKciException by the stream's use, for an error of the server
+     * @throws KciInterruptedException by the stream's use, if that is stopped before its time
+     * @throws IllegalStateException by the stream's use, if the session has ended, the object was released, or the
+     *     thread has the bridge's lock
+     * @throws IllegalArgumentException by the stream's use, for an object of another session
      * @since 3.1.3
      */
     public Stream<KciObject> elements(KciObject object) {
@@ -485,6 +599,10 @@ public final class KciSession implements AutoCloseable {
      * @return the objects, in the values' order, without descriptions
      * @throws TmqKciException for an error of the server, which needs arrays for it ({@code Array new: n})
      * @throws KciConversionException for a value that has no counterpart
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
      * @since 3.1.3
      */
     public List<KciObject> createAll(Collection<?> values) {
@@ -500,6 +618,10 @@ public final class KciSession implements AutoCloseable {
      * @return the objects, without descriptions
      * @throws TmqKciException for an error of the server, such as too many variables
      * @throws KciConversionException for a value that has no counterpart
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
      * @since 3.1.3
      */
     public List<KciObject> createAll(KciObject cls, Collection<? extends List<?>> variables) {
@@ -513,6 +635,10 @@ public final class KciSession implements AutoCloseable {
      * @param objects the objects
      * @return the contents, in the objects' order, without descriptions
      * @throws TmqKciException for an error of the server
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     * @throws IllegalArgumentException for an object of another session
      * @since 3.1.3
      */
     public List<List<KciObject>> fetchAll(Collection<KciObject> objects) {
@@ -529,7 +655,11 @@ public final class KciSession implements AutoCloseable {
      * @return the results, in the receivers' order, without descriptions
      * @throws TmqKciException for an error of the server, which needs arrays and blocks for it ({@code collect:})
      * @throws KciConversionException for a value that has no counterpart
-     * @throws IllegalArgumentException if the selector does not take as many arguments
+     * @throws IllegalArgumentException if the selector does not take as many arguments, or for an object of another
+     *     session
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      * @since 3.1.3
      */
     public List<KciObject> sendAll(Collection<?> receivers, String selector, Object... arguments) {
@@ -551,6 +681,9 @@ public final class KciSession implements AutoCloseable {
      * session share it.
      *
      * @throws TmqKciException if the client library has no transactions
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      * @since 3.1.3
      */
     public void begin() {
@@ -563,6 +696,9 @@ public final class KciSession implements AutoCloseable {
      * @throws KciConflictException if the commit is refused; nothing is committed, and the changes stay until {@link
      *     #abort} or {@link #begin}
      * @throws TmqKciException if the client library has no transactions
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      * @since 3.1.3
      */
     public void commit() {
@@ -573,6 +709,9 @@ public final class KciSession implements AutoCloseable {
      * Gives up what the session has changed and not committed, and begins the next transaction.
      *
      * @throws TmqKciException if the client library has no transactions
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
      * @since 3.1.3
      */
     public void abort() {
@@ -585,6 +724,10 @@ public final class KciSession implements AutoCloseable {
      * @param <T> what the work answers
      * @param work what reads and changes objects of the session
      * @return what the work answers
+     * @throws KciConflictException if the last attempt's commit is refused, too
+     * @throws TmqKciException if the client library has no transactions
+     * @throws KciInterruptedException if it is stopped before its time: by a limit, for example
+     * @throws IllegalStateException as {@link #inTransaction(int, Function)}
      * @since 3.1.3
      */
     public <T> T inTransaction(Function<KciSession, T> work) {
@@ -602,6 +745,9 @@ public final class KciSession implements AutoCloseable {
      * @return what the work answers
      * @throws KciConflictException if the last attempt's commit is refused, too
      * @throws IllegalStateException if the session is inside of this method already
+     * @throws IllegalArgumentException if there is to be no attempt
+     * @throws TmqKciException if the client library has no transactions
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
      * @since 3.1.3
      */
     public <T> T inTransaction(int attempts, Function<KciSession, T> work) {
@@ -640,6 +786,7 @@ public final class KciSession implements AutoCloseable {
      *
      * @throws TmqKciException if the session has ended, or an error waits in it
      * @throws IllegalStateException if the session has ended before
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
      * @since 3.1.3
      */
     public void ping() {
@@ -658,7 +805,14 @@ public final class KciSession implements AutoCloseable {
         }
     }
 
-    /** Throws the error that waits in the session, if there is one. */
+    /**
+     * Throws the error that waits in the session, if there is one.
+     *
+     * @throws TmqKciException the error, if there is one
+     * @throws KciInterruptedException if it is stopped, or its wait ended, before its time: by a limit, for example
+     * @throws IllegalStateException if the session has ended, an object was released, or the thread has the bridge's
+     *     lock
+     */
     public void checkErrors() {
         calls.enter();
         try {
@@ -668,7 +822,13 @@ public final class KciSession implements AutoCloseable {
         }
     }
 
-    /** Does what {@link #close(Duration)} does, within 10 seconds. */
+    /**
+     * Does what {@link #close(Duration)} does, within 10 seconds.
+     *
+     * @throws KciInterruptedException as {@link #close(Duration)}
+     * @throws TmqKciException for an error of the logout
+     * @throws IllegalStateException if the thread has the bridge's lock
+     */
     @Override
     public void close() {
         close(CLOSE_LIMIT);
@@ -683,6 +843,8 @@ public final class KciSession implements AutoCloseable {
      * @param limit how long to wait for calls at most; zero stops what runs at once. The logout itself may take longer
      * @throws KciInterruptedException if the thread is interrupted and what the session runs does not end within a
      *     second, although it is stopped; the session stays open then and can be closed later
+     * @throws TmqKciException for an error of the logout
+     * @throws IllegalStateException if the thread has the bridge's lock
      * @since 3.1.3
      */
     public void close(Duration limit) {

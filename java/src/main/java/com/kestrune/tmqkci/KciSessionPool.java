@@ -25,9 +25,9 @@ import java.util.function.Function;
  * }</pre>
  *
  * <p>All methods are thread-safe. Borrowers are served in the order in which they came. A session is asked whether it
- * still lives before it is lent, in one exchange, and one that does not is replaced; when it comes back, what it has not
- * committed is aborted. Of the idle sessions the one that came back last is lent first, so that the others reach their
- * limit.
+ * still lives before it is lent, in one exchange, and one that does not is replaced; when it comes back, what it has
+ * not committed is aborted. Of the idle sessions the one that came back last is lent first, so that the others reach
+ * their limit.
  *
  * @since 3.1.3
  */
@@ -80,9 +80,12 @@ public final class KciSessionPool implements AutoCloseable {
         /**
          * Gives the session back, after aborting what it has not committed. One that cannot be used any more is closed.
          * A second time this does nothing.
+         *
+         * @throws IllegalStateException if the thread has the bridge's lock; nothing is given back then
          */
         @Override
         public void close() {
+            SessionCalls.refuseHoldersOfTheLock();
             giveBack(this);
         }
 
@@ -101,6 +104,9 @@ public final class KciSessionPool implements AutoCloseable {
      *     session
      * @param options how many sessions
      * @throws TmqKciException if one of the first sessions cannot be opened
+     * @throws KciInterruptedException if the thread was interrupted while it waited
+     * @throws IllegalStateException if a password was overwritten by a login before
+     * @throws UnsatisfiedLinkError if the native library cannot be loaded
      */
     public KciSessionPool(KciLoginOptions login, KciPoolOptions options) {
         this(login, null, options);
@@ -115,6 +121,9 @@ public final class KciSessionPool implements AutoCloseable {
      *     KciBridgeOptions)})
      * @param options how many sessions
      * @throws TmqKciException if one of the first sessions cannot be opened
+     * @throws KciInterruptedException if the thread was interrupted while it waited
+     * @throws IllegalStateException if a password was overwritten by a login before
+     * @throws UnsatisfiedLinkError if the native library cannot be loaded
      */
     public KciSessionPool(KciLoginOptions login, KciBridgeOptions bridge, KciPoolOptions options) {
         this.login = Objects.requireNonNull(login, "login");
@@ -175,6 +184,7 @@ public final class KciSessionPool implements AutoCloseable {
      * @param work what is done with the session
      * @return what the work answers
      * @throws KciException as {@link #borrow}, and what the work throws
+     * @throws IllegalStateException as {@link #borrow}
      */
     public <T> T run(Function<KciSession, T> work) {
         try (Loan loan = borrow()) {
@@ -200,9 +210,14 @@ public final class KciSessionPool implements AutoCloseable {
         return idle.size();
     }
 
-    /** Closes idle sessions now; those that are lent when they come back. Who waits for one is told that it is closed. */
+    /**
+     * Closes idle sessions now; those that are lent when they come back. Who waits for one is told of that.
+     *
+     * @throws IllegalStateException if the thread has the bridge's lock; nothing is closed then
+     */
     @Override
     public void close() {
+        SessionCalls.refuseHoldersOfTheLock();
         List<Idle> last;
         synchronized (this) {
             if (closed) {
@@ -225,7 +240,8 @@ public final class KciSessionPool implements AutoCloseable {
         } catch (InterruptedException interrupt) {
             throw KciInterruptedException.whileWaiting("a session of the pool");
         }
-        StringBuilder report = new StringBuilder("no session of the pool came back within ").append(options.waitLimit());
+        StringBuilder report = new StringBuilder("no session of the pool came back within ")
+                .append(options.waitLimit());
         loans().forEach(loan -> report.append("\n  ").append(loan));
         throw new KciException(report.toString());
     }

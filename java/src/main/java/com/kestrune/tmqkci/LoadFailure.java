@@ -94,7 +94,8 @@ final class LoadFailure {
             String other = process.bits() == 64 ? "lib" : "lib64";
             if (new File(new File(folder.getParentFile(), other), file.getName()).exists()) {
                 remedies.add(folder.getParent() + " holds the bridge for a " + (process.bits() == 64 ? 32 : 64)
-                        + "-bit Java only: run the program with such a one, or install the bridge for " + process + ".");
+                        + "-bit Java only: run the program with such a one, or install the bridge for " + process
+                        + ".");
             }
         }
     }

@@ -485,7 +485,7 @@ final class SessionCalls {
         return true;
     }
 
-    /** Polls once for the end of a call that nobody waits for; answers whether none runs. With the bridge's lock held. */
+    /** Polls once for the end of a call that nobody waits for; answers whether none runs. With the bridge's lock. */
     boolean endsAbandoned(Stopping stopping) {
         if (running) {
             try {

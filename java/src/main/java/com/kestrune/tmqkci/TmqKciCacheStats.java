@@ -2,7 +2,10 @@ package com.kestrune.tmqkci;
 
 /**
  * The statistics of one process attached to a shared object cache, as filled by
- * {@link TmqKciInterface#_KCSIgetStats}. The bridge has no cache statistics and leaves every field alone.
+ * {@link TmqKciInterface#_KCSIgetStats}. The bridge has no cache statistics and leaves every field alone. Not
+ * thread-safe.
+ *
+ * @since 3.1.3
  */
 public class TmqKciCacheStats {
     /** The kind of process whose statistics these are. */

@@ -8,7 +8,10 @@ import java.util.List;
  * method answers {@link TmqKciInterface#FAILED}, the fields tell what went wrong and the caller may throw the object.
  *
  * <p>Fields keep what the last failure wrote: they mean something only after a call that failed. One object may serve
- * many calls, as long as it is not thrown in between.
+ * many calls, as long as it is not thrown in between. Not thread-safe as long as calls fill it; one that a session has
+ * thrown is.
+ *
+ * @since 3.1.3
  */
 public class TmqKciException extends KciException {
     /** The {@link #number} of every error that the bridge detects itself. */
@@ -139,6 +142,8 @@ public class TmqKciException extends KciException {
      *
      * @return the arguments; none if the error did not come from a {@link KciSession}
      * @throws TmqKciException if the server no longer has them
+     * @throws KciInterruptedException if the wait for the session was ended
+     * @throws IllegalStateException if the session has ended, or the thread has the bridge's lock
      */
     public synchronized List<KciObject> arguments() {
         if (arguments == null) {

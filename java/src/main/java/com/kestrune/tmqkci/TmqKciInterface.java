@@ -14,6 +14,8 @@ package com.kestrune.tmqkci;
  * exception, such as an OutOfMemoryError, may be thrown on return.
  *
  * <p>The methods are not thread-safe: only one thread of the process may be inside one of them at a time.
+ *
+ * @since 3.1.3
  */
 public final class TmqKciInterface {
     /** Status of a successful {@link #_initialize}. */

@@ -23,6 +23,10 @@ import java.util.List;
  * What others could write to, or exchange, is refused there. When the cache cannot be used, or nothing may be executed
  * there, the copy goes into a temporary folder, which is removed at once.
  * </ol>
+ *
+ * <p>Thread-safe.
+ *
+ * @since 3.1.3
  */
 public final class TmqKciLibrary {
     /** The system property that names the file to load. */

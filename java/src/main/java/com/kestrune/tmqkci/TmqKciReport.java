@@ -14,6 +14,10 @@ package com.kestrune.tmqkci;
  * <p>As an argument, a report whose {@link #objType} is {@link #KIND_NONE} stands for a value on the Java side. The
  * bridge computes the identifier, or creates the object on the server, and writes it to {@link #oop}; the report stays
  * a Java-side value, so that using it twice creates two objects. Any other report stands for the object {@link #oop}.
+ *
+ * <p>Not thread-safe.
+ *
+ * @since 3.1.3
  */
 public class TmqKciReport {
     /** Kind: a value on the Java side that has no server object yet. */

@@ -319,7 +319,8 @@ final class Transfers {
     }
 
     Stream<KciObject> elements(KciObject object) {
-        return parts(maxReferences, number -> references(object, 1L + (long) number * maxReferences, maxReferences, false));
+        return parts(maxReferences,
+                number -> references(object, 1L + (long) number * maxReferences, maxReferences, false));
     }
 
     /** What a reader answers for 0, 1 and so on, until a part is not full; each is read when the stream comes to it. */

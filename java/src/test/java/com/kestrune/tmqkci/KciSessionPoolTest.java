@@ -19,7 +19,8 @@ import org.junit.jupiter.api.Timeout;
 @Timeout(60)
 class KciSessionPoolTest {
     private static KciSessionPool pool(int least, int most, int waitMillis, int idleMillis) {
-        return new KciSessionPool(new KciLoginOptions().server("local").user("guest").passwordFrom("guest"::toCharArray),
+        return new KciSessionPool(
+                new KciLoginOptions().server("local").user("guest").passwordFrom("guest"::toCharArray),
                 KciPoolOptions.DEFAULTS.withSize(least, most).withLimits(Duration.ofMillis(waitMillis),
                         Duration.ofMillis(idleMillis)));
     }
@@ -48,6 +49,12 @@ class KciSessionPoolTest {
         String refused = assertThrows(KciException.class, pool::borrow).getMessage();
         assertTrue(refused.matches("(?s)no session of the pool came back within PT0.05S\n  session .*\n  session .*"
                 + " was lent to thread main at .*KciSessionPoolTest.*, \\d+ ms ago"), refused);
+        KciBridge.lock().lock();
+        try {
+            assertThrows(IllegalStateException.class, other::close);
+        } finally {
+            KciBridge.lock().unlock();
+        }
         assertEquals(List.of(kept, other), pool.loans());
         other.close();
         other.close();
