@@ -1,3 +1,4 @@
+import com.kestrune.tmqkci.EventPath;
 import com.kestrune.tmqkci.KciLoginOptions;
 import com.kestrune.tmqkci.KciObject;
 import com.kestrune.tmqkci.KciSession;
@@ -6,15 +7,22 @@ import com.kestrune.tmqkci.TmqKciInterface;
 import com.kestrune.tmqkci.TmqKciReport;
 
 import java.lang.management.ManagementFactory;
+import java.util.ArrayList;
 import java.util.List;
 import java.util.function.Supplier;
 
-/** Times calls of the session API beside the native calls that they wrap; rounds alternate, the quickest counts. */
+/**
+ * Times calls of the session API beside the native calls that they wrap, and calls for many objects beside calls for
+ * each; rounds alternate, the quickest counts. Then what events cost that nobody records, and how pools lend.
+ */
 public final class SessionBench {
     private static final int ROUNDS = 40;
     private static final int CALLS = 5_000;
     private static final int OBJECTS = 100_000;
     private static final int SLICE = 4096;
+    /** Of what takes a second or so. */
+    private static final int LONG_ROUNDS = 3;
+    private static final double EVENT_LIMIT_NANOS = 20;
 
     private static final com.sun.management.ThreadMXBean THREADS =
             (com.sun.management.ThreadMXBean) ManagementFactory.getThreadMXBean();
@@ -65,10 +73,10 @@ public final class SessionBench {
         }
     }
 
-    private static void row(String name, double limit, Side ours, Side peer) {
+    private static void row(String name, int rounds, double limit, Side ours, Side peer) {
         double[] best = {Double.MAX_VALUE, Double.MAX_VALUE};
         double[] bytes = new double[2];
-        for (int round = 0; round < ROUNDS; ++round) {
+        for (int round = 0; round < rounds; ++round) {
             Side[] sides = {ours, peer};
             for (int i = 0; i < 2; ++i) {
                 int side = (round + i) % 2;
@@ -87,20 +95,58 @@ public final class SessionBench {
                 ratio <= limit ? "      " : " above", bytes[0], bytes[1]);
     }
 
-    public static void main(String[] args) {
+    private static Object createOneByOne(KciSession session, KciObject cls, List<List<Integer>> rows) {
+        List<KciObject> made = new ArrayList<>(rows.size());
+        for (List<Integer> row : rows) {
+            KciObject object = cls.send("new");
+            session.storeNamed(object, 1, row);
+            made.add(object);
+        }
+        return made;
+    }
+
+    private static Object fetchOneByOne(KciSession session, List<KciObject> objects) {
+        List<List<KciObject>> contents = new ArrayList<>(objects.size());
+        for (KciObject object : objects) {
+            contents.add(session.fetchNamed(object));
+        }
+        return contents;
+    }
+
+    private static void manyObjects(KciSession session) {
+        KciObject cls = session.execute("Object subclass: #Place variables: #(#x #y)");
+        List<List<Integer>> rows = new ArrayList<>();
+        for (int i = 0; i < OBJECTS; ++i) {
+            rows.add(List.of(i, -i));
+        }
+        row("100,000: createAll, one by one", LONG_ROUNDS, 1.0 / 3, new Side(() -> session.createAll(cls, rows), 1),
+                new Side(() -> createOneByOne(session, cls, rows), 1));
+        List<KciObject> places = session.createAll(cls, rows);
+        row("100,000: fetchAll, one by one", LONG_ROUNDS, 1.0 / 3, new Side(() -> session.fetchAll(places), 1),
+                new Side(() -> fetchOneByOne(session, places), 1));
+    }
+
+    public static void main(String[] args) throws InterruptedException {
         try (KciSession session = KciSession.login(
                 new KciLoginOptions().server("local").user("guest").password("guest".toCharArray()))) {
             int id = session.id();
             System.out.printf("%-34s %12s %12s %7s %7s %6s %9s %10s%n", "row", "ours ns", "native ns", "ratio",
                     "limit", "", "our bytes", "its bytes");
-            row("execute(\"3 + 4\")", 1.3, new Side(() -> session.execute("3 + 4"), CALLS),
+            row("execute(\"3 + 4\")", ROUNDS, 1.3, new Side(() -> session.execute("3 + 4"), CALLS),
                     new Side(() -> nativeExecute(id), CALLS));
             KciObject array = session.execute("all := Array new: " + OBJECTS + ". 1 to: " + OBJECTS
                     + " do: [:i | all at: i put: (Array new: 1)]. all");
             List<KciObject> kept = session.fetchElements(array);
-            row("100,000 objects fetched", 1.5, new Side(() -> session.fetchElements(array, 1, OBJECTS), 1),
+            row("100,000 objects fetched", ROUNDS, 1.5, new Side(() -> session.fetchElements(array, 1, OBJECTS), 1),
                     new Side(() -> nativeFetch(id, array.oop()), 1));
             sink = kept;
+            manyObjects(session);
         }
+        double[] event = EventPath.nanos();
+        System.out.printf("event of a call that nobody records: %.2f ns, during a recording %.2f ns, limit %.0f%s%n",
+                event[0], event[1], EVENT_LIMIT_NANOS,
+                Math.max(event[0], event[1]) <= EVENT_LIMIT_NANOS ? "" : " above");
+        PoolBench.row(100, 8);
+        PoolBench.row(8, 100);
     }
 }

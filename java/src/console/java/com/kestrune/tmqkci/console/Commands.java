@@ -24,10 +24,10 @@ final class Commands {
 
     private static final int DEEPEST_READ = 16;
     private static final int USAGE_COLUMNS = 28;
-    private static final String MORE = "Anything but a command is an expression; the server evaluates it, and its value "
-            + "is shown. An input goes on while a bracket or quote is open, after a line that ends with ; or := or \\, and, "
-            + "if it declares temporaries, after a period; an empty line ends it. Tab completes names, Ctrl-C drops the "
-            + "input or stops the server's computation.";
+    private static final String MORE = "Anything but a command is an expression; the server evaluates it, and its "
+            + "value is shown. An input goes on while a bracket or quote is open, after a line that ends with ; or "
+            + ":= or \\, and, if it declares temporaries, after a period; an empty line ends it. Tab completes "
+            + "names, Ctrl-C drops the input or stops the server's computation.";
 
     private final Evaluator evaluator;
     private final Names names;
@@ -44,7 +44,8 @@ final class Commands {
         add("tree", "[DEPTH] EXPRESSION", "an object with its variables and elements, and theirs", this::tree);
         add("error", "", "the last error in full", none -> evaluator.out.println(evaluator.report()));
         add("format", "[STYLE] [limit=N] [depth=N] [width=N] [text=N]", "shows results as text, table, tree, json, csv "
-                + "or markdown; no more than so many elements, levels, columns of a table, characters of a text", this::format);
+                + "or markdown; no more than so many elements, levels, columns of a table, characters of a text",
+                this::format);
         add("time", "[on|off]", "shows how long each expression takes", word -> evaluator.format.time = isOn(word));
         add("pager", "[on|off]", "shows what does not fit the screen page by page", word -> paging = isOn(word));
         add("read", "FILE", "runs the inputs of a file, until one fails", this::read);
@@ -52,11 +53,12 @@ final class Commands {
         add("edit", "[TEXT]", "runs the last input, or this one, after changes in an editor", this::edit);
         add("classes", "[PATTERN]", "the names of the classes, all or as Date*", this::classes);
         add("methods", "CLASS", "the selectors of a class and of those above it", this::methods);
-        add("begin", "", "begins a transaction; changes that are not committed are lost", none -> evaluator.session.begin());
+        add("begin", "", "begins a transaction; changes that are not committed are lost",
+                none -> evaluator.session.begin());
         add("commit", "", "commits the changes, and begins the next transaction", none -> evaluator.session.commit());
         add("abort", "", "gives the changes up, and begins the next transaction", none -> evaluator.session.abort());
-        add("set", "[NAME [TEXT]]", "gives a name to a text, which inputs use as ${NAME}, or as ${'NAME'} for a string of "
-                + "it; alone, lists them", this::set);
+        add("set", "[NAME [TEXT]]", "gives a name to a text, which inputs use as ${NAME}, or as ${'NAME'} for a string "
+                + "of it; alone, lists them", this::set);
         add("help", "", "this text", none -> evaluator.out.println(help(evaluator.out.columns())));
         add("quit", "", "ends, as Ctrl-D does", none -> evaluator.end());
     }
@@ -93,7 +95,8 @@ final class Commands {
         });
         String rest = words.length > 1 ? words[1] : "";
         if (command == null) {
-            throw new IllegalArgumentException("there is no command :" + words[0] + "; :help lists those that there are");
+            throw new IllegalArgumentException(
+                    "there is no command :" + words[0] + "; :help lists those that there are");
         }
         if (command.arguments.isEmpty() ? !rest.isEmpty() : rest.isEmpty() && !command.arguments.startsWith("[")
                 || rest.isEmpty() && words[0].equals("tree")) {

@@ -19,7 +19,8 @@ import org.jline.reader.ParsedLine;
 final class Completion implements Completer {
     /** A literal's or a variable's end, before the name at the cursor. The groups stand for {@link #EXAMPLES}. */
     private static final Pattern RECEIVER = Pattern.compile("(?:^|[^\\w'$#.])(?:(-?(?:\\d+r)?[\\dA-Z]*\\d)|"
-            + "(-?\\d+(?:\\.\\d+)?(?:e-?\\d+)?)|(\\$.)|((?:'[^']*')+)|(w(?:'[^']*')+)|(#[A-Za-z][\\w:]*)|(#\\([^()]*\\))|(#\\[[^]]*\\])"
+            + "(-?\\d+(?:\\.\\d+)?(?:e-?\\d+)?)|(\\$.)|((?:'[^']*')+)|(w(?:'[^']*')+)|(#[A-Za-z][\\w:]*)|"
+            + "(#\\([^()]*\\))|(#\\[[^]]*\\])"
             + "|(\\[[^\\[\\]]*\\])|([A-Za-z_]\\w*))\\s+$");
     private static final List<String> EXAMPLES = List.of("1", "1.5", "$a", "''", "w''", "#a", "#()", "#[]", "[]");
     private static final int VARIABLE = EXAMPLES.size() + 1;

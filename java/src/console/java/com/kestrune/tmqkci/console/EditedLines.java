@@ -86,7 +86,8 @@ final class EditedLines implements Prompt.Lines {
     /** Shows text that is longer than the screen, if that is wanted. */
     private boolean page(String text) {
         if (!evaluator.commands().isPaging()
-                || text.lines().mapToInt(line -> 1 + Text.columns(line) / terminal.getWidth()).sum() < terminal.getHeight()) {
+                || text.lines().mapToInt(line -> 1 + Text.columns(line) / terminal.getWidth()).sum()
+                        < terminal.getHeight()) {
             return false;
         }
         try {

@@ -67,7 +67,7 @@ final class Evaluator {
         return interrupted;
     }
 
-    /** Whether the transaction has changes, as far as the server tells; it is not asked while it has something to do. */
+    /** Whether the transaction has changes, as far as the server tells; it is not asked while it does something. */
     boolean hasChanges() {
         try {
             return tellsChanges && !isBusy() && session.isOpen() && session.withCallTimeout(PATIENCE,
@@ -108,7 +108,8 @@ final class Evaluator {
         } catch (KciInterruptedException interrupt) {
             interrupted = interrupt.outcome() == Outcome.STILL_RUNNING
                     || interrupted && interrupt.outcome() == Outcome.NOT_BEGUN;
-            fail(new TmqKciException(evaluated ? "interrupted; the server had done it, but its value is not shown in full"
+            fail(new TmqKciException(evaluated
+                    ? "interrupted; the server had done it, but its value is not shown in full"
                     : switch (interrupt.outcome()) {
                         case NOT_BEGUN -> "interrupted before it was begun";
                         case STOPPED -> "interrupted; the server has stopped it";
@@ -181,14 +182,15 @@ final class Evaluator {
         }
     }
 
-    /** The line of the expression in which an error lies: a syntax error's argument is the position of its character. */
+    /** The line of the expression in which an error lies: a syntax error's argument is its character's position. */
     private int lineIn(TmqKciException error) {
         try {
             if (error.number == KciErrorNumber.BAD_MESSAGE && error.args.length == 1) {
                 int end = expression.offsetByCodePoints(0, session.object(error.args[0]).intValue() - 1);
                 return 1 + (int) expression.substring(0, end).chars().filter(c -> c == '\n').count();
             }
-        } catch (KciConversionException | IndexOutOfBoundsException | IllegalArgumentException | TmqKciException other) {
+        } catch (KciConversionException | IndexOutOfBoundsException | IllegalArgumentException
+                | TmqKciException other) {
             // Then it is another kind of this error, and lies in the first.
         }
         return 1;
@@ -213,7 +215,7 @@ final class Evaluator {
         return fields;
     }
 
-    /** The last error in full: message, number, category, arguments as they print themselves, and the catalogue's text. */
+    /** The last error in full: message, number, category, arguments as they print themselves, catalogue's text. */
     String report() {
         if (lastError == null) {
             return "There was no error yet.";

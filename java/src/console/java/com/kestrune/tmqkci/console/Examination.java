@@ -109,8 +109,8 @@ final class Examination {
         } else if (probed.isEmpty()) {
             result = Finding.failure(INITIALIZATION, "not tried", null);
         } else if (probed.containsKey("error")) {
-            result = Finding.failure(INITIALIZATION, probed.get("error"), failures.isEmpty() ? "accepted are " + Places.ACCEPTED_CLIENTS
-                    : null);
+            result = Finding.failure(INITIALIZATION, probed.get("error"),
+                    failures.isEmpty() ? "accepted are " + Places.ACCEPTED_CLIENTS : null);
         } else {
             result = Finding.failure(INITIALIZATION, "the process that opened the libraries "
                     + probed.get("end"), "see whether the client library fits this system");

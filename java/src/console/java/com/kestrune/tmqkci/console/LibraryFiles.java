@@ -138,8 +138,9 @@ final class LibraryFiles {
         if (isClient && (isForeign || elf.exports().contains(HOST_ENTRY) || Places.isHostWanted())) {
             host = elf.header().toString();
         }
-        text += ", needs " + String.join(" ", elf.needed()) + " up to GLIBC " + Dependencies.newest(elf.versionsNeeded())
-                + " (here " + Dependencies.cLibraryVersion(elf.header()) + "), exports " + elf.exports().size() + " names";
+        text += ", needs " + String.join(" ", elf.needed()) + " up to GLIBC "
+                + Dependencies.newest(elf.versionsNeeded()) + " (here " + Dependencies.cLibraryVersion(elf.header())
+                + "), exports " + elf.exports().size() + " names";
         return stack(subject, text, elf);
     }
 

@@ -75,8 +75,8 @@ final class Login {
                 trial.complete(Finding.failure(subject, steps + Evaluator.line(error), "see whether server, user and "
                         + "password are right, and whether the server runs"));
             } catch (IOException | RuntimeException unfit) {
-                trial.complete(Finding.failure(subject, steps + unfit.getMessage(), "give what a login needs: --server, "
-                        + "--user and a password; \"tmqkci --help\" tells how"));
+                trial.complete(Finding.failure(subject, steps + unfit.getMessage(), "give what a login needs: "
+                        + "--server, --user and a password; \"tmqkci --help\" tells how"));
             }
         }, subject);
         thread.setDaemon(true);

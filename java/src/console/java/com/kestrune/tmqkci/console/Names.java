@@ -145,7 +145,8 @@ final class Names {
     /** The selectors of a class and of those above it, from the class up. */
     Map<String, Set<String>> hierarchy(String name) {
         Map<String, Set<String>> all = new LinkedHashMap<>();
-        for (String at = name; at != null && methods.containsKey(at) && !all.containsKey(at); at = methods.get(at).above) {
+        for (String at = name; at != null && methods.containsKey(at) && !all.containsKey(at);
+                at = methods.get(at).above) {
             all.put(at, methods.get(at).selectors);
         }
         return all;

@@ -82,9 +82,10 @@ final class Output {
         colour = sequence;
     }
 
-    /** Leads what follows into a file, made anew; null leads it back. Answers whether the former one took everything. */
+    /** Leads what follows into a file, made anew; null leads it back. Answers whether the former one took all. */
     boolean redirect(Path to) throws IOException {
-        PrintStream next = to == null ? null : new PrintStream(Files.newOutputStream(to), false, StandardCharsets.UTF_8);
+        PrintStream next = to == null ? null
+                : new PrintStream(Files.newOutputStream(to), false, StandardCharsets.UTF_8);
         boolean complete = file == null || !file.checkError();
         if (file != null) {
             file.close();

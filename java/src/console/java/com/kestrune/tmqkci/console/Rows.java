@@ -52,7 +52,8 @@ final class Rows {
     private static void appendCsv(StringBuilder text, List<String> row) {
         String separator = "";
         for (String field : row) {
-            boolean quoted = field.isEmpty() || field.chars().anyMatch(c -> c == ',' || c == '"' || c == '\n' || c == '\r');
+            boolean quoted = field.isEmpty()
+                    || field.chars().anyMatch(c -> c == ',' || c == '"' || c == '\n' || c == '\r');
             text.append(separator).append(quoted ? '"' + field.replace("\"", "\"\"") + '"' : field);
             separator = ",";
         }

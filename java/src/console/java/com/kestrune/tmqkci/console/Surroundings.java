@@ -143,13 +143,13 @@ final class Surroundings {
             String owner = attributes.owner().getName();
             String text = folder + " (" + permissions + ", of " + owner + ")";
             if (!attributes.isDirectory()) {
-                findings.add(Finding.warning(subject, folder + " is no folder: the jar's copy of the library is unpacked "
-                        + "anew each time", "remove it"));
+                findings.add(Finding.warning(subject, folder + " is no folder: the jar's copy of the library is "
+                        + "unpacked anew each time", "remove it"));
             } else if (!owner.equals(System.getProperty("user.name")) || permissions.charAt(4) == 'w'
                     || permissions.charAt(7) == 'w') {
-                findings.add(Finding.warning(subject, text + " is not this user's alone: the jar's copy of the library is "
-                        + "unpacked elsewhere, anew each time", "remove it, or \"chown " + System.getProperty("user.name")
-                        + "\" and \"chmod go-w\" it"));
+                findings.add(Finding.warning(subject, text + " is not this user's alone: the jar's copy of the library "
+                        + "is unpacked elsewhere, anew each time", "remove it, or \"chown "
+                        + System.getProperty("user.name") + "\" and \"chmod go-w\" it"));
             } else {
                 findings.add(Finding.detail(subject, text));
             }

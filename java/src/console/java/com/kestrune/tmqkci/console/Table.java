@@ -29,8 +29,8 @@ final class Table {
         int shownCount = rows.rows.size();
         String count = shownCount < collection.indexedSize()
                 ? "the first " + shownCount + " of " + collection.indexedSize() : shownCount + " elements";
-        return layOut(numbered) + shown.className(collection) + " (" + count + (cut ? ", cut at " + width + " columns" : "")
-                + ")";
+        return layOut(numbered) + shown.className(collection) + " (" + count
+                + (cut ? ", cut at " + width + " columns" : "") + ")";
     }
 
     private static List<String> with(String first, List<String> rest) {

@@ -30,8 +30,8 @@ public final class Dependencies {
             "libc6", "libpthread.so.0", "libc6", "librt.so.1", "libc6", "libz.so.1", "zlib1g", "libgcc_s.so.1",
             "libgcc-s1");
     private static final List<String> SYSTEM_FOLDERS = List.of("/lib/i386-linux-gnu", "/usr/lib/i386-linux-gnu",
-            "/lib32", "/usr/lib32", "/lib/x86_64-linux-gnu", "/usr/lib/x86_64-linux-gnu", "/lib64", "/usr/lib64", "/lib",
-            "/usr/lib", "/usr/local/lib");
+            "/lib32", "/usr/lib32", "/lib/x86_64-linux-gnu", "/usr/lib/x86_64-linux-gnu", "/lib64", "/usr/lib64",
+            "/lib", "/usr/lib", "/usr/local/lib");
     private static final String VERSION_PREFIX = "GLIBC_";
 
     private Dependencies() {
@@ -100,7 +100,8 @@ public final class Dependencies {
             library.versionsNeeded().stream().filter(version -> version.startsWith(VERSION_PREFIX))
                     .filter(version -> !offered.contains(version)).max(byVersion())
                     .ifPresent(version -> lacking.add(new Lacking("a C library with " + version,
-                            "the system is older than the library was made for: " + installing("libc.so.6", library.header()))));
+                            "the system is older than the library was made for: "
+                                    + installing("libc.so.6", library.header()))));
         }
         return lacking;
     }
