@@ -261,7 +261,11 @@ final class Work {
     private static void slices(KciSession session) {
         int count = 1 + random(20_000);
         KciObject numbers = session.execute("(1 to: " + count + ") collect: [:i | Array new: 1]");
-        require(session.fetchElements(numbers).size() == count, "elements");
+        List<KciObject> elements = session.fetchElements(numbers);
+        require(elements.size() == count, "elements");
+        if (random(2) == 0) {
+            elements.forEach(KciObject::release);
+        }
         require(session.elements(numbers).limit(10).count() == Math.min(10, count), "a stream's elements");
         session.changedObjects().limit(10).forEach(object -> { });
     }
@@ -283,6 +287,21 @@ final class Work {
             return counted == expected ? null : expected + " commits have counted to " + counted;
         } catch (TmqKciException lost) {
             return lost.toString();
+        }
+    }
+
+    /** How many objects the store keeps when the sessions have given up what this process forgot. */
+    int storedObjects() {
+        for (;;) {
+            try (KciSessionPool.Loan loan = pool.borrow()) {
+                plain.forEach(each -> each.open().execute("nil"));
+                return loan.session().execute("System collectGarbage. System objectCount").intValue();
+            } catch (TmqKciException lost) {
+                // Each is lost once.
+                if (!lost.fatal) {
+                    throw lost;
+                }
+            }
         }
     }
 
