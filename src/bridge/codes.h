@@ -27,7 +27,7 @@ enum ValueCode : jbyte {
 constexpr bool isSpecial(OopType oop) {
     return (oop & 2) != 0;
 }
-// What the value of such an identifier is, nil aside; to be asked in this order.
+// What the value of such an identifier is, nil aside.
 constexpr bool isBoolean(OopType oop) {
     return (oop & 0x1F) == 6;
 }

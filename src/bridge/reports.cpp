@@ -22,7 +22,7 @@ jint indexedSize(const KciObjInfoSType& info) {
     return static_cast<jint>(static_cast<uint32_t>(info.objSize) - static_cast<uint32_t>(info.namedSize));
 }
 
-void setValueLong(jobject result, ValueCode code, jlong value) {
+[[gnu::always_inline]] inline void setValueLong(jobject result, ValueCode code, jlong value) {
     ENV->SetByteField(result, valueTypeFid, code);
     ENV->SetLongField(result, longFid, value);
 }
@@ -30,18 +30,18 @@ void setValueLong(jobject result, ValueCode code, jlong value) {
 // A special object carries its value in its identifier and is never saved nor fetched.
 jint reportSpecial(KciSessionIdType sessionId, OopType oop, jobject result, jobject jErrReport) {
     ENV->SetByteField(result, objTypeFid, KCI_IMPL_SPECIAL);
-    if (oop == KCI_OOP_NIL) {
+    if (isSmallInteger(oop)) [[likely]] {
+        if (kciError(jErrReport)) {
+            return released(clientFailure(sessionId));
+        }
+        setValueLong(result, valueInteger, smallIntegerValue(oop));
+    } else if (oop == KCI_OOP_NIL) {
         ENV->SetByteField(result, valueTypeFid, valueNil);
     } else if (isBoolean(oop)) {
         setValueLong(result, valueBoolean, rtlPrivKciRtlFuncs->KciOopToBool(oop) != FALSE ? 1 : 0);
     } else if (isCharacter(oop)) {
         // kept: callers get codes above 127 as negative numbers.
         setValueLong(result, valueCharacter, static_cast<signed char>(rtlPrivKciRtlFuncs->KciOopToChr(oop)));
-    } else if (isSmallInteger(oop)) {
-        if (kciError(jErrReport)) {
-            return released(clientFailure(sessionId));
-        }
-        setValueLong(result, valueInteger, smallIntegerValue(oop));
     } else {
         return released(genericFailure(jErrReport, "Logic error:  Bad object type"));
     }
