@@ -86,6 +86,57 @@ struct Set {
     }
 };
 
+// Open addressing as one would write it down: the same sizes, a byte of each key's hash beside the slots.
+struct HashBytes {
+    std::vector<const char*> slots = std::vector<const char*>(37);
+    std::vector<uint8_t> bytes = std::vector<uint8_t>(37);
+    size_t used = 0;
+
+    static uint8_t byteOf(unsigned hash) { return static_cast<uint8_t>(std::max(hash >> 16, 1U)); }
+    size_t find(const char* key, unsigned hash) const {
+        size_t at = hash % slots.size();
+        while (bytes[at] != 0 && (bytes[at] != byteOf(hash) || strcmp(slots[at], key) != 0)) {
+            at = at + 1 < slots.size() ? at + 1 : 0;
+        }
+        return at;
+    }
+    void grow() {
+        constexpr size_t sizes[] = {67, 131, 257, 521, 1031, 2053, 4099, 8209, 16411, 32771, 65537};
+        HashBytes larger;
+        const size_t size = *std::upper_bound(std::begin(sizes), std::end(sizes), slots.size());
+        larger.slots.assign(size, nullptr);
+        larger.bytes.assign(size, 0);
+        for (const char* key : slots)
+            if (key != nullptr)
+                larger.place(key, HashCStrHash(key));
+        *this = std::move(larger);
+    }
+    // A key that is not there yet.
+    void place(const char* key, unsigned hash) {
+        size_t at = hash % slots.size();
+        while (bytes[at] != 0)
+            at = at + 1 < slots.size() ? at + 1 : 0;
+        put(at, key, hash);
+    }
+    void put(size_t at, const char* key, unsigned hash) {
+        slots[at] = key;
+        bytes[at] = byteOf(hash);
+        ++used;
+    }
+    void insert(const char* key) {
+        const unsigned hash = HashCStrHash(key);
+        const size_t at = find(key, hash);
+        if (bytes[at] != 0)
+            return;
+        if (used >= slots.size() / 2 && slots.size() < 65537) {
+            grow();
+            place(key, hash);
+        } else {
+            put(at, key, hash);
+        }
+    }
+};
+
 template <typename Container>
 void fill(Container& container) {
     for (const Key& key : storedKeys())
@@ -149,6 +200,7 @@ void hashBytes(benchmark::State& state) {
 
 BENCHMARK(insertAll<Table>)->Name("60000 keys, insert/ours");
 BENCHMARK(insertAll<Set>)->Name("60000 keys, insert/unordered_set");
+BENCHMARK(insertAll<HashBytes>)->Name("60000 keys, insert/hash bytes beside slots");
 BENCHMARK(lookUpAll<Table, presentKeys>)->Name("60000 keys, look up present/ours");
 BENCHMARK(lookUpAll<Set, presentKeys>)->Name("60000 keys, look up present/unordered_set");
 BENCHMARK(lookUpAll<Table, absentKeys>)->Name("60000 keys, look up absent/ours");
@@ -161,6 +213,7 @@ BENCHMARK(hashBytes<HashStrHash, 1000>)->Name("HashStrHash, 1000 bytes/ours");
 BENCHMARK(hashBytes<plainHash, 1000>)->Name("HashStrHash, 1000 bytes/plain loop");
 } // namespace
 
-RATIO_MAIN({"60000 keys, insert", "unordered_set", 0.55}, {"60000 keys, look up present", "unordered_set", 0.65},
-           {"60000 keys, look up absent", "unordered_set", 1.0}, {"60000 keys, enumerate", "unordered_set", 0.65},
-           {"HashStrHash, 16 bytes", "plain loop", 0.9}, {"HashStrHash, 1000 bytes", "plain loop", 0.9})
+RATIO_MAIN({"60000 keys, insert", "unordered_set", 0.55}, {"60000 keys, insert", "hash bytes beside slots", 1.15},
+           {"60000 keys, look up present", "unordered_set", 0.65}, {"60000 keys, look up absent", "unordered_set", 1.0},
+           {"60000 keys, enumerate", "unordered_set", 0.65}, {"HashStrHash, 16 bytes", "plain loop", 0.9},
+           {"HashStrHash, 1000 bytes", "plain loop", 0.9})

@@ -9,7 +9,9 @@ namespace {
 constexpr OopType stringObject = 100, arrayObject = 104, bytesObject = 108, listClass = 200, history = 300;
 constexpr char text[] = "twelve bytes";
 
-OopType result = stringObject;
+constexpr OopType smallInteger = 42 << 2 | 3;
+
+OopType result;
 
 void fillOops(OopType* dest, ArraySizeType count) {
     for (ArraySizeType i = 0; i < count; ++i) {
@@ -60,7 +62,9 @@ KciRtlJumpSType makeTable() {
         std::memset(dest, 7, count);
         return static_cast<KciLong>(count);
     };
-    table.KciNbPerform = [](OopType, const char*, const OopType*, ArraySizeType) {};
+    table.KciNbPerform = [](OopType receiver, const char*, const OopType*, ArraySizeType) {
+        result = receiver == stringObject ? smallInteger : stringObject;
+    };
     table.KciNbEnd = [](void** place) {
         *place = &result;
         return KCI_RESULT_READY;

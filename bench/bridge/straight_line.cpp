@@ -133,6 +133,18 @@ jint describeFully(JNIEnv* env, OopType object, jobject report) {
     return failed() ? -1 : 0;
 }
 
+jint describeSmallInteger(JNIEnv* env, OopType object, jobject report) {
+    env->GetByteField(report, fid[valueType]);
+    env->SetLongField(report, fid[oop], object);
+    env->SetByteField(report, fid[objType], KCI_IMPL_SPECIAL);
+    if (failed()) {
+        return -1;
+    }
+    env->SetByteField(report, fid[valueType], 3);
+    env->SetLongField(report, fid[valueLong], static_cast<KciLong>(object) >> 2);
+    return 0;
+}
+
 template <size_t count>
 void resolve(JNIEnv* env, jclass cls, const Field (&fields)[count], jfieldID* ids) {
     for (size_t i = 0; i < count; ++i) {
@@ -238,7 +250,7 @@ STRAIGHT(getBytes)
 STRAIGHT(perform)
 (JNIEnv* env, jclass, jint session, jobject receiver, jstring jSelector, jobjectArray args, jint count, jthrowable) {
     kci->KciSetSessionId(session);
-    if (failed()) {
+    if (failed() || env->GetArrayLength(args) < count) {
         return -1;
     }
     const OopType receiverOop = oopOf(env, receiver);
@@ -258,5 +270,6 @@ STRAIGHT(nbEnd)(JNIEnv* env, jclass, jint session, jobject report, jthrowable) {
     if (failed() || kci->KciNbEnd(&result) != KCI_RESULT_READY || failed()) {
         return -1;
     }
-    return describeFully(env, *static_cast<OopType*>(result), report);
+    const OopType object = *static_cast<OopType*>(result);
+    return (object & 3) == 3 ? describeSmallInteger(env, object, report) : describeFully(env, object, report);
 }
