@@ -51,7 +51,9 @@ void Store::scanAgain(Oop oop) {
         try {
             grey.push_back(oop);
         } catch (const std::bad_alloc&) {
+            // Nobody waits for a collection that would fail again; the next one comes when it is due.
             giveUpMarking();
+            wanted = completed;
         }
     }
 }
