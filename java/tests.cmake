@@ -19,7 +19,7 @@ foreach(installation "${test_installation}" "${crossed_installation}" "${plain_i
   list(APPEND links COMMAND "${CMAKE_COMMAND}" -E make_directory "${installation}/lib" "${installation}/lib64"
     "${installation}/bin")
 endforeach()
-set(libraries)
+set(java_tests)
 foreach(size IN LISTS TMQKCI_WORD_SIZES)
   tmqkci_word_size(${size})
   set(host tmqkci-host${size})
@@ -37,14 +37,17 @@ foreach(size IN LISTS TMQKCI_WORD_SIZES)
   endforeach()
   list(APPEND links COMMAND "${CMAKE_COMMAND}" -E create_symlink "$<TARGET_FILE:tmqkci313${suffix}>"
     "${plain_installation}/${library_folder}/libtmqkci313.so")
-  list(APPEND libraries tmqkci313${suffix} kcirpc67${suffix} kcilnk67${suffix} ${host})
-  list(APPEND libraries java_test_scripted${suffix})
+  # What the tests in a Java of this word size need.
+  add_custom_target(tmqkci_java_tests${size} DEPENDS "${test_jar}" "${test_installation}/.made")
+  add_dependencies(tmqkci_java_tests${size} messages tmqkci313${suffix} kcirpc67${suffix} kcilnk67${suffix} ${host}
+    java_test_scripted${suffix})
+  list(APPEND java_tests tmqkci_java_tests${size})
 endforeach()
 add_custom_command(OUTPUT "${test_installation}/.made"
   ${links}
   COMMAND "${CMAKE_COMMAND}" -E touch "${test_installation}/.made"
   VERBATIM)
-add_custom_target(tmqkci_java_tests ALL DEPENDS "${test_jar}" "${test_installation}/.made" ${libraries})
+add_custom_target(tmqkci_java_tests ALL DEPENDS ${java_tests})
 
 set(documents using-the-bridge session-api threading security upgrading)
 list(TRANSFORM documents PREPEND "${PROJECT_SOURCE_DIR}/docs/")
@@ -97,4 +100,3 @@ foreach(configuration IN LISTS java_configurations)
   java_test(Examples src/test/run-snippets "${JAVAC}" "${java}" "${product_jar}" ${documents})
   java_test(Demo src/test/run-demo "${java}" "${product_jar}:${demo_jar}")
 endforeach()
-add_dependencies(tmqkci_java_tests messages)

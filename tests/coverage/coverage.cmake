@@ -1,0 +1,10 @@
+# What every program and library of this word size is linked with; made now, since all of them need it.
+set(folder "${word_size_folder}/coverage")
+file(MAKE_DIRECTORY "${folder}")
+set(compile "${CMAKE_C_COMPILER}" -m${word_size} -O1 -fPIC)
+set(sources "${CMAKE_CURRENT_LIST_DIR}")
+execute_process(COMMAND ${compile} -shared "${sources}/counted.c" -o "${folder}/libcounted.so" COMMAND_ERROR_IS_FATAL ANY)
+execute_process(COMMAND ${compile} -c "${sources}/entered.c" -o "${folder}/entered.o" COMMAND_ERROR_IS_FATAL ANY)
+foreach(language C CXX)
+  set(CMAKE_${language}_STANDARD_LIBRARIES "${folder}/entered.o -L${folder} -Wl,-rpath,${folder} -lcounted")
+endforeach()
