@@ -211,8 +211,12 @@ std::atomic<LookUp> bestLookUp{chooseLookUp};
 // Not every i386 processor has SSE2. Asked at the first look-up: a virtual processor takes its time to answer.
 [[gnu::cold, gnu::noinline, gnu::force_align_arg_pointer]] VoidPtrType* chooseLookUp(HashTableSType* ht,
                                                                                      const void* key) {
-    unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+    [[maybe_unused]] unsigned eax = 0, ebx = 0, ecx = 0, edx = 0;
+#ifdef TMQKCI_WITHOUT_SSE2 // in a test
+    const bool hasSse2 = false;
+#else
     const bool hasSse2 = __get_cpuid(1, &eax, &ebx, &ecx, &edx) != 0 && (edx & bit_SSE2) != 0;
+#endif
     const LookUp best = hasSse2 ? lookUpBySse2 : lookUpByBytes;
     bestLookUp.store(best, std::memory_order_relaxed);
     return best(ht, key);
