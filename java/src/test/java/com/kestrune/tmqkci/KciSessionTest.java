@@ -187,6 +187,13 @@ class KciSessionTest {
         assertEquals(List.of(), session.createAll(List.of()));
         assertEquals(KciErrorNumber.BAD_OFFSET, assertThrows(TmqKciException.class,
                 () -> session.createAll(cls, List.of(List.of(1, 2, 3, 4)))).number);
+        TmqKciException error = new TmqKciException();
+        for (int count : new int[] {-1, 1}) {
+            assertEquals(-1, TmqKciBulk._create(session.id(), 0, 0, null, null, count, error));
+            assertEquals(-1, TmqKciBulk._contents(session.id(), null, count, null, null, error));
+            assertEquals("contents(): " + (count < 0 ? "numbers below 0 or beyond the buffer size"
+                    : "an array is NULL or too short"), error.message);
+        }
 
         assertEquals(IntStream.rangeClosed(3, 902).boxed().toList(), session.sendAll(
                 session.elements(large).toList(), "+", 2).stream().map(KciObject::intValue).toList());
