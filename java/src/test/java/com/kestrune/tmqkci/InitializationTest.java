@@ -42,7 +42,8 @@ class InitializationTest {
         assertEquals(TmqKciInterface.FAILED, TmqKciInterface._logout(1, null));
         List<Method> methods = Stream.of(TmqKciInterface.class, TmqKciControl.class)
                 .flatMap(each -> Stream.of(each.getDeclaredMethods()))
-                .filter(each -> Modifier.isNative(each.getModifiers()) && !each.getName().equals("_initialize")).toList();
+                .filter(each -> Modifier.isNative(each.getModifiers()) && !each.getName().equals("_initialize"))
+                .toList();
         methods.forEach(method -> assertEquals(method.getName().startsWith("_KCSI")
                 ? "KCSI Interface not defined for 32-bit" : "KCI: Not initialized", refusal(method)));
         assertEquals(32, methods.size());
@@ -50,8 +51,10 @@ class InitializationTest {
         TmqKciException error = new TmqKciException();
         long[] kernelOops = new long[TmqKciInterface.KERNEL_OOPS];
         assertEquals(TmqKciInterface.FAILED, TmqKciInterface._initialize(0, "tests", 64, 64, 0, kernelOops, error));
-        assertTrue(error.message.startsWith("KciRtlLoad failure: dlopen(libkcirpc67.so) failed because "), error.message);
-        assertEquals(TmqKciInterface.INITIALIZED, TmqKciInterface._initialize(1, "tests", 64, 64, 0, kernelOops, error));
+        assertTrue(error.message.startsWith("KciRtlLoad failure: dlopen(libkcirpc67.so) failed because "),
+                error.message);
+        assertEquals(TmqKciInterface.INITIALIZED,
+                TmqKciInterface._initialize(1, "tests", 64, 64, 0, kernelOops, error));
         assertEquals(Values.NIL, kernelOops[0]);
         assertEquals(TmqKciInterface.FAILED, TmqKciInterface._checkErrors(1, null));
     }

@@ -180,7 +180,8 @@ class KciSessionTest {
         for (int i = 0; i < rows.size(); ++i) {
             List<Object> all = new ArrayList<>(rows.get(i));
             all.addAll(Collections.nCopies(3 - all.size(), null));
-            assertEquals(all, contents.get(i).stream().map(each -> each.equals(cls) ? cls : each.as(Object.class)).toList());
+            assertEquals(all, contents.get(i).stream()
+                    .map(each -> each.equals(cls) ? cls : each.as(Object.class)).toList());
         }
         assertEquals(List.of(900, 0, 0), contents.subList(700, 703).stream().map(List::size).toList());
         assertEquals(cls, objects.get(699).send("class"));

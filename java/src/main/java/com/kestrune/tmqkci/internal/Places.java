@@ -14,7 +14,7 @@ public final class Places {
     public static final String BRIDGE_PROPERTY = "com.kestrune.tmqkci.library";
     /** The bridge's file. */
     public static final String BRIDGE = "libtmqkci313.so";
-    /** The remote client library's file, which lies beside the bridge's and opens a client library in a host process. */
+    /** The remote client library's file, beside the bridge's: it opens a client library in a host process. */
     public static final String REMOTE = "libkcirpc67.so";
     /** The environment variable for another beginning of the client library's name. */
     public static final String CLIENT_NAME = "KCIRTL_BASELIBNAME";
