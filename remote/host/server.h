@@ -60,19 +60,16 @@ private:
     OopSet* setOf(KciSessionIdType id);
     OopSet* exportedSet();
 
+    // A private copy of a request; one with an array or a text has its own place.
+    alignas(answerAlignment) ByteType smallRequest[256];
     const KciRtlJumpSType& table;
     Block& block;
     uint32_t sequence = 0;
     Spinning spinning;
-    bool initialized = false;
-    // A private copy, of a request with neither an array nor a text in the first one.
-    alignas(answerAlignment) ByteType smallRequest[256];
     ByteType* request = nullptr;
     size_t requestRoom = 0;
 
     Sequence ahead;
-    bool makingAhead = false;
-    OopType heldAhead = KCI_OOP_NONE; // what the session holds by the call that is being made ahead
     // What was made ahead with the last answer: the step, and what the session holds by it.
     struct Made {
         uint32_t step;
@@ -86,6 +83,9 @@ private:
     size_t askedRoom = 0;
     size_t askedCount = 0;
     KciSessionIdType askedBy = 0;
+    OopType heldAhead = KCI_OOP_NONE; // what the session holds by the call that is being made ahead
+    bool initialized = false;
+    bool makingAhead = false;
     bool arrayInBlock = false; // the answer that is being made holds the elements
     bool handedOn = false;     // and is out, while answers ahead are still being made
 
