@@ -275,6 +275,7 @@ TEST(HostFork, SignalBeforeTheProgramRuns) {
     mkfifo(scratch.file("log").c_str(), 0600);
     const ChildResult child = inProcess(scratch, [&] {
         HostInstallFaultHandler([] { HostSignalSafePrint("the parent's files flushed\n"); }, nullptr);
+        signal(SIGCHLD, SIG_DFL); // or its handler may take the status first
         const Outcome outcome = startWorker("/bin/true", nullptr, "log", scratch.path());
         kill(outcome.pid, SIGTERM);
         EXPECT_EQ(waitFor(outcome.pid), -SIGTERM);
