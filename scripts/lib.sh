@@ -27,8 +27,9 @@ tmqkci_javas64() {
   for home in "${JAVA_HOME-}" "${command:+$(dirname "$(dirname "$(readlink -f "$command")")")}" /usr/lib/jvm/*; do
     [ -n "$home" ] && [ -x "$home/bin/java" ] || continue
     settings=$("$home/bin/java" -XshowSettings:properties -version 2>&1) || continue
-    version=$(sed -n 's/^ *java\.specification\.version = //p' <<<"$settings")
-    grep -q 'os\.arch = amd64' <<<"$settings" && [ "${version%%.*}" -ge 17 ] && echo "$version $(readlink -f "$home")"
+    version=$(sed -n "s/^ *java[.]class[.]version = \([0-9]*\).*/\1/p" <<<"$settings")
+    version=$((version - 44)) # class files of Java 1 had number 45
+    grep -q 'os\.arch = amd64' <<<"$settings" && [ "$version" -ge 17 ] && echo "$version $(readlink -f "$home")"
   done | awk '!seen[$0]++'
 }
 

@@ -8,10 +8,8 @@ import java.util.Map;
 import java.util.concurrent.Callable;
 
 import picocli.CommandLine.Command;
-import picocli.CommandLine.Model.CommandSpec;
 import picocli.CommandLine.Option;
 import picocli.CommandLine.ParentCommand;
-import picocli.CommandLine.Spec;
 
 /** The subcommand {@code doctor}: one page on what works here and what does not. */
 @Command(name = "doctor", mixinStandardHelpOptions = true, versionProvider = Tmqkci.Version.class, sortOptions = false,
@@ -30,8 +28,6 @@ final class Doctor implements Callable<Integer> {
 
     @ParentCommand
     private Tmqkci console;
-    @Spec
-    private CommandSpec spec;
 
     private final Output out = Output.OUT;
 
@@ -44,7 +40,7 @@ final class Doctor implements Callable<Integer> {
         List<Finding> findings = examination.findings();
         boolean possible = examination.isLoginPossible();
         if (login && possible) {
-            Finding tried = options.tryOut(spec.commandLine());
+            Finding tried = options.tryOut(console.command);
             possible = !tried.isFailure();
             findings.add(tried);
         }

@@ -125,7 +125,7 @@ final class Tmqkci implements Callable<Integer> {
     @Option(names = "--no-startup", description = "do not run ~/.config/tmqkci/startup first, as a terminal and -i do")
     private boolean noStartup;
     /** What parses the options and tells how they are used. */
-    private final CommandLine command = new CommandLine(this);
+    final CommandLine command = new CommandLine(this);
 
     private final Output out = Output.OUT;
     private final Output err = Output.ERR;
