@@ -42,7 +42,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string_view wanted = takeLine(input);
     const std::string_view numerals = takeLine(input);
     ParsedEntry entry{};
-    entry.pattern = input.substr(0, std::min(input.find('\0'), maxLogicalLine));
+    entry.setPattern(input.substr(0, std::min(input.find('\0'), maxLogicalLine)));
     for (const char c : numerals.substr(0, ERRMSG_MAX_ARGS)) {
         const int numeral = std::clamp(c - '0', 1, ERRMSG_MAX_ARGS);
         entry.argOrder[entry.argListSize++] = static_cast<ByteType>(numeral);

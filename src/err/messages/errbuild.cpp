@@ -21,15 +21,14 @@ constexpr size_t maxQuotedText = 2047;
 
 enum class Wait { forEver, aMoment };
 
-bool lookUp(const char* sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], Wait wait) {
-    const std::string_view symbol = sym;
+bool lookUp(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine], Wait wait) {
     PendingHooks hooks;
     if (wait == Wait::forEver) {
         HostMutexAcquire(printMutex());
     } else if (!tryPrintMutex()) {
         return false;
     }
-    const bool found = findErrSym(symbol, entry, buffer, hooks);
+    const bool found = findErrSym(sym, entry, buffer, hooks);
     HostMutexRelease(printMutex());
     if (hooks.any()) {
         hooks.run();
@@ -38,7 +37,8 @@ bool lookUp(const char* sym, ParsedEntry& entry, char (&buffer)[maxLogicalLine],
 }
 
 // Renders into a buffer of its own and then copies, because an argument may stand in the caller's buffer.
-void buildFromPattern(const char* sym, char* buf, size_t bufSize, const ParsedEntry& entry, const MessageArgs& args) {
+void buildFromPattern(std::string_view sym, char* buf, size_t bufSize, const ParsedEntry& entry,
+                      const MessageArgs& args) {
     ErrMsgStrType work;
     const bool tooMany = args.given > static_cast<size_t>(entry.expectedArgCount);
     BoundedText out(work, (tooMany ? maxQuotedText : maxMessageText) + 1);
@@ -54,11 +54,11 @@ void buildFromPattern(const char* sym, char* buf, size_t bufSize, const ParsedEn
 }
 
 // Whether rendering into the buffer would overwrite what is rendered.
-bool quotesBuffer(const char* buf, size_t bufSize, const char* sym, const MessageArgs& args) {
+bool quotesBuffer(const char* buf, size_t bufSize, std::string_view sym, const MessageArgs& args) {
     const auto inBuffer = [&](const char* text) {
         return reinterpret_cast<uintptr_t>(text) - reinterpret_cast<uintptr_t>(buf) < bufSize;
     };
-    bool found = inBuffer(sym);
+    bool found = inBuffer(sym.data());
     for (size_t i = 0; i < args.kinds.size(); ++i) {
         found = found || (args.kinds[i] == 's' && inBuffer(args.values[i].text));
     }
@@ -66,7 +66,7 @@ bool quotesBuffer(const char* buf, size_t bufSize, const char* sym, const Messag
 }
 
 // The bracketed form, up to the end of the buffer; zeros behind it.
-void buildWithoutPattern(const char* sym, char* buf, size_t bufSize, const MessageArgs& args) {
+void buildWithoutPattern(std::string_view sym, char* buf, size_t bufSize, const MessageArgs& args) {
     if (!quotesBuffer(buf, bufSize, sym, args)) {
         memset(buf, 0, bufSize);
         BoundedText out(buf, bufSize);
@@ -83,9 +83,9 @@ void buildWithoutPattern(const char* sym, char* buf, size_t bufSize, const Messa
     free(large);
 }
 
-void buildString(const char* sym, char* buf, ArraySizeType bufSize, const char* kinds, va_list ap, Wait wait) {
+void buildString(std::string_view sym, char* buf, ArraySizeType bufSize, const char* kinds, va_list ap, Wait wait) {
     const MessageArgs args(kinds, ap);
-    if (strlen(sym) > maxSymbol) {
+    if (sym.size() > maxSymbol) {
         ErrMsgSetPanicked(TRUE);
         fputs("errmsg|buildString:  Error symbol too long\n", stderr);
         HostCallDebugger();

@@ -36,12 +36,15 @@ uint32_t textHash(std::string_view text) {
         memcpy(&word, bytes, count);
         hash = (std::rotl(hash, 5) ^ word) * 0x9E3779B1u;
     };
-    const char* at = text.data();
-    size_t left = text.size();
-    for (; left > sizeof(uint32_t); at += sizeof(uint32_t), left -= sizeof(uint32_t)) {
-        mix(at, sizeof(uint32_t));
+    constexpr size_t wordSize = sizeof hash;
+    for (size_t at = 0; at + wordSize < text.size(); at += wordSize) {
+        mix(text.data() + at, wordSize);
     }
-    mix(at, left);
+    if (text.size() >= wordSize) { // the last word takes some bytes again
+        mix(text.data() + text.size() - wordSize, wordSize);
+    } else {
+        mix(text.data(), text.size());
+    }
     return hash;
 }
 
@@ -72,16 +75,20 @@ public:
         }
         std::fill(std::begin(few), std::end(few), ParsedEntry{});
     }
-    // The symbol's entry, or the place for it.
-    ParsedEntry& placeOf(std::string_view sym) {
+    // Whether the symbol's entry is there; place shows it, or else where it may stand.
+    bool find(std::string_view sym, ParsedEntry*& place) const {
         const uint32_t home = textHash(sym) >> (32 - std::countr_zero(size));
         for (uint32_t i = 0; i < longestProbe; ++i) {
-            ParsedEntry& entry = entries[(home + i) & (size - 1)];
-            if (entry.symbol.empty() || entry.symbol == sym) {
-                return entry;
+            place = &entries[(home + i) & (size - 1)];
+            if (place->symbol.empty()) {
+                return false;
+            }
+            if (place->symbol == sym) {
+                return true;
             }
         }
-        return entries[home];
+        place = &entries[home];
+        return false;
     }
 
 private:
@@ -260,14 +267,14 @@ bool findErrSym(std::string_view sym, ParsedEntry& entry, char (&buffer)[maxLogi
     }
     ++cacheProbes;
     parsedEntries.follow(errUtlImageNumber(), ErrUtlFileHdr.tabSize);
-    ParsedEntry& parsed = parsedEntries.placeOf(sym);
-    if (!sym.empty() && parsed.symbol == sym) {
+    ParsedEntry* parsed = nullptr;
+    if (parsedEntries.find(sym, parsed)) {
         ++cacheHits;
-        entry = parsed;
+        entry = *parsed;
     } else if (!findInFile(sym, entry, buffer, hooks)) {
         return false;
     } else if (entry.pattern.data() < buffer || entry.pattern.data() > buffer + sizeof buffer) {
-        parsed = entry;
+        *parsed = entry;
     } else {
         memmove(buffer, entry.pattern.data(), entry.pattern.size());
         entry.pattern = {buffer, entry.pattern.size()};

@@ -210,7 +210,7 @@ Syntax parseEntry(std::string_view rest, ParsedEntry& entry, int& numeral) {
     if (rest.empty() || rest.front() != ':') {
         return Syntax::colonExpected;
     }
-    entry.pattern = rest.substr(1);
+    entry.setPattern(rest.substr(1));
     return Syntax::good;
 }
 

@@ -25,10 +25,16 @@ constexpr size_t maxLogicalLine = ERRUTL_MAX_LINE;
 struct ParsedEntry {
     std::string_view symbol;
     std::string_view pattern;
+    bool hasEscapes; // in the pattern: each expansion would search it for them
     // As in ErrUtlEntrySType, but small: entries are kept and copied.
     ByteType expectedArgCount;
     ByteType argListSize;
     ByteType argOrder[ERRMSG_MAX_ARGS];
+
+    void setPattern(std::string_view text) {
+        pattern = text;
+        hasEscapes = text.find('\\') != std::string_view::npos;
+    }
 };
 
 struct EntryContext {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 #include "host/base/upwardcalls.h"
 
@@ -26,28 +27,22 @@ std::string_view argumentText(const char* text) {
     return view;
 }
 
-// Writes the digits of a number; returns their end. At most ten.
-char* writeDigits(char* to, uint32_t value) {
-    char digits[10];
-    char* first = digits + sizeof digits;
+// Writes the digits of a number, at most ten, up to the given end; returns the first of them.
+char* writeDigits(char* end, uint32_t value) {
     do {
-        *--first = static_cast<char>('0' + value % 10);
+        *--end = static_cast<char>('0' + value % 10);
     } while ((value /= 10) != 0);
-    const auto count = static_cast<size_t>(digits + sizeof digits - first);
-    memcpy(to, first, count);
-    return to + count;
+    return end;
 }
 
 bool appendDecimal(BoundedText& out, int32_t value) {
     char text[11];
-    char* end = text;
-    auto magnitude = static_cast<uint32_t>(value);
+    const auto magnitude = static_cast<uint32_t>(value);
+    char* first = writeDigits(std::end(text), value < 0 ? 0 - magnitude : magnitude);
     if (value < 0) {
-        *end++ = '-';
-        magnitude = 0 - magnitude;
+        *--first = '-';
     }
-    end = writeDigits(end, magnitude);
-    return out.appendCut(std::string_view(text, static_cast<size_t>(end - text)));
+    return out.appendCut({first, std::end(text)});
 }
 
 bool appendObject(BoundedText& out, OopType object) {
@@ -117,6 +112,11 @@ bool takeCharacter(std::string_view& rest, char c) {
     return true;
 }
 
+char* appendDigits(char* to, int value) {
+    char digits[10];
+    return std::copy(writeDigits(std::end(digits), static_cast<uint32_t>(value)), std::end(digits), to);
+}
+
 bool SafeConversion::parse(std::string_view conversion) {
     letter = conversion.back();
     if (conversion.size() < 2 || !letterKind(letter)) {
@@ -148,7 +148,7 @@ bool SafeConversion::parse(std::string_view conversion) {
     // A star would take an argument that was never passed.
     const int width = takeCharacter(rest, '*') ? 0 : takeNumber(rest);
     if (width > 0) {
-        end = writeDigits(end, static_cast<uint32_t>(width));
+        end = appendDigits(end, width);
     }
     int precision = -1;
     if (takeCharacter(rest, '.')) {
@@ -156,7 +156,7 @@ bool SafeConversion::parse(std::string_view conversion) {
     }
     if (precision >= 0) {
         *end++ = '.';
-        end = writeDigits(end, static_cast<uint32_t>(precision));
+        end = appendDigits(end, precision);
     }
     // An argument is as wide as it is, whatever the modifier says; only the narrowing ones have an effect.
     const size_t modifiers = std::min(rest.find_first_not_of("hlqjztL"), rest.size());
@@ -334,9 +334,9 @@ MessageArgs::MessageArgs(const char* kindsText, va_list list) : kinds(kindsText 
 
 void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& args) {
     std::string_view pattern = entry.pattern;
-    const bool hasEscapes = pattern.find('\\') != std::string_view::npos;
     for (int conversion = 0; !pattern.empty() && !out.full();) {
-        const size_t literal = std::min(hasEscapes ? pattern.find_first_of("%\\") : pattern.find('%'), pattern.size());
+        const size_t literal =
+            std::min(entry.hasEscapes ? pattern.find_first_of("%\\") : pattern.find('%'), pattern.size());
         out.appendCut(pattern.substr(0, literal));
         pattern.remove_prefix(literal);
         if (pattern.empty()) {
@@ -356,12 +356,12 @@ void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& ar
     }
 }
 
-void desperateErr(BoundedText& out, const char* sym, const std::string_view* pat, const MessageArgs& args) {
+void desperateErr(BoundedText& out, std::string_view sym, const std::string_view* pat, const MessageArgs& args) {
     bool fits = out.appendCut("[");
     if (pat != nullptr) {
         fits = fits && out.appendCut("\"") && out.appendCut(*pat) && out.appendCut("\" ");
     }
-    fits = fits && out.appendCut(std::string_view(sym));
+    fits = fits && out.appendCut(sym);
     for (size_t i = 0; fits && i < args.kinds.size(); ++i) {
         fits = out.appendCut(" ") && appendByKind(out, args.kinds[i], args.values[i], "0x", "desperateErr");
     }

@@ -34,6 +34,6 @@ void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& ar
 
 // Renders [symbol argument ...], with the pattern in quotes before the symbol unless it is NULL. What does not fit is
 // left out, the closing bracket included.
-void desperateErr(BoundedText& out, const char* sym, const std::string_view* pat, const MessageArgs& args);
+void desperateErr(BoundedText& out, std::string_view sym, const std::string_view* pat, const MessageArgs& args);
 
 #pragma GCC visibility pop
