@@ -102,7 +102,7 @@ int main(int argc, char** argv) {
     void* first = UtlMalloc(100, "heap_bench");
     const std::chrono::duration<double, std::micro> elapsed = std::chrono::steady_clock::now() - start;
     UtlFree(first);
-    std::printf("first allocation of the process: %.1f us (limit 20)\n", elapsed.count());
+    std::printf("first allocation of the process, one run: %.1f us (limit 20)\n", elapsed.count());
     if (!Checking::open()) {
         std::fprintf(stderr, "libc_malloc_debug.so.0 cannot be used\n");
         return 1;

@@ -167,7 +167,7 @@ void measure(const char* name, int rounds, Body body, Before before) {
         exchanges += exchangeCount() - countBefore;
     }
     std::nth_element(times.begin(), times.begin() + rounds / 2, times.end());
-    std::printf("%-12s %10.2f %8.3f\n", name, times[rounds / 2], static_cast<double>(exchanges) / rounds);
+    std::printf("%s\t%.4f\t%.3f\n", name, times[rounds / 2], static_cast<double>(exchanges) / rounds);
 }
 
 } // namespace

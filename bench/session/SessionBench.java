@@ -13,7 +13,8 @@ import java.util.function.Supplier;
 
 /**
  * Times calls of the session API beside the native calls that they wrap, and calls for many objects beside calls for
- * each; rounds alternate, the quickest counts. Then what events cost that nobody records, and how pools lend.
+ * each; rounds alternate, the quickest counts. Then what events cost that nobody records, and how pools lend. Beside
+ * each figure stands how far its runs differ.
  */
 public final class SessionBench {
     private static final int ROUNDS = 40;
@@ -74,14 +75,14 @@ public final class SessionBench {
     }
 
     private static void row(String name, int rounds, double limit, Side ours, Side peer) {
-        double[] best = {Double.MAX_VALUE, Double.MAX_VALUE};
+        double[][] nanos = new double[2][rounds];
         double[] bytes = new double[2];
         for (int round = 0; round < rounds; ++round) {
             Side[] sides = {ours, peer};
             for (int i = 0; i < 2; ++i) {
                 int side = (round + i) % 2;
                 double[] measured = sides[side].measure();
-                best[side] = Math.min(best[side], measured[0]);
+                nanos[side][round] = measured[0];
                 bytes[side] = measured[1];
                 if (sides[side].calls == 1) {
                     // What was fetched is collected and released outside the measurement.
@@ -90,8 +91,11 @@ public final class SessionBench {
                 }
             }
         }
-        double ratio = best[0] / best[1];
-        System.out.printf("%-34s %12.0f %12.0f %7.3f %7.2f%s %10.0f %10.0f%n", name, best[0], best[1], ratio, limit,
+        Runs our = new Runs(nanos[0]);
+        Runs its = new Runs(nanos[1]);
+        double ratio = our.quickest() / its.quickest();
+        System.out.printf("%-34s %4d %12.0f %6.1f%% %12.0f %6.1f%% %7.3f %7.2f%s %10.0f %10.0f%n", name, rounds,
+                our.quickest(), our.spread(), its.quickest(), its.spread(), ratio, limit,
                 ratio <= limit ? "      " : " above", bytes[0], bytes[1]);
     }
 
@@ -130,8 +134,8 @@ public final class SessionBench {
         try (KciSession session = KciSession.login(
                 new KciLoginOptions().server("local").user("guest").password("guest".toCharArray()))) {
             int id = session.id();
-            System.out.printf("%-34s %12s %12s %7s %7s %6s %9s %10s%n", "row", "ours ns", "native ns", "ratio",
-                    "limit", "", "our bytes", "its bytes");
+            System.out.printf("%-34s %4s %12s %7s %12s %7s %7s %7s %6s %9s %10s%n", "row", "runs", "ours ns",
+                    "spread", "native ns", "spread", "ratio", "limit", "", "our bytes", "its bytes");
             row("execute(\"3 + 4\")", ROUNDS, 1.3, new Side(() -> session.execute("3 + 4"), CALLS),
                     new Side(() -> nativeExecute(id), CALLS));
             KciObject array = session.execute("all := Array new: " + OBJECTS + ". 1 to: " + OBJECTS
@@ -142,10 +146,12 @@ public final class SessionBench {
             sink = kept;
             manyObjects(session);
         }
-        double[] event = EventPath.nanos();
-        System.out.printf("event of a call that nobody records: %.2f ns, during a recording %.2f ns, limit %.0f%s%n",
-                event[0], event[1], EVENT_LIMIT_NANOS,
-                Math.max(event[0], event[1]) <= EVENT_LIMIT_NANOS ? "" : " above");
+        Runs alone = new Runs(EventPath.nanos());
+        Runs recording = new Runs(EventPath.nanosDuringRecording());
+        System.out.printf("event of a call that nobody records, %d runs: %.2f ns (spread %.1f%%), during a recording "
+                + "%.2f ns (spread %.1f%%), limit %.0f%s%n", alone.count(), alone.quickest(), alone.spread(),
+                recording.quickest(), recording.spread(), EVENT_LIMIT_NANOS,
+                Math.max(alone.quickest(), recording.quickest()) <= EVENT_LIMIT_NANOS ? "" : " above");
         PoolBench.row(100, 8);
         PoolBench.row(8, 100);
     }

@@ -1,4 +1,5 @@
 // The local store's language: seconds of processor time and the longest poll of programs, on a client library's path.
+// bench/local_store/run makes a table of several runs.
 #include "kcitable.h"
 
 #include <dlfcn.h>
@@ -62,7 +63,7 @@ int main(int count, char** arguments) {
             return 1;
         }
         if (name != nullptr) {
-            std::printf("%-16s %7.3f s   longest poll %6.2f ms\n", name, seconds() - start, longest * 1e3);
+            std::printf("%s, s\t%g\n%s, longest poll, ms\t%g\n", name, seconds() - start, name, longest * 1e3);
         }
     }
 }

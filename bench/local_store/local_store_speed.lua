@@ -1,8 +1,8 @@
--- The first four programs of local_store.cpp, to set its figures beside.
+-- The first four programs of local_store_speed.cpp, to set its figures beside.
 local function measure(name, program)
   local start = os.clock()
   program()
-  print(string.format("%-16s %7.3f s", name, os.clock() - start))
+  print(string.format("%s in Lua, s\t%g", name, os.clock() - start))
 end
 
 local A = {}
