@@ -1,5 +1,6 @@
 #include "language/filling.h"
 
+#include "language/failure.h"
 #include "language/text.h"
 
 #include <algorithm>
@@ -30,6 +31,9 @@ bool Filling::step(const View& view) {
     const uint32_t count = std::min(end - next, piece);
     const uint32_t width = isDoubleByte(view, to) ? 2 : 1;
     const Units units(view, from);
+    if (units.size() < end || Units(view, to).size() < at + count) {
+        throw Failure(ErrorNumber::BadSubscript, "an abort has shortened a text that was being copied", {from, to});
+    }
     if (change == Change::None && units.isWide == (width == 2)) {
         view.copyElements(to, at * width, from, next * width, count * width);
         at += count;

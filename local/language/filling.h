@@ -17,7 +17,8 @@ struct Filling {
     uint32_t end = 0;
     Change change = Change::None;
 
-    // Puts the next piece, in the width of the text that is filled; answers whether it was the last.
+    // Puts the next piece, in the width of the text that is filled; answers whether it was the last. Fails where the
+    // session has aborted since the piece before, as it may while its computation is suspended, and a text is shorter.
     bool step(const View& view);
 };
 

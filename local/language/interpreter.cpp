@@ -103,9 +103,14 @@ Outcome Interpreter::run(Process& process, uint32_t& steps) {
         }
         process.wakeAt = 0;
     }
-    if (!fillMore(process)) {
-        steps = 0;
-        return Outcome::Progressed;
+    try {
+        if (!fillMore(process)) {
+            steps = 0;
+            return Outcome::Progressed;
+        }
+    } catch (...) {
+        suspend(process, caughtFailure(), false); // continued, it tries again
+        return Outcome::Suspended;
     }
     current = &process;
     stepsLeft = steps;
@@ -410,11 +415,7 @@ Oop Interpreter::copyLiteral(Oop literal) {
 std::optional<int32_t> Interpreter::lookup(Oop receiver, Oop startClass, Oop selector, bool classSide) {
     auto search = [&](Oop cls, uint32_t methodsSlot) -> std::optional<int32_t> {
         for (; cls != nil; cls = view.slot(cls, kernel::class_slot::superclass)) {
-            Oop methods = view.slot(cls, methodsSlot);
-            if (methods == nil) {
-                continue;
-            }
-            std::optional<Oop> method = dictionaryAt(view, methods, selector);
+            std::optional<Oop> method = dictionaryAt(view, view.slot(cls, methodsSlot), selector);
             if (method && view.classOf(*method) == kernel::Method) {
                 return smallIntegerValue(view.slot(*method, kernel::method_slot::code));
             }

@@ -230,7 +230,7 @@ private:
             node->name += narrow(token.text);
             advance();
             adopt(*node, parseBinarySends(parseUnarySends(parsePrimary())));
-            checkCount(node->children.size());
+            checkCount(node->children.size() - 1);
         }
         return node;
     }

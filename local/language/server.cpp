@@ -277,11 +277,12 @@ Outcome Engine::State::runSlice(ServerSession& session) {
             process.charge();
         }
         if (store.isFull() && !store.isCollectionWanted()) {
-            if (!store.isWorthCollecting() && outcome == Outcome::Progressed) {
+            if (store.isWorthCollecting()) {
+                store.startCollection();
+            } else if (outcome == Outcome::Progressed) {
                 Interpreter::suspend(process, failureOf(StoreFull{.storeLimit = store.limit()}), false);
                 return Outcome::Suspended;
             }
-            store.startCollection();
         }
         if (store.isCollectionWanted() || store.stepDue()) {
             store.collectStep(*this);

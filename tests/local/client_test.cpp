@@ -176,6 +176,39 @@ TEST_F(LocalClient, SuspendedProcessContinuesWithAValue) {
     EXPECT_EQ(pending(), 4101);
 }
 
+// A break leaves a large text half copied, and what is left of it finds other texts, or no room.
+TEST_F(LocalClient, TransactionsEndWhileATextIsCopied) {
+    setenv("KCILOCAL_MEMORY", "24", 1);
+    logIn();
+    evaluate("Shared at: #text put: ''. System commit. big := String new: 6000000. System sliceSize: 1");
+    for (const auto& [source, commits, number] :
+         {std::tuple("text asUppercase", false, 2004), std::tuple("text add: big", false, 2004),
+          std::tuple("text add: big", true, 2208)}) {
+        evaluate("text add: big");
+        kci.KciNbExecuteStr(source, KCI_OOP_NIL);
+        for (int i = 0; i < 3; ++i) {
+            EXPECT_EQ(kci.KciNbEnd(nullptr), KCI_RESULT_PROGRESSED);
+        }
+        kci.KciSoftBreak();
+        finish();
+        EXPECT_EQ(error.number, 6003);
+        OopType process = error.context;
+        commits ? static_cast<void>(kci.KciCommit()) : kci.KciAbort();
+        EXPECT_EQ(kci.KciContinueWith(process, KCI_OOP_ILLEGAL, 0, nullptr), KCI_OOP_ILLEGAL);
+        EXPECT_EQ(pending(), number) << source;
+        EXPECT_EQ(print("3 + 4"), "7");
+    }
+    // A limit below what the store holds already: calls end, without a process that would need more.
+    setenv("KCILOCAL_MEMORY", "16", 1);
+    logIn();
+    unsetenv("KCILOCAL_MEMORY");
+    for (const auto& [source, number] : {std::pair("System halt", 6003), std::pair("[true] whileTrue: [nil]", 2208)}) {
+        evaluate(source);
+        EXPECT_EQ(error.number, number);
+        EXPECT_EQ(error.context, KCI_OOP_NIL);
+    }
+}
+
 TEST_F(LocalClient, ErrorsCarryTheirArguments) {
     evaluate("3 at: 4 foo: 'five'");
     EXPECT_EQ(error.category, KCI_CATEGORY_SYSTEM);
