@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cmath>
 
 namespace local {
 
@@ -28,11 +27,8 @@ uint64_t hashUnits(const Units& text, uint32_t from, uint32_t to, uint64_t hash)
 
 uint32_t hashOf(const View& view, Oop oop) {
     if (std::optional<Number> number = numberOf(view, oop)) {
-        // An integral float equals the integer, so it has its hash.
-        double real = number->asReal();
-        bool integral = std::trunc(real) == real && std::fabs(real) < 9e15;
-        return scramble(number->isFloat && !integral ? std::bit_cast<uint64_t>(real)
-                                                     : std::bit_cast<uint64_t>(real + 0.0));
+        // An integral float equals the integer, so it has its hash; and -0.0 has that of 0.
+        return scramble(std::bit_cast<uint64_t>(number->asReal() + 0.0));
     }
     if (isReference(oop) && view.classOf(oop) == kernel::DateTime) {
         uint64_t hash = 0;

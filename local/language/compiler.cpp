@@ -29,7 +29,7 @@ enum class Inline : uint8_t { No, IfTrue, IfFalse, IfTrueIfFalse, IfFalseIfTrue,
 
 // A block can be compiled in line when it has no variables of its own, which every evaluation would have to renew.
 bool isPlainBlock(const NodePointer& node) {
-    return node && node->kind == Node::Kind::Block && node->parameters.empty() && node->temporaries.empty();
+    return node->kind == Node::Kind::Block && node->parameters.empty() && node->temporaries.empty();
 }
 
 Inline inlineKind(const Node& send) {
@@ -127,7 +127,7 @@ private:
             for (const NodePointer& child : node.children) {
                 if (isPlainBlock(child)) {
                     analyzeAll(child->children, function);
-                } else if (child) {
+                } else {
                     analyze(*child, function);
                 }
             }
@@ -496,7 +496,7 @@ std::vector<std::string> allVariableNames(const View& view, Oop cls) {
     std::vector<std::string> names;
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
         Oop own = view.slot(*it, kernel::class_slot::variables);
-        for (uint32_t i = 0; own != nil && i < view.size(own); ++i) {
+        for (uint32_t i = 0; i < view.size(own); ++i) {
             names.push_back(bytesOf(view, view.slot(own, i)));
         }
     }

@@ -145,7 +145,6 @@ private:
     Oop readGlobal(Oop name);
     Oop scopeAt(const Frame& frame, uint32_t distance) const;
     Oop copyLiteral(Oop literal);
-    void makeArray(uint32_t count);
     std::optional<int32_t> find(Oop receiver, const Code* superOf, Oop selector);
 
     Process* current = nullptr;

@@ -100,7 +100,7 @@ std::optional<Number> readNumber(std::string_view text) {
     if (radix == 10 && digits.find_first_of(".e") != std::string_view::npos) {
         double real = 0;
         auto [end, error] = std::from_chars(digits.data(), last, real);
-        if (end != last || end[-1] == '.' || error == std::errc::invalid_argument) {
+        if (end != last || end[-1] == '.') {
             return std::nullopt;
         }
         if (error == std::errc::result_out_of_range) {

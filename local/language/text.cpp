@@ -164,16 +164,12 @@ std::u16string widen(std::string_view ascii) {
 }
 
 std::string withArticle(const std::string& noun) {
-    bool vowel = !noun.empty() && std::string_view("AEIOUaeiou").find(noun[0]) != std::string_view::npos;
+    bool vowel = std::string_view("AEIOUaeiou").find(noun[0]) != std::string_view::npos;
     return (vowel ? "an " : "a ") + noun;
 }
 
 std::string className(const View& view, Oop cls) {
-    if (!kernel::isClass(view, cls)) {
-        return "Object";
-    }
-    Oop name = view.slot(cls, kernel::class_slot::name);
-    return isText(view, name) ? encodeText(textOf(view, name)) : "Object";
+    return encodeText(textOf(view, view.slot(cls, kernel::class_slot::name)));
 }
 
 std::string brief(const View& view, Oop oop) {

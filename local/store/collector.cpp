@@ -161,13 +161,6 @@ void Store::collectStep(Roots& roots) {
     }
 }
 
-void Store::collect(Roots& roots) {
-    startCollection();
-    while (isCollectionWanted()) {
-        collectStep(roots);
-    }
-}
-
 void Store::freeEntry(uint32_t index) {
     if (!prefixes.empty()) {
         prefixes.erase(oopAt(index));

@@ -58,9 +58,6 @@ void Store::recount(Object& object, size_t before) {
 // Slots are not filled, bytes are 0.
 Store::Object* Store::makeObject(const Shape& shape, uint32_t count, uint32_t capacity) {
     bool isByte = shape.body == Body::Byte;
-    if (count > (isByte ? maxBytes : maxElements + shape.named)) {
-        throw StoreFull{};
-    }
     size_t bytes = isByte ? capacity : capacity * sizeof(Oop);
     reserve(bytes);
     auto index = shape.body == Body::Unordered ? std::make_unique<HashIndex>() : nullptr;
@@ -279,9 +276,6 @@ void Store::insertSlot(Session& session, Oop oop, uint32_t index, Oop value) {
 
 void Store::removeSlot(Session& session, Oop oop, uint32_t index) {
     Object& object = writable(session, oop);
-    if (index >= object.slotCount()) {
-        return;
-    }
     if (index * 2 < object.count) {
         std::memmove(object.slots() + 1, object.slots(), index * sizeof(Oop));
         ++object.first;

@@ -132,7 +132,7 @@ public:
             }
         }
     }
-    // Elements at both ends come and go in constant time on average.
+    // Elements at both ends come and go in constant time on average. What is removed must be there.
     void insertSlot(Session& session, Oop oop, uint32_t index, Oop value);
     void removeSlot(Session& session, Oop oop, uint32_t index);
     // Gives a pointer or byte object another number of elements; new ones are nil or 0.
@@ -196,8 +196,6 @@ public:
     // Whether so much was made that a step should be taken.
     bool stepDue() const { return debt >= stepBytes; }
     void collectStep(Roots& roots);
-    // A whole collection. When memory runs out midway, all that lives is still there.
-    void collect(Roots& roots);
     bool isMarking() const { return phase == Phase::Roots || phase == Phase::Marking; }
     // To be called for what is kept outside the store, once it is no longer on a stack.
     void shade(Oop oop) {
