@@ -12,14 +12,6 @@ namespace {
 constexpr jint mostOops = 256;
 constexpr jint tooLarge = -1;
 
-// Whether Java has lent the first `count` elements.
-bool read(jlongArray from, jint count, jlong* to) {
-    if (count > 0) {
-        ENV->GetLongArrayRegion(from, 0, count, to);
-    }
-    return ENV->ExceptionCheck() == JNI_FALSE;
-}
-
 // Makes `count` objects, which replace their variables in jlongBuf, and counts them. FALSE after an error.
 bool makeObjects(const NativeCall& call, OopType cls, jint named, jint count, jint& made) {
     for (made = 0; made < count;) {
@@ -88,9 +80,7 @@ TMQKCI_BULK(create)
             ENV->GetArrayLength(oops) < count) {
             return call.refused("create(): an array is NULL or too short");
         }
-        if (!read(values, static_cast<jint>(size), jlongBuf)) {
-            return call.notLent();
-        }
+        ENV->GetLongArrayRegion(values, 0, static_cast<jint>(size), jlongBuf);
         jint made = 0;
         const bool complete = makeObjects(call, static_cast<OopType>(cls), named, count, made);
         // After a failure, too: the caller gives up what was made.

@@ -70,9 +70,7 @@ jint setupError(jobject jErrRpt) {
     // The client library guarantees both; a record that breaks them must not be read beyond its end.
     KciError.argCount = std::clamp(KciError.argCount, 0, KCI_ERR_MAX_ARGS);
     KciError.message[KCI_ERR_MESSAGE_SIZE - 1] = '\0';
-    if (Debug) [[unlikely]] {
-        traceError();
-    }
+    traceError();
     if (jErrRpt == nullptr) {
         return 0;
     }

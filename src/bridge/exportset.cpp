@@ -72,10 +72,8 @@ TMQKCI_NATIVE(releaseOops)(JNIEnv* env, jclass, jint sessionId, jlongArray joops
             oopPtr[i] = static_cast<OopType>(jlongBuf[i]);
         }
         const auto count = static_cast<ArraySizeType>(numOops);
-        if (Debug) [[unlikely]] {
-            TRACE_DEBUG("     Releasing %d oops:\n", numOops);
-            traceOops(oopPtr, count);
-        }
+        TRACE_DEBUG("     Releasing %d oops:\n", numOops);
+        traceOops(oopPtr, count);
         rtlPrivKciRtlFuncs->KciReleaseOops(oopPtr, count);
         if (call.clientError()) {
             return call.failed();
@@ -99,10 +97,8 @@ TMQKCI_NATIVE(changedOops)(JNIEnv* env, jclass, jint sessionId, jlongArray joops
         }
         // A client that claims more than it was offered is not believed.
         cnt = std::min(cnt, static_cast<ArraySizeType>(numOops));
-        if (Debug) [[unlikely]] {
-            TRACE_DEBUG("     Returning %d changed oops:\n", static_cast<jint>(cnt));
-            traceOops(oopBuf, cnt);
-        }
+        TRACE_DEBUG("     Returning %d changed oops:\n", static_cast<jint>(cnt));
+        traceOops(oopBuf, cnt);
         jlongPtr = jlongBuf;
         std::copy_n(oopBuf, cnt, jlongPtr);
         ENV->SetLongArrayRegion(joops, 0, static_cast<jsize>(cnt), jlongPtr);

@@ -222,9 +222,7 @@ TMQKCI_NATIVE(initialize)
     if (debugFlag > 0) {
         Info = TRUE;
     }
-    if (Debug) {
-        traceSizes();
-    }
+    traceSizes();
     if (TmqKciInitialized) {
         // kept: callers may come from another thread; ENV stays as the last native call left it.
         TRACE_DEBUG("Already initialized.\n");

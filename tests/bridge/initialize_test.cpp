@@ -79,7 +79,8 @@ TEST_F(Initialize, RaisesTheTraceLevelLater) {
 }
 
 TEST_F(Initialize, FailsWithoutClassesAndFields) {
-    expectFailure("preloadSize exceeds bufSize", {.preloadSize = 65});
+    // The report's own class stands in where Java does not find the report's.
+    expectFailure("preloadSize exceeds bufSize", {.preloadSize = 65}, [] { jni().missingClass = "TmqKciException"; });
     EXPECT_EQ(trace, loading() + genericFailure("preloadSize exceeds bufSize")) << "before anything is looked up";
 
     // Whole reports, although the report's own fields may not be known yet.
@@ -128,6 +129,7 @@ TEST_F(Initialize, FailsWithTheWrongClientLibrary) {
         const std::string message = "Incorrect version of libtmqkci: built for 6.7, running on " + std::string(version);
         expectFailure(message.substr(0, 299), {.debugFlag = 0}, [=] { client().version = version; });
     }
+    expectFailure("Incorrect version of libtmqkci: built for 6.7, running on ", {}, [] { client().version = nullptr; });
     for (const char* version : {"6.7", "6.9.999"})
         expectFailure("KciInit failure", {}, [=] { client().version = version, client().results["KciInit"] = {0}; });
 }
@@ -146,6 +148,8 @@ TEST_F(Initialize, FailsWhileSettingUp) {
     EXPECT_EQ(client().calls, "KciProduct() KciVersion() KciInitAppName('app', 1) KciInit() KciErr");
 
     // The library that this attempt loaded stays.
+    EXPECT_EQ(initialize({}, [] { client().fail("KciErr", scriptError()); }), -1);
+    expectError(scriptError());
     expectFailure("KciRtlLoad failure: Library is already loaded.", {});
 
     const char* const buffers[] = {"Problem allocating byte buffer in initialize()",

@@ -29,6 +29,8 @@ TEST_F(Bridge, Version) {
         {native, "KciVersion()|! Problem creating java string for KCI version",
          [&] { script(), jni().fail("NewStringUTF"); }},
         {native, "! kciVersion(): NULL version array", [&] { versions = nullptr; }},
+        {native, "KciVersion()|! kciVersion(): the version array has no room for a string",
+         [&] { versions = jni().objectArray({}); }},
     });
 }
 

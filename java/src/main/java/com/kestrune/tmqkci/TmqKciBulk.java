@@ -28,7 +28,7 @@ final class TmqKciBulk {
      * @param oops zeros; receives the objects that were made, also after a failure
      * @param count how many objects, not more than a quarter of the buffer's size
      * @param errReport receives the error
-     * @return {@code count}, {@link TmqKciInterface#FAILED} or {@link TmqKciInterface#NOT_LENT}
+     * @return {@code count} or {@link TmqKciInterface#FAILED}
      */
     static native int _create(int sessionId, long cls, int named, long[] values, long[] oops, int count,
             TmqKciException errReport);
@@ -44,8 +44,7 @@ final class TmqKciBulk {
      * @param contents receives the references, one object's behind another's; as long as a quarter of the buffer's size
      *     at least
      * @param errReport receives the error
-     * @return of how many objects the buffer held the references, {@link TmqKciInterface#FAILED} or
-     *     {@link TmqKciInterface#NOT_LENT}
+     * @return of how many objects the buffer held the references, or {@link TmqKciInterface#FAILED}
      */
     static native int _contents(int sessionId, long[] objects, int count, int[] sizes, long[] contents,
             TmqKciException errReport);
