@@ -27,10 +27,15 @@ TEST(ErrMsgSymToText, WithoutFileIsBracketed) {
     EXPECT_STREQ(text, "[errmsg");
     EXPECT_EQ(text[8], 'z');
     ErrMsgSymToText("errmsg.line4", nullptr, 0, "d", 3);
+    ErrMsgSymToText("abc", text, 5, "d", 3);
+    EXPECT_STREQ(text, "[abc");
     // Symbol and arguments may stand in the buffer that receives the text.
     strcpy(text, "abc");
     ErrMsgSymToText(text, text, sizeof text, "ss", text, text + 1);
     EXPECT_EQ(std::string(text, sizeof text), "[abc abc bc]" + std::string(sizeof text - 12, '\0'));
+    char large[5000] = "abc";
+    ErrMsgSymToText("a", large, sizeof large, "ss", large, large + 1);
+    EXPECT_STREQ(large, "[a abc bc]");
 }
 
 // The message that an entry, without its symbol, gives.
@@ -41,12 +46,12 @@ std::string expand(const std::string& entry, const char* kinds, Args... args) {
 }
 
 TEST(ErrMsgSymToText, ExpandsPatterns) {
-    EXPECT_EQ(expand(R"(:plain\n\t\\\x\101\1011\777\f\r\v\b end)", ""), "plain\n\t\\xA\11\377\f\r\v\b end");
+    EXPECT_EQ(expand(R"(:plain\n\t\\\x\9\101\1018\777\f\r\v\b end\101)", ""), "plain\n\t\\x9AA8\377\f\r\v\b endA");
     EXPECT_EQ(expand(":ends in \\\\\n", ""), "ends in ");
-    EXPECT_EQ(expand("(1 2 3 4 5 6 7 8 9 10):100%% %d|%5d|%-5i|%05u|%+d|%x|%#X|%o|%c|%p", "dddddddddd", -7, 42, 42, 42,
-                     42, 255, 255, 8, 'A', 0x10),
-              "100% -7|   42|42   |00042|+42|ff|0XFF|10|A|0x10");
-    EXPECT_EQ(expand("(1 2 3 4 5 6 7 8 9):%s|%10s|%-10s|%.2s|%ld|%hhd|%g|%.1f|%E", "ssssddggg", "abc", "abc", "abc",
+    EXPECT_EQ(expand("(1 2 3 4 5 6 7 8 9 10):100%% %d|%5d|%-5i|%05u|%+d|%x|%#X|%o|%2c|%5p", "dddddddddd", -7, 42, 42,
+                     42, 42, 255, 255, 8, 'A', 0x10),
+              "100% -7|   42|42   |00042|+42|ff|0XFF|10| A| 0x10");
+    EXPECT_EQ(expand("(1 2 3 4 5 6 7 8 9):%s|%10s|%-10s|%.2s|%li|%hhd|%g|%.1f|%E", "ssssddggg", "abc", "abc", "abc",
                      "abc", -2, 257, 0.5, 0.25, 1.0),
               "abc|       abc|abc       |ab|-2|1|0.5|0.2|1.000000E+00");
     // Arguments of another kind than the conversion show as what they are.
@@ -71,7 +76,7 @@ TEST(ErrMsgSymToText, WildConversionsAreHarmless) {
     EXPECT_EQ(expand("(1):a%nb", "d", 7), "ab");
     EXPECT_EQ(expand("(1):%-99999999999999999999d|", "d", 7), "7" + std::string(2045, ' '));
     EXPECT_EQ(expand("(1):%.999999999f", "g", 7.0), "7." + std::string(2044, '0'));
-    EXPECT_EQ(expand("(1):%*d %.*d|", "d", 7), "7 %.*d|");
+    EXPECT_EQ(expand("(1 2):%*d %.*d|%l5d|", "dd", 7, 8), "7 8|%l5d|");
     EXPECT_EQ(expand("(1):%2$s %1$d", "s", "seven"), "seven %1$d");
     EXPECT_EQ(expand("(1):%hhhhhd %lld", "d", 7), "7 %lld");
     EXPECT_EQ(expand("(1):%-", "d", 7), "%-");
@@ -90,6 +95,7 @@ TEST(ErrMsgSymToText, LimitsOfLength) {
     EXPECT_EQ(message("long", "s", argument.substr(0, 100).c_str()), longPattern + argument.substr(0, 46));
     EXPECT_EQ(message("long", "ss", argument.substr(0, 2048).c_str(), "b"),
               ("[\"" + longPattern + "%s\" long " + argument).substr(0, 2047));
+    EXPECT_EQ(expand(":" + std::string(2044, 'p'), "d", 1), "[\"" + std::string(2044, 'p') + "\"");
 }
 
 TEST(ErrMsgSymToText, UnknownKindsAreReported) {
@@ -204,6 +210,7 @@ TEST(FindErrSym, DamagedFilesAreReportedOnce) {
     } damages[] = {
         {"cut in a slot", good.substr(0, slot + 11), unreadable},
         {"key negative", with(slot + 4, 0xFFFFFFF0), noKey},
+        {"key cut off", with(slot + 4, good.size() - 3), noKey},
         {"entry outside", with(slot + 8, 0x80000000), "%: unexpected eof\n"},
         {"entry of another symbol", with(slot + 8, good.find("other(1)")), ""},
         {"entry without symbol", good.substr(0, entry) + ":" + good.substr(entry + 1),

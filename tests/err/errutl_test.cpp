@@ -87,6 +87,7 @@ TEST(ErrUtlInit, RefusesWhatIsNoMessageFile) {
         {folder.path(), "fread() header failure"},
         {"/dev/zero", "bad magic number"},
         {large, "unable to read"},
+        {std::string(5000, 'n'), "ErrUtlInit: Unable to use file nnn"},
     };
     for (const auto& [name, refusal] : cases) {
         testing::internal::CaptureStderr();
@@ -125,6 +126,7 @@ TEST(ErrUtlNextSym, ParsesEntries) {
         {" \t\ffoo \t(02\t10 1 1 1 1 1 1 1 1)\f :  x \n", "foo", {2, 10, 1, 1, 1, 1, 1, 1, 1, 1}, 10, "  x "},
         {"fo\\\no:a\\\n  b\\\\\nc\n", "foo", {}, 0, "a  b\\c"},
         {"s:" + longest + std::string(3000, 'c') + "\\\nx\n", "s", {}, 0, longest},
+        {"s:" + longest + "c\n", "s", {}, 0, longest},
         {std::string(254, 's') + ":x:y(1)\n", std::string(254, 's'), {}, 0, "x:y(1)"},
     };
     for (const auto& [text, symbol, argOrder, expectedArgCount, pattern] : cases) {
@@ -159,9 +161,11 @@ TEST(ErrUtlNextSym, ReportsMalformedLinesInBothModes) {
         {std::string(255, 's') + ":x", near + "symbol too long\n", "ErrUtlNextSym:  Why is symbol bad?\n"},
         {"foo(", near + "\")\" missing\n", badLine},
         {"foo(1", near + "\")\" expected\n", badLine},
-        {"foo(1 11): x", near + "numeral (11) out of range\n", bogus},
+        {"foo(1;", near + "\")\" expected\n", badLine},
+        {"foo(1 119): x", near + "numeral (11) out of range\n", bogus},
         {"foo(1 1 1 1 1 1 1 1 1 1 1): x", near + "too many arguments\n", "ErrUtlNextSym:  bogus arg list\n"},
         {"foo  x", near + "\":\" expected\n", badLine},
+        {"foo ", near + "\":\" expected\n", badLine},
     };
     for (const auto& [line, first, second] : cases) {
         for (const bool building : {false, true}) {

@@ -32,6 +32,9 @@ TEST(Utf16Text, DecodesUtf8AndReplacesWhatIsNone) {
         {{"\xC0\x80"}, u"\uFFFD\uFFFD"},
         {{"\xED\xA0\x80"}, u"\uFFFD\uFFFD\uFFFD"},
         {{"\xF4\x90\x80\x80"}, u"\uFFFD\uFFFD\uFFFD\uFFFD"},
+        {{"\xE0\x9F\x80\xF0\x8F\x80\x80\xF5z"}, u"\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFDz"},
+        {{"\xE0\xA0\x80\xF0\x90\x80\x80\xF4\x80\x80\x80\xED\x80("}, u"\u0800\U00010000\U00100000\uFFFD("},
+        {{"\xE2", "a\xE2\x82", "b"}, u"\uFFFDa\uFFFDb"},
         {{"\xF0\x9F\x98"}, u"\uFFFD"},
         {{"\xF0", "\x9F", "\x98", "\x80"}, u"\U0001F600"},
         // The report's line wrapper counts bytes.
@@ -40,6 +43,12 @@ TEST(Utf16Text, DecodesUtf8AndReplacesWhatIsNone) {
     for (const auto& c : cases)
         EXPECT_EQ(decode(c.pieces), c.text);
     EXPECT_EQ(decode({std::string(100000, 'x')}), std::u16string(100000, u'x'));
+    for (const size_t count : {SIZE_MAX, SIZE_MAX / 4}) {
+        Utf16Text endless;
+        EXPECT_EQ(endless.extend(count), nullptr);
+        endless.appendUtf8("what comes behind");
+        EXPECT_TRUE(endless.failed() && endless.size() == 0);
+    }
 }
 
 TEST(Utf16Text, EncodesWithinTheBuffer) {
@@ -49,6 +58,7 @@ TEST(Utf16Text, EncodesWithinTheBuffer) {
         const char* utf8;
     } cases[] = {
         {u"plain", 5, "plai"},
+        {std::u16string({0xFB01, 0xD83D, 0xE000}), 10, "\xEF\xAC\x81?\xEE\x80\x80"},
         {u"\u00E4\u20AC\U0001F600", 100, "\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80"},
         {u"\u00E4\u20AC\U0001F600", 9, "\xC3\xA4\xE2\x82\xAC"},
         {std::u16string(u"a\0b", 3), 10, "a b"},

@@ -359,7 +359,7 @@ void mySprintf(BoundedText& out, const ParsedEntry& entry, const MessageArgs& ar
 void desperateErr(BoundedText& out, std::string_view sym, const std::string_view* pat, const MessageArgs& args) {
     bool fits = out.appendCut("[");
     if (pat != nullptr) {
-        fits = fits && out.appendCut("\"") && out.appendCut(*pat) && out.appendCut("\" ");
+        fits = out.appendCut("\"") && out.appendCut(*pat) && out.appendCut("\" ");
     }
     fits = fits && out.appendCut(sym);
     for (size_t i = 0; fits && i < args.kinds.size(); ++i) {
