@@ -23,7 +23,7 @@ constexpr ArrayTexts changedOopsTexts = {
 };
 
 void traceOops(const OopType* oops, ArraySizeType count) {
-    for (ArraySizeType i = 0; i < count; ++i) {
+    for (ArraySizeType i = 0; Debug && i < count; ++i) { // no look at each while nothing is traced
         TRACE_DEBUG("     %ld\n", shown(oops[i]));
     }
 }
