@@ -181,8 +181,11 @@ Oop copyRange(Interpreter& interpreter, Oop self, Arguments arguments) {
     if (first < 1 || last > count) {
         failSubscript(view, self, first < 1 ? arguments[0] : arguments[1]);
     }
-    uint32_t length = first > last ? 0 : static_cast<uint32_t>(last - first + 1);
-    return newFrom(interpreter, self, static_cast<uint32_t>(first - 1), length, isDoubleByte(view, self));
+    if (first > last) {
+        return newUnits(view, isDoubleByte(view, self), 0);
+    }
+    return newFrom(interpreter, self, static_cast<uint32_t>(first - 1), static_cast<uint32_t>(last - first + 1),
+                   isDoubleByte(view, self));
 }
 
 // The first position at or after a given one at which a text occurs; 0 for none. After some work it answers from where

@@ -46,7 +46,7 @@ std::string expand(const std::string& entry, const char* kinds, Args... args) {
 }
 
 TEST(ErrMsgSymToText, ExpandsPatterns) {
-    EXPECT_EQ(expand(R"(:plain\n\t\\\x\9\101\1018\777\f\r\v\b end\101)", ""), "plain\n\t\\x9AA8\377\f\r\v\b endA");
+    EXPECT_EQ(expand(R"(:plain\n\t\\\x\-\101\1018\777\f\r\v\b end\101)", ""), "plain\n\t\\x-AA8\377\f\r\v\b endA");
     EXPECT_EQ(expand(":ends in \\\\\n", ""), "ends in ");
     EXPECT_EQ(expand("(1 2 3 4 5 6 7 8 9 10):100%% %d|%5d|%-5i|%05u|%+d|%x|%#X|%o|%2c|%5p", "dddddddddd", -7, 42, 42,
                      42, 42, 255, 255, 8, 'A', 0x10),
@@ -76,7 +76,7 @@ TEST(ErrMsgSymToText, WildConversionsAreHarmless) {
     EXPECT_EQ(expand("(1):a%nb", "d", 7), "ab");
     EXPECT_EQ(expand("(1):%-99999999999999999999d|", "d", 7), "7" + std::string(2045, ' '));
     EXPECT_EQ(expand("(1):%.999999999f", "g", 7.0), "7." + std::string(2044, '0'));
-    EXPECT_EQ(expand("(1 2):%*d %.*d|%l5d|", "dd", 7, 8), "7 8|%l5d|");
+    EXPECT_EQ(expand("(1 2 3):%*d %.*d|%l5d|", "ddd", 7, 8, 9), "7 8|%l5d|");
     EXPECT_EQ(expand("(1):%2$s %1$d", "s", "seven"), "seven %1$d");
     EXPECT_EQ(expand("(1):%hhhhhd %lld", "d", 7), "7 %lld");
     EXPECT_EQ(expand("(1):%-", "d", 7), "%-");
