@@ -116,8 +116,8 @@ struct VectorSearch {
         return equals(tags + place.home, place.tag()) != 0;
     }
     [[gnu::target("sse2")]] static int32_t findTagOrEmpty(const uint8_t* tags, int32_t start, uint8_t tag) {
-        for (const uint8_t* at = tags + start;; at += groupSize) {
-            if (const uint32_t found = equals(at, tag) | equals(at, emptyTag)) {
+        for (const uint8_t* at = tags + start;; at += 16) {
+            if (const uint32_t found = equals16(at, tag) | equals16(at, emptyTag)) {
                 return static_cast<int32_t>(at - tags) + __builtin_ctz(found);
             }
         }
@@ -166,7 +166,9 @@ template <typename Search>
     const TableBlock block(ht);
     const Place place(hash, ht.tableSize);
     int32_t index = place.home;
-    if (Search::isNear(block.tags, place) || (block.filters[place.home] & place.filterBit())) {
+    // Where half of the slots are empty, one is near, and the search for the key ends at it: no need to ask before.
+    const bool roomy = ht.numEntries <= ht.halfTableSize;
+    if (roomy || Search::isNear(block.tags, place) || (block.filters[place.home] & place.filterBit())) {
         prefetch(block.slots[index]); // the key's text comes while tags are read: half of the keys are at home
         for (;;) {
             index = Search::findTagOrEmpty(block.tags, index, place.tag());
