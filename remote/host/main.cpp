@@ -6,6 +6,7 @@
 #include "wire/ready.h"
 
 #include <cerrno>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
@@ -58,6 +59,7 @@ void report(bool serves, const char* text) {
 void* watchParent(void*) {
     pollfd socket = {remote::hostSocket, POLLIN, 0};
     while (poll(&socket, 1, -1) < 0) {
+        usleep(1000); // a signal, or no memory for the moment
     }
     remote::publishGone(block.control().request);
     remote::publishGone(block.control().breakRequest);
@@ -72,7 +74,9 @@ void* serveBreaks(void* server) {
 
 bool startThread(void* (*body)(void*), void* argument) {
     pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
+    if (pthread_attr_init(&attributes) != 0) {
+        return false;
+    }
     pthread_attr_setstacksize(&attributes, threadStack);
     pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
     pthread_t thread;
@@ -84,7 +88,13 @@ bool startThread(void* (*body)(void*), void* argument) {
 } // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2 || fcntl(remote::hostSocket, F_GETFD) < 0 || block.open(remote::hostBlock) != 0) {
+    const int problem =
+        argc == 2 && fcntl(remote::hostSocket, F_GETFD) >= 0 ? block.open(remote::hostBlock) : EINVAL;
+    if (problem == ENOMEM) {
+        report(false, "the host process has no memory to share");
+        return 1;
+    }
+    if (problem != 0) {
         fprintf(stderr, "%s serves a client library to the process that starts it; it is no command\n", argv[0]);
         return 2;
     }

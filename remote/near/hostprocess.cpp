@@ -17,6 +17,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <utility>
 
 namespace remote {
 
@@ -181,11 +182,12 @@ bool HostProcess::spawn(int wordSize, const char* file, Problem& problem) {
         posix_spawnattr_t attributes;
         posix_spawn_file_actions_init(&actions);
         posix_spawnattr_init(&attributes);
-        posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&actions, farOutput, STDOUT_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, farOutput, STDERR_FILENO);
-        posix_spawn_file_actions_adddup2(&actions, far, hostSocket);
-        posix_spawn_file_actions_adddup2(&actions, farBlock, hostBlock);
+        error = posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        const std::pair<int, int> handed[] = {
+            {farOutput, STDOUT_FILENO}, {farOutput, STDERR_FILENO}, {far, hostSocket}, {farBlock, hostBlock}};
+        for (const auto& [from, to] : handed) {
+            error = error == 0 ? posix_spawn_file_actions_adddup2(&actions, from, to) : error;
+        }
         sigset_t signals;
         sigemptyset(&signals);
         posix_spawnattr_setsigmask(&attributes, &signals);
@@ -195,7 +197,10 @@ bool HostProcess::spawn(int wordSize, const char* file, Problem& problem) {
         posix_spawnattr_setpgroup(&attributes, 0);
         posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
         const char* const arguments[] = {program.text, file, nullptr};
-        error = posix_spawn(&pid, program.text, &actions, &attributes, const_cast<char* const*>(arguments), environ);
+        if (error == 0) {
+            error =
+                posix_spawn(&pid, program.text, &actions, &attributes, const_cast<char* const*>(arguments), environ);
+        }
         posix_spawnattr_destroy(&attributes);
         posix_spawn_file_actions_destroy(&actions);
         if (error != 0) {
@@ -252,7 +257,10 @@ bool HostProcess::watch() {
     sigset_t before;
     sigfillset(&all);
     pthread_attr_t attributes;
-    pthread_attr_init(&attributes);
+    errno = pthread_attr_init(&attributes);
+    if (errno != 0) {
+        return false;
+    }
     pthread_attr_setstacksize(&attributes, watcherStack);
     // No signal of the application is ever delivered to a thread that it does not know.
     pthread_sigmask(SIG_SETMASK, &all, &before);

@@ -359,7 +359,8 @@ KciErrSType clientError(std::int32_t number, const std::string& message, const s
 
 const KciRtlJumpSType* KciGetRtlTable() {
     static const KciRtlJumpSType table = scripted::makeTable();
-    return &table;
+    const char* const levels = getenv("CLIENT_LIBRARY_LEVELS");
+    return levels != nullptr && levels == std::string("none") ? nullptr : &table;
 }
 
 scripted::Client* scriptedClient() {

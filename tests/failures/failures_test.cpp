@@ -1,19 +1,27 @@
 // Every allocation fails once: a scenario of each library runs again and again, and each time a later allocation finds
 // no memory, alone, with the next two, or with all that follow. Whatever the scenario says then, it ends; afterwards
 // the same calls work, and nothing is left behind.
-#include "failing_allocations.h"
+#include "failing_calls.h"
 #include "local/client_fixture.h"
+#include "support/child.h"
+#include "support/scratch.h"
 
 #include "errmsg.h"
 #include "hash.h"
 #include "hostdebug.h"
+#include "hostfault.h"
 #include "hostfile.h"
+#include "hostlimits.h"
 #include "hostprocess.h"
+#include "hostthread.h"
 #include "hosttime.h"
+#include "hostunix.h"
 #include "hostuser.h"
 #include "kciremote.h"
+#include "kcirtl.h"
 #include "kcitable.h"
 #include "ksdstring.h"
+#include "syserror.h"
 #include "utlheap.h"
 
 #include <gtest/gtest.h>
@@ -23,6 +31,8 @@
 #include <cstdlib>
 #include <functional>
 #include <malloc.h>
+#include <set>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,45 +42,45 @@ struct Loop {
     const char* library;
     std::function<void()> scenario; // under failures
     std::function<void()> works;    // without
-    unsigned few;                   // fewer allocations than these were not worth the run
+    unsigned few;                   // fewer calls than these were not worth the run
     unsigned all = UINT_MAX;        // every one up to this; of the later ones some
     unsigned beyond = 0;            // as many more are made by children
 };
 
 void failEach(const Loop& loop) {
     mallopt(M_PERTURB, 0x5A); // what is used uninitialized, or after it was freed, shows
-    allocations.library = loop.library;
+    failingCalls.library = loop.library;
     int kept = 0; // by one round, on purpose
     for (int i = 0; i < 3; ++i) {
-        kept = -allocations.live;
+        kept = -failingCalls.live;
         loop.scenario();
         loop.works();
-        kept += allocations.live;
+        kept += failingCalls.live;
     }
     for (const unsigned failures : {1u, 3u, UINT_MAX}) {
-        allocations.failures = failures;
+        failingCalls.failures = failures;
         const unsigned dense = failures == 1 ? loop.all : std::min(loop.all, 16u);
         unsigned n = 1;
         for (bool failed = true; failed && !testing::Test::HasFailure(); n += 1 + n / dense) {
-            SCOPED_TRACE(std::to_string(failures) + " allocations from " + std::to_string(n));
+            SCOPED_TRACE(std::to_string(failures) + " from " + std::to_string(n));
             alarm(20); // a hang ends the program
-            const int live = allocations.live;
-            allocations.count = 0;
-            allocations.failAt = n;
+            const int live = failingCalls.live;
+            failingCalls.count = 0;
+            failingCalls.failAt = n;
             loop.scenario();
-            failed = allocations.count + loop.beyond >= n;
-            allocations.failAt = 0;
+            failed = failingCalls.count + loop.beyond >= n;
+            failingCalls.failAt = 0;
             loop.works();
-            EXPECT_LE(allocations.live, live + kept) << "left behind";
+            EXPECT_LE(failingCalls.live, live + kept) << "left behind";
         }
         EXPECT_GT(n, loop.few);
         printf("%s: %u allocations, %u failing\n", *loop.library ? loop.library : "program", n - 1, failures);
     }
     alarm(0);
-    allocations.library = nullptr;
+    failingCalls.library = nullptr;
 }
 
-const KciRtlJumpSType& open(const char* file) {
+KciRtlJumpSType open(const char* file) {
     void* const library = dlopen(file, RTLD_NOW);
     EXPECT_NE(library, nullptr) << dlerror();
     return *reinterpret_cast<KciGetRtlTableFuncPtr>(dlsym(library, "KciGetRtlTable"))();
@@ -78,7 +88,7 @@ const KciRtlJumpSType& open(const char* file) {
 
 // A client library through its table.
 struct Client {
-    const KciRtlJumpSType& kci;
+    KciRtlJumpSType kci{};
 
     std::string evaluate(const char* source) const {
         void* result = nullptr;
@@ -163,12 +173,12 @@ struct Client {
 TEST(Allocations, LocalStore) {
     const Client client{open(KCI_LOCAL_LIBRARY)};
     const auto calls = [&] {
-        const unsigned failAt = allocations.failAt.exchange(0);
+        const unsigned failAt = failingCalls.failAt.exchange(0);
         EXPECT_TRUE(client.logIn());
-        allocations.count = 0;
-        allocations.failAt = failAt;
+        failingCalls.count = 0;
+        failingCalls.failAt = failAt;
         client.useAll();
-        allocations.failAt = 0;
+        failingCalls.failAt = 0;
         EXPECT_EQ(client.evaluate("(3 + 4) printString"), "7");
         client.kci.KciShutdown();
     };
@@ -213,12 +223,12 @@ TEST_F(AllocationsOfTheStore, CommitsWithoutMemoryPublishNothing) {
         return "all allSatisfy: [:each | (each at: 1) first = " + std::to_string(each) + "]";
     };
     const auto commit = [&] {
-        const unsigned failAt = allocations.failAt.exchange(0);
+        const unsigned failAt = failingCalls.failAt.exchange(0);
         evaluate("all do: [:each | each at: 1 put: {" + std::to_string(value + 1) + "}]");
-        allocations.count = 0;
-        allocations.failAt = failAt;
+        failingCalls.count = 0;
+        failingCalls.failAt = failAt;
         const bool done = kci.KciCommit();
-        allocations.failAt = 0;
+        failingCalls.failAt = 0;
         EXPECT_EQ(pending(), done ? 0 : 2208);
         EXPECT_EQ(print(holds(value + 1)), "true");
         value += done;
@@ -233,17 +243,16 @@ TEST_F(AllocationsOfTheStore, CommitsWithoutMemoryPublishNothing) {
     failEach({"kcilnk67", commit, [&] { evaluate("System collectGarbage"); }, 20});
 }
 
-// What fails is announced, and in a child said in its log; neither ends the process.
-TEST(Allocations, SupportLayer) {
-    noHalt = TRUE;
-    char folder[] = "/tmp/allocations-XXXXXX";
-    ASSERT_NE(mkdtemp(folder), nullptr);
-    setenv("KESTRUNE_LANG", MESSAGES, 1);
-    setenv("HOME", folder, 1);
-    stderr = fopen("/dev/null", "w");
-    FILE* const usual = stdout;
-    const auto scenario = [&] {
-        stdout = stderr;
+// What fails is announced, and in a child said in its log.
+class SupportLayer : public Scratch {
+public:
+    SupportLayer() {
+        noHalt = TRUE;
+        setenv("KESTRUNE_LANG", MESSAGES, 1);
+        setenv("HOME", path().c_str(), 1);
+        setenv("KS_CORE_TIME_OUT", "0", 1);
+    }
+    void useAll() const {
         ErrMsgInit();
         char text[20000];
         for (const char* symbol : {"host.initfail", "missing"}) {
@@ -275,73 +284,199 @@ TEST(Allocations, SupportLayer) {
         PidType pid = 0;
         if (HostForkServer("/bin/true a b c", text, sizeof text, &pid) || pid > 0)
             waitpid(pid, nullptr, 0);
-        if (HostFork("/bin/true a b c", nullptr, nullptr, text, sizeof text, "here", "%N%P%M.log", folder, &pid))
+        if (HostFork("/bin/true a b c", nullptr, nullptr, text, sizeof text, "here", "%N%P%M.log", path().c_str(),
+                     &pid))
             waitpid(pid, nullptr, 0);
         ErrMsgShutdown();
-        fflush(stdout);
-        stdout = usual;
-    };
-    const auto works = [&] {
+    }
+    // What needs no memory, but the system.
+    void callSystem() const {
+        char text[2000];
+        SysErrorSType error;
+        HostInit();
+        HostInstallFaultHandler(nullptr, nullptr);
+        HostSetMaxFiles(256, &error);
+        HostMilliSleep(1);
+        HostNanoSleep(2000000);
+        HostStatistics(text, sizeof text);
+        UtlCtime(0, text, sizeof text);
+        time_t now = 0;
+        HostTIMEZONE(&now);
+        long seconds = 0, rest = 0;
+        HostGetTimeOfDay(&seconds, &rest);
+        HostClock();
+        HostGetHostname(text, sizeof text);
+        HostGetUserName(text, sizeof text);
+        HostExpandFileName("a/../$HOME//b/../c", text, sizeof text);
+        const std::string file = write("file", "text");
+        HostFileType(file.c_str());
+        HostFileExistSize(file.c_str(), &rest);
+        if (FILE* const opened = HostOpenFile(file.c_str(), "r", &error, 0))
+            fclose(opened);
+        HostRemoveFile(file.c_str(), &error);
+        UnixIoSystem("true", FALSE);
+        HostThreadType thread{};
+        if (HostThreadCreate(
+                &thread, [](void* nothing) { return nothing; }, nullptr, 100000) == 0)
+            HostThreadJoin(thread, nullptr);
+        alignas(4096) static char page[4096];
+        HostProtectPage(
+            page, [](char*, char*) { return TRUE; }, &error);
+        HostUnProtectPage(page);
+        KciRtlLoad(FALSE, std::filesystem::path(KCI_LOCAL_LIBRARY).parent_path().c_str(), text, sizeof text);
+        KciRtlUnload();
+        HostUseRealId();
+        HostSetUserId();
+        PidType pid = 0;
+        if (HostFork("/bin/true", "nobody", nullptr, text, sizeof text, nullptr, "log", path().c_str(), &pid))
+            waitpid(pid, nullptr, 0);
+        coreDumpEnabled = 0;
+        HostPrintMyCStack();
+        coreDumpEnabled = 1;
+        const rlimit none{0, 0};
+        setrlimit(RLIMIT_CORE, &none);
+        HostCoredump(TRUE);
+        hostUnInstallFaultHandler();
+        signal(SIGCHLD, SIG_DFL); // what the handler takes is the status of children
+    }
+    void works() const {
         ErrMsgInit();
         char text[200];
         PidType pid = 0;
         int status = -1;
         ErrMsgSymToText("host.initfail", text, sizeof text, "s", "why");
         EXPECT_EQ(std::string(text).find('['), std::string::npos) << text;
-        ASSERT_TRUE(HostFork("/bin/true", nullptr, nullptr, text, sizeof text, nullptr, "log", folder, &pid)) << text;
+        ASSERT_TRUE(HostFork("/bin/true", nullptr, nullptr, text, sizeof text, nullptr, "log", path().c_str(), &pid))
+            << text;
         waitpid(pid, &status, 0);
         EXPECT_EQ(status, 0);
         ErrMsgShutdown();
+    }
+};
+
+TEST(Allocations, SupportLayer) {
+    const SupportLayer support;
+    stderr = fopen("/dev/null", "w");
+    FILE* const usual = stdout;
+    const auto scenario = [&] {
+        stdout = stderr;
+        support.useAll();
+        fflush(stdout);
+        stdout = usual;
     };
-    failEach({"tmqkci313", scenario, works, 50, UINT_MAX, 20});
-    EXPECT_EQ(system(("rm -r " + std::string(folder)).c_str()), 0);
+    failEach({"tmqkci313", scenario, [&] { support.works(); }, 50, UINT_MAX, 20});
+}
+
+// Each in a process of its own, which may end for want of a way on: with a message and a status, or, when its own
+// report fails, with abort.
+void failEachSystemCall(const Loop& loop) {
+    failingCalls.library = loop.library;
+    constexpr int noneFailed = 42;
+    for (const auto& [which, failures] : {std::pair{systemCalls, 1u}, {systemCalls, UINT_MAX}, {interruptions, 1u}}) {
+        unsigned n = 1, ended = 0;
+        for (bool failed = true; failed && !testing::Test::HasFailure(); n += failures == 1 ? 1 : 1 + n / 4) {
+            const ChildResult child = runInChild([&] {
+                failingCalls.which = which;
+                failingCalls.failures = failures;
+                failingCalls.count = 0;
+                failingCalls.failAt = n;
+                loop.scenario();
+                failingCalls.failAt = 0;
+                loop.works();
+                const unsigned beyond = which == systemCalls ? loop.beyond : loop.beyond / 10;
+                if (!testing::Test::HasFailure() && failingCalls.count + beyond < n)
+                    _exit(noneFailed);
+            });
+            failed = child.exitStatus != noneFailed;
+            ended += failed && child.exitStatus != 0;
+            EXPECT_TRUE(!failed || std::set({0, 2, 3, 4}).contains(child.exitStatus) ||
+                        child.err.find("Recursive error caught!") != std::string::npos)
+                << which << ": " << failures << " from " << n << " on: status " << child.exitStatus << ", signal "
+                << child.signal << (child.timedOut ? ", hangs\n" : "\n") << child.out << child.err;
+        }
+        EXPECT_GT(n, loop.few);
+        printf("%s: %u system calls, %u failing, %u ended the process\n", loop.library, n - 1, failures, ended);
+    }
+}
+
+TEST(SystemCalls, SupportLayer) {
+    const SupportLayer support;
+    std::filesystem::current_path(support.path());
+    const auto scenario = [&] {
+        support.useAll();
+        support.callSystem();
+    };
+    failEachSystemCall({"tmqkci313", scenario, [&] { support.works(); }, 10, UINT_MAX, 100});
 }
 
 // Both ends, the far one in its own process.
-TEST(Allocations, RemoteClientLibraryAndItsHost) {
-    void* const library = dlopen(REMOTE_LIBRARY, RTLD_NOW);
-    ASSERT_NE(library, nullptr) << dlerror();
-    const auto serve = reinterpret_cast<KciRemoteServeFuncPtr>(dlsym(library, "KciRemoteServe"));
-    char text[500] = "";
-    ASSERT_TRUE(serve(KCI_LOCAL_LIBRARY, text, sizeof text)) << text;
-    const Client client{open(REMOTE_LIBRARY)};
-    client.kci.KciUnload();
-    const auto scenario = [&] {
-        *text = '\0';
+class RemoteClient {
+public:
+    RemoteClient() {
+        char text[500] = "";
+        EXPECT_TRUE(serve(KCI_LOCAL_LIBRARY, text, sizeof text)) << text;
+        client.kci = open(REMOTE_LIBRARY);
+        client.kci.KciUnload();
+    }
+    void use() const {
+        char text[500] = "";
         client.kci.KciInitAppName("name", TRUE);
         if (serve(KCI_LOCAL_LIBRARY, text, sizeof text) && client.logIn())
             client.useAll();
         KciErrSType error{};
         if (client.kci.KciErr(&error))
             snprintf(text, sizeof text, "%s", error.message);
-        EXPECT_EQ(std::string(text).find("ended"), std::string::npos) << text;
+        if (failingCalls.which == allocations) {
+            EXPECT_EQ(std::string(text).find("ended"), std::string::npos) << text;
+        }
         client.kci.KciShutdown();
         client.kci.KciUnload();
-    };
-    const auto works = [&] {
+    }
+    void works() const {
+        char text[500] = "";
         ASSERT_TRUE(serve(KCI_LOCAL_LIBRARY, text, sizeof text)) << text;
         client.works();
         client.kci.KciUnload();
-    };
-    failEach({"kcirpc67", scenario, works, 2});
-    setenv("LD_PRELOAD", SHIM, 1);
-    const std::string note = "/tmp/allocations-" + std::to_string(getpid());
-    setenv("FAILING_ALLOCATION_NOTE", note.c_str(), 1);
-    for (const std::string failures : {"1", "3", "1000000"}) {
+    }
+    void failInHost(Failing which, const std::string& failures) const {
+        const std::string note = "/tmp/failures-" + std::to_string(getpid());
+        setenv("LD_PRELOAD", SHIM, 1);
+        setenv("FAILING_CALLS_NOTE", note.c_str(), 1);
+        failingCalls.which = which;
         int n = 1;
-        for (bool failed = true; failed && !HasFailure(); ++n) {
-            const std::string chosen = std::to_string(n) + ":" + failures;
+        for (bool failed = true; failed && !testing::Test::HasFailure(); ++n) {
+            const std::string chosen = std::to_string(which) + ":" + std::to_string(n) + ":" + failures;
             SCOPED_TRACE(chosen);
             alarm(20);
-            setenv("FAILING_ALLOCATION", chosen.c_str(), 1);
-            scenario();
+            setenv("FAILING_CALLS", chosen.c_str(), 1);
+            use();
             failed = unlink(note.c_str()) == 0;
-            unsetenv("FAILING_ALLOCATION");
+            unsetenv("FAILING_CALLS");
             works();
         }
         EXPECT_GT(n, 3);
-        printf("host: %d allocations, %s failing\n", n - 1, failures.c_str());
+        printf("host: %d of %d, %s failing\n", n - 1, which, failures.c_str());
     }
+
+private:
+    const KciRemoteServeFuncPtr serve =
+        reinterpret_cast<KciRemoteServeFuncPtr>(dlsym(dlopen(REMOTE_LIBRARY, RTLD_NOW), "KciRemoteServe"));
+    Client client;
+};
+
+TEST(Allocations, RemoteClientLibraryAndItsHost) {
+    const RemoteClient client;
+    failEach({"kcirpc67", [&] { client.use(); }, [&] { client.works(); }, 2});
+    for (const char* failures : {"1", "3", "1000000"})
+        client.failInHost(allocations, failures);
+}
+
+TEST(SystemCalls, RemoteClientLibraryAndItsHost) {
+    const RemoteClient client;
+    failEachSystemCall({"kcirpc67", [&] { client.use(); }, [&] { client.works(); }, 5});
+    for (const char* failures : {"1", "1000000"})
+        client.failInHost(systemCalls, failures);
+    client.failInHost(interruptions, "1");
 }
 
 } // namespace
