@@ -1,12 +1,15 @@
 // The loader against real client libraries in temporary folders.
 #include "dynlib.h"
 #include "kcirtl.h"
+#include "support/scratch.h"
 
 #include <gtest/gtest.h>
 
 #include <cfenv>
+#include <cstddef>
 #include <cstdlib>
 #include <dlfcn.h>
+#include <elf.h>
 #include <filesystem>
 #include <regex>
 #include <string>
@@ -149,7 +152,8 @@ TEST_F(KciRtl, FallsBackToTheBareName) {
 TEST_F(KciRtl, RefusesWhatIsNoFittingClientLibrary) {
     const std::string old = "Attempted to load old KCI library 'libkcilnk67'.\n";
     const std::string incompatible = "Attempted to load incompatible KCI library 'libkcilnk67'.\n";
-    const std::pair<const char*, std::string> rows[] = {{"311 0", old}, {"400 2", incompatible}};
+    const std::string noTable = "KCI library 'libkcilnk67' has no table of entry points.\n";
+    const std::pair<const char*, std::string> rows[] = {{"311 0", old}, {"400 2", incompatible}, {"none", noTable}};
     install();
     for (const auto& [levels, expected] : rows) {
         // The format, its "%s" included, and the name must fit.
@@ -168,6 +172,19 @@ TEST_F(KciRtl, RefusesWhatIsNoFittingClientLibrary) {
     EXPECT_FALSE(load(FALSE, folder.c_str()));
     EXPECT_EQ(error, "dlsym(KciGetRtlTable) failed because " + noEntry + ": undefined symbol: KciGetRtlTable");
     EXPECT_EQ(log(), "opened closed ");
+
+    // What is for another machine, or no library at all, is not offered to a host process.
+    setenv("KCIRTL_HOST", "1", 1);
+    for (const char* library : {CLIENT_LIBRARIES "scripted.so", OTHER_CLIENT_LIBRARIES "scripted.so"}) {
+        for (const size_t damaged : {offsetof(Elf32_Ehdr, e_machine), size_t{EI_MAG0}}) {
+            std::string bytes = contentsOf(library);
+            bytes[damaged] = EM_ARM;
+            std::ofstream(noEntry, std::ios::binary) << bytes;
+            EXPECT_FALSE(load(FALSE, folder.c_str()));
+            EXPECT_EQ(attempts.front(), noEntry);
+        }
+    }
+    unsetenv("KCIRTL_HOST");
 
     // A failed load leaves room for a good one.
     install();
@@ -251,6 +268,10 @@ TEST_F(KciRtl, OpensInAHost) {
                  "KCIRTL_HOST is 1, and libkcirpc67.so is not beside the bridge's library; install tmqkci again.");
     unsetenv("KCIRTL_HOST");
 
+    copy(CLIENT_LIBRARIES "scripted.so", folder + own + "libkcirpc67.so"); // one that serves nothing
+    EXPECT_FALSE(load(FALSE, nullptr));
+    EXPECT_TRUE(std::string(error).ends_with("is missing: install tmqkci again.\n")) << error;
+    setenv("CLIENT_LIBRARY_LOG", "", 1);
     copy(REMOTE "/lib" + std::string(is64 ? "64" : "") + "/libkcirpc67.so", folder + own + "libkcirpc67.so");
     for (const char* host : {"/bin/tmqkci-host32", "/bin/tmqkci-host64"})
         copy(REMOTE + std::string(host), folder + host);
@@ -276,6 +297,9 @@ TEST_F(KciRtl, OpensInAHost) {
     // Found by its own name, the remote client library opens the linked one beside it.
     install(own.substr(1) + "libkcilnk67.so");
     opensHosted(TRUE, nullptr);
+    fs::remove(folder + own + "libkcilnk67.so");
+    EXPECT_FALSE(load(TRUE, nullptr));
+    EXPECT_TRUE(std::string(error).find("libkcilnk67.so") != std::string::npos) << error;
 }
 
 // As far as the loader does not call for it.
