@@ -2,6 +2,7 @@
 // process ends without exit, sends itself a signal, or becomes another program.
 #include <errno.h>
 #include <signal.h>
+#include <stdbool.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -9,11 +10,24 @@
 
 static struct Counted* all;
 
+// Tests that let a library's calls fail spare these, which are made in its name.
+static _Thread_local bool writing;
+bool countersAreWritten(void) {
+    return writing;
+}
+
+static void writeOut(const struct Counted* counted) {
+    writing = true;
+    counted->write();
+    writing = false;
+}
+
 void countedEnter(struct Counted* counted) {
     counted->next = all;
     all = counted;
 }
 void countedLeave(struct Counted* counted) {
+    writeOut(counted); // which the compiler's own writer then leaves undone
     struct Counted** at = &all;
     while (*at != NULL && *at != counted)
         at = &(*at)->next;
@@ -25,7 +39,7 @@ void countedLeave(struct Counted* counted) {
 static void writeAll(void) {
     const int error = errno;
     for (struct Counted* counted = all; counted != NULL; counted = counted->next) {
-        counted->write();
+        writeOut(counted);
         counted->reset();
     }
     errno = error;

@@ -9,6 +9,7 @@ static struct Counted own = {__gcov_dump, __gcov_reset, 0};
 __attribute__((constructor)) static void enter(void) {
     countedEnter(&own);
 }
-__attribute__((destructor)) static void leave(void) {
+// Late: only the counters' own destructor, of priority 100, comes after it.
+__attribute__((destructor(101))) static void leave(void) {
     countedLeave(&own);
 }
