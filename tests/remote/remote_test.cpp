@@ -130,6 +130,53 @@ TEST_F(Remote, DescribesInOneExchangeOnceItHasSeenHow) {
     EXPECT_EQ(setup(300), "") << "the bridge forgets this one";
 }
 
+// What a date-time consists of is asked for with it, unless it is too short to have the three parts.
+TEST_F(Remote, DescribesDateTimesAndFloatsWithTheirValues) {
+    const auto setupValue = [&] {
+        table->KciSetSessionId(7);
+        OopType oop = 300, parts[4] = {};
+        ArraySizeType fetched = 0;
+        KciObjInfoSType info{};
+        table->KciSaveObjs(&oop, 1);
+        table->KciErr(nullptr);
+        table->KciFetchObjInfo(oop, 1, sizeof parts, &info, reinterpret_cast<ByteType*>(parts), &fetched);
+        table->KciFetchNamedOop(info.objClass, 12);
+        table->KciErr(nullptr);
+        for (const OopType part : parts)
+            if (info.objImpl == KCI_IMPL_POINTER && part != 0 && (part & 3) != 3)
+                table->KciOopToLong(part);
+        if (info.objClass == KCI_CLASS_FLOAT)
+            table->KciOopToFlt(oop);
+    };
+    client().info.objClass = KCI_CLASS_DATE_TIME;
+    client().info.objImpl = KCI_IMPL_POINTER;
+    const std::string begin = "KciSaveObjs([300]) KciFetchObjInfo(300, 1, 16) KciFetchNamedOop(";
+    const struct {
+        std::vector<OopType> parts;
+        std::string asked;
+        uint64_t exchanges;
+    } rows[] = {
+        {{2000, 7, 2004}, " KciOopToLong(2000) KciOopToLong(2004)", 1},
+        {{7, 11, 2000, 2004}, " KciOopToLong(2000) KciOopToLong(2004)", 2},
+        {{7, 2000}, " KciOopToLong(2000)", 2},
+    };
+    for (const auto& row : rows) {
+        client().oops = row.parts;
+        for (int i = 0; i < 3; i++) { // by the third the host has seen how
+            calls(), exchanges();
+            setupValue();
+        }
+        EXPECT_EQ(calls(), begin + std::to_string(KCI_CLASS_DATE_TIME) + ", 12)" + row.asked);
+        EXPECT_EQ(exchanges(), row.exchanges) << row.asked;
+    }
+    client().oops.clear();
+    client().info.objClass = KCI_CLASS_FLOAT;
+    client().info.objImpl = KCI_IMPL_BYTE;
+    for (int i = 0; i < 3; i++)
+        exchanges(), setupValue();
+    EXPECT_EQ(exchanges(), 1u);
+}
+
 TEST_F(Remote, SavesWhatItFetchesInOneExchange) {
     for (OopType i = 0; i < 1000; i++)
         client().oops.push_back(i % 10 == 0 ? i << 2 | 3 : 1000 + 4 * i);

@@ -252,7 +252,8 @@ KciRtlJumpSType makeTable() {
         const auto& body = info->objImpl == KCI_IMPL_BYTE
                                ? theClient.bytes
                                : std::vector<ByteType>(oopBytes, oopBytes + theClient.oops.size() * sizeof(OopType));
-        *fetched = static_cast<ArraySizeType>(fetch(body, start, dest, room));
+        const KciLong bytes = fetch(body, start, dest, room);
+        *fetched = static_cast<ArraySizeType>(info->objImpl == KCI_IMPL_BYTE ? bytes : bytes / sizeof(OopType));
         return BoolType(theClient.pending.empty() ? theClient.result("KciFetchObjInfo") : FALSE);
     };
     table.KciOopToBool = [](OopType oop) {
