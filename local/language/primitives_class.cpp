@@ -93,7 +93,6 @@ Oop makeSubclass(Interpreter& interpreter, Oop self, Arguments arguments, bool i
     }
     // The history is shared by all versions of a class; it ends with the newest.
     Oop history = previous != KCI_OOP_NONE ? view.slot(previous, class_slot::history) : view.create(arrayShape, 0);
-    view.insertSlot(history, view.size(history), cls);
     view.setSlot(cls, class_slot::name, name);
     view.setSlot(cls, class_slot::superclass, self);
     view.setSlot(cls, class_slot::body, smallIntegerOop(static_cast<int32_t>(shape.body)));
@@ -103,6 +102,7 @@ Oop makeSubclass(Interpreter& interpreter, Oop self, Arguments arguments, bool i
     view.setSlot(cls, class_slot::indexable, booleanOop(indexable || shape.indexable));
     view.setSlot(cls, class_slot::namedSize, smallIntegerOop(static_cast<int32_t>(known.size())));
     view.setSlot(cls, class_slot::history, history);
+    view.insertSlot(history, view.size(history), cls); // last: who finds it there finds it whole
     interpreter.setGlobal(name, cls);
     return cls;
 }
