@@ -54,10 +54,7 @@ bool equal(const View& view, Oop a, Oop b) {
     std::optional<Number> left = numberOf(view, a);
     if (left) {
         std::optional<Number> right = numberOf(view, b);
-        if (!right) {
-            return false;
-        }
-        return left->isFloat || right->isFloat ? left->asReal() == right->asReal() : left->integer == right->integer;
+        return right && std::is_eq(compare(*left, *right));
     }
     if (!isReference(a) || !isReference(b)) {
         return false;

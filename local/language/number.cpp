@@ -49,6 +49,25 @@ std::optional<int64_t> integerOf(const View& view, Oop oop) {
     return number->integer;
 }
 
+namespace {
+
+std::partial_ordering compareMixed(int64_t integer, double real) {
+    if (!(real >= -0x1p63 && real < 0x1p63)) {
+        return 0.0 <=> real; // beyond all integers, or no number
+    }
+    const auto whole = static_cast<int64_t>(real);
+    return integer != whole ? std::partial_ordering(integer <=> whole) : 0.0 <=> real - static_cast<double>(whole);
+}
+
+} // namespace
+
+std::partial_ordering compare(const Number& left, const Number& right) {
+    if (left.isFloat == right.isFloat) {
+        return left.isFloat ? left.real <=> right.real : std::partial_ordering(left.integer <=> right.integer);
+    }
+    return left.isFloat ? 0 <=> compareMixed(right.integer, left.real) : compareMixed(left.integer, right.real);
+}
+
 Oop newInteger(const View& view, int64_t value) {
     if (fitsSmallInteger(value)) {
         return smallIntegerOop(static_cast<int32_t>(value));

@@ -3,6 +3,7 @@
 
 #include "language/kernel.h"
 
+#include <compare>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -22,6 +23,9 @@ struct Number {
 // The number an object stands for, or none.
 std::optional<Number> numberOf(const View& view, Oop oop);
 std::optional<int64_t> integerOf(const View& view, Oop oop);
+
+// By their values: an integer is not rounded to compare it with a float.
+std::partial_ordering compare(const Number& left, const Number& right);
 
 // A small integer where it fits, else a LargeInteger: a byte object of eight bytes in the machine's order.
 Oop newInteger(const View& view, int64_t value);

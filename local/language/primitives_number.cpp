@@ -4,7 +4,6 @@
 #include "language/text.h"
 
 #include <cmath>
-#include <compare>
 
 namespace local {
 
@@ -113,12 +112,7 @@ Oop remainder(Interpreter& interpreter, Oop self, Arguments arguments) {
 }
 
 std::partial_ordering compare(Interpreter& interpreter, Oop self, Oop argument) {
-    Number left = needNumber(interpreter.view, self);
-    Number right = needNumber(interpreter.view, argument);
-    if (left.isFloat || right.isFloat) {
-        return left.asReal() <=> right.asReal();
-    }
-    return left.integer <=> right.integer;
+    return local::compare(needNumber(interpreter.view, self), needNumber(interpreter.view, argument));
 }
 
 Oop less(Interpreter& interpreter, Oop self, Arguments arguments) {

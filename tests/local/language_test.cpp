@@ -132,6 +132,9 @@ TEST_F(Language, Numbers) {
          "Array(nan -infinity 3.0 2.5 0.0 1.0 2 7 1000000000000000000)"},
         {"| nan | nan := -1 sqrt. {nan < 1. nan > 1. nan >= 1. nan = (-1 sqrt). 2.5 >= 2. 2 >= 2.5. 2 <= 2.0}",
          "Array(false false false false true false true)"},
+        {"{9007199254740993 = 9007199254740992.0. 9007199254740993 > 9007199254740992.0. 9007199254740993.0 < "
+         "9007199254740993. 1e300 > 3. 3 > -1e300. -3 > -3.5. 3 < 3.5}",
+         "Array(false true true true true true true)"},
         {"2 raisedTo: 64", "error 2163: the result does not fit an integer of 64 bits"},
         {"1e19 asInteger", "error 2163: the result does not fit an integer of 64 bits"},
         {"3 + 'x'", "error 2094: 'x' is not a number"},
