@@ -196,9 +196,13 @@ TEST_F(KciRtl, RefusesWhatIsNoFittingClientLibrary) {
 // Whatever the environment holds, nothing is written outside the caller's buffer and the reason is told.
 TEST_F(KciRtl, RefusesOverlongValues) {
     install();
-    const std::pair<const char*, size_t> rows[] = {
-        {"KCIRTL_BASELIBNAME", 16}, {"KCIRTL_VERSION", 15}, {"KESTRUNE", 2048}, {"path", 1100}, {"path", 2100},
-        {"KESTRUNE", 100000}};
+    const std::pair<const char*, size_t> rows[] = {{"KCIRTL_BASELIBNAME", 16},
+                                                   {"KCIRTL_VERSION", 15},
+                                                   {"KESTRUNE", 2048},
+                                                   {"path", 1023},
+                                                   {"path", 1100},
+                                                   {"path", 2100},
+                                                   {"KESTRUNE", 100000}};
     for (const auto& [variable, length] : rows) {
         clear();
         const std::string value(length, 'x');
