@@ -6,7 +6,6 @@
 #include "wire/ready.h"
 
 #include <cerrno>
-#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <dirent.h>
@@ -88,8 +87,7 @@ bool startThread(void* (*body)(void*), void* argument) {
 } // namespace
 
 int main(int argc, char** argv) {
-    const int problem =
-        argc == 2 && fcntl(remote::hostSocket, F_GETFD) >= 0 ? block.open(remote::hostBlock) : EINVAL;
+    const int problem = argc == 2 && fcntl(remote::hostSocket, F_GETFD) >= 0 ? block.open(remote::hostBlock) : EINVAL;
     if (problem == ENOMEM) {
         report(false, "the host process has no memory to share");
         return 1;

@@ -1,6 +1,6 @@
-// Every allocation fails once: a scenario of each library runs again and again, and each time a later allocation finds
-// no memory, alone, with the next two, or with all that follow. Whatever the scenario says then, it ends; afterwards
-// the same calls work, and nothing is left behind.
+// Every allocation fails once, and every system call: a scenario of each library runs again and again, and each time a
+// later one fails, alone, with the next two, or with all that follow. Whatever the scenario says then, it ends;
+// afterwards the same calls work, and nothing is left behind.
 #include "failing_calls.h"
 #include "local/client_fixture.h"
 #include "support/child.h"
