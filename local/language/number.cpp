@@ -59,13 +59,17 @@ std::partial_ordering compareMixed(int64_t integer, double real) {
     return integer != whole ? std::partial_ordering(integer <=> whole) : 0.0 <=> real - static_cast<double>(whole);
 }
 
+std::partial_ordering reversed(std::partial_ordering order) {
+    return std::is_lt(order) ? std::partial_ordering::greater : std::is_gt(order) ? std::partial_ordering::less : order;
+}
+
 } // namespace
 
 std::partial_ordering compare(const Number& left, const Number& right) {
     if (left.isFloat == right.isFloat) {
         return left.isFloat ? left.real <=> right.real : std::partial_ordering(left.integer <=> right.integer);
     }
-    return left.isFloat ? 0 <=> compareMixed(right.integer, left.real) : compareMixed(left.integer, right.real);
+    return left.isFloat ? reversed(compareMixed(right.integer, left.real)) : compareMixed(left.integer, right.real);
 }
 
 Oop newInteger(const View& view, int64_t value) {
