@@ -8,12 +8,12 @@
 #include <unistd.h>
 
 #include "host/base/forklocks.h"
-#include "host/expect.h"
 #include "hostatomic.h"
 #include "hostenv.h"
 #include "hostlimits.h"
 #include "hostmutex.h"
 #include "hostthread.h"
+#include "support/expect.h"
 #include "syserror.h"
 #include "utlhost.h"
 

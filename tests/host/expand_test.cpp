@@ -10,8 +10,8 @@
 #include <unistd.h>
 #include <vector>
 
-#include "host/expect.h"
 #include "host/names/hostexpand.h"
+#include "support/expect.h"
 
 namespace {
 namespace fs = std::filesystem;

@@ -4,8 +4,8 @@
 #include <csignal>
 #include <string>
 
-#include "host/expect.h"
 #include "hostfault.h"
+#include "support/expect.h"
 
 // A folder of its own for a report: $KESTRUNE points to it, its bin/gstack prints "stack of <pid>", it is the working
 // folder, and a report waits for no debugger.

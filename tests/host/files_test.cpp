@@ -13,9 +13,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "host/expect.h"
 #include "hostenv.h"
 #include "hostunix.h"
+#include "support/expect.h"
 #include "syserror.h"
 #include "utlhost.h"
 

@@ -4,6 +4,7 @@
 #include <csignal>
 #include <fcntl.h>
 #include <pwd.h>
+#include <regex>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/time.h>

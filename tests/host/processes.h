@@ -10,7 +10,7 @@
 #include <unistd.h>
 
 #include "errmsg.h"
-#include "host/expect.h"
+#include "support/expect.h"
 
 // Has messages taken from the installation's message file. Call it in the process that formats them.
 inline void useMessages(const Scratch& scratch) {

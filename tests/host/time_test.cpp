@@ -15,9 +15,9 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "host/expect.h"
 #include "host/time/hostlocaltime.h"
 #include "hostunix.h"
+#include "support/expect.h"
 #include "utlhost.h"
 
 namespace {

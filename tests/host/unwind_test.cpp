@@ -6,8 +6,8 @@
 
 #include "err/messages/errcatalogue.h"
 #include "host/base/forklocks.h"
-#include "host/expect.h"
 #include "hostfault.h"
+#include "support/expect.h"
 #include "utlhost.h"
 
 namespace {
