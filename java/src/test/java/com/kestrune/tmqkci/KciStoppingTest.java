@@ -100,7 +100,7 @@ class KciStoppingTest {
     }
 
     /** Lets the session's call begin. */
-    private static void pause(KciSession session) {
+    static void pause(KciSession session) {
         try {
             while (!session.calls().isBusy()) {
                 Thread.sleep(1);

@@ -54,7 +54,7 @@ class ScriptedClientTest {
 
         KciObject held = session.execute("answer 4404 after 0");
         CompletableFuture<KciObject> same = session.executeAsync("answer 4404 after 300");
-        Thread.sleep(50);
+        KciStoppingTest.pause(session);
         held.release();
         assertFalse(same.isDone());
         same.get();
@@ -74,17 +74,16 @@ class ScriptedClientTest {
     void abandonedCallsAreFinishedAndReleased() throws Exception {
         int started = session.execute("started").intValue();
         CompletableFuture<KciObject> call = session.executeAsync("answer 4800 after 300");
-        Thread.sleep(50);
+        KciStoppingTest.pause(session);
         call.cancel(true);
         assertEquals(started + 2, session.execute("started").intValue());
         assertEquals(1, released(4800), "its result");
 
         CompletableFuture<KciObject> failing = session.executeAsync("fail 2010 context 4804 after 300");
-        Thread.sleep(50);
+        KciStoppingTest.pause(session);
         failing.cancel(true);
         session.execute("answer 31 after 0");
         assertEquals(1, released(4804), "the process that its error suspended");
-
     }
 
     @Test
